@@ -1,0 +1,40 @@
+# Compiler settings of our own code. Third-party sources do not get them.
+
+if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  message(FATAL_ERROR
+    "clang++ is required: other compilers mistranslate parts of Objective-C++ "
+    "(configure with a preset, or with -DCMAKE_CXX_COMPILER=clang++).")
+endif()
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_OBJCXX_STANDARD 17)
+set(CMAKE_OBJCXX_STANDARD_REQUIRED ON)
+set(CMAKE_OBJCXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+
+# Warnings and instrumentation, for every target of ours.
+add_library(kp_options INTERFACE)
+target_compile_options(kp_options INTERFACE
+  -Wall -Wextra -Wshadow -Wconversion -Werror
+  $<$<COMPILE_LANGUAGE:OBJCXX>:-fno-objc-arc>)
+target_include_directories(kp_options INTERFACE "${CMAKE_SOURCE_DIR}")
+
+if(KP_SANITIZE)
+  target_compile_options(kp_options INTERFACE
+    -fsanitize=${KP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+  target_link_options(kp_options INTERFACE -fsanitize=${KP_SANITIZE})
+endif()
+if(KP_COVERAGE)
+  target_compile_options(kp_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+  target_link_options(kp_options INTERFACE -fprofile-instr-generate)
+endif()
+
+# Links LIBRARY whole: categories and +load methods are reached by no symbol, so
+# an archive member that holds only them would be left out.
+function(kp_link_whole TARGET SCOPE)
+  foreach(LIBRARY IN LISTS ARGN)
+    target_link_libraries(${TARGET} ${SCOPE} "$<LINK_LIBRARY:WHOLE_ARCHIVE,${LIBRARY}>")
+  endforeach()
+endfunction()

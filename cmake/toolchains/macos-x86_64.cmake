@@ -1,0 +1,28 @@
+# Cross build for macOS 10.6 and later with Debian's clang and lld.
+# MACOS_SDK names the SDK's folder.
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+set(CMAKE_OSX_ARCHITECTURES x86_64)
+set(CMAKE_OSX_DEPLOYMENT_TARGET 10.6)
+
+if(NOT MACOS_SDK)
+  set(MACOS_SDK "$ENV{MACOS_SDK}")
+endif()
+if(NOT MACOS_SDK)
+  message(FATAL_ERROR "MACOS_SDK must name a macOS SDK's folder")
+endif()
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES MACOS_SDK)
+set(CMAKE_OSX_SYSROOT "${MACOS_SDK}")
+
+foreach(LANGUAGE C CXX OBJCXX)
+  set(CMAKE_${LANGUAGE}_COMPILER_TARGET x86_64-apple-macosx10.6)
+endforeach()
+set(CMAKE_C_COMPILER clang)
+set(CMAKE_CXX_COMPILER clang++)
+set(CMAKE_OBJCXX_COMPILER clang++)
+set(CMAKE_AR llvm-ar)
+set(CMAKE_RANLIB llvm-ranlib)
+set(CMAKE_CXX_FLAGS_INIT "-stdlib++-isystem ${MACOS_SDK}/usr/include/c++/v1")
+set(CMAKE_OBJCXX_FLAGS_INIT "-stdlib++-isystem ${MACOS_SDK}/usr/include/c++/v1")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-fuse-ld=lld")
+set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)

@@ -1,0 +1,1 @@
+#include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
