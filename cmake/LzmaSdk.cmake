@@ -1,11 +1,12 @@
 # lzma_sdk: the encoder and decoder of the LZMA SDK as one static library.
 #
-# LZMA_SDK_DIR names a folder with LzmaEnc.c, LzmaDec.c and LzFind.c: Debian's
-# lzma-dev (release 9.22), or the C folder of a current SDK, whose allocator
-# functions take ISzAllocPtr. Both kinds compile.
+# LZMA_SDK_DIR names a folder with LzmaEnc.c, LzmaDec.c and LzFind.c: the C folder of a
+# current SDK, as scripts/fetch-lzma-sdk.sh leaves it, else Debian's lzma-dev (release
+# 9.22), whose allocator functions take void* instead of ISzAllocPtr. Both kinds compile.
 find_path(LZMA_SDK_DIR NAMES LzmaDec.c
-  PATHS /usr/include/lzma
+  PATHS "${CMAKE_SOURCE_DIR}/.cache/lzma-sdk/C" /usr/include/lzma
   DOC "Folder with the LZMA SDK's C sources" NO_DEFAULT_PATH REQUIRED)
+message(STATUS "LZMA SDK: ${LZMA_SDK_DIR}")
 
 set(LZMA_SDK_SOURCES)
 # LzFindOpt.c and CpuArch.c exist, and are needed, in current SDKs only.
