@@ -2,8 +2,9 @@
 // walks that turn the tree into bytes and back. docs/blob-format.md describes the
 // format byte by byte.
 //
-// Nothing in here throws on purpose. Every list that a function hands out belongs to
-// the caller, who frees it with DeleteFileChunks.
+// Nothing in here throws on purpose: memory for anything as large as a file or a blob may run
+// out, and is then reported as the functions say. Every list that a function hands out belongs
+// to the caller, who frees it with DeleteFileChunks.
 #pragma once
 
 #include <LzmaDec.h>
@@ -36,8 +37,8 @@ struct fileChunk {
 constexpr int kCompressionStored = 0;
 constexpr int kCompressionLZMA = 1;
 
-/// Directories may nest this deep inside a blob; deeper ones are refused, which bounds the
-/// recursion of every walk over a decoded tree.
+/// Directories, the solid root among them, may nest this deep inside a blob; deeper ones are
+/// refused, which bounds the recursion of every walk over a decoded tree.
 constexpr unsigned int kMaximumNesting = 512;
 
 /// Why a blob was refused.
@@ -45,7 +46,7 @@ struct BlobFault {
   /// What is wrong, as a phrase in lower case without a full stop; absent while nothing is.
   const char* reason = nullptr;
   /// Where: the offset of the offending field in the blob, or, with `inDecodedContent`, in
-  /// the content that the LZMA entry around it decodes to.
+  /// the content that the innermost LZMA entry around it decodes to.
   unsigned long offset = 0;
   bool inDecodedContent = false;
 };
@@ -82,11 +83,13 @@ unsigned long WriteFormattedFileSize(unsigned char* buffer, unsigned int size);
 unsigned int totalSizeof(fileChunk* list, int compressionType);
 
 /// Encodes a sibling list, stored and depth first, at `buffer`, which must have room for
-/// `totalSizeof(list, 0)` bytes. Returns the count written.
+/// all of it: `totalSizeof(list, 0)` bytes as long as that is less than 4 GiB. Of a file, the
+/// low 32 bits of its size say how much is copied. Returns the count written, modulo 2^32.
 unsigned int flatten(unsigned char* buffer, fileChunk* list);
 
 /// Flattens a sibling list into one nameless directory node that holds the encoded bytes,
-/// ready for PrepareFileChunk. The caller owns the node; the list stays as it is.
+/// ready for PrepareFileChunk. The caller owns the node; the list stays as it is. Absent when
+/// the encoded bytes are 4 GiB or more, which no size field can tell, or when memory runs out.
 fileChunk* PrepareSourceForSolidCompression(fileChunk* list);
 
 /// Encodes one chunk as one complete entry. With type 1 it is compressed with LZMA (level 5,
@@ -94,7 +97,7 @@ fileChunk* PrepareSourceForSolidCompression(fileChunk* list);
 /// saves more than 24 bytes, and stored otherwise, also when the encoder fails.
 ///
 /// Returns a nameless node whose `data` is the entry, owned by the caller; absent when the
-/// chunk is absent or has size 0, or when the type is neither 0 nor 1.
+/// chunk is absent or has size 0, when the type is neither 0 nor 1, or when memory runs out.
 fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType);
 
 // ---- Reading
@@ -104,7 +107,7 @@ unsigned int decodeFormattedFileSize(unsigned char const* buffer);
 
 /// Decodes the generic header at `buffer`, of which 7 bytes and the name's must be readable.
 /// Returns its length, or 0, touching no argument, when the version byte is not 2. `name` is
-/// a new array that the caller owns, never absent.
+/// a new array that the caller owns, absent only when memory runs out.
 unsigned long decodeHeaderV2(unsigned char const* buffer, int& compressionType, char*& name,
                              bool& isDirectory, unsigned long& size);
 
@@ -115,6 +118,7 @@ unsigned long decodeLZMAHeader(unsigned char const* buffer, char const*& propert
 
 /// Decodes a sequence of `length` encoded bytes into a new sibling list, in their order.
 /// Returns absent for length 0, and for a malformed sequence, of which nothing is kept.
+/// docs/blob-format.md lists what is malformed; running out of memory counts as that too.
 fileChunk* dismantle(unsigned char* buffer, unsigned int length);
 
 /// The same, telling why: `fault.reason` is absent exactly when the sequence was well formed.
@@ -122,8 +126,9 @@ fileChunk* dismantle(unsigned char* buffer, unsigned int length, BlobFault& faul
 
 /// Decodes the data of each node of `sources` with `dismantle`, the low 32 bits of its size
 /// giving the length. Returns the first result. The head of each later result is stored as
-/// the `next` of the head before it, and the nodes that this displaces are freed. Absent when
-/// `sources` is absent or any source is malformed. The sources stay as they are.
+/// the `next` of the head before it, and the nodes that this displaces are freed; a source
+/// that decodes to nothing is passed over. Absent when `sources` is absent, when all are empty,
+/// or when any is malformed. The sources stay as they are.
 fileChunk* DismantleInstallerBlob(fileChunk* sources);
 
 /// The same, telling why; the fault's offset counts within the source that is malformed.
@@ -136,12 +141,14 @@ void DeleteFileChunks(fileChunk*& head);
 
 /// Prints a listing of the tree to standard output, two blanks of indentation per level
 /// beginning with `depth`; a directory's name ends in '/', a file's is followed by its size,
-/// truncated to whole KB, MB or GB. It compares nothing.
+/// truncated to whole KB, MB or GB. An absent name is printed as an empty one. It compares
+/// nothing.
 void Verify(fileChunk* list, int depth);
 
 /// Premultiplies the colours of a run-length encoded Truevision TGA image (18-byte header, no
 /// image identifier, no colour map, no footer) by their alpha, as (colour * alpha) >> 8.
 ///
-/// Returns a new node of the same size, owned by the caller; absent for an absent chunk, for
-/// any pixel depth but 32 bits, and for an image whose packets do not end exactly at its end.
+/// Returns a new nameless node of the same size, owned by the caller; absent for an absent
+/// chunk, for less than a header, for any pixel depth but 32 bits, for an image whose packets do
+/// not end exactly at its end, and when memory runs out.
 fileChunk* PremultiplyTexture(fileChunk const* chunk);

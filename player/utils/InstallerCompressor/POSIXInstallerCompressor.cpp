@@ -1,1 +1,292 @@
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace {
+
+constexpr mode_t kDirectoryMode = 0775;
+constexpr mode_t kFileMode = 0664;
+
+constexpr char kFolderSettingsName[] = ".DS_Store";
+constexpr char kScrubCharacter = 'X';
+
+constexpr unsigned long kLow32Bits = 0xFFFFFFFF;
+
+// Paths of this length need no second allocation.
+constexpr size_t kUsualPathCapacity = 1024;
+
+// ---- Source
+
+// The directories that are being read, innermost first.
+struct DirectoryBeingRead {
+  dev_t device;
+  ino_t file;
+  const DirectoryBeingRead* enclosing;
+};
+
+fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing);
+
+bool IsBeingRead(const struct stat& directory, const DirectoryBeingRead* innermost) {
+  for (const DirectoryBeingRead* entry = innermost; entry; entry = entry->enclosing) {
+    if (entry->device == directory.st_dev && entry->file == directory.st_ino) return true;
+  }
+  return false;
+}
+
+char* CopyString(char const* text) {
+  if (!text) return nullptr;
+  const size_t size = strlen(text) + 1;
+  char* const copy = new char[size];
+  memcpy(copy, text, size);
+  return copy;
+}
+
+// The text after the last '/' that is not the final character; all of it without such a one.
+char const* PathLeaf(char const* path) {
+  size_t start = strlen(path);
+  if (start != 0) --start;
+  while (start != 0 && path[start - 1] != '/') --start;
+  return path + start;
+}
+
+// Opens a regular file for reading, or returns -1. Without O_NONBLOCK the opening of a FIFO
+// would wait for a writer.
+int OpenRegularFile(char const* path, struct stat& status) {
+  const int descriptor = path ? open(path, O_RDONLY | O_NONBLOCK) : -1;
+  if (descriptor < 0) return -1;
+  if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) return descriptor;
+  close(descriptor);
+  return -1;
+}
+
+// Reads `size` bytes into a new array; what the file has no more of is zero. Absent when there
+// is no memory.
+unsigned char* ReadBytes(int descriptor, unsigned long size) {
+  auto* const bytes = new (std::nothrow) unsigned char[size];
+  if (!bytes) return nullptr;
+  unsigned long filled = 0;
+  while (filled != size) {
+    const ssize_t count = read(descriptor, bytes + filled, size - filled);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    filled += static_cast<unsigned long>(count);
+  }
+  if (filled != size) memset(bytes + filled, 0, size - filled);
+  return bytes;
+}
+
+// Overwrites memory that is about to be freed. To the compiler the empty assembly reads it all,
+// so the stores are not dead.
+void Scrub(char* memory, size_t size) {
+  memset(memory, kScrubCharacter, size);
+  asm volatile("" : : "r"(memory) : "memory");
+}
+
+fileChunk* CreateChildSource(char const* parentPath, char const* name,
+                             const DirectoryBeingRead* enclosing) {
+  const size_t parentLength = strlen(parentPath);
+  const size_t capacity = parentLength + strlen(name) + 2;
+  char* const path = new char[capacity];
+  memcpy(path, parentPath, parentLength + 1);
+  PlatformAppendPathLeaf(path, static_cast<unsigned int>(capacity), name);
+  fileChunk* const child = CreateSource(path, enclosing);
+  Scrub(path, capacity);
+  delete[] path;
+  return child;
+}
+
+fileChunk* CreateChildSources(DIR* directory, char const* path,
+                              const DirectoryBeingRead* enclosing) {
+  fileChunk* head = nullptr;
+  fileChunk** link = &head;
+  while (const dirent* const entry = readdir(directory)) {
+    if (!PlatformFilenameAllowed(entry->d_name)) continue;
+    *link = CreateChildSource(path, entry->d_name, enclosing);
+    if (*link) link = &(*link)->next;
+  }
+  return head;
+}
+
+fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing) {
+  DIR* const directory = opendir(path);
+  if (!directory) return PlatformCreateSourceFromFile(path, PathLeaf(path));
+
+  fileChunk* node = nullptr;
+  struct stat status = {};
+  if (fstat(dirfd(directory), &status) == 0 && !IsBeingRead(status, enclosing)) {
+    const DirectoryBeingRead self = {status.st_dev, status.st_ino, enclosing};
+    node = new fileChunk;
+    node->isDirectory = true;
+    node->name = CopyString(PathLeaf(path));
+    node->children = CreateChildSources(directory, path, &self);
+  }
+  closedir(directory);
+  return node;
+}
+
+// ---- Sink
+
+// One path that a walk extends by a leaf and cuts back again; it grows as needed.
+class WalkPath {
+ public:
+  explicit WalkPath(char const* start) {
+    const size_t length = strlen(start);
+    if (Reserve(length + 1)) memcpy(text_, start, length + 1);
+  }
+  ~WalkPath() { free(text_); }
+  WalkPath(const WalkPath&) = delete;
+  WalkPath& operator=(const WalkPath&) = delete;
+
+  // Absent when there was no memory for the path to begin with.
+  char const* Text() const { return text_; }
+  size_t Length() const { return strlen(text_); }
+  void CutTo(size_t length) { text_[length] = '\0'; }
+
+  // False, with the path as it was, when there is no memory for the longer one.
+  bool AppendLeaf(char const* leaf) {
+    if (!leaf) return true;
+    if (!Reserve(Length() + strlen(leaf) + 2)) return false;
+    PlatformAppendPathLeaf(text_, static_cast<unsigned int>(capacity_), leaf);
+    return true;
+  }
+
+ private:
+  bool Reserve(size_t needed) {
+    if (needed <= capacity_) return true;
+    const size_t capacity = needed < kUsualPathCapacity ? kUsualPathCapacity : needed * 2;
+    auto* const text = static_cast<char*>(realloc(text_, capacity));
+    if (!text) return false;
+    text_ = text;
+    capacity_ = capacity;
+    return true;
+  }
+
+  char* text_ = nullptr;
+  size_t capacity_ = 0;
+};
+
+void WriteList(WalkPath& path, fileChunk* list) {
+  const size_t parentLength = path.Length();
+  for (fileChunk* node = list; node; node = node->next) {
+    if (!path.AppendLeaf(node->name)) continue;
+    if (node->isDirectory) {
+      PlatformCreateDirectory(path.Text());
+      WriteList(path, node->children);
+    } else {
+      PlatformWriteFile(path.Text(), node->data,
+                        static_cast<unsigned int>(node->size & kLow32Bits));
+    }
+    path.CutTo(parentLength);
+  }
+}
+
+void WriteBytes(int descriptor, unsigned char const* bytes, size_t count) {
+  while (count != 0) {
+    const ssize_t written = write(descriptor, bytes, count);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return;
+    bytes += written;
+    count -= static_cast<size_t>(written);
+  }
+}
+
+}  // namespace
+
+fileChunk* PlatformCreateSourceFromPath(char const* path) {
+  return path ? CreateSource(path, nullptr) : nullptr;
+}
+
+fileChunk* PlatformCreateSourceFromFile(char const* path, char const* name) {
+  struct stat status = {};
+  const int descriptor = OpenRegularFile(path, status);
+  if (descriptor < 0) return nullptr;
+  const unsigned long size = static_cast<unsigned long>(status.st_size) & kLow32Bits;
+  unsigned char* const bytes = ReadBytes(descriptor, size);
+  close(descriptor);
+  if (!bytes) return nullptr;
+
+  auto* const node = new fileChunk;
+  node->name = CopyString(name);
+  node->size = size;
+  node->data = bytes;
+  return node;
+}
+
+int PlatformCreateSourceFromFile(char const* path, void*& data, unsigned long& length) {
+  struct stat status = {};
+  const int descriptor = OpenRegularFile(path, status);
+  if (descriptor < 0) return 0;
+  const auto size = static_cast<unsigned long>(status.st_size);
+  unsigned char* const bytes = ReadBytes(descriptor, size);
+  close(descriptor);
+  if (!bytes) return 0;
+
+  data = bytes;
+  length = size;
+  return 0;
+}
+
+bool PlatformGetFileSize(char const* path, unsigned long& size) {
+  struct stat status = {};
+  const bool found = path && stat(path, &status) == 0;
+  size = found ? static_cast<unsigned long>(status.st_size) : 0;
+  return found;
+}
+
+bool PlatformFilenameAllowed(char const* name) {
+  return name && strcmp(name, ".") != 0 && strcmp(name, "..") != 0 &&
+         strcmp(name, kFolderSettingsName) != 0;
+}
+
+bool PlatformWriteFileFromChunk(char const* parentPath, fileChunk* list) {
+  if (!parentPath) return true;
+  WalkPath path(parentPath);
+  if (path.Text()) WriteList(path, list);
+  return true;
+}
+
+bool PlatformCreateDirectory(char const* path) {
+  if (!path || mkdir(path, kDirectoryMode) != 0) return false;
+  chmod(path, kDirectoryMode);
+  return true;
+}
+
+bool PlatformWriteFile(char const* path, unsigned char* bytes, unsigned int count) {
+  // O_NONBLOCK: a FIFO in the place of the file is refused, not waited for.
+  const int descriptor =
+      path ? open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK, kFileMode) : -1;
+  if (descriptor < 0) return false;
+  WriteBytes(descriptor, bytes, count);
+  fchmod(descriptor, kFileMode);
+  close(descriptor);
+  return true;
+}
+
+void PlatformAppendPathLeaf(char* path, unsigned int capacity, char const* leaf) {
+  if (!path || !leaf) return;
+  size_t pathLength = strlen(path);
+  const bool pathEndsInSlash = pathLength != 0 && path[pathLength - 1] == '/';
+  const bool leafBeginsWithSlash = *leaf == '/';
+  if (pathLength != 0 && !pathEndsInSlash && *leaf != '\0' && !leafBeginsWithSlash) {
+    if (pathLength + 1 < capacity) {
+      path[pathLength++] = '/';
+      path[pathLength] = '\0';
+    }
+  } else if (pathEndsInSlash && leafBeginsWithSlash) {
+    ++leaf;
+  }
+  const size_t leafLength = strlen(leaf);
+  if (pathLength + leafLength < capacity) memcpy(path + pathLength, leaf, leafLength + 1);
+}
+
+unsigned long PlatformGetArbitraryTimeInMS() { return 0; }
+
+bool PlatformWriteChunkToResources(char const*, fileChunk*, char const*) { return false; }

@@ -1,0 +1,291 @@
+// From the bytes of a blob to a tree. A blob is not trusted: every field is checked against
+// the bytes that are really there before it is used, and the first fault refuses the whole.
+#include <cstring>
+#include <new>
+
+#include "player/utils/InstallerCompressor/BlobFormat.h"
+#include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
+
+namespace {
+
+constexpr char kHeaderCutShort[] = "an entry's header is cut short";
+constexpr char kUnknownVersion[] = "an entry has an unknown header version";
+constexpr char kUnknownType[] = "an entry has an unknown compression type";
+constexpr char kNameCutShort[] = "an entry's name is cut short";
+constexpr char kNameHasNUL[] = "an entry's name contains a NUL";
+constexpr char kNameHasSlash[] = "an entry's name contains a slash";
+constexpr char kNameIsDots[] = "an entry's name leads out of its directory";
+constexpr char kSizeTooLarge[] = "an entry's size runs past the end";
+constexpr char kSubHeaderCutShort[] = "an entry's size has no room for the LZMA sub-header";
+constexpr char kClaimTooLarge[] = "an entry claims more than its LZMA stream can hold";
+constexpr char kBadProperties[] = "an entry has invalid LZMA properties";
+constexpr char kBadStream[] = "an entry's LZMA stream is damaged";
+constexpr char kExpandsTooFar[] = "LZMA entries within LZMA entries expand too far";
+constexpr char kNestedTooDeep[] = "directories are nested too deep";
+constexpr char kNoMemory[] = "an entry needs more memory than there is";
+
+// An upper bound of what LZMA makes of one byte. Most output per input comes from matches of
+// the greatest length, 273, with the last distance: 14 binary decisions, of which each takes
+// at least -log2(1 - 31/2048) = 0.022 bits because a probability of 2048ths never leaves 31 to
+// 2017. That is 0.308 bits for 273 bytes, less than 7100 bytes for each byte of input.
+constexpr unsigned long kGreatestExpansion = 8192;
+
+// LZMA within LZMA multiplies that bound by itself, so what such inner entries cost altogether,
+// in bytes, may not exceed the bound for the blob as it stands by more than this allowance.
+constexpr unsigned long kInnerAllowance = 1UL << 26;
+
+// The properties byte is (pb * 5 + lp) * 9 + lc.
+constexpr unsigned int kLiteralContexts = 9;
+constexpr unsigned int kLiteralPositions = 5;
+constexpr unsigned int kPropertiesEnd = 9 * 5 * 5;
+
+// The decoder's probabilities, which it sets up anew for every stream: 2 bytes each, a fixed
+// count and one set for each literal coder (LzmaDec.c).
+constexpr unsigned long kBaseProbabilities = 1846;
+constexpr unsigned long kLiteralProbabilities = 768;
+
+unsigned long ProbabilityTableSize(unsigned int propertiesByte) {
+  const unsigned int literalContextBits = propertiesByte % kLiteralContexts;
+  const unsigned int literalPositionBits = propertiesByte / kLiteralContexts % kLiteralPositions;
+  const unsigned long literals = kLiteralProbabilities
+                                 << (literalContextBits + literalPositionBits);
+  return (kBaseProbabilities + literals) * 2;
+}
+
+// A run of entries in memory, and where it lies for whoever reads a fault.
+struct Sequence {
+  unsigned char const* bytes;
+  unsigned long length;
+  unsigned long origin;  // offset of `bytes` in the blob, or in the decoded content
+  bool inDecodedContent;
+  unsigned int depth;  // directories around it
+
+  Sequence Within(unsigned long offset, unsigned long count) const {
+    return {bytes + offset, count, origin + offset, inDecodedContent, depth};
+  }
+};
+
+// Where the parts of one entry begin within its sequence.
+struct EntryLayout {
+  unsigned long start;
+  unsigned long sizeField;
+  unsigned long payload;
+  unsigned long payloadLength;
+  int compressionType;
+  bool isDirectory;
+};
+
+class BlobDecoder {
+ public:
+  BlobDecoder(unsigned long blobLength, BlobFault& fault)
+      : innerBudget_(kInnerAllowance + kGreatestExpansion * blobLength), fault_(fault) {}
+
+  // Absent for an empty sequence and for a malformed one.
+  fileChunk* DecodeSequence(const Sequence& sequence);
+
+ private:
+  bool DecodeEntry(const Sequence& sequence, unsigned long& position, fileChunk& node);
+  bool DecodeHeader(const Sequence& sequence, EntryLayout& entry, fileChunk& node);
+  bool CheckName(const Sequence& sequence, unsigned long offset, unsigned long length);
+  bool CheckLZMAClaim(const Sequence& sequence, unsigned long subHeader, unsigned long streamBound);
+  bool DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& entry, unsigned long& position,
+                       fileChunk& node);
+  bool TakeContent(const Sequence& content, const EntryLayout& entry, fileChunk& node);
+  bool TakeChildren(const Sequence& content, fileChunk& node);
+
+  bool Refuse(const char* reason, const Sequence& sequence, unsigned long offset) {
+    fault_ = {reason, sequence.origin + offset, sequence.inDecodedContent};
+    return false;
+  }
+
+  unsigned long innerBudget_;
+  BlobFault& fault_;
+};
+
+fileChunk* BlobDecoder::DecodeSequence(const Sequence& sequence) {
+  fileChunk* head = nullptr;
+  fileChunk** link = &head;
+  for (unsigned long position = 0; position != sequence.length;) {
+    fileChunk* const node = new (std::nothrow) fileChunk;
+    if (!node) Refuse(kNoMemory, sequence, position);
+    // Linked while it is still empty, so that the list holds all there is to free.
+    *link = node;
+    if (!node || !DecodeEntry(sequence, position, *node)) {
+      DeleteFileChunks(head);
+      return nullptr;
+    }
+    link = &node->next;
+  }
+  return head;
+}
+
+// Fills `node` from the entry at `position`, which moves on to the next entry.
+bool BlobDecoder::DecodeEntry(const Sequence& sequence, unsigned long& position, fileChunk& node) {
+  EntryLayout entry = {};
+  entry.start = position;
+  if (!DecodeHeader(sequence, entry, node)) return false;
+  if (entry.compressionType == kCompressionLZMA) {
+    return DecodeLZMAEntry(sequence, entry, position, node);
+  }
+  position = entry.payload + entry.payloadLength;
+  return TakeContent(sequence.Within(entry.payload, entry.payloadLength), entry, node);
+}
+
+bool BlobDecoder::DecodeHeader(const Sequence& sequence, EntryLayout& entry, fileChunk& node) {
+  const unsigned long start = entry.start;
+  const unsigned long available = sequence.length - start;
+  if (available < kNamelessHeaderLength) return Refuse(kHeaderCutShort, sequence, start);
+  unsigned char const* const header = sequence.bytes + start;
+  if (header[0] != kHeaderVersion) return Refuse(kUnknownVersion, sequence, start);
+  const unsigned long nameLength = header[kNameLengthOffset];
+  if (available < kNamelessHeaderLength + nameLength) {
+    return Refuse(kNameCutShort, sequence, start + kNameLengthOffset);
+  }
+  if (!CheckName(sequence, start + kNameOffset, nameLength)) return false;
+
+  entry.payload = start + decodeHeaderV2(header, entry.compressionType, node.name,
+                                         entry.isDirectory, entry.payloadLength);
+  entry.sizeField = start + kNameOffset + nameLength;
+  if (!node.name) return Refuse(kNoMemory, sequence, start + kNameOffset);
+  if (entry.compressionType != kCompressionStored && entry.compressionType != kCompressionLZMA) {
+    return Refuse(kUnknownType, sequence, start + kFlagsOffset);
+  }
+  if (entry.payloadLength > sequence.length - entry.payload) {
+    return Refuse(kSizeTooLarge, sequence, entry.sizeField);
+  }
+  if (entry.isDirectory && sequence.depth == kMaximumNesting) {
+    return Refuse(kNestedTooDeep, sequence, start + kFlagsOffset);
+  }
+  return true;
+}
+
+// A name is one path leaf, which may end in one slash.
+bool BlobDecoder::CheckName(const Sequence& sequence, unsigned long offset, unsigned long length) {
+  if (length == 0) return true;
+  unsigned char const* const name = sequence.bytes + offset;
+  const unsigned long leafLength = name[length - 1] == '/' ? length - 1 : length;
+  if (memchr(name, '\0', length)) return Refuse(kNameHasNUL, sequence, offset);
+  if (memchr(name, '/', leafLength)) return Refuse(kNameHasSlash, sequence, offset);
+  if ((leafLength == 1 || leafLength == 2) && memcmp(name, "..", leafLength) == 0) {
+    return Refuse(kNameIsDots, sequence, offset);
+  }
+  return true;
+}
+
+// Checks the sub-header of an entry whose stream has at most `streamBound` bytes, before memory
+// is asked for.
+bool BlobDecoder::CheckLZMAClaim(const Sequence& sequence, unsigned long subHeader,
+                                 unsigned long streamBound) {
+  const unsigned long claim = decodeFormattedFileSize(sequence.bytes + subHeader);
+  if (claim > streamBound * kGreatestExpansion) return Refuse(kClaimTooLarge, sequence, subHeader);
+  const unsigned int propertiesByte = sequence.bytes[subHeader + kLZMAPropertiesOffset];
+  if (propertiesByte >= kPropertiesEnd) {
+    return Refuse(kBadProperties, sequence, subHeader + kLZMAPropertiesOffset);
+  }
+  if (!sequence.inDecodedContent) return true;
+
+  const unsigned long cost = claim + ProbabilityTableSize(propertiesByte);
+  if (cost > innerBudget_) return Refuse(kExpandsTooFar, sequence, subHeader);
+  innerBudget_ -= cost;
+  return true;
+}
+
+bool BlobDecoder::DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& entry,
+                                  unsigned long& position, fileChunk& node) {
+  if (entry.payloadLength < kLZMASubHeaderLength) {
+    return Refuse(kSubHeaderCutShort, sequence, entry.sizeField);
+  }
+  const unsigned long stream = entry.payload + kLZMASubHeaderLength;
+  // The size field counts the sub-header, so as a bound of the stream it is 9 too large.
+  const unsigned long available = sequence.length - stream;
+  const unsigned long streamBound =
+      entry.payloadLength < available ? entry.payloadLength : available;
+  if (!CheckLZMAClaim(sequence, entry.payload, streamBound)) return false;
+
+  char const* properties = nullptr;
+  unsigned int propertyCount = 0;
+  unsigned long claim = 0;
+  decodeLZMAHeader(sequence.bytes + entry.payload, properties, propertyCount, claim);
+  auto* const decoded = new (std::nothrow) unsigned char[claim];
+  if (!decoded) return Refuse(kNoMemory, sequence, entry.payload);
+
+  SizeT produced = claim;
+  SizeT consumed = streamBound;
+  ELzmaStatus status = LZMA_STATUS_NOT_SPECIFIED;
+  const SRes result = LzmaDecode(decoded, &produced, sequence.bytes + stream, &consumed,
+                                 reinterpret_cast<Byte const*>(properties), propertyCount,
+                                 LZMA_FINISH_ANY, &status, &GlobalAllocObject);
+  if (result != SZ_OK || consumed > streamBound || produced > claim) {
+    delete[] decoded;
+    return Refuse(result == SZ_ERROR_MEM ? kNoMemory : kBadStream, sequence, stream);
+  }
+  position = stream + consumed;
+
+  if (!entry.isDirectory && produced == claim) {
+    // The array is exactly the private copy that a file node is to own.
+    node.data = decoded;
+    node.size = produced;
+    return true;
+  }
+  const Sequence content = {decoded, produced, 0, true, sequence.depth};
+  const bool taken = TakeContent(content, entry, node);
+  delete[] decoded;
+  return taken;
+}
+
+bool BlobDecoder::TakeContent(const Sequence& content, const EntryLayout& entry, fileChunk& node) {
+  if (entry.isDirectory) return TakeChildren(content, node);
+  node.data = new (std::nothrow) unsigned char[content.length];
+  if (!node.data) return Refuse(kNoMemory, content, 0);
+  memcpy(node.data, content.bytes, content.length);
+  node.size = content.length;
+  return true;
+}
+
+bool BlobDecoder::TakeChildren(const Sequence& content, fileChunk& node) {
+  Sequence children = content;
+  ++children.depth;
+  node.isDirectory = true;
+  node.children = DecodeSequence(children);
+  return !fault_.reason;
+}
+
+}  // namespace
+
+fileChunk* dismantle(unsigned char* buffer, unsigned int length) {
+  BlobFault fault;
+  return dismantle(buffer, length, fault);
+}
+
+fileChunk* dismantle(unsigned char* buffer, unsigned int length, BlobFault& fault) {
+  fault = BlobFault();
+  return BlobDecoder(length, fault).DecodeSequence({buffer, length, 0, false, 0});
+}
+
+fileChunk* DismantleInstallerBlob(fileChunk* sources) {
+  BlobFault fault;
+  return DismantleInstallerBlob(sources, fault);
+}
+
+fileChunk* DismantleInstallerBlob(fileChunk* sources, BlobFault& fault) {
+  fault = BlobFault();
+  fileChunk* first = nullptr;
+  fileChunk* last = nullptr;
+  for (fileChunk* source = sources; source; source = source->next) {
+    fileChunk* const decoded =
+        dismantle(source->data, static_cast<unsigned int>(source->size & kSizeMask), fault);
+    if (fault.reason) {
+      DeleteFileChunks(first);
+      return nullptr;
+    }
+    if (!decoded) continue;
+    if (last) {
+      DeleteFileChunks(last->next);
+      last->next = decoded;
+    } else {
+      first = decoded;
+    }
+    last = decoded;
+  }
+  return first;
+}

@@ -1,0 +1,175 @@
+// From a tree to the bytes of a blob.
+#include <LzmaEnc.h>
+
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "player/utils/InstallerCompressor/BlobFormat.h"
+#include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
+
+namespace {
+
+// Encoder settings; what is not named here keeps the SDK's default.
+constexpr int kLevel = 5;
+constexpr UInt32 kDictionarySize = 1U << 26;
+constexpr int kLiteralContextBits = 3;
+constexpr int kLiteralPositionBits = 0;
+constexpr int kPositionBits = 2;
+constexpr int kFastBytes = 32;
+constexpr int kThreads = 1;
+
+// The LZMA form must be smaller than the stored one by more than this.
+constexpr unsigned long kLeastSaving = 24;
+
+constexpr unsigned long kKilobyteShift = 10;
+constexpr unsigned long kMegabyteShift = 20;
+constexpr unsigned long kGigabyteShift = 30;
+
+// The length that `totalSizeof` gives modulo 2^32.
+unsigned long EncodedLength(fileChunk* list, unsigned long subHeaderLength) {
+  unsigned long length = 0;
+  for (fileChunk* node = list; node; node = node->next) {
+    length += SizeofFormattedGenericHeader(node->name) + subHeaderLength;
+    length +=
+        node->isDirectory ? EncodedLength(node->children, subHeaderLength) : node->size & kSizeMask;
+  }
+  return length;
+}
+
+// Returns where it stopped writing.
+unsigned char* FlattenList(unsigned char* position, fileChunk* list) {
+  for (fileChunk* node = list; node; node = node->next) {
+    unsigned char* const header = position;
+    const unsigned long headerLength = WriteFormattedGenericHeader(
+        header, kCompressionStored, node->isDirectory, node->name, node->size);
+    position += headerLength;
+    if (node->isDirectory) {
+      // The size is known once the children are written: asking for it first would walk the
+      // subtree once for every directory above it.
+      position = FlattenList(position, node->children);
+      const unsigned long contentLength =
+          static_cast<unsigned long>(position - header) - headerLength;
+      WriteFormattedFileSize(header + headerLength - 4,
+                             static_cast<unsigned int>(contentLength & kSizeMask));
+      continue;
+    }
+    const unsigned long size = node->size & kSizeMask;
+    if (size != 0) memcpy(position, node->data, size);
+    position += size;
+  }
+  return position;
+}
+
+CLzmaEncProps EncoderSettings() {
+  CLzmaEncProps settings;
+  LzmaEncProps_Init(&settings);
+  settings.level = kLevel;
+  settings.dictSize = kDictionarySize;
+  settings.lc = kLiteralContextBits;
+  settings.lp = kLiteralPositionBits;
+  settings.pb = kPositionBits;
+  settings.fb = kFastBytes;
+  settings.numThreads = kThreads;
+  return settings;
+}
+
+// Writes the LZMA entry of `chunk` at `entry`, which has room for its header, the sub-header
+// and `chunk->size` bytes. Returns the entry's length, or 0 when compressing does not pay.
+unsigned long WriteCompressedEntry(unsigned char* entry, unsigned long headerLength,
+                                   fileChunk* chunk) {
+  const CLzmaEncProps settings = EncoderSettings();
+  unsigned char properties[kLZMAPropertyCount];
+  SizeT propertyCount = sizeof(properties);
+  SizeT streamLength = chunk->size;
+  unsigned char* const subHeader = entry + headerLength;
+  const SRes result =
+      LzmaEncode(subHeader + kLZMASubHeaderLength, &streamLength, chunk->data, chunk->size,
+                 &settings, properties, &propertyCount,
+                 /*writeEndMark=*/0, nullptr, &GlobalAllocObject, &GlobalAllocObject);
+  if (result != SZ_OK || streamLength + kLeastSaving >= chunk->size) return 0;
+
+  WriteFormattedLZMASubHeader(subHeader, static_cast<unsigned int>(chunk->size & kSizeMask),
+                              reinterpret_cast<char*>(properties),
+                              static_cast<unsigned int>(propertyCount));
+  const unsigned long payloadLength = kLZMASubHeaderLength + streamLength;
+  WriteFormattedGenericHeader(entry, kCompressionLZMA, chunk->isDirectory, chunk->name,
+                              payloadLength);
+  return headerLength + payloadLength;
+}
+
+unsigned long WriteStoredEntry(unsigned char* entry, unsigned long headerLength, fileChunk* chunk) {
+  WriteFormattedGenericHeader(entry, kCompressionStored, chunk->isDirectory, chunk->name,
+                              chunk->size);
+  memcpy(entry + headerLength, chunk->data, chunk->size);
+  return headerLength + chunk->size;
+}
+
+void PrintSize(unsigned long size) {
+  if (size < 1UL << kKilobyteShift) {
+    printf(" (%lu bytes)\n", size);
+  } else if (size < 1UL << kMegabyteShift) {
+    printf(" (%lu KB)\n", size >> kKilobyteShift);
+  } else if (size < 1UL << kGigabyteShift) {
+    printf(" (%lu MB)\n", size >> kMegabyteShift);
+  } else {
+    printf(" (%lu GB)\n", size >> kGigabyteShift);
+  }
+}
+
+}  // namespace
+
+unsigned int totalSizeof(fileChunk* list, int compressionType) {
+  const unsigned long subHeaderLength =
+      compressionType == kCompressionLZMA ? SizeofFormattedLZMASubHeader() : 0;
+  return static_cast<unsigned int>(EncodedLength(list, subHeaderLength) & kSizeMask);
+}
+
+unsigned int flatten(unsigned char* buffer, fileChunk* list) {
+  const unsigned char* const end = FlattenList(buffer, list);
+  return static_cast<unsigned int>(static_cast<unsigned long>(end - buffer) & kSizeMask);
+}
+
+fileChunk* PrepareSourceForSolidCompression(fileChunk* list) {
+  const unsigned long length = EncodedLength(list, 0);
+  if (length > kSizeMask) return nullptr;
+  auto* const data = new (std::nothrow) unsigned char[length];
+  if (!data) return nullptr;
+
+  flatten(data, list);
+  auto* const root = new fileChunk;
+  root->isDirectory = true;
+  root->size = length;
+  root->data = data;
+  return root;
+}
+
+fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType) {
+  if (!chunk || chunk->size == 0) return nullptr;
+  if (compressionType != kCompressionStored && compressionType != kCompressionLZMA) return nullptr;
+
+  const bool compress = compressionType == kCompressionLZMA;
+  const unsigned long headerLength = SizeofFormattedGenericHeader(chunk->name);
+  const unsigned long subHeaderLength = compress ? kLZMASubHeaderLength : 0;
+  auto* const entry =
+      new (std::nothrow) unsigned char[headerLength + subHeaderLength + chunk->size];
+  if (!entry) return nullptr;
+
+  auto* const formatted = new fileChunk;
+  formatted->data = entry;
+  if (compress) formatted->size = WriteCompressedEntry(entry, headerLength, chunk);
+  if (formatted->size == 0) formatted->size = WriteStoredEntry(entry, headerLength, chunk);
+  return formatted;
+}
+
+void Verify(fileChunk* list, int depth) {
+  for (fileChunk* node = list; node; node = node->next) {
+    for (int level = 0; level < depth; ++level) printf("  ");
+    printf("- %s%s", node->name ? node->name : "", node->isDirectory ? "/\n" : "");
+    if (node->isDirectory) {
+      Verify(node->children, depth + 1);
+    } else {
+      PrintSize(node->size);
+    }
+  }
+}

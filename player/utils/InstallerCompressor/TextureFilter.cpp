@@ -1,0 +1,61 @@
+// Alpha premultiplication of run-length encoded Truevision TGA images.
+#include <cstring>
+#include <new>
+
+#include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
+
+namespace {
+
+constexpr unsigned long kImageHeaderLength = 18;
+constexpr unsigned int kPixelDepthOffset = 16;
+constexpr unsigned long kBytesPerPixel = 4;
+constexpr unsigned int kAlphaOffset = 3;
+
+// A packet's first byte: whether one pixel stands for a run, and the count minus one.
+constexpr unsigned int kRunFlag = 0x80;
+constexpr unsigned int kCountMask = 0x7F;
+
+void PremultiplyPixel(unsigned char const* pixel, unsigned char* output) {
+  const unsigned int alpha = pixel[kAlphaOffset];
+  for (unsigned int channel = 0; channel < kAlphaOffset; ++channel) {
+    // By 256, not 255, and cut off: 255 under alpha 255 becomes 254, on purpose.
+    output[channel] = static_cast<unsigned char>(pixel[channel] * alpha >> 8);
+  }
+  output[kAlphaOffset] = pixel[kAlphaOffset];
+}
+
+// Filters the packets from `input` to `end`; false when the last one runs past `end`.
+bool PremultiplyPackets(unsigned char const* input, unsigned char const* end,
+                        unsigned char* output) {
+  while (input != end) {
+    const unsigned char packet = *input++;
+    *output++ = packet;
+    const unsigned long pixels = packet & kRunFlag ? 1 : (packet & kCountMask) + 1;
+    if (static_cast<unsigned long>(end - input) < pixels * kBytesPerPixel) return false;
+    for (unsigned long pixel = 0; pixel < pixels; ++pixel) {
+      PremultiplyPixel(input, output);
+      input += kBytesPerPixel;
+      output += kBytesPerPixel;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+fileChunk* PremultiplyTexture(fileChunk const* chunk) {
+  if (!chunk || !chunk->data || chunk->size < kImageHeaderLength) return nullptr;
+  if (chunk->data[kPixelDepthOffset] >> 3 != kBytesPerPixel) return nullptr;
+  auto* const image = new (std::nothrow) unsigned char[chunk->size];
+  if (!image) return nullptr;
+
+  auto* result = new fileChunk;
+  result->data = image;
+  result->size = chunk->size;
+  memcpy(image, chunk->data, kImageHeaderLength);
+  if (!PremultiplyPackets(chunk->data + kImageHeaderLength, chunk->data + chunk->size,
+                          image + kImageHeaderLength)) {
+    DeleteFileChunks(result);
+  }
+  return result;
+}
