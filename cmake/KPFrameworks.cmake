@@ -1,7 +1,32 @@
-# kp_host: the macOS frameworks that the product uses.
+# kp_host: the macOS frameworks that the product uses, and the rules of the
+# oldest release that it runs on.
+
+# 10.6 has GCC's C++ library only. Nothing of the C++ library is linked but its
+# memory operators and its run-time support, which both libraries share; the
+# headers are the SDK's.
+add_link_options(-stdlib=libstdc++)
+add_compile_options(
+  # 10.6 has neither delete operator.
+  $<$<COMPILE_LANGUAGE:CXX,OBJCXX>:-fno-sized-deallocation>
+  $<$<COMPILE_LANGUAGE:CXX,OBJCXX>:-fno-aligned-allocation>)
+
+# Every use of an API that is newer than the deployment target is an error.
+target_compile_options(kp_options INTERFACE -Wunguarded-availability)
+
 add_library(kp_host INTERFACE)
 target_link_libraries(kp_host INTERFACE
   "-framework Foundation"
+  "-framework CoreFoundation"
   "-framework SystemConfiguration"
-  "-framework Security"
-  "-framework ServiceManagement")
+  "-framework Security")
+# Categories are reached by no symbol; members of an archive that hold
+# Objective-C code are linked all the same.
+target_link_options(kp_host INTERFACE -ObjC)
+
+# The elevated launch uses ServiceManagement, which is there from 10.6 on; SDKs
+# that were cut down to a few frameworks do not have it.
+find_path(KP_SERVICE_MANAGEMENT_HEADERS ServiceManagement/ServiceManagement.h)
+if(NOT KP_SERVICE_MANAGEMENT_HEADERS)
+  target_include_directories(kp_host SYSTEM INTERFACE
+    "${CMAKE_SOURCE_DIR}/shared/platform/mac/compat")
+endif()

@@ -5,7 +5,7 @@
 # 9.22), whose allocator functions take void* instead of ISzAllocPtr. Both kinds compile.
 find_path(LZMA_SDK_DIR NAMES LzmaDec.c
   PATHS "${CMAKE_SOURCE_DIR}/.cache/lzma-sdk/C" /usr/include/lzma
-  DOC "Folder with the LZMA SDK's C sources" NO_DEFAULT_PATH REQUIRED)
+  DOC "Folder with the LZMA SDK's C sources" NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 message(STATUS "LZMA SDK: ${LZMA_SDK_DIR}")
 
 set(LZMA_SDK_SOURCES)

@@ -1,0 +1,109 @@
+#!/usr/bin/env python3
+"""Lists what a Mach-O executable imports, and fails on what macOS 10.6 does not have.
+
+    scripts/macos_imports.py [--table] EXECUTABLE
+
+Availability marks in the SDK's headers let the compiler refuse newer functions, classes and
+methods. This looks at what no mark covers: symbols that the compiler or the C++ headers bring
+in by themselves, functions that headers declare without a mark, and libraries.
+"""
+
+import argparse
+import collections
+import re
+import shutil
+import subprocess
+import sys
+
+# The libraries of 10.6 that the product may load, by the name that nm prints.
+LIBRARIES = {
+    "CoreFoundation", "Foundation", "Security", "ServiceManagement", "SystemConfiguration",
+    "libSystem", "libobjc", "libstdc++",
+}
+
+# What GCC's C++ library of 10.6 shares with the one whose headers are compiled: memory
+# operators without size or alignment, exception handling, run-time types.
+CXX_RUNTIME = re.compile(
+    r"__Zn[wa]m(RKSt9nothrow_t)?|__Zd[la]Pv(RKSt9nothrow_t)?|__ZSt7nothrow|__ZSt9terminatev"
+    r"|___cxa_(allocate_exception|free_exception|throw|rethrow|begin_catch|end_catch"
+    r"|get_exception_ptr|guard_acquire|guard_release|guard_abort|pure_virtual|call_unexpected"
+    r"|bad_cast|bad_typeid)"
+    r"|___gxx_personality_v0|___dynamic_cast|__ZTVN10__cxxabiv1\w+"
+    r"|__ZT[IVS]St(9exception|9bad_alloc)|__ZNK?St(9exception|9bad_alloc)(D[012]Ev|4whatEv)")
+
+# Names that came after 10.6: from the compiler, or undated in headers.
+NEWER = re.compile(
+    # Reference counting by the compiler (10.7), its allocation shortcuts (10.14.4 and later).
+    r"_objc_(retain|release|autorelease|store|load|copyWeak|moveWeak|initWeak|destroyWeak)\w*"
+    r"|_objc_(alloc|allocWithZone|alloc_init|opt_\w+|unsafeClaim\w+)"
+    r"|_objc_(get|set)Property_\w+|_objc_setProperty_\w+"
+    # Boxed and constant literals.
+    r"|_OBJC_CLASS_\$_NSConstant\w+"
+    r"|___chkstk_darwin|___darwin_check_fd_set_overflow|__tlv_\w+|___ubsan\w*|___asan\w*"
+    # The C library since 10.7.
+    r"|_(getline|getdelim|strnlen|strndup|stpncpy|memmem|dprintf|vdprintf|wcsdup|wcsnlen"
+    r"|memset_s|clock_gettime\w*|clock_getres|fdopendir\S*|openat|fstatat\S*|unlinkat|mkdirat"
+    r"|renameat\w*|renamex_np|linkat|symlinkat|readlinkat|fchmodat|fchownat|faccessat"
+    r"|getattrlistat|utimensat|futimens|mkostemps?|mkstempsat_np|open_memstream|fmemopen"
+    r"|getentropy|timingsafe_bcmp|os_log\w*|__os_log\w*|qsort_s|aligned_alloc|timespec_get"
+    r"|at_quick_exit|quick_exit|pthread_setname_np|pthread_getname_np|sysdir_\w+)")
+
+IMPORT = re.compile(r"\(undefined\).*? external (\S+) \(from (\S+)\)")
+
+
+def imports(nm, executable):
+    """The imported symbols by library, as nm prints both."""
+    output = subprocess.run([nm, "-m", "-u", executable], check=True, text=True,
+                            stdout=subprocess.PIPE).stdout
+    table = collections.defaultdict(list)
+    for line in output.splitlines():
+        if not line.strip():
+            continue
+        match = IMPORT.search(line)
+        if not match:
+            raise SystemExit(f"macos_imports: {executable}: not understood: {line.strip()}")
+        table[match.group(2)].append(match.group(1))
+    return table
+
+
+def faults(table):
+    """What 10.6 does not have, one line each."""
+    for library, symbols in sorted(table.items()):
+        if library not in LIBRARIES:
+            yield f"library {library} ({', '.join(symbols[:3])} ...)"
+            continue
+        for symbol in symbols:
+            if library == "libstdc++" and not CXX_RUNTIME.fullmatch(symbol):
+                yield f"{symbol}: not shared by the C++ libraries"
+            elif NEWER.fullmatch(symbol):
+                yield f"{symbol} (from {library}): newer than 10.6"
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
+    parser.add_argument("executable")
+    parser.add_argument("--nm", default=shutil.which("llvm-nm") or "llvm-nm-14",
+                        help="LLVM's nm")
+    parser.add_argument("--table", action="store_true", help="print every import")
+    arguments = parser.parse_args()
+
+    table = imports(arguments.nm, arguments.executable)
+    if not table:
+        raise SystemExit(f"macos_imports: {arguments.executable}: imports nothing")
+    if arguments.table:
+        print("| library | imports |\n|---|---|")
+        for library, symbols in sorted(table.items()):
+            names = ", ".join(f"`{symbol.removeprefix('_')}`" for symbol in sorted(symbols))
+            print(f"| {library} | {names} |")
+    found = list(faults(table))
+    for fault in found:
+        print(f"macos_imports: {arguments.executable}: {fault}", file=sys.stderr)
+    if found:
+        return 1
+    print(f"imports: {sum(map(len, table.values()))} symbols of {len(table)} libraries, "
+          "none newer than 10.6", file=sys.stderr if arguments.table else sys.stdout)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
