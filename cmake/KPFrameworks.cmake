@@ -18,7 +18,8 @@ target_link_libraries(kp_host INTERFACE
   "-framework Foundation"
   "-framework CoreFoundation"
   "-framework SystemConfiguration"
-  "-framework Security")
+  "-framework Security"
+  "-framework ServiceManagement")
 # Categories are reached by no symbol; members of an archive that hold
 # Objective-C code are linked all the same.
 target_link_options(kp_host INTERFACE -ObjC)
@@ -30,3 +31,11 @@ if(NOT KP_SERVICE_MANAGEMENT_HEADERS)
   target_include_directories(kp_host SYSTEM INTERFACE
     "${CMAKE_SOURCE_DIR}/shared/platform/mac/compat")
 endif()
+
+# kp_use_cxx_library(TARGET): for an engineer's tool, which does not run on customers'
+# machines and may use the C++ library freely. It asks for a release that has libc++
+# with all of C++17.
+function(kp_use_cxx_library TARGET)
+  target_compile_options(${TARGET} PRIVATE -mmacosx-version-min=10.15)
+  target_link_options(${TARGET} PRIVATE -mmacosx-version-min=10.15 -stdlib=libc++)
+endfunction()

@@ -35,6 +35,13 @@ done
 [ -d "$sdk/usr/include" ] || fail "$sdk: no SDK: usr/include is missing"
 sdk=$(cd "$sdk" && pwd)
 
+# Builds targets; shows the build's output only when it fails.
+build_targets() {
+    ninja -C "$build" --quiet "$@" > "$build/ninja.log" 2>&1 && return
+    cat "$build/ninja.log" >&2
+    return 1
+}
+
 # The first of LLVM's tools under its plain name or with the release in it.
 llvm_tool() {
     command -v "$1" || command -v "$1-14" || fail "$1 is missing (Debian: llvm)"
@@ -66,7 +73,7 @@ mkdir -p "$build"
 
 mapfile -t objects < <(ninja -C "$build" -t targets all | sed -n 's/^\(.*\.o\): .*/\1/p')
 [ ${#objects[@]} -gt 0 ] || fail "the build has no sources"
-ninja -C "$build" --quiet "${objects[@]}" || fail "compiling failed"
+build_targets "${objects[@]}" || fail "compiling failed"
 
 mapfile -t sources < <(cd "$repo" && git ls-files "${product[@]}" |
     grep -E '\.(c|cc|cpp|m|mm)$')
@@ -100,7 +107,7 @@ version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
 check_executable() {
     local name=$1 minimum=$2 file=$build/bin/$1
     local headers
-    ninja -C "$build" --quiet "$name" || fail "linking $name failed"
+    build_targets "$name" || fail "linking $name failed"
 
     headers=$("$objdump" --macho --private-headers "$file")
     grep -q 'MH_MAGIC_64 *X86_64 .*EXECUTE' <<< "$headers" ||
@@ -116,3 +123,11 @@ check_executable() {
 check_executable finalizer 10.6
 /usr/bin/env python3 "$repo/scripts/macos_imports.py" --nm "$nm" "$build/bin/finalizer" ||
     fail "finalizer imports what macOS 10.6 does not have"
+
+if [[ " ${product[*]} " == *" tools "* ]]; then
+    if [ -e "$sdk/usr/lib/libc++.tbd" ]; then
+        check_executable kpim 10.15
+    else
+        echo "kpim: not linked: the SDK has no usr/lib/libc++.tbd"
+    fi
+fi

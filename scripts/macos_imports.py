@@ -70,7 +70,7 @@ def faults(table):
     """What 10.6 does not have, one line each."""
     for library, symbols in sorted(table.items()):
         if library not in LIBRARIES:
-            yield f"library {library} ({', '.join(symbols[:3])} ...)"
+            yield f"library {library} ({', '.join(symbols)})"
             continue
         for symbol in symbols:
             if library == "libstdc++" and not CXX_RUNTIME.fullmatch(symbol):

@@ -1,0 +1,84 @@
+"""The script that refuses imports newer than macOS 10.6, against listings as nm prints them."""
+
+import pathlib
+import stat
+import subprocess
+
+import pytest
+
+SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "scripts/macos_imports.py"
+
+
+def imported(symbol, library):
+    return f"                 (undefined) external {symbol} (from {library})\n"
+
+
+OLD = (imported("_objc_msgSend", "libobjc") + imported("_objc_enumerationMutation", "libobjc")
+       + imported("_OBJC_CLASS_$_NSURL", "CoreFoundation")
+       + imported("_opendir$INODE64", "libSystem") + imported("___bzero", "libSystem")
+       + imported("__Znam", "libstdc++") + imported("__ZdaPv", "libstdc++")
+       + imported("___gxx_personality_v0", "libstdc++")
+       + imported("__ZTVN10__cxxabiv120__si_class_type_infoE", "libstdc++")
+       + imported("_SMJobSubmit", "ServiceManagement"))
+
+
+@pytest.fixture
+def check(tmp_path):
+    """Runs the script on an executable whose imports nm lists as `listing`."""
+    def run(listing, *arguments):
+        (tmp_path / "listing").write_text(listing)
+        nm = tmp_path / "nm"
+        nm.write_text(f'#!/bin/sh\ncat "{tmp_path}/listing"\n')
+        nm.chmod(nm.stat().st_mode | stat.S_IXUSR)
+        return subprocess.run([SCRIPT, "--nm", nm, *arguments, "program"],
+                              text=True, capture_output=True, check=False)
+    return run
+
+
+def test_what_10_6_has_passes(check):
+    result = check(OLD)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout == "imports: 10 symbols of 5 libraries, none newer than 10.6\n"
+
+
+@pytest.mark.parametrize("symbol, library", [
+    ("_objc_retain", "libobjc"), ("_objc_autoreleasePoolPush", "libobjc"),
+    ("_objc_alloc_init", "libobjc"), ("_objc_opt_class", "libobjc"),
+    ("_OBJC_CLASS_$_NSConstantArray", "CoreFoundation"),
+    ("___chkstk_darwin", "libSystem"), ("_openat", "libSystem"),
+    ("_fdopendir$INODE64", "libSystem"), ("_getline", "libSystem"),
+    ("_clock_gettime", "libSystem"),
+    ("__ZdlPvm", "libstdc++"), ("__ZnwmSt11align_val_t", "libstdc++"),
+    ("__ZNSt11logic_errorC2EPKc", "libstdc++"), ("__ZTVSt12length_error", "libstdc++"),
+    ("__ZNSt3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEED1Ev", "libstdc++"),
+])
+def test_a_newer_symbol_is_refused_by_name(check, symbol, library):
+    result = check(OLD + imported(symbol, library))
+    assert result.returncode == 1
+    assert len(result.stderr.splitlines()) == 1 and symbol in result.stderr
+
+
+def test_a_library_that_10_6_lacks_is_refused(check):
+    result = check(OLD + imported("__ZdlPv", "libc++"))
+    assert result.returncode == 1
+    assert "library libc++ (__ZdlPv)" in result.stderr
+
+
+def test_a_line_that_is_not_understood_is_an_error(check):
+    result = check(OLD + "program: no symbols\n")
+    assert result.returncode == 1
+    assert "not understood: program: no symbols" in result.stderr
+
+
+def test_nothing_imported_is_an_error(check):
+    result = check("")
+    assert result.returncode == 1
+    assert "imports nothing" in result.stderr
+
+
+def test_the_table_lists_every_import_without_the_compilers_underscore(check):
+    result = check(imported("_b", "libSystem") + imported("_a", "libSystem")
+                   + imported("_objc_msgSend", "libobjc"), "--table")
+    assert result.returncode == 0
+    assert result.stdout == ("| library | imports |\n|---|---|\n"
+                             "| libSystem | `a`, `b` |\n| libobjc | `objc_msgSend` |\n")
