@@ -121,7 +121,8 @@ check_executable() {
 }
 
 check_executable finalizer 10.6
-/usr/bin/env python3 "$repo/scripts/macos_imports.py" --nm "$nm" "$build/bin/finalizer" ||
+/usr/bin/env python3 "$repo/scripts/macos_imports.py" --nm "$nm" --objdump "$objdump" \
+    "$build/bin/finalizer" ||
     fail "finalizer imports what macOS 10.6 does not have"
 
 if [[ " ${product[*]} " == *" tools "* ]]; then

@@ -15,10 +15,16 @@ import shutil
 import subprocess
 import sys
 
-# The libraries of 10.6 that the product may load, by the name that nm prints.
+# The libraries of 10.6 that the product may load.
 LIBRARIES = {
-    "CoreFoundation", "Foundation", "Security", "ServiceManagement", "SystemConfiguration",
-    "libSystem", "libobjc", "libstdc++",
+    "/System/Library/Frameworks/CoreFoundation.framework/Versions/A/CoreFoundation",
+    "/System/Library/Frameworks/Foundation.framework/Versions/C/Foundation",
+    "/System/Library/Frameworks/Security.framework/Versions/A/Security",
+    "/System/Library/Frameworks/ServiceManagement.framework/Versions/A/ServiceManagement",
+    "/System/Library/Frameworks/SystemConfiguration.framework/Versions/A/SystemConfiguration",
+    "/usr/lib/libSystem.B.dylib",
+    "/usr/lib/libobjc.A.dylib",
+    "/usr/lib/libstdc++.6.dylib",
 }
 
 # What GCC's C++ library of 10.6 shares with the one whose headers are compiled: memory
@@ -36,7 +42,7 @@ NEWER = re.compile(
     # Reference counting by the compiler (10.7), its allocation shortcuts (10.14.4 and later).
     r"_objc_(retain|release|autorelease|store|load|copyWeak|moveWeak|initWeak|destroyWeak)\w*"
     r"|_objc_(alloc|allocWithZone|alloc_init|opt_\w+|unsafeClaim\w+)"
-    r"|_objc_(get|set)Property_\w+|_objc_setProperty_\w+"
+    r"|_objc_setProperty_\w+"
     # Boxed and constant literals.
     r"|_OBJC_CLASS_\$_NSConstant\w+"
     r"|___chkstk_darwin|___darwin_check_fd_set_overflow|__tlv_\w+|___ubsan\w*|___asan\w*"
@@ -48,15 +54,24 @@ NEWER = re.compile(
     r"|getentropy|timingsafe_bcmp|os_log\w*|__os_log\w*|qsort_s|aligned_alloc|timespec_get"
     r"|at_quick_exit|quick_exit|pthread_setname_np|pthread_getname_np|sysdir_\w+)")
 
+LOAD = re.compile(r"\s+(/.*) \(compatibility version .*\)")
 IMPORT = re.compile(r"\(undefined\).*? external (\S+) \(from (\S+)\)")
+
+
+def output_of(*command):
+    return subprocess.run(command, check=True, text=True, stdout=subprocess.PIPE).stdout
+
+
+def loads(objdump, executable):
+    """The install names of the libraries that the executable loads."""
+    lines = output_of(objdump, "--macho", "--dylibs-used", executable).splitlines()
+    return [match.group(1) for match in map(LOAD.fullmatch, lines) if match]
 
 
 def imports(nm, executable):
     """The imported symbols by library, as nm prints both."""
-    output = subprocess.run([nm, "-m", "-u", executable], check=True, text=True,
-                            stdout=subprocess.PIPE).stdout
     table = collections.defaultdict(list)
-    for line in output.splitlines():
+    for line in output_of(nm, "-m", "-u", executable).splitlines():
         if not line.strip():
             continue
         match = IMPORT.search(line)
@@ -66,12 +81,12 @@ def imports(nm, executable):
     return table
 
 
-def faults(table):
+def faults(loaded, table):
     """What 10.6 does not have, one line each."""
-    for library, symbols in sorted(table.items()):
+    for library in loaded:
         if library not in LIBRARIES:
-            yield f"library {library} ({', '.join(symbols)})"
-            continue
+            yield f"{library}: not a library that the product may load"
+    for library, symbols in sorted(table.items()):
         for symbol in symbols:
             if library == "libstdc++" and not CXX_RUNTIME.fullmatch(symbol):
                 yield f"{symbol}: not shared by the C++ libraries"
@@ -84,18 +99,22 @@ def main():
     parser.add_argument("executable")
     parser.add_argument("--nm", default=shutil.which("llvm-nm") or "llvm-nm-14",
                         help="LLVM's nm")
+    parser.add_argument("--objdump",
+                        default=shutil.which("llvm-objdump") or "llvm-objdump-14",
+                        help="LLVM's objdump")
     parser.add_argument("--table", action="store_true", help="print every import")
     arguments = parser.parse_args()
 
+    loaded = loads(arguments.objdump, arguments.executable)
     table = imports(arguments.nm, arguments.executable)
-    if not table:
+    if not loaded or not table:
         raise SystemExit(f"macos_imports: {arguments.executable}: imports nothing")
     if arguments.table:
         print("| library | imports |\n|---|---|")
         for library, symbols in sorted(table.items()):
             names = ", ".join(f"`{symbol.removeprefix('_')}`" for symbol in sorted(symbols))
             print(f"| {library} | {names} |")
-    found = list(faults(table))
+    found = list(faults(loaded, table))
     for fault in found:
         print(f"macos_imports: {arguments.executable}: {fault}", file=sys.stderr)
     if found:

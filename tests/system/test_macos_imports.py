@@ -22,15 +22,29 @@ OLD = (imported("_objc_msgSend", "libobjc") + imported("_objc_enumerationMutatio
        + imported("_SMJobSubmit", "ServiceManagement"))
 
 
+def loaded(library):
+    return f"\t{library} (compatibility version 1.0.0, current version 7.9.0)\n"
+
+
+OLD_LIBRARIES = ("program:\n" + loaded("/usr/lib/libSystem.B.dylib")
+                 + loaded("/usr/lib/libstdc++.6.dylib"))
+
+
+def tool(path, output):
+    """A program that prints `output`."""
+    path.with_suffix(".out").write_text(output)
+    path.write_text(f'#!/bin/sh\ncat "{path.with_suffix(".out")}"\n')
+    path.chmod(path.stat().st_mode | stat.S_IXUSR)
+    return path
+
+
 @pytest.fixture
 def check(tmp_path):
-    """Runs the script on an executable whose imports nm lists as `listing`."""
-    def run(listing, *arguments):
-        (tmp_path / "listing").write_text(listing)
-        nm = tmp_path / "nm"
-        nm.write_text(f'#!/bin/sh\ncat "{tmp_path}/listing"\n')
-        nm.chmod(nm.stat().st_mode | stat.S_IXUSR)
-        return subprocess.run([SCRIPT, "--nm", nm, *arguments, "program"],
+    """Runs the script on an executable whose imports and libraries are listed as given."""
+    def run(imports, *arguments, libraries=OLD_LIBRARIES):
+        nm = tool(tmp_path / "nm", imports)
+        objdump = tool(tmp_path / "objdump", libraries)
+        return subprocess.run([SCRIPT, "--nm", nm, "--objdump", objdump, *arguments, "program"],
                               text=True, capture_output=True, check=False)
     return run
 
@@ -58,10 +72,15 @@ def test_a_newer_symbol_is_refused_by_name(check, symbol, library):
     assert len(result.stderr.splitlines()) == 1 and symbol in result.stderr
 
 
-def test_a_library_that_10_6_lacks_is_refused(check):
-    result = check(OLD + imported("__ZdlPv", "libc++"))
+@pytest.mark.parametrize("library", [
+    "/usr/lib/libc++.1.dylib", "/opt/local/lib/libstdc++.6.dylib",
+    "/System/Library/Frameworks/Combine.framework/Versions/A/Combine",
+])
+def test_another_library_is_refused_even_when_nothing_is_imported_from_it(check, library):
+    result = check(OLD, libraries=OLD_LIBRARIES + loaded(library))
     assert result.returncode == 1
-    assert "library libc++ (__ZdlPv)" in result.stderr
+    assert result.stderr == (f"macos_imports: program: {library}: "
+                             "not a library that the product may load\n")
 
 
 def test_a_line_that_is_not_understood_is_an_error(check):
