@@ -1,17 +1,24 @@
-# kp_host: the macOS frameworks that the product uses, and the rules of the
-# oldest release that it runs on.
+# kp_host: the macOS frameworks that the product uses, and the rules of the oldest
+# release that the build is for.
 
-# 10.6 has GCC's C++ library only. Nothing of the C++ library is linked but its
-# memory operators and its run-time support, which both libraries share; the
-# headers are the SDK's.
-add_link_options(-stdlib=libstdc++)
-add_compile_options(
-  # 10.6 has neither delete operator.
-  $<$<COMPILE_LANGUAGE:CXX,OBJCXX>:-fno-sized-deallocation>
-  $<$<COMPILE_LANGUAGE:CXX,OBJCXX>:-fno-aligned-allocation>)
+# Before 10.9 a program cannot count on libc++. Nothing of the C++ library is linked but
+# its memory operators and its run-time support, which GCC's library has, too; the headers
+# are the SDK's.
+if(CMAKE_OSX_DEPLOYMENT_TARGET AND CMAKE_OSX_DEPLOYMENT_TARGET VERSION_LESS 10.9)
+  add_link_options(-stdlib=libstdc++)
+  # Its delete operators take neither a size nor an alignment.
+  add_compile_options(
+    $<$<COMPILE_LANGUAGE:CXX,OBJCXX>:-fno-sized-deallocation>
+    $<$<COMPILE_LANGUAGE:CXX,OBJCXX>:-fno-aligned-allocation>)
+else()
+  add_link_options(-stdlib=libc++)
+endif()
 
-# Every use of an API that is newer than the deployment target is an error.
-target_compile_options(kp_options INTERFACE -Wunguarded-availability)
+target_compile_options(kp_options INTERFACE
+  # Every use of an API that is newer than the deployment target is an error.
+  -Wunguarded-availability
+  # What 10.6 has is used, whatever has replaced it since.
+  -Wno-deprecated-declarations)
 
 add_library(kp_host INTERFACE)
 target_link_libraries(kp_host INTERFACE
