@@ -27,9 +27,12 @@ target_link_libraries(kp_host INTERFACE
   "-framework SystemConfiguration"
   "-framework Security"
   "-framework ServiceManagement")
-# Categories are reached by no symbol; members of an archive that hold
-# Objective-C code are linked all the same.
-target_link_options(kp_host INTERFACE -ObjC)
+target_link_options(kp_host INTERFACE
+  # Categories are reached by no symbol; members of an archive that hold Objective-C
+  # code are linked all the same.
+  -ObjC
+  # A framework from which an executable imports nothing is not loaded.
+  LINKER:-dead_strip_dylibs)
 
 # The elevated launch uses ServiceManagement, which is there from 10.6 on; SDKs
 # that were cut down to a few frameworks do not have it.
