@@ -16,6 +16,9 @@ if(GNUstepBase_FOUND AND NOT TARGET GNUstep::Base)
   # dependency files are the build's own business.
   list(FILTER GNUSTEP_FLAGS INCLUDE REGEX
     "^(-D|-fno-strict-aliasing|-fexceptions|-fobjc-exceptions|-fconstant-string-class|-pthread)")
+  # clang refuses it for plain C++, in which tests link Foundation too.
+  list(TRANSFORM GNUSTEP_FLAGS REPLACE "^-fobjc-exceptions$"
+    "$<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-exceptions>")
   # The Objective-C runtime's headers lie in GCC's folder, which must not hide
   # clang's own headers.
   get_filename_component(OBJC_LIBRARY_DIR "${GNUSTEP_OBJC_LIBRARY}" DIRECTORY)
