@@ -1,5 +1,6 @@
 // From the bytes of a blob to a tree. A blob is not trusted: every field is checked against
 // the bytes that are really there before it is used, and the first fault refuses the whole.
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -19,6 +20,7 @@ constexpr char kSizeTooLarge[] = "an entry's size runs past the end";
 constexpr char kSubHeaderCutShort[] = "an entry's size has no room for the LZMA sub-header";
 constexpr char kClaimTooLarge[] = "an entry claims more than its LZMA stream can hold";
 constexpr char kBadProperties[] = "an entry has invalid LZMA properties";
+constexpr char kStreamTooLong[] = "an entry's LZMA stream runs past its size";
 constexpr char kBadStream[] = "an entry's LZMA stream is damaged";
 constexpr char kExpandsTooFar[] = "LZMA entries within LZMA entries expand too far";
 constexpr char kNestedTooDeep[] = "directories are nested too deep";
@@ -87,9 +89,12 @@ class BlobDecoder {
   bool DecodeEntry(const Sequence& sequence, unsigned long& position, fileChunk& node);
   bool DecodeHeader(const Sequence& sequence, EntryLayout& entry, fileChunk& node);
   bool CheckName(const Sequence& sequence, unsigned long offset, unsigned long length);
-  bool CheckLZMAClaim(const Sequence& sequence, unsigned long subHeader, unsigned long streamBound);
+  bool CheckLZMAClaim(const Sequence& sequence, unsigned long subHeader,
+                      unsigned long streamLength);
   bool DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& entry, unsigned long& position,
                        fileChunk& node);
+  unsigned char* DecodeStream(const Sequence& sequence, const EntryLayout& entry, SizeT& produced,
+                              SizeT& consumed);
   bool TakeContent(const Sequence& content, const EntryLayout& entry, fileChunk& node);
   bool TakeChildren(const Sequence& content, fileChunk& node);
 
@@ -172,12 +177,11 @@ bool BlobDecoder::CheckName(const Sequence& sequence, unsigned long offset, unsi
   return true;
 }
 
-// Checks the sub-header of an entry whose stream has at most `streamBound` bytes, before memory
-// is asked for.
+// Checks an entry's sub-header against the length of its stream, before memory is asked for.
 bool BlobDecoder::CheckLZMAClaim(const Sequence& sequence, unsigned long subHeader,
-                                 unsigned long streamBound) {
+                                 unsigned long streamLength) {
   const unsigned long claim = decodeFormattedFileSize(sequence.bytes + subHeader);
-  if (claim > streamBound * kGreatestExpansion) return Refuse(kClaimTooLarge, sequence, subHeader);
+  if (claim > streamLength * kGreatestExpansion) return Refuse(kClaimTooLarge, sequence, subHeader);
   const unsigned int propertiesByte = sequence.bytes[subHeader + kLZMAPropertiesOffset];
   if (propertiesByte >= kPropertiesEnd) {
     return Refuse(kBadProperties, sequence, subHeader + kLZMAPropertiesOffset);
@@ -192,35 +196,13 @@ bool BlobDecoder::CheckLZMAClaim(const Sequence& sequence, unsigned long subHead
 
 bool BlobDecoder::DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& entry,
                                   unsigned long& position, fileChunk& node) {
-  if (entry.payloadLength < kLZMASubHeaderLength) {
-    return Refuse(kSubHeaderCutShort, sequence, entry.sizeField);
-  }
-  const unsigned long stream = entry.payload + kLZMASubHeaderLength;
-  // The size field counts the sub-header, so as a bound of the stream it is 9 too large.
-  const unsigned long available = sequence.length - stream;
-  const unsigned long streamBound =
-      entry.payloadLength < available ? entry.payloadLength : available;
-  if (!CheckLZMAClaim(sequence, entry.payload, streamBound)) return false;
+  SizeT produced = 0;
+  SizeT consumed = 0;
+  unsigned char* const decoded = DecodeStream(sequence, entry, produced, consumed);
+  if (!decoded) return false;
+  position = entry.payload + kLZMASubHeaderLength + consumed;
 
-  char const* properties = nullptr;
-  unsigned int propertyCount = 0;
-  unsigned long claim = 0;
-  decodeLZMAHeader(sequence.bytes + entry.payload, properties, propertyCount, claim);
-  auto* const decoded = new (std::nothrow) unsigned char[claim];
-  if (!decoded) return Refuse(kNoMemory, sequence, entry.payload);
-
-  SizeT produced = claim;
-  SizeT consumed = streamBound;
-  ELzmaStatus status = LZMA_STATUS_NOT_SPECIFIED;
-  const SRes result = LzmaDecode(decoded, &produced, sequence.bytes + stream, &consumed,
-                                 reinterpret_cast<Byte const*>(properties), propertyCount,
-                                 LZMA_FINISH_ANY, &status, &GlobalAllocObject);
-  if (result != SZ_OK || consumed > streamBound || produced > claim) {
-    delete[] decoded;
-    return Refuse(result == SZ_ERROR_MEM ? kNoMemory : kBadStream, sequence, stream);
-  }
-  position = stream + consumed;
-
+  const unsigned long claim = decodeFormattedFileSize(sequence.bytes + entry.payload);
   if (!entry.isDirectory && produced == claim) {
     // The array is exactly the private copy that a file node is to own.
     node.data = decoded;
@@ -231,6 +213,46 @@ bool BlobDecoder::DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& e
   const bool taken = TakeContent(content, entry, node);
   delete[] decoded;
   return taken;
+}
+
+// Decodes an entry's LZMA stream into a new array; absent when the entry is refused.
+unsigned char* BlobDecoder::DecodeStream(const Sequence& sequence, const EntryLayout& entry,
+                                         SizeT& produced, SizeT& consumed) {
+  if (entry.payloadLength < kLZMASubHeaderLength) {
+    Refuse(kSubHeaderCutShort, sequence, entry.sizeField);
+    return nullptr;
+  }
+  const unsigned long stream = entry.payload + kLZMASubHeaderLength;
+  const unsigned long streamLength = entry.payloadLength - kLZMASubHeaderLength;
+  if (!CheckLZMAClaim(sequence, entry.payload, streamLength)) return nullptr;
+
+  char const* properties = nullptr;
+  unsigned int propertyCount = 0;
+  unsigned long claim = 0;
+  decodeLZMAHeader(sequence.bytes + entry.payload, properties, propertyCount, claim);
+  auto* const decoded = new (std::nothrow) unsigned char[claim];
+  if (!decoded) {
+    Refuse(kNoMemory, sequence, entry.payload);
+    return nullptr;
+  }
+
+  produced = claim;
+  // The size field counts the sub-header too; where there are bytes behind the entry, a stream
+  // that needs them is told from a damaged one.
+  consumed = std::min(entry.payloadLength, sequence.length - stream);
+  ELzmaStatus status = LZMA_STATUS_NOT_SPECIFIED;
+  const SRes result = LzmaDecode(decoded, &produced, sequence.bytes + stream, &consumed,
+                                 reinterpret_cast<Byte const*>(properties), propertyCount,
+                                 LZMA_FINISH_ANY, &status, &GlobalAllocObject);
+  if (result == SZ_OK && produced <= claim && consumed <= streamLength) return decoded;
+
+  delete[] decoded;
+  if (result == SZ_OK) {
+    Refuse(kStreamTooLong, sequence, entry.sizeField);
+  } else {
+    Refuse(result == SZ_ERROR_MEM ? kNoMemory : kBadStream, sequence, stream);
+  }
+  return nullptr;
 }
 
 bool BlobDecoder::TakeContent(const Sequence& content, const EntryLayout& entry, fileChunk& node) {

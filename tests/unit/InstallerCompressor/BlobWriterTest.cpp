@@ -1,0 +1,171 @@
+#include <LzmaEnc.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "tests/unit/InstallerCompressor/BlobTestSupport.h"
+
+namespace {
+
+constexpr size_t kLeastSaving = 24;
+
+// What the SDK makes of `data` with the documented settings; other dictionaries are for speed.
+std::string Compressed(const std::string& data, unsigned int dictionarySize = 1U << 26) {
+  CLzmaEncProps settings;
+  LzmaEncProps_Init(&settings);
+  settings.level = 5;
+  settings.dictSize = dictionarySize;
+  settings.lc = 3;
+  settings.lp = 0;
+  settings.pb = 2;
+  settings.fb = 32;
+  settings.numThreads = 1;
+  std::string output(data.size() * 2 + 1000, '\0');
+  SizeT length = output.size();
+  Byte properties[5];
+  SizeT propertyCount = 5;
+  EXPECT_EQ(SZ_OK, LzmaEncode(reinterpret_cast<Byte*>(output.data()), &length,
+                              reinterpret_cast<const Byte*>(data.data()), data.size(), &settings,
+                              properties, &propertyCount, 0, nullptr, &GlobalAllocObject,
+                              &GlobalAllocObject));
+  return output.substr(0, length);
+}
+
+struct Formatted {
+  ChunkList node;
+  std::string bytes;
+
+  Formatted(const char* name, const std::string& contents, int type, bool isDirectory = false) {
+    const ChunkList chunk(NewFile(name, contents));
+    chunk->isDirectory = isDirectory;
+    const std::string before = Describe(chunk.get());
+    node.reset(PrepareFileChunk(chunk.get(), type));
+    EXPECT_EQ(before, Describe(chunk.get()));
+    if (!node) return;
+    bytes = Contents(*node);
+    EXPECT_EQ(nullptr, node->name);
+    EXPECT_FALSE(node->isDirectory);
+    EXPECT_EQ(nullptr, node->children);
+    EXPECT_EQ(nullptr, node->next);
+  }
+};
+
+TEST(PrepareSourceForSolidCompression, HoldsTheFlattenedList) {
+  const ChunkList list = SampleTree();
+  const std::string before = Describe(list.get());
+  const ChunkList root(PrepareSourceForSolidCompression(list.get()));
+  EXPECT_EQ(nullptr, root->name);
+  EXPECT_TRUE(root->isDirectory);
+  EXPECT_EQ(nullptr, root->children);
+  EXPECT_EQ(nullptr, root->next);
+  EXPECT_EQ(Flatten(list.get()), Contents(*root));
+  EXPECT_EQ(before, Describe(list.get()));
+}
+
+TEST(PrepareSourceForSolidCompression, OfAnAbsentListIsEmpty) {
+  const ChunkList root(PrepareSourceForSolidCompression(nullptr));
+  EXPECT_EQ(0UL, root->size);
+  EXPECT_NE(nullptr, root->data);
+  EXPECT_TRUE(root->isDirectory);
+  EXPECT_EQ(nullptr, PrepareFileChunk(root.get(), kCompressionLZMA));
+}
+
+TEST(PrepareSourceForSolidCompression, RefusesTreesOf4GiB) {
+  // The sizes have no data behind them: nothing may be copied.
+  const ChunkList list = List({NewFile("a", ""), NewDirectory("d", {NewFile("b", "")})});
+  list->size = 0xFFFFFFFF;
+  list->next->children->size = 10;
+  EXPECT_EQ(nullptr, PrepareSourceForSolidCompression(list.get()));
+}
+
+TEST(PrepareFileChunk, OfNothingIsAbsent) {
+  EXPECT_EQ(nullptr, PrepareFileChunk(nullptr, kCompressionStored));
+  EXPECT_EQ(nullptr, PrepareFileChunk(nullptr, kCompressionLZMA));
+  EXPECT_EQ(nullptr, Formatted("empty", "", kCompressionStored).node);
+  EXPECT_EQ(nullptr, Formatted("empty", "", kCompressionLZMA).node);
+  const ChunkList directory(NewDirectory("d", {NewFile("f", "x")}));
+  EXPECT_EQ(nullptr, PrepareFileChunk(directory.get(), kCompressionLZMA));
+}
+
+TEST(PrepareFileChunk, OfAnotherTypeIsAbsent) {
+  for (const int type : {-1, 2, 127, 128, 256}) {
+    EXPECT_EQ(nullptr, Formatted("f", "contents", type).node) << type;
+  }
+}
+
+TEST(PrepareFileChunk, StoresWithType0) {
+  const std::string zeros(1000, '\0');
+  EXPECT_EQ(StoredFile("zeros", zeros), Formatted("zeros", zeros, kCompressionStored).bytes);
+  EXPECT_EQ(StoredFile("", "x"), Formatted(nullptr, "x", kCompressionStored).bytes);
+  EXPECT_EQ(StoredDirectory("d", StoredFile("f", "x")),
+            Formatted("d", StoredFile("f", "x"), kCompressionStored, true).bytes);
+  const std::string longName(300, 'n');
+  EXPECT_EQ(StoredFile(longName.substr(0, 44), "x"),
+            Formatted(longName.c_str(), "x", kCompressionStored).bytes);
+}
+
+TEST(PrepareFileChunk, CompressesWithTheDocumentedSettings) {
+  std::string text = RandomBytes(200);
+  for (int line = 0; line < 2000; ++line) {
+    text += "line " + std::to_string(line * line % 997) + " of a text for the encoder\n";
+  }
+  const std::string stream = Compressed(text);
+  const std::string properties("\x5D\x00\x00\x00\x04", 5);
+  EXPECT_EQ(Header(1, "text", 9 + stream.size()) + BigEndian32(text.size()) + properties + stream,
+            Formatted("text", text, kCompressionLZMA).bytes);
+  EXPECT_EQ(Header(0x81, "", 9 + stream.size()) + BigEndian32(text.size()) + properties + stream,
+            Formatted(nullptr, text, kCompressionLZMA, true).bytes);
+}
+
+TEST(PrepareFileChunk, ASolidRootBeginsAsDocumented) {
+  const ChunkList list = SampleTree();
+  const ChunkList root(PrepareSourceForSolidCompression(list.get()));
+  const std::string blob = SolidBlob(list.get());
+  EXPECT_EQ(std::string("\x02\x81\x00", 3) + BigEndian32(blob.size() - 7) +
+                BigEndian32(root->size) + std::string("\x5D\x00\x00\x00\x04", 5),
+            blob.substr(0, 16));
+}
+
+TEST(PrepareFileChunk, StoresWhatDoesNotCompress) {
+  for (const size_t size : {1UL, 100UL, 100000UL}) {
+    const std::string noise = RandomBytes(size);
+    EXPECT_EQ(StoredFile("noise", noise), Formatted("noise", noise, kCompressionLZMA).bytes);
+  }
+  // With a name so long that a capacity that counted the header would be generous.
+  const std::string name(255, 'n'), noise = RandomBytes(1000);
+  EXPECT_EQ(StoredFile(name, noise), Formatted(name.c_str(), noise, kCompressionLZMA).bytes);
+  EXPECT_EQ(StoredDirectory("d", noise), Formatted("d", noise, kCompressionLZMA, true).bytes);
+}
+
+TEST(PrepareFileChunk, StoresSmallChunks) {
+  for (const size_t size : {1UL, 23UL, 24UL}) {
+    const std::string zeros(size, '\0');
+    EXPECT_EQ(StoredFile("zeros", zeros), Formatted("zeros", zeros, kCompressionLZMA).bytes);
+  }
+}
+
+TEST(PrepareFileChunk, CompressesWhenThatSavesMoreThan24Bytes) {
+  bool sawExactly24 = false, sawMore = false;
+  for (size_t zeros = 0; zeros < 100 && !(sawExactly24 && sawMore); ++zeros) {
+    const std::string data = RandomBytes(20, 7) + std::string(zeros, '\0');
+    const size_t compressed = Compressed(data, 1U << 16).size();
+    const bool exactly24 = compressed + kLeastSaving == data.size();
+    const bool oneMore = compressed + kLeastSaving + 1 == data.size();
+    if (exactly24 && !sawExactly24) {
+      sawExactly24 = true;
+      EXPECT_EQ(compressed, Compressed(data).size());
+      EXPECT_EQ(StoredFile("f", data), Formatted("f", data, kCompressionLZMA).bytes);
+    }
+    if (oneMore && !sawMore) {
+      sawMore = true;
+      const std::string entry = Formatted("f", data, kCompressionLZMA).bytes;
+      EXPECT_EQ(Header(1, "f", 9 + compressed), entry.substr(0, 8));
+      EXPECT_EQ(8 + 9 + compressed, entry.size());
+    }
+  }
+  EXPECT_TRUE(sawExactly24);
+  EXPECT_TRUE(sawMore);
+}
+
+}  // namespace

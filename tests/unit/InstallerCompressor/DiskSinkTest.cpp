@@ -1,0 +1,288 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
+#include "tests/unit/InstallerCompressor/BlobTestSupport.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class ScopedUmask {
+ public:
+  explicit ScopedUmask(mode_t mask) : previous_(umask(mask)) {}
+  ~ScopedUmask() { umask(previous_); }
+
+ private:
+  mode_t previous_;
+};
+
+std::string Appended(std::string path, size_t capacity, const char* leaf) {
+  // An array of exactly the capacity, so that the sanitizer sees a byte too many.
+  const std::unique_ptr<char[]> buffer(new char[capacity]);
+  memcpy(buffer.get(), path.c_str(), path.size() + 1);
+  PlatformAppendPathLeaf(buffer.get(), static_cast<unsigned int>(capacity), leaf);
+  return buffer.get();
+}
+
+TEST(AppendPathLeaf, JoinsWithOneSlash) {
+  struct {
+    const char *path, *leaf, *expected;
+  } const cases[] = {
+      {"/a", "b", "/a/b"},    {"/a/", "/b", "/a/b"}, {"/a", "/b", "/a/b"}, {"/a/", "b", "/a/b"},
+      {"/a", "", "/a"},       {"/a/", "", "/a/"},    {"", "b", "b"},       {"", "/b", "/b"},
+      {"", "", ""},           {"/", "b", "/b"},      {"/", "/b", "/b"},    {"/a/", "//b", "/a//b"},
+      {"/a//", "b", "/a//b"}, {"/a", "b/", "/a/b/"}, {"/a", "/", "/a/"},   {"/a/", "/", "/a/"},
+      {"a", "b", "a/b"},
+  };
+  for (const auto& [path, leaf, expected] : cases) {
+    EXPECT_EQ(expected, Appended(path, 256, leaf)) << path << " and " << leaf;
+  }
+}
+
+TEST(AppendPathLeaf, LeavesOutWhatDoesNotFit) {
+  struct {
+    const char *path, *leaf;
+    size_t capacity;
+    const char* expected;
+  } const cases[] = {
+      {"/abc", "d", 5, "/abc"},    // neither fits
+      {"/abc", "d", 6, "/abc/"},   // the separator does
+      {"/abc", "d", 7, "/abc/d"},  // both do
+      {"/ab", "d", 5, "/ab/"},      {"/abc", "/d", 6, "/abc"},
+      {"/abc", "/d", 7, "/abc/d"},  {"/abc/", "d", 6, "/abc/"},
+      {"/abc/", "d", 7, "/abc/d"},  {"/abc/", "/d", 7, "/abc/d"},
+      {"/abc", "defg", 8, "/abc/"}, {"", "abc", 3, ""},
+      {"", "abc", 4, "abc"},        {"", "", 1, ""},
+  };
+  for (const auto& [path, leaf, capacity, expected] : cases) {
+    EXPECT_EQ(expected, Appended(path, capacity, leaf)) << path << ", " << leaf << ", " << capacity;
+  }
+}
+
+TEST(AppendPathLeaf, AppendsTheLeafToAPathWithoutRoomForTheSeparator) {
+  // The path is already beyond the capacity that is told: it is left as it is.
+  char path[16] = "/abcdef";
+  PlatformAppendPathLeaf(path, 4, "g");
+  EXPECT_STREQ("/abcdef", path);
+  PlatformAppendPathLeaf(path, 0, "g");
+  EXPECT_STREQ("/abcdef", path);
+}
+
+TEST(AppendPathLeaf, IgnoresAbsentArguments) {
+  PlatformAppendPathLeaf(nullptr, 256, "a");
+  EXPECT_EQ("/a", Appended("/a", 256, nullptr));
+}
+
+TEST(CreateDirectory, ForcesTheMode) {
+  const TemporaryFolder folder;
+  const ScopedUmask mask(077);
+  EXPECT_TRUE(PlatformCreateDirectory((folder / "d").c_str()));
+  EXPECT_EQ(0775U, Mode(folder / "d"));
+}
+
+TEST(CreateDirectory, FailsWithoutTouchingAnything) {
+  const TemporaryFolder folder;
+  fs::create_directory(folder / "d");
+  fs::permissions(folder / "d", fs::perms(0700));
+  WriteFile(folder / "f", "x");
+  EXPECT_FALSE(PlatformCreateDirectory((folder / "d").c_str()));
+  EXPECT_EQ(0700U, Mode(folder / "d"));
+  EXPECT_FALSE(PlatformCreateDirectory((folder / "f").c_str()));
+  EXPECT_FALSE(PlatformCreateDirectory((folder / "absent/d").c_str()));
+  EXPECT_FALSE(fs::exists(folder / "absent"));
+  EXPECT_FALSE(PlatformCreateDirectory(""));
+  EXPECT_FALSE(PlatformCreateDirectory(nullptr));
+}
+
+bool Write(const std::string& path, std::string contents) {
+  return PlatformWriteFile(path.c_str(), reinterpret_cast<unsigned char*>(contents.data()),
+                           static_cast<unsigned int>(contents.size()));
+}
+
+TEST(WriteFile, ForcesTheMode) {
+  const TemporaryFolder folder;
+  const ScopedUmask mask(077);
+  EXPECT_TRUE(Write(folder / "f", "contents"));
+  EXPECT_EQ("contents", ReadFile(folder / "f"));
+  EXPECT_EQ(0664U, Mode(folder / "f"));
+}
+
+TEST(WriteFile, ReplacesWhatAFileHolds) {
+  const TemporaryFolder folder;
+  ::WriteFile(folder / "f", "much longer than before");
+  fs::permissions(folder / "f", fs::perms(0755));
+  EXPECT_TRUE(Write(folder / "f", "short"));
+  EXPECT_EQ("short", ReadFile(folder / "f"));
+  EXPECT_EQ(0664U, Mode(folder / "f"));
+}
+
+TEST(WriteFile, WritesNothingAsAnEmptyFile) {
+  const TemporaryFolder folder;
+  EXPECT_TRUE(PlatformWriteFile((folder / "f").c_str(), nullptr, 0));
+  EXPECT_EQ("", ReadFile(folder / "f"));
+}
+
+TEST(WriteFile, FailsWhenItCannotBeOpened) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(0, mkfifo((folder / "fifo").c_str(), 0600));
+  EXPECT_FALSE(Write(folder.Path(), "x"));
+  EXPECT_FALSE(Write(folder / "absent/f", "x"));
+  EXPECT_FALSE(Write(folder / "fifo", "x"));
+  EXPECT_FALSE(Write("", "x"));
+  EXPECT_FALSE(PlatformWriteFile(nullptr, nullptr, 0));
+}
+
+TEST(WriteFile, DoesNotReportAFullDisk) { EXPECT_TRUE(Write("/dev/full", "x")); }
+
+TEST(WriteFileFromChunk, WritesATree) {
+  const TemporaryFolder folder;
+  const ScopedUmask mask(077);
+  const ChunkList tree = List({NewDirectory("", {SampleTree().release()})});
+  const std::string bundle = folder / "bundle";
+  EXPECT_TRUE(PlatformWriteFileFromChunk(bundle.c_str(), tree.get()));
+
+  EXPECT_EQ("<plist/>\n", ReadFile(bundle + "/Contents/Info.plist"));
+  EXPECT_EQ(RandomBytes(3000), ReadFile(bundle + "/Contents/MacOS/Player"));
+  EXPECT_EQ("BRPL????", ReadFile(bundle + "/Contents/PkgInfo"));
+  EXPECT_TRUE(fs::is_empty(bundle + "/Contents/Resources"));
+  EXPECT_EQ("", ReadFile(bundle + "/empty"));
+  EXPECT_EQ(std::string(5000, '\0'), ReadFile(bundle + "/zeros"));
+  EXPECT_EQ(0775U, Mode(bundle));
+  int entries = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(bundle)) {
+    ++entries;
+    EXPECT_EQ(entry.is_directory() ? 0775U : 0664U, Mode(entry.path())) << entry.path();
+  }
+  EXPECT_EQ(8, entries);
+}
+
+TEST(WriteFileFromChunk, IsAlwaysTrue) {
+  const TemporaryFolder folder;
+  const ChunkList file = List({NewFile("f", "x")});
+  EXPECT_TRUE(PlatformWriteFileFromChunk(folder.Path().c_str(), nullptr));
+  EXPECT_TRUE(PlatformWriteFileFromChunk((folder / "absent").c_str(), file.get()));
+  EXPECT_TRUE(PlatformWriteFileFromChunk(nullptr, file.get()));
+  EXPECT_TRUE(fs::is_empty(folder.Path()));
+}
+
+TEST(WriteFileFromChunk, MapsANamelessEntryOntoItsParent) {
+  const TemporaryFolder folder;
+  const ChunkList list =
+      List({NewDirectory(nullptr, {NewDirectory("", {NewFile("f", "x")}), NewFile("", "lost")}),
+            NewFile("g", "y")});
+  PlatformWriteFileFromChunk(folder.Path().c_str(), list.get());
+  EXPECT_EQ("x", ReadFile(folder / "f"));
+  EXPECT_EQ("y", ReadFile(folder / "g"));
+  const ChunkList file = List({NewFile("", "a file as the root")});
+  PlatformWriteFileFromChunk((folder / "root").c_str(), file.get());
+  EXPECT_EQ("a file as the root", ReadFile(folder / "root"));
+}
+
+TEST(WriteFileFromChunk, UsesADirectoryThatExistsAsItIs) {
+  const TemporaryFolder folder;
+  fs::create_directory(folder / "d");
+  fs::permissions(folder / "d", fs::perms(0700));
+  ::WriteFile(folder / "d/old", "old");
+  const ChunkList list = List({NewDirectory("d", {NewFile("new", "new")})});
+  PlatformWriteFileFromChunk(folder.Path().c_str(), list.get());
+  EXPECT_EQ(0700U, Mode(folder / "d"));
+  EXPECT_EQ("old", ReadFile(folder / "d/old"));
+  EXPECT_EQ("new", ReadFile(folder / "d/new"));
+}
+
+TEST(WriteFileFromChunk, GoesOnBehindWhatItCannotWrite) {
+  const TemporaryFolder folder;
+  fs::create_directory(folder / "file");
+  ::WriteFile(folder / "directory", "in the way");
+  const ChunkList list =
+      List({NewFile("file", "x"), NewDirectory("directory", {NewFile("inside", "y")}),
+            NewFile("absent/f", "z"), NewFile("last", "written")});
+  EXPECT_TRUE(PlatformWriteFileFromChunk(folder.Path().c_str(), list.get()));
+  EXPECT_TRUE(fs::is_directory(folder / "file"));
+  EXPECT_EQ("in the way", ReadFile(folder / "directory"));
+  EXPECT_EQ("written", ReadFile(folder / "last"));
+}
+
+TEST(WriteFileFromChunk, TakesPathsOfAnyLength) {
+  const TemporaryFolder folder;
+  std::string root = folder.Path();
+  while (root.size() < 300) root += "/" + std::string(60, 'r');
+  fs::create_directories(root);
+  // Longer than a path that needs no more memory, and back again for the sibling.
+  const std::string name(250, 'n');
+  fileChunk* tree = NewFile("leaf", "deep");
+  std::string deepest = root;
+  for (int level = 0; level < 10; ++level) {
+    tree = NewDirectory(name.c_str(), {tree});
+    deepest += "/" + name;
+  }
+  const ChunkList list = List({tree, NewFile("sibling", "shallow")});
+  PlatformWriteFileFromChunk(root.c_str(), list.get());
+  EXPECT_EQ("deep", ReadFile(deepest + "/leaf"));
+  EXPECT_EQ("shallow", ReadFile(root + "/sibling"));
+}
+
+TEST(WriteFileFromChunk, TakesRootsThatAreNotASCII) {
+  const TemporaryFolder folder;
+  const std::string root = folder / "Größe 東京 \xF0\x9F\x8D\x8E";
+  fs::create_directory(root);
+  const ChunkList list = List({NewDirectory("Ünïcode", {NewFile("名前", "x")})});
+  PlatformWriteFileFromChunk((root + "/").c_str(), list.get());
+  EXPECT_EQ("x", ReadFile(root + "/Ünïcode/名前"));
+}
+
+TEST(WriteFileFromChunk, TakesNamesThatEndInASlash) {
+  const TemporaryFolder folder;
+  const ChunkList list = List({NewDirectory("d/", {NewFile("f", "x")}), NewFile("g/", "lost")});
+  PlatformWriteFileFromChunk(folder.Path().c_str(), list.get());
+  EXPECT_EQ("x", ReadFile(folder / "d/f"));
+  EXPECT_FALSE(fs::exists(folder / "g"));
+}
+
+TEST(WriteFileFromChunk, WritesTheLow32BitsOfASize) {
+  const TemporaryFolder folder;
+  const ChunkList list = List({NewFile("f", "abc")});
+  list->size += 1UL << 32;
+  PlatformWriteFileFromChunk(folder.Path().c_str(), list.get());
+  EXPECT_EQ("abc", ReadFile(folder / "f"));
+}
+
+TEST(WriteFileFromChunk, WritesBackWhatTheSourceAndTheWriterMade) {
+  const TemporaryFolder folder;
+  const ChunkList sample = List({NewDirectory("bundle", {SampleTree().release()})});
+  PlatformWriteFileFromChunk(folder.Path().c_str(), sample.get());
+
+  const ChunkList source(PlatformCreateSourceFromPath((folder / "bundle").c_str()));
+  ASSERT_NE(nullptr, source);
+  const ChunkList blob = List({NewFile("blob", SolidBlob(source->children))});
+  const ChunkList decoded(DismantleInstallerBlob(blob.get()));
+  PlatformWriteFileFromChunk((folder / "copy").c_str(), decoded.get());
+
+  const ChunkList copy(PlatformCreateSourceFromPath((folder / "copy").c_str()));
+  ASSERT_NE(nullptr, copy);
+  // Either file system order will do.
+  int compared = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(folder / "bundle")) {
+    const fs::path twin = folder / "copy" / fs::relative(entry.path(), folder / "bundle");
+    EXPECT_EQ(entry.is_directory(), fs::is_directory(twin)) << twin;
+    if (!entry.is_directory()) EXPECT_EQ(ReadFile(entry.path()), ReadFile(twin));
+    ++compared;
+  }
+  EXPECT_EQ(8, compared);
+}
+
+TEST(PlatformHooks, DoNothing) {
+  const TemporaryFolder folder;
+  const ChunkList chunk = List({NewFile("f", "x")});
+  EXPECT_EQ(0UL, PlatformGetArbitraryTimeInMS());
+  EXPECT_FALSE(PlatformWriteChunkToResources((folder / "f").c_str(), chunk.get(), "name"));
+  EXPECT_FALSE(PlatformWriteChunkToResources(nullptr, nullptr, nullptr));
+  EXPECT_TRUE(fs::is_empty(folder.Path()));
+}
+
+}  // namespace

@@ -1,0 +1,300 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
+#include "tests/unit/InstallerCompressor/BlobTestSupport.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+ChunkList Source(const std::string& path) {
+  return ChunkList(PlatformCreateSourceFromPath(path.c_str()));
+}
+
+// The names of a list, in its order.
+std::vector<std::string> Names(const fileChunk* list) {
+  std::vector<std::string> names;
+  for (; list; list = list->next) names.push_back(list->name);
+  return names;
+}
+
+TEST(FilenameAllowed, RefusesTheDotNamesAndFinderSettings) {
+  struct {
+    const char* name;
+    bool allowed;
+  } const cases[] = {
+      {".", false},         {"..", false},        {".DS_Store", false}, {"...", true},
+      {".hidden", true},    {"DS_Store", true},   {".DS_Store2", true}, {".ds_store", true},
+      {"x.DS_Store", true}, {"Info.plist", true}, {"", true},
+  };
+  for (const auto& [name, allowed] : cases) {
+    EXPECT_EQ(allowed, PlatformFilenameAllowed(name)) << name;
+  }
+  EXPECT_FALSE(PlatformFilenameAllowed(nullptr));
+}
+
+TEST(GetFileSize, AsksForTheSize) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "f", "12345");
+  unsigned long size = 99;
+  EXPECT_TRUE(PlatformGetFileSize((folder / "f").c_str(), size));
+  EXPECT_EQ(5UL, size);
+  ASSERT_EQ(0, truncate((folder / "f").c_str(), (5L << 32) + 7));
+  EXPECT_TRUE(PlatformGetFileSize((folder / "f").c_str(), size));
+  EXPECT_EQ((5UL << 32) + 7, size);
+  EXPECT_FALSE(PlatformGetFileSize((folder / "absent").c_str(), size));
+  EXPECT_EQ(0UL, size);
+  size = 99;
+  EXPECT_FALSE(PlatformGetFileSize(nullptr, size));
+  EXPECT_EQ(0UL, size);
+}
+
+TEST(SourceFromFile, ReadsTheWholeFileUnderTheNameGiven) {
+  const TemporaryFolder folder;
+  const std::string contents = RandomBytes(100000);
+  WriteFile(folder / "f", contents);
+  const ChunkList node(PlatformCreateSourceFromFile((folder / "f").c_str(), "other"));
+  EXPECT_STREQ("other", node->name);
+  EXPECT_EQ(contents, Contents(*node));
+  EXPECT_FALSE(node->isDirectory);
+  EXPECT_EQ(nullptr, node->children);
+  EXPECT_EQ(nullptr, node->next);
+}
+
+TEST(SourceFromFile, ReadsAnEmptyFile) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "f", "");
+  const ChunkList node(PlatformCreateSourceFromFile((folder / "f").c_str(), ""));
+  EXPECT_EQ("'' file 0 ''\n", Describe(node.get()));
+  EXPECT_NE(nullptr, node->data);
+}
+
+TEST(SourceFromFile, KeepsTheLow32BitsOfTheSize) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "f", "abcdefgh");
+  ASSERT_EQ(0, truncate((folder / "f").c_str(), (1L << 32) + 3));  // sparse
+  const ChunkList node(PlatformCreateSourceFromFile((folder / "f").c_str(), "f"));
+  EXPECT_EQ("'f' file 3 'abc'\n", Describe(node.get()));
+}
+
+TEST(SourceFromFile, IsAbsentForWhatIsNoReadableFile) {
+  const TemporaryFolder folder;
+  fs::create_symlink("nowhere", folder / "dangling");
+  ASSERT_EQ(0, mkfifo((folder / "fifo").c_str(), 0600));
+  for (const std::string& path : {folder / "absent", folder / "dangling", folder.Path(),
+                                  folder / "fifo", std::string("/dev/zero"), std::string()}) {
+    EXPECT_EQ(nullptr, PlatformCreateSourceFromFile(path.c_str(), "name")) << path;
+  }
+  EXPECT_EQ(nullptr, PlatformCreateSourceFromFile(nullptr, "name"));
+}
+
+TEST(SourceFromFileIntoArray, ReadsTheWholeFile) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "f", "contents");
+  WriteFile(folder / "empty", "");
+  void* data = nullptr;
+  unsigned long length = 99;
+  EXPECT_EQ(0, PlatformCreateSourceFromFile((folder / "f").c_str(), data, length));
+  EXPECT_EQ("contents", std::string(static_cast<char*>(data), length));
+  delete[] static_cast<unsigned char*>(data);
+  data = nullptr;
+  EXPECT_EQ(0, PlatformCreateSourceFromFile((folder / "empty").c_str(), data, length));
+  EXPECT_EQ(0UL, length);
+  EXPECT_NE(nullptr, data);
+  delete[] static_cast<unsigned char*>(data);
+}
+
+TEST(SourceFromFileIntoArray, LeavesTheArgumentsWhenThereIsNoFile) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(0, mkfifo((folder / "fifo").c_str(), 0600));
+  for (const std::string& path : {folder / "absent", folder.Path(), folder / "fifo"}) {
+    int anything = 0;
+    void* data = &anything;
+    unsigned long length = 99;
+    EXPECT_EQ(0, PlatformCreateSourceFromFile(path.c_str(), data, length));
+    EXPECT_EQ(&anything, data);
+    EXPECT_EQ(99UL, length);
+  }
+}
+
+TEST(SourceFromPath, NamesANodeByTheLeaf) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "a/b");
+  WriteFile(folder / "a/f", "x");
+  struct {
+    std::string path;
+    const char* leaf;
+  } const cases[] = {
+      {folder / "a/b", "b"},   {folder / "a/b/", "b/"}, {folder / "a//b", "b"},
+      {folder / "a/b//", "/"}, {folder / "a/f", "f"},   {folder / "a/b/.", "."},
+  };
+  for (const auto& [path, leaf] : cases) {
+    const ChunkList node = Source(path);
+    ASSERT_NE(nullptr, node) << path;
+    EXPECT_STREQ(leaf, node->name) << path;
+  }
+}
+
+TEST(SourceFromPath, WithoutASlashIsItsOwnLeaf) {
+  const ChunkList node = Source(".");
+  ASSERT_NE(nullptr, node);
+  EXPECT_STREQ(".", node->name);
+  EXPECT_EQ(nullptr, PlatformCreateSourceFromPath(""));
+  EXPECT_EQ(nullptr, PlatformCreateSourceFromPath(nullptr));
+}
+
+TEST(SourceFromPath, ReadsAPlainFile) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "payload.lzma", "bytes");
+  EXPECT_EQ("'payload.lzma' file 5 'bytes'\n", Describe(Source(folder / "payload.lzma").get()));
+  EXPECT_EQ(nullptr, Source(folder / "absent"));
+}
+
+TEST(SourceFromPath, ReadsAWholeTree) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "tree/a/b/c");
+  WriteFile(folder / "tree/a/b/f", "1");
+  const ChunkList tree = Source(folder / "tree/");
+  EXPECT_TRUE(tree->isDirectory);
+  EXPECT_EQ(0UL, tree->size);
+  EXPECT_EQ(nullptr, tree->data);
+  EXPECT_EQ(nullptr, tree->next);
+  EXPECT_EQ(std::vector<std::string>{"a"}, Names(tree->children));
+  const fileChunk* const b = tree->children->children;
+  EXPECT_STREQ("b", b->name);
+  EXPECT_THAT(Names(b->children), testing::UnorderedElementsAre("c", "f"));
+  const fileChunk* const f = b->children->isDirectory ? b->children->next : b->children;
+  EXPECT_EQ("1", Contents(*f));
+}
+
+TEST(SourceFromPath, KeepsTheOrderOfTheFileSystem) {
+  const TemporaryFolder folder;
+  for (const char* name : {"z", "a", "m", "1", "Q", "b.txt", "zz", "aa", ".hidden"}) {
+    WriteFile(folder / name, name);
+  }
+  std::vector<std::string> expected;
+  DIR* const directory = opendir(folder.Path().c_str());
+  while (const dirent* entry = readdir(directory)) {
+    if (PlatformFilenameAllowed(entry->d_name)) expected.push_back(entry->d_name);
+  }
+  closedir(directory);
+  ASSERT_EQ(9UL, expected.size());
+  EXPECT_EQ(expected, Names(Source(folder.Path())->children));
+}
+
+TEST(SourceFromPath, LeavesOutFinderSettingsOnly) {
+  const TemporaryFolder folder;
+  fs::create_directory(folder / "only");
+  WriteFile(folder / "only/.DS_Store", "settings");
+  EXPECT_EQ("'only' directory 0\n", Describe(Source(folder / "only").get()));
+  WriteFile(folder / "only/.hidden", "h");
+  EXPECT_EQ("'only' directory 0\n  '.hidden' file 1 'h'\n",
+            Describe(Source(folder / "only").get()));
+}
+
+TEST(SourceFromPath, FollowsLinks) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "elsewhere/d");
+  WriteFile(folder / "elsewhere/f", "target");
+  WriteFile(folder / "elsewhere/d/g", "inside");
+  fs::create_directory(folder / "files");
+  fs::create_symlink("../elsewhere/f", folder / "files/link");
+  EXPECT_EQ("'files' directory 0\n  'link' file 6 'target'\n",
+            Describe(Source(folder / "files").get()));
+  fs::create_directory(folder / "directories");
+  fs::create_symlink("../elsewhere/d", folder / "directories/link");
+  EXPECT_EQ("'directories' directory 0\n  'link' directory 0\n    'g' file 6 'inside'\n",
+            Describe(Source(folder / "directories").get()));
+}
+
+TEST(SourceFromPath, TakesADirectoryAsOftenAsItIsLinked) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "tree/d");
+  fs::create_symlink("d", folder / "tree/link");
+  EXPECT_EQ(2UL, Names(Source(folder / "tree")->children).size());
+}
+
+TEST(SourceFromPath, LeavesOutWhatCannotBeOpened) {
+  const TemporaryFolder folder;
+  const std::string tree = folder / "tree";
+  fs::create_directory(tree);
+  fs::create_symlink("nowhere", tree + "/dangling");
+  fs::create_symlink("self", tree + "/self");
+  fs::create_symlink("/dev/zero", tree + "/device");
+  ASSERT_EQ(0, mkfifo((tree + "/fifo").c_str(), 0600));
+  const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  (tree + "/socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
+  ASSERT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+  WriteFile(tree + "/f", "x");
+  EXPECT_EQ("'tree' directory 0\n  'f' file 1 'x'\n", Describe(Source(tree).get()));
+  close(listener);
+}
+
+TEST(SourceFromPath, LeavesOutLinksBackToTheDirectoriesTheyLieIn) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "tree/a/b");
+  // Two in each directory: followed until the system refuses, they would make 2^40 paths.
+  for (const char* directory : {"tree", "tree/a", "tree/a/b"}) {
+    fs::create_symlink(".", folder / (std::string(directory) + "/loop"));
+    fs::create_symlink("..", folder / (std::string(directory) + "/up"));
+  }
+  fs::remove(folder / "tree/up");  // leads out of the tree, which is no cycle
+  EXPECT_EQ("'tree' directory 0\n  'a' directory 0\n    'b' directory 0\n",
+            Describe(Source(folder / "tree").get()));
+}
+
+TEST(SourceFromPath, EndsWhereALinkLeadsAroundTheStart) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "tree");
+  fs::create_symlink("..", folder / "tree/up");
+  // The folder above is read once, with the tree in it left out as already being read.
+  EXPECT_EQ("'tree' directory 0\n  'up' directory 0\n", Describe(Source(folder / "tree").get()));
+}
+
+TEST(SourceFromPath, EndsAtPathsLongerThanTheSystemTakes) {
+  const TemporaryFolder folder;
+  const std::string name(200, 'n');
+  ASSERT_EQ(0, mkdir((folder / "tree").c_str(), 0700));
+  int directory = open((folder / "tree").c_str(), O_RDONLY | O_DIRECTORY);
+  constexpr int kLevels = 30;  // 6000 characters
+  for (int level = 0; level < kLevels; ++level) {
+    ASSERT_EQ(0, mkdirat(directory, name.c_str(), 0700));
+    const int inner = openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY);
+    close(directory);
+    directory = inner;
+  }
+  close(directory);
+  const ChunkList tree = Source(folder / "tree");
+  int depth = 0;
+  for (const fileChunk* node = tree->children; node; node = node->children) ++depth;
+  EXPECT_GT(depth, 15);
+  EXPECT_LT(depth, kLevels);
+}
+
+TEST(SourceFromPath, LeavesNoDescriptorOpen) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "tree/a");
+  WriteFile(folder / "tree/a/f", "x");
+  fs::create_symlink(".", folder / "tree/a/loop");
+  const int before = dup(0);
+  close(before);
+  Source(folder / "tree");
+  Source(folder / "tree/a/f");
+  Source("/dev/null");
+  const int after = dup(0);
+  close(after);
+  EXPECT_EQ(before, after);
+}
+
+}  // namespace
