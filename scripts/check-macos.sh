@@ -125,7 +125,7 @@ check_executable finalizer 10.6
     "$build/bin/finalizer" ||
     fail "finalizer imports what macOS 10.6 does not have"
 
-if [[ " ${product[*]} " == *" tools "* ]]; then
+if [[ " ${sources[*]}" == *" tools/kpim/"* ]]; then
     if [ -e "$sdk/usr/lib/libc++.tbd" ]; then
         check_executable kpim 10.15
     else
