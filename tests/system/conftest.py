@@ -1,0 +1,81 @@
+"""Fixtures of the system tests. docs/testing.md tells how to run them."""
+
+import os
+import pathlib
+import shutil
+
+import pytest
+
+# Failures of the helpers' own assertions show their values too.
+pytest.register_assert_rewrite("install_root")
+
+import blob
+from install_root import InstallRoot, REPOSITORY
+
+
+def pytest_addoption(parser):
+    parser.addoption("--build", default=str(REPOSITORY / "build"), metavar="DIR",
+                     help="build folder whose programs are tested (default: build)")
+
+
+@pytest.fixture(scope="session")
+def build(request):
+    """The build folder under test."""
+    return pathlib.Path(request.config.getoption("--build")).resolve()
+
+
+def _program(build, name):
+    path = build / "bin" / name
+    assert os.access(path, os.X_OK), f"{path} is missing: build first"
+    return path
+
+
+@pytest.fixture(scope="session")
+def finalizer(build):
+    """The finalizer's path on the host."""
+    return _program(build, "finalizer")
+
+
+@pytest.fixture(scope="session")
+def kpim(build):
+    """kpim's path on the host. It needs no root of its own: subprocess.run([kpim, ...])."""
+    return _program(build, "kpim")
+
+
+@pytest.fixture
+def install_root(build, tmp_path, tmp_path_factory):
+    """A fresh root of its own, with the user alice at the console."""
+    if os.geteuid() != 0:
+        pytest.skip("a root of its own needs root: it changes owners and user ids")
+    folder = tmp_path / "root"
+    yield InstallRoot(folder, build, shared=tmp_path_factory.getbasetemp())
+    shutil.rmtree(folder)
+
+
+@pytest.fixture
+def bundle(tmp_path):
+    """A small bundle on the host: nested and empty folders, an empty file, awkward names."""
+    folder = tmp_path / "PepperKorvelPlayer.plugin"
+    for name, content in SMALL_BUNDLE.items():
+        path = folder / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content)
+    (folder / "Contents/Empty folder").mkdir()
+    return folder
+
+
+@pytest.fixture
+def bundle_blob(bundle):
+    """The blob of `bundle`, compressed."""
+    return blob.pack(bundle, compress=True)
+
+
+SMALL_BUNDLE = {
+    "Contents/Info.plist": b"<plist><dict/></plist>\n" * 20,
+    "Contents/MacOS/PepperKorvelPlayer": bytes(range(256)) * 16,
+    "Contents/Resources/de.lproj/Über uns.strings": "Grüße".encode("utf-16"),
+    "Contents/Resources/.hidden": b"shown to nobody",
+    "Contents/Resources/empty": b"",
+    "Contents/Resources/" + "n" * 255: b"the longest name",
+    "PkgInfo": b"BRPL????",
+}
