@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Installs what building, testing and the demo need, on Debian 12, as root or through
+# sudo. Does nothing when all of it is there.
+set -euo pipefail
+
+packages=(
+    # build
+    clang clang-format clang-tidy cmake git libclang-rt-14-dev lld llvm ninja-build pkg-config
+    libcli11-dev libcurl4-openssl-dev libsystemd-dev lzma-dev
+    gnustep-make libgnustep-base-dev libobjc-12-dev
+    # test and demo
+    bubblewrap ca-certificates libbenchmark-dev libgmock-dev libgtest-dev nginx-light openssl
+    python3 python3-pytest shellcheck strace
+    # peers in the benchmarks
+    7zip libarchive-tools xz-utils
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2> /dev/null || true)
+    [ "$status" = installed ] || missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+elevate=()
+if [ "$(id -u)" -ne 0 ]; then
+    # With a terminal sudo may ask for the password, without one it must not need it.
+    if ! command -v sudo > /dev/null || { [ ! -t 0 ] && ! sudo -n true 2> /dev/null; }; then
+        echo "bootstrap: these packages are missing, and installing them needs root:" >&2
+        echo "  ${missing[*]}" >&2
+        exit 1
+    fi
+    elevate=(sudo)
+fi
+
+echo "bootstrap: installing ${missing[*]}"
+# The tests start their own servers. A server that a package would start on port 80 is
+# of no use, and makes the installation fail when the port is taken.
+"${elevate[@]}" bash -s -- "${missing[@]}" << 'ROOT'
+set -euo pipefail
+export DEBIAN_FRONTEND=noninteractive
+policy=/usr/sbin/policy-rc.d
+if [ ! -e "$policy" ]; then
+    trap 'rm -f "$policy"' EXIT
+    printf '#!/bin/sh\nexit 101\n' > "$policy"
+    chmod 755 "$policy"
+fi
+apt-get -q update < /dev/null
+apt-get -q -y -o Dpkg::Use-Pty=0 install --no-install-recommends "$@" < /dev/null
+ROOT

@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# Every test: both builds, unit and system tests in both, format, clang-tidy, shellcheck.
+# All of them run, also after a failure; then each failure and the reason of each skip is
+# listed. The last line counts them, the exit status is not 0 when one failed.
+# Results are left in build/test-results.
+set -uo pipefail
+cd "$(dirname "$0")/.." || exit 1
+
+results=$PWD/build/test-results
+rm -rf "$results"
+mkdir -p "$results/home" || exit 1
+record=$results/runs.tsv
+
+export PYTHONDONTWRITEBYTECODE=1
+export ASAN_OPTIONS=detect_leaks=1
+export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+
+# check NAME COMMAND...: one test that passes when the command does.
+check() {
+    local name=$1 status=0
+    shift
+    echo "== $name"
+    "$@" > "$results/$name.log" 2>&1 || status=$?
+    [ "$status" -eq 0 ] || tail -n 60 "$results/$name.log"
+    printf 'check\t%s\t%s\n' "$name" "$status" >> "$record"
+    return "$status"
+}
+
+# suite NAME COMMAND...: tests that the command reports in NAME.xml.
+suite() {
+    local name=$1 status=0
+    shift
+    echo "== $name"
+    timeout 1200 "$@" > "$results/$name.log" 2>&1 || status=$?
+    [ "$status" -eq 0 ] || tail -n 60 "$results/$name.log"
+    printf 'suite\t%s\t%s\n' "$name" "$status" >> "$record"
+}
+
+build() {
+    cmake --preset "$1" && cmake --build --preset "$1" -j "$(nproc)"
+}
+
+# unit_tests NAME BUILD: every unit test executable of a build folder.
+unit_tests() {
+    local executable name found=1
+    for executable in "$2"/tests/*_test; do
+        if [ ! -x "$executable" ]; then continue; fi
+        found=0
+        name=unit-$1-${executable##*/}
+        # Foundation writes into the home folder: not into that of whoever tests.
+        suite "$name" env HOME="$results/home" "$executable" \
+            --gtest_brief=1 --gtest_output="xml:$results/$name.xml"
+    done
+    if [ "$found" -ne 0 ]; then check "unit-$1" false; fi
+}
+
+# system_tests NAME BUILD
+system_tests() {
+    suite "system-$1" /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/system \
+        --build "$2" --junit-xml="$results/system-$1.xml" -o junit_family=xunit2
+}
+
+# shellcheck disable=SC2046  # none of the names has blanks
+check_scripts() {
+    shellcheck $(git ls-files 'scripts/*.sh') .ci/run
+}
+
+check bootstrap scripts/bootstrap.sh
+if check build-release build release; then
+    unit_tests release build
+    system_tests release build
+fi
+if check build-asan build asan; then
+    unit_tests asan build/asan
+    system_tests asan build/asan
+fi
+check format scripts/format.sh --check
+check lint scripts/lint.sh build
+check shellcheck check_scripts
+
+exec /usr/bin/python3 scripts/summarize_tests.py "$results"
