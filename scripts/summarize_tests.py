@@ -8,7 +8,10 @@ of each skip, then one line with the counts. Exits with 1 when a test failed or 
 
 import pathlib
 import sys
+import textwrap
 import xml.etree.ElementTree as ElementTree
+
+LONGEST_REASON = 300
 
 
 class Summary:
@@ -49,18 +52,18 @@ class Summary:
             failure = case.find("error")
         skip = case.find("skipped")
         if failure is not None:
-            self.failures.append(f"{name}: {_first_line(failure)}")
+            self.failures.append(f"{name}: {_reason(failure)}")
         elif skip is not None:
-            self.skips.append(f"{name}: {_first_line(skip)}")
+            self.skips.append(f"{name}: {_reason(skip)}")
         elif case.get("status") == "notrun":
             self.skips.append(f"{name}: disabled in the source")
         else:
             self.passed += 1
 
 
-def _first_line(element):
+def _reason(element):
     lines = (element.get("message") or element.text or "no message").strip().splitlines()
-    return " ".join(line.strip() for line in lines[:2])
+    return textwrap.shorten(" ".join(lines[:2]), LONGEST_REASON)
 
 
 def main():

@@ -12,7 +12,8 @@ mkdir -p "$results/home" || exit 1
 record=$results/runs.tsv
 
 export PYTHONDONTWRITEBYTECODE=1
-export ASAN_OPTIONS=detect_leaks=1
+# Leaks are told apart by their whole stacks, see lsan.supp.
+export ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0
 export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 

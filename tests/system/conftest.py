@@ -10,7 +10,7 @@ import pytest
 pytest.register_assert_rewrite("install_root")
 
 import blob
-from install_root import InstallRoot, REPOSITORY
+from install_root import InstallRoot, Node, REPOSITORY
 
 
 def pytest_addoption(parser):
@@ -53,6 +53,19 @@ def install_root(build, tmp_path, tmp_path_factory):
 
 
 @pytest.fixture
+def finalizer_run(install_root, finalizer):
+    """Runs the finalizer in `install_root`: finalizer_run(arguments, status=0, ...) with the
+    options of InstallRoot.execute(). It ends with `status` and writes nothing to its output."""
+    assert finalizer
+
+    def run(arguments, status=0, **options):
+        result = install_root.run(arguments, **options)
+        assert (result.status, result.stdout, result.stderr) == (status, "", "")
+
+    return run
+
+
+@pytest.fixture
 def bundle(tmp_path):
     """A small bundle on the host: nested and empty folders, an empty file, awkward names."""
     folder = tmp_path / "PepperKorvelPlayer.plugin"
@@ -68,6 +81,17 @@ def bundle(tmp_path):
 def bundle_blob(bundle):
     """The blob of `bundle`, compressed."""
     return blob.pack(bundle, compress=True)
+
+
+@pytest.fixture
+def installed():
+    """The tree of `bundle` once it is installed."""
+    tree = {".": Node("directory", 0o775), "Contents/Empty folder": Node("directory", 0o775)}
+    for name, content in SMALL_BUNDLE.items():
+        tree[name] = Node("file", 0o664, content)
+        for parent in pathlib.PurePath(name).parents:
+            tree[str(parent)] = Node("directory", 0o775)
+    return tree
 
 
 SMALL_BUNDLE = {

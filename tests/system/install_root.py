@@ -72,13 +72,17 @@ class InstallRoot:
     """A root below `folder` in which programs of the build folder `build` run.
 
     `console` says who is at the console, as for set_console(). Roots with the same `shared`
-    folder, by default the one that holds `folder`, share what is the same in all of them.
+    folder, by default the one that holds `folder`, share what is the same in all of them. With
+    has_open set to False there is no /usr/bin/open that can be executed.
     """
+
+    has_open = True
 
     def __init__(self, folder, build, console="alice", shared=None):
         self.folder = pathlib.Path(folder)
         self.build = pathlib.Path(build).resolve()
         self._host_bin = _bin_with_open(pathlib.Path(shared or self.folder.parent))
+        self._pinned = []
         self._lay_out()
         self.set_console(console)
 
@@ -107,6 +111,10 @@ class InstallRoot:
         content = blob if isinstance(blob, bytes) else pathlib.Path(blob).read_bytes()
         return self.write(install_root.rstrip("/") + BLOB, content)
 
+    def pin(self, inside):
+        """Makes an existing file or folder one that cannot be removed, not even by root."""
+        self._pinned.append(inside)
+
     def set_console(self, console):
         """Says who is at the console: a user's name, "loginwindow" for the login window,
         "unknown" for a user without a passwd entry, or None for nobody."""
@@ -130,18 +138,20 @@ class InstallRoot:
         """Runs `program` of the build with `arguments`; options as for execute()."""
         return self.execute([f"{PROGRAMS}/{program}", *map(str, arguments)], **options)
 
-    def execute(self, command, env=None, timeout=60, user=None, umask=0o022, cwd="/"):
+    def execute(self, command, env=None, timeout=60, user=None, umask=0o022, cwd="/",
+                check_leaks=True):
         """Runs any command inside and waits until it, and what it left running, has ended.
 
         `env` changes the environment, None as a value removes a name. `user` is the name of a
         user to run as, root otherwise. Raises subprocess.TimeoutExpired after `timeout` seconds,
-        when everything inside has been killed, and SanitizerReport when a sanitizer spoke.
+        when everything inside has been killed, and SanitizerReport when a sanitizer spoke;
+        `check_leaks` set to False keeps it quiet about leaks.
         """
         if user is not None:
             ids = [f"--reuid={USERS[user]}", f"--regid={USERS[user]}", "--clear-groups"]
             command = ["setpriv", *ids, "--", *command]
         read_end, write_end = os.pipe()
-        sandbox = self._sandbox(env or {}, cwd) + ["--info-fd", str(write_end), "--"]
+        sandbox = self._sandbox(env or {}, cwd, check_leaks) + ["--info-fd", str(write_end), "--"]
         with open(read_end, encoding="utf-8") as info, subprocess.Popen(
             sandbox + command,
             stdin=subprocess.DEVNULL,
@@ -221,19 +231,26 @@ class InstallRoot:
         self.write(f"/run/systemd/users/{uid}", _USER.format(
             session=session, name=name, uid=uid))
 
-    def _sandbox(self, env, cwd):
+    def _sandbox(self, env, cwd, check_leaks):
         arguments = ["bwrap", "--unshare-net", "--unshare-pid", "--unshare-ipc", "--unshare-uts",
                      "--cap-add", "ALL", "--bind", str(self.folder), "/"]
         arguments += ["--proc", "/proc", "--dev", "/dev"]
         arguments += self._host_folders()
         arguments += ["--ro-bind", str(self.build / "bin"), PROGRAMS]
         arguments += ["--ro-bind", str(REPOSITORY / "tests/lsan.supp"), SANITIZER + "/lsan.supp"]
+        if not self.has_open:
+            arguments += ["--ro-bind", "/dev/null", "/usr/bin/open"]
+        for inside in self._pinned:
+            # What is mounted on cannot be unlinked (EBUSY).
+            arguments += ["--bind", str(self.path(inside)), inside]
         variables = {
             "HOME": ROOT_HOME,
             "LANG": "C.UTF-8",
             "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
             "TZ": "UTC",
-            "ASAN_OPTIONS": f"detect_leaks=1:log_path={SANITIZER}/report",
+            # Leaks are told apart by their whole stacks, see lsan.supp.
+            "ASAN_OPTIONS": f"detect_leaks={check_leaks:d}:fast_unwind_on_malloc=0:"
+                            f"log_path={SANITIZER}/report",
             "LSAN_OPTIONS": f"suppressions={SANITIZER}/lsan.supp:print_suppressions=0",
             "UBSAN_OPTIONS":
                 f"print_stacktrace=1:halt_on_error=1:log_path={SANITIZER}/report",
@@ -283,24 +300,26 @@ class InstallRoot:
 
 def tree_of(folder):
     """Everything below the host directory `folder`: Nodes by relative path; "." is itself."""
-    folder = pathlib.Path(folder)
-    found = {".": _node(folder)}
-    for parent, directories, files in os.walk(folder):
+    # Relative to open folders: a path may be longer than the system takes in one piece.
+    found = {}
+    for parent, directories, files, parent_fd in os.fwalk(folder):
+        found[os.path.relpath(parent, folder)] = _node(".", parent_fd)
         for name in directories + files:
-            path = pathlib.Path(parent, name)
-            found[str(path.relative_to(folder))] = _node(path)
+            found[os.path.relpath(os.path.join(parent, name), folder)] = _node(name, parent_fd)
     return found
 
 
-def _node(path):
-    status = path.lstat()
+def _node(name, folder_fd):
+    status = os.stat(name, dir_fd=folder_fd, follow_symlinks=False)
     mode = stat.S_IMODE(status.st_mode)
     if stat.S_ISLNK(status.st_mode):
-        return Node("link", mode, os.readlink(path))
+        return Node("link", mode, os.readlink(name, dir_fd=folder_fd))
     if stat.S_ISDIR(status.st_mode):
         return Node("directory", mode)
     if stat.S_ISREG(status.st_mode):
-        return Node("file", mode, path.read_bytes())
+        with open(name, "rb", opener=lambda path, flags: os.open(path, flags, dir_fd=folder_fd)) \
+                as file:
+            return Node("file", mode, file.read())
     return Node("other", mode)
 
 
