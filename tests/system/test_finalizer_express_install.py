@@ -1,0 +1,89 @@
+"""The hand-off that completes an express install begun in a web page.
+
+The pingback takes the flag file away, so that as a rule no hand-off follows. A flag file that
+cannot be removed stands here for one that has been made again after the pingback.
+"""
+
+import pytest
+
+import finalizer_log
+from install_root import EXPRESS_FLAG, ROOT_HOME, VOLUME
+
+REDIRECT_PAGE = "http://www.tarvix.example/software/korvel/about/installerRedirect.html"
+UPDATER = ("/Library/Preferences/Velmora/Korvel Player/www.tarvix.example"
+           "/bin/kpupdatepl/kpupdatepl")
+
+
+@pytest.fixture
+def updater(install_root):
+    """The updater in the home of the user who runs the finalizer."""
+    return install_root.write(ROOT_HOME + UPDATER, "updater")
+
+
+@pytest.fixture
+def lasting_flag(install_root):
+    """A flag file that is still there after the pingback."""
+    install_root.write(EXPRESS_FLAG, "")
+    install_root.pin(EXPRESS_FLAG)
+
+
+@pytest.mark.usefixtures("lasting_flag")
+def test_hand_off(install_root, finalizer_run, bundle_blob, updater):
+    install_root.lay_blob(bundle_blob)
+    finalizer_run(["/"])
+    assert install_root.open_calls() == [[REDIRECT_PAGE]]
+    assert not updater.exists()
+    assert updater.parent.exists()
+    assert install_root.log("alice") == finalizer_log.success()
+
+
+@pytest.mark.usefixtures("lasting_flag")
+def test_hand_off_without_an_updater(install_root, finalizer_run, bundle_blob):
+    install_root.lay_blob(bundle_blob)
+    finalizer_run(["/"])
+    assert install_root.open_calls() == [[REDIRECT_PAGE]]
+
+
+@pytest.mark.usefixtures("lasting_flag")
+@pytest.mark.parametrize("home", [None, "/nonexistent"])
+def test_hand_off_without_a_home(install_root, finalizer_run, bundle_blob, updater, home):
+    install_root.lay_blob(bundle_blob)
+    finalizer_run(["/"], env={"HOME": home})
+    assert install_root.open_calls() == [[REDIRECT_PAGE]]
+    assert updater.exists()
+
+
+@pytest.mark.usefixtures("lasting_flag")
+def test_program_that_cannot_be_launched(install_root, finalizer_run, bundle_blob, updater):
+    install_root.lay_blob(bundle_blob)
+    install_root.has_open = False
+    # Foundation leaks the task when its launch fails.
+    finalizer_run(["/", "-disableAnalytics"], check_leaks=False)
+    assert not updater.exists()
+    assert install_root.log("alice") == finalizer_log.success(
+        "", finalizer_log.DISABLING_ANALYTICS)
+
+
+@pytest.mark.usefixtures("lasting_flag")
+@pytest.mark.parametrize("console, arguments", [
+    ("alice", [VOLUME]), ("alice", ["//"]), ("alice", []), ("loginwindow", ["/"]), (None, ["/"])])
+def test_no_hand_off(install_root, finalizer_run, bundle_blob, updater, console, arguments):
+    install_root.set_console(console)
+    install_root.lay_blob(bundle_blob, "".join(arguments) or "/")
+    finalizer_run(arguments)
+    assert install_root.open_calls() == []
+    assert updater.exists()
+
+
+def test_no_hand_off_without_a_flag(install_root, finalizer_run, bundle_blob, updater):
+    install_root.lay_blob(bundle_blob)
+    finalizer_run(["/"])
+    assert install_root.open_calls() == []
+    assert updater.exists()
+
+
+@pytest.mark.usefixtures("lasting_flag")
+def test_no_hand_off_after_a_failed_extraction(install_root, finalizer_run, updater):
+    finalizer_run(["/"], status=1)
+    assert install_root.open_calls() == []
+    assert updater.exists()
