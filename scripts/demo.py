@@ -1,0 +1,163 @@
+#!/usr/bin/env python3
+"""The part of scripts/demo.sh that follows the build."""
+
+import argparse
+import os
+import pathlib
+import plistlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests/system"))
+
+from install_root import BLOB, BUNDLE, InstallRoot, tree_of  # noqa: E402
+
+MB = 1000 * 1000
+LANGUAGES = ("ar bg cs da de el en en_GB es et fi fr he hr hu it ja ko lt lv nb nl pl pt pt_PT ro "
+             "ru sk sl sr sv th tr uk zh_CN zh_TW").split()
+RESOURCES_PER_LANGUAGE = 30
+LARGEST_RESOURCE = 64 * 1000
+BINARY_SIZE = (4 * MB, 16 * MB)
+LIBRARY_SIZE = (100 * 1000, 2 * MB)
+BUNDLE_SIZE = 31 * MB
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--build", default="build", help="build folder (default: build)")
+    build = pathlib.Path(parser.parse_args().build).resolve()
+
+    work = pathlib.Path(tempfile.mkdtemp(prefix="kpinstall-demo-"))
+    try:
+        work.chmod(0o755)
+        return demonstrate(build, work)
+    finally:
+        shutil.rmtree(work)
+
+
+def demonstrate(build, work):
+    """Packs, installs and compares. Returns the exit status."""
+    heading("A bundle, from files of this machine")
+    bundle = work / "PepperKorvelPlayer.plugin"
+    make_bundle(bundle)
+    source = tree_of(bundle)
+    print(describe(source))
+
+    heading("kpim pack: some ten seconds, one thread by design")
+    blob = work / "payload.lzma"
+    subprocess.run([build / "bin/kpim", "pack", bundle, "-o", blob, "--sort"], check=True)
+
+    heading("Before: an older install, and the blob beside it")
+    root = InstallRoot(work / "root", build, console="alice")
+    root.write(f"{BUNDLE}/Contents/Info.plist", "an older version")
+    root.write(f"{BUNDLE}/Contents/Frameworks/Retired.framework/Retired", "no longer shipped")
+    root.lay_blob(blob)
+    show_folder(root)
+
+    heading("finalizer /")
+    start = time.monotonic()
+    result = root.run(["/"])
+    print(f"exit status {result.status} after {time.monotonic() - start:.2f} s, "
+          f"output: {result.stdout + result.stderr or 'none'}")
+
+    heading("The install log, in the home of the console user: " +
+            str(root.log_path("alice").relative_to(root.folder)))
+    print(root.log_path("alice").read_text(encoding="utf-8"), end="")
+
+    heading("After")
+    show_folder(root)
+
+    heading("Every byte")
+    return result.status or compare(source, root.tree(BUNDLE), bundle, root.path(BUNDLE))
+
+
+def heading(text):
+    """Starts a section. Flushed, since the programs that follow write for themselves."""
+    print(f"\n-- {text}", flush=True)
+
+
+def make_bundle(bundle):
+    """A plug-in bundle: a large binary, localized resources, libraries. On one machine always
+    the same one."""
+    contents = bundle / "Contents"
+    for folder in ("MacOS", "Resources", "Frameworks"):
+        (contents / folder).mkdir(parents=True)
+    (bundle / "PkgInfo").write_text("BRPL????")
+    with open(contents / "Info.plist", "wb") as file:
+        plistlib.dump({"CFBundleExecutable": "PepperKorvelPlayer",
+                       "CFBundleIdentifier": "com.velmora.PepperKorvelPlayer",
+                       "CFBundleVersion": "32.0.0.269"}, file)
+
+    binary = next(files_of("/usr/lib", *BINARY_SIZE))
+    shutil.copyfile(binary, contents / "MacOS/PepperKorvelPlayer")
+
+    resources = files_of("/usr/share", 1, LARGEST_RESOURCE)
+    for language in LANGUAGES:
+        folder = contents / f"Resources/{language}.lproj"
+        folder.mkdir()
+        for number in range(RESOURCES_PER_LANGUAGE):
+            path = next(resources)
+            shutil.copyfile(path, folder / f"{number:02} {path.name}"[:255])
+
+    size = sum(path.stat().st_size for path in bundle.rglob("*"))
+    for number, path in enumerate(files_of("/usr/lib", *LIBRARY_SIZE)):
+        if size > BUNDLE_SIZE:
+            break
+        shutil.copyfile(path, contents / f"Frameworks/{number:03} {path.name}")
+        size += path.stat().st_size
+
+
+def files_of(folder, smallest, largest):
+    """The regular files below `folder` with a size in that range, in a fixed order."""
+    for parent, folders, names in os.walk(folder):
+        folders.sort()
+        for name in sorted(names):
+            path = pathlib.Path(parent, name)
+            if path.is_file() and not path.is_symlink():
+                if smallest <= path.stat().st_size <= largest:
+                    yield path
+
+
+def describe(tree):
+    """A tree in one line: counts, bytes and modes."""
+    files = [node for node in tree.values() if node.kind == "file"]
+    folders = [node for node in tree.values() if node.kind == "directory"]
+    return (f"{len(files)} files ({modes(files)}), {len(folders)} folders ({modes(folders)}), "
+            f"{sum(len(node.content) for node in files) / MB:.1f} MB")
+
+
+def modes(nodes):
+    """The modes that occur in `nodes`."""
+    return ", ".join(sorted({f"{node.mode:04o}" for node in nodes}))
+
+
+def show_folder(root):
+    """The bundle's folder: what lies in it."""
+    folder = root.path(BUNDLE).parent
+    print(f"{folder.relative_to(root.folder)}:")
+    for path in sorted(folder.iterdir()):
+        if path.is_dir():
+            print(f"  {path.name}/  {describe(tree_of(path))}")
+        else:
+            print(f"  {path.name}  {path.stat().st_size / MB:.1f} MB")
+    if not root.path(BLOB).exists():
+        print("  no blob")
+
+
+def compare(source, installed, source_folder, installed_folder):
+    """Compares contents with our own eyes and with diff(1). Returns the exit status."""
+    same = sum(node.kind == "file" and installed.get(name) is not None
+               and installed[name].content == node.content for name, node in source.items())
+    files = sum(node.kind == "file" for node in source.values())
+    diff = subprocess.run(["diff", "-r", source_folder, installed_folder], check=False)
+    print(f"{same} of {files} files are identical, "
+          f"{len(installed.keys() - source.keys())} are left of the older install")
+    print(f"diff -r: {'no difference' if diff.returncode == 0 else 'different'}")
+    return 0 if diff.returncode == 0 and same == files else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
