@@ -11,6 +11,11 @@ find_package_handle_standard_args(GNUstepBase
 if(GNUstepBase_FOUND AND NOT TARGET GNUstep::Base)
   execute_process(COMMAND "${GNUSTEP_CONFIG}" --objc-flags
     OUTPUT_VARIABLE GNUSTEP_FLAGS OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  # gnustep-config succeeds and prints nothing when it finds no make(1). Without these flags
+  # string constants would be of a class that Foundation does not know.
+  if(NOT GNUSTEP_FLAGS MATCHES "-fconstant-string-class")
+    message(FATAL_ERROR "${GNUSTEP_CONFIG} --objc-flags gives no flags: is make installed?")
+  endif()
   separate_arguments(GNUSTEP_FLAGS UNIX_COMMAND "${GNUSTEP_FLAGS}")
   # Only what decides the meaning of the sources: optimisation, warnings and
   # dependency files are the build's own business.

@@ -7,7 +7,7 @@ packages=(
     # build
     clang clang-format clang-tidy cmake git libclang-rt-14-dev lld llvm ninja-build pkg-config
     libcli11-dev libcurl4-openssl-dev libsystemd-dev lzma-dev
-    gnustep-make libgnustep-base-dev libobjc-12-dev
+    gnustep-make libgnustep-base-dev libobjc-12-dev make
     # test and demo
     bubblewrap ca-certificates libbenchmark-dev libgmock-dev libgtest-dev nginx-light openssl
     python3 python3-pytest shellcheck strace
