@@ -42,18 +42,24 @@ build() {
     cmake --preset "$1" && cmake --build --preset "$1" -j "$(nproc)"
 }
 
-# unit_tests NAME BUILD: every unit test executable of a build folder.
+# unit_tests NAME BUILD: every unit test executable of a build folder, one suite each, and
+# what ctest knows besides.
 unit_tests() {
-    local executable name found=1
-    for executable in "$2"/tests/*_test; do
-        if [ ! -x "$executable" ]; then continue; fi
-        found=0
+    local executable name others seen=()
+    for executable in "$2"/tests/*; do
+        if [ ! -f "$executable" ] || [ ! -x "$executable" ]; then continue; fi
+        seen+=("${executable##*/}")
         name=unit-$1-${executable##*/}
         # Foundation writes into the home folder: not into that of whoever tests.
         suite "$name" env HOME="$results/home" "$executable" \
             --gtest_brief=1 --gtest_output="xml:$results/$name.xml"
     done
-    if [ "$found" -ne 0 ]; then check "unit-$1" false; fi
+    if [ ${#seen[@]} -eq 0 ]; then check "unit-$1" false; fi
+    others=(--test-dir "$2" --exclude-regex "^($(IFS='|' && echo "${seen[*]}"))\$")
+    if ! ctest "${others[@]}" --show-only | grep -qx 'Total Tests: 0'; then
+        suite "unit-$1-others" ctest "${others[@]}" --output-on-failure \
+            --output-junit "$results/unit-$1-others.xml"
+    fi
 }
 
 # system_tests NAME BUILD
