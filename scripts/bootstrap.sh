@@ -3,6 +3,8 @@
 # sudo. Does nothing when all of it is there.
 set -euo pipefail
 
+repo=$(cd "$(dirname "$0")/.." && pwd)
+
 packages=(
     # build
     clang clang-format clang-tidy cmake git libclang-rt-14-dev lld llvm ninja-build pkg-config
@@ -20,7 +22,16 @@ for package in "${packages[@]}"; do
     status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2> /dev/null || true)
     [ "$status" = installed ] || missing+=("$package")
 done
-[ ${#missing[@]} -gt 0 ] || exit 0
+
+# The current LZMA SDK is faster than lzma-dev's, but the build does not depend on it.
+fetch_lzma_sdk() {
+    "$repo/scripts/fetch-lzma-sdk.sh" || echo "bootstrap: building with the LZMA SDK of lzma-dev"
+}
+
+if [ ${#missing[@]} -eq 0 ]; then
+    fetch_lzma_sdk
+    exit 0
+fi
 
 elevate=()
 if [ "$(id -u)" -ne 0 ]; then
@@ -48,3 +59,4 @@ fi
 apt-get -q update < /dev/null
 apt-get -q -y -o Dpkg::Use-Pty=0 install --no-install-recommends "$@" < /dev/null
 ROOT
+fetch_lzma_sdk
