@@ -1,0 +1,105 @@
+#include "tools/kpim/BundleScan.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
+#include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
+#include "tools/kpim/Report.h"
+
+namespace kpim {
+
+namespace {
+
+/// Sizes in a blob have 32 bits, and so has the length of a blob for its reader.
+constexpr unsigned long kMaximumSize = 0xFFFFFFFF;
+
+unsigned long HeaderLength(const std::string& name) {
+  return SizeofFormattedGenericHeader(const_cast<char*>(name.c_str()));
+}
+
+}  // namespace
+
+bool BundleScan::Scan(const std::string& bundle) {
+  struct stat status = {};
+  if (stat(bundle.c_str(), &status) != 0) {
+    Refuse(bundle, strerror(errno));
+  } else if (!S_ISDIR(status.st_mode)) {
+    Refuse(bundle, strerror(ENOTDIR));
+  } else {
+    blobBytes_ = HeaderLength("");
+    ScanDirectory(bundle, IdentityOf(status));
+  }
+  if (blobBytes_ > kMaximumSize) {
+    Refuse(bundle, "too large for a blob: 4 GiB or more");
+  }
+  return !refused_;
+}
+
+void BundleScan::ScanDirectory(const std::string& path, FileIdentity identity) {
+  if (identity == outputDirectory_) {
+    Refuse(path, "the blob must not be written into the bundle that it is made of");
+    return;
+  }
+  if (std::find(open_.begin(), open_.end(), identity) != open_.end()) {
+    Refuse(path, "a link to a directory around it");
+    return;
+  }
+  // The root of the blob is the first level.
+  if (open_.size() >= kMaximumNesting) {
+    Refuse(path, "nested too deeply: more than " + std::to_string(kMaximumNesting) + " levels");
+    return;
+  }
+  std::vector<std::string> names;
+  if (const int error = ListDirectory(path, names)) {
+    Refuse(path, strerror(error));
+    return;
+  }
+  open_.push_back(identity);
+  for (const std::string& name : names) {
+    // Links can make a small folder endless in effect: past the limit nothing matters.
+    if (PlatformFilenameAllowed(name.c_str()) && blobBytes_ <= kMaximumSize) {
+      ScanEntry(JoinPath(path, name), name);
+    }
+  }
+  open_.pop_back();
+}
+
+void BundleScan::ScanEntry(const std::string& path, const std::string& name) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0) {
+    Refuse(path, strerror(errno));
+    return;
+  }
+  blobBytes_ += HeaderLength(name);
+  if (S_ISDIR(status.st_mode)) {
+    ScanDirectory(path, IdentityOf(status));
+  } else if (S_ISREG(status.st_mode)) {
+    ScanFile(path, status.st_size);
+  } else {
+    Refuse(path, "neither a file nor a directory");
+  }
+}
+
+void BundleScan::ScanFile(const std::string& path, off_t size) {
+  const auto bytes = static_cast<unsigned long>(size);
+  if (bytes > kMaximumSize) {
+    Refuse(path, "too large for a blob: 4 GiB or more");
+    return;
+  }
+  if (const int error = TryToRead(path)) {
+    Refuse(path, strerror(error));
+    return;
+  }
+  contentBytes_ += bytes;
+  blobBytes_ += bytes;
+}
+
+void BundleScan::Refuse(const std::string& path, const std::string& why) {
+  ReportError(path, why);
+  refused_ = true;
+}
+
+}  // namespace kpim

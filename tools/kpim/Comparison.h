@@ -1,0 +1,42 @@
+// Comparing a payload tree with a directory on disk.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/kpim/Tree.h"
+
+namespace kpim {
+
+/// How an entry differs.
+enum class DifferenceKind {
+  /// In the tree, not on disk.
+  kMissing,
+  /// On disk, not in the tree.
+  kExtra,
+  /// A file with other contents.
+  kDifferent,
+  /// A file on one side and something else on the other.
+  kTypeMismatch,
+  /// Cannot be read from disk.
+  kUnreadable,
+  /// Stands in the tree twice, and not as a directory both times.
+  kDuplicate,
+};
+
+/// One entry that differs.
+struct Difference {
+  /// Relative to the directory; "." for the directory itself.
+  std::string path;
+  DifferenceKind kind;
+  /// The errno value of kUnreadable.
+  int error = 0;
+};
+
+/// Compares what writing the sibling list `list` below `directory` would give with what is
+/// there: names, kinds and contents, links followed. Names that are never packed are not
+/// missed, and nothing is told about the inside of a directory that one side lacks. Returns
+/// the differences ordered by path.
+std::vector<Difference> CompareWithDirectory(const fileChunk* list, const std::string& directory);
+
+}  // namespace kpim

@@ -1,0 +1,42 @@
+// Small questions to the file system.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+namespace kpim {
+
+/// A file or directory, whatever path leads to it.
+struct FileIdentity {
+  dev_t device = 0;
+  ino_t inode = 0;
+  bool operator==(const FileIdentity& other) const {
+    return device == other.device && inode == other.inode;
+  }
+};
+
+/// The identity that stat(2) reported.
+FileIdentity IdentityOf(const struct stat& status);
+
+/// Reads the names in the directory at `path`, "." and ".." left out, sorted bytewise.
+/// Returns 0 or an errno value.
+int ListDirectory(const std::string& path, std::vector<std::string>& names);
+
+/// Opens the file at `path` for reading and closes it again. Returns 0 or an errno value.
+int TryToRead(const std::string& path);
+
+/// `parent` and `leaf` with one '/' between them; the other one when one is empty.
+std::string JoinPath(const std::string& parent, const std::string& leaf);
+
+/// `path` without the slashes at its end; "/" stays.
+std::string WithoutTrailingSlashes(std::string path);
+
+/// The directory part of `path`: "." when it has none.
+std::string DirectoryOf(const std::string& path);
+
+/// What follows the last '/' of `path`.
+std::string LeafOf(const std::string& path);
+
+}  // namespace kpim

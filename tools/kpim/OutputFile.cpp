@@ -1,0 +1,158 @@
+#include "tools/kpim/OutputFile.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "tools/kpim/Report.h"
+
+namespace kpim {
+
+namespace {
+
+constexpr char kTemporaryName[] = ".kpim-XXXXXX";
+constexpr mode_t kMode = 0644;
+constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+
+/// What a signal handler removes; absent when there is nothing to remove.
+std::atomic<const char*> temporaryToRemove{nullptr};
+static_assert(std::atomic<const char*>::is_always_lock_free, "read by a signal handler");
+
+/// Installed with SA_RESETHAND: raised again, the signal ends the process as it would have.
+void RemoveTemporary(int signal) {
+  if (const char* path = temporaryToRemove.load()) {
+    (void)unlink(path);
+  }
+  (void)raise(signal);
+}
+
+void InstallSignalHandlers() {
+  for (const int signal : kEndingSignals) {
+    struct sigaction action = {};
+    // A signal that is ignored, as under nohup, stays ignored.
+    if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) {
+      continue;
+    }
+    action.sa_handler = RemoveTemporary;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    (void)sigaction(signal, &action, nullptr);
+  }
+}
+
+/// Keeps the ending signals away while a temporary file and its note come or go together.
+class SignalBlock {
+ public:
+  SignalBlock() {
+    sigset_t signals;
+    (void)sigemptyset(&signals);
+    for (const int signal : kEndingSignals) {
+      (void)sigaddset(&signals, signal);
+    }
+    (void)pthread_sigmask(SIG_BLOCK, &signals, &before_);
+  }
+  ~SignalBlock() { (void)pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalBlock(const SignalBlock&) = delete;
+  SignalBlock& operator=(const SignalBlock&) = delete;
+
+ private:
+  sigset_t before_ = {};
+};
+
+mode_t CurrentUmask() {
+  const mode_t mask = umask(0);
+  (void)umask(mask);
+  return mask;
+}
+
+}  // namespace
+
+OutputFile::~OutputFile() {
+  if (descriptor_ >= 0) {
+    (void)close(descriptor_);
+  }
+  const SignalBlock block;
+  if (temporaryToRemove.exchange(nullptr)) {
+    (void)unlink(temporaryPath_.c_str());
+  }
+}
+
+bool OutputFile::Choose(const std::string& path) {
+  path_ = path;
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
+    char target[PATH_MAX];
+    if (!realpath(path.c_str(), target)) {
+      return Fail(errno);
+    }
+    path_ = target;
+  }
+  if (stat(path_.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+    ReportError(path, "exists and is not a regular file");
+    return false;
+  }
+  if (LeafOf(path_).empty()) {
+    ReportError(path, "not the name of a file");
+    return false;
+  }
+  if (stat(DirectoryOf(path_).c_str(), &status) != 0) {
+    return Fail(errno);
+  }
+  directory_ = IdentityOf(status);
+  return true;
+}
+
+bool OutputFile::Open() {
+  temporaryPath_ = JoinPath(DirectoryOf(path_), kTemporaryName);
+  InstallSignalHandlers();
+  const SignalBlock block;
+  descriptor_ = mkstemp(temporaryPath_.data());
+  if (descriptor_ < 0) {
+    return Fail(errno);
+  }
+  temporaryToRemove = temporaryPath_.c_str();
+  return true;
+}
+
+bool OutputFile::Write(const unsigned char* bytes, size_t count) {
+  while (count > 0) {
+    const ssize_t written = write(descriptor_, bytes, count);
+    if (written < 0 && errno != EINTR) {
+      return Fail(errno);
+    }
+    if (written > 0) {
+      bytes += written;
+      count -= static_cast<size_t>(written);
+    }
+  }
+  return true;
+}
+
+bool OutputFile::Commit() {
+  if (fchmod(descriptor_, kMode & ~CurrentUmask()) != 0 || fsync(descriptor_) != 0) {
+    return Fail(errno);
+  }
+  const int closed = close(descriptor_);
+  descriptor_ = -1;
+  if (closed != 0) {
+    return Fail(errno);
+  }
+  const SignalBlock block;
+  if (rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
+    return Fail(errno);
+  }
+  temporaryToRemove = nullptr;
+  return true;
+}
+
+bool OutputFile::Fail(int error) {
+  ReportSystemError(path_, error);
+  return false;
+}
+
+}  // namespace kpim

@@ -1,0 +1,32 @@
+// What kpim says: results on standard output, errors on standard error.
+#pragma once
+
+#include <string>
+
+namespace kpim {
+
+/// Makes sure that descriptors 0 to 2 are taken, so that no file that is opened later gets
+/// what is printed, and that a write to a closed pipe or past a file size limit fails
+/// instead of killing the process. Call it first.
+void PrepareStandardStreams();
+
+/// Prints `text` on standard output as it stands. FinishStandardOutput tells of failures.
+void Print(const std::string& text);
+
+/// Writes out what standard output still holds. False, and a line on standard error, when
+/// that or an earlier write failed.
+bool FinishStandardOutput();
+
+/// Prints "kpim: WHAT: WHY" on standard error; control characters are shown as \xHH.
+void ReportError(const std::string& what, const std::string& why);
+
+/// Prints "kpim: WHY" on standard error, without allocating memory.
+void ReportPlainError(const char* why);
+
+/// Prints `line` on standard error.
+void ReportLine(const std::string& line);
+
+/// ReportError with the text of the system error `error`, an errno value.
+void ReportSystemError(const std::string& what, int error);
+
+}  // namespace kpim

@@ -1,0 +1,42 @@
+// The payload tree as kpim handles it.
+#pragma once
+
+#include <memory>
+
+#include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
+
+namespace kpim {
+
+/// Frees a whole sibling list.
+struct ChunkListDeleter {
+  void operator()(fileChunk* head) const { DeleteFileChunks(head); }
+};
+
+/// Owner of a sibling list and everything below it.
+using ChunkList = std::unique_ptr<fileChunk, ChunkListDeleter>;
+
+/// How much a tree holds.
+struct TreeTotals {
+  /// Files and directories, the nameless root not among them.
+  unsigned long entries = 0;
+  /// Sum of the files' sizes.
+  unsigned long bytes = 0;
+};
+
+/// Counts the entries of a sibling list and everything below it.
+TreeTotals CountTree(const fileChunk* list);
+
+/// Orders a sibling list, and the list of every directory below, by name, bytewise.
+void SortByName(fileChunk*& list);
+
+/// What a blob is whose list is no solid root.
+constexpr char kNotASolidRoot[] =
+    "not an installer's blob: it does not consist of exactly one nameless directory";
+
+/// True when the list is what an installer's blob decodes to: one nameless directory.
+bool IsSolidRoot(const fileChunk* list);
+
+/// Makes all names safe to print on a terminal, bytes that are not becoming '?'.
+void MaskNames(fileChunk* list);
+
+}  // namespace kpim
