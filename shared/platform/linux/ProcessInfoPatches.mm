@@ -1,0 +1,111 @@
+// Corrections of what GNUstep Base does at the start of a process.
+#import <Foundation/Foundation.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#import "shared/platform/linux/MethodReplacement.h"
+
+namespace {
+
+// GNUstep takes it out of the arguments again. Its warnings, of files that cannot be read for
+// instance, go to standard error, where macOS only returns nil.
+constexpr char kSilenceWarnings[] = "--GNU-Debug=NoWarn";
+
+constexpr unsigned char kLastASCII = 0x7F;
+constexpr char kSubstitute = '?';
+
+NSString* const kDefaultsLock = @".GNUstepDefaults.lck";
+
+int s_argc;
+char** s_argv;
+char** s_environment;
+
+/// Keeps what the kernel gave. The C library calls constructors like main; this one comes before
+/// those by which classes are loaded.
+__attribute__((constructor(101))) void KeepArguments(int argc, char** argv, char** environment) {
+  s_argc = argc;
+  s_argv = argv;
+  s_environment = environment;
+}
+
+bool IsUTF8(const char* text) { return [NSString stringWithUTF8String:text] != nil; }
+
+/// The argument if it is UTF-8, otherwise what of it is ASCII.
+std::string ReadableArgument(const char* argument) {
+  std::string readable = argument;
+  if (!IsUTF8(argument)) {
+    for (char& byte : readable) {
+      byte = static_cast<unsigned char>(byte) > kLastASCII ? kSubstitute : byte;
+    }
+  }
+  return readable;
+}
+
+using InitializeMethod = void (*)(id, SEL);
+InitializeMethod s_initialize;
+
+/// GNUstep ends the process at the first argument or environment variable that is not UTF-8. Here
+/// such an argument is made readable in the process information (main has it as it is), and such
+/// a variable is absent from it.
+void InitializeProcessInfo(id self, SEL selector) {
+  static bool s_isInitialized = false;
+  if (!s_isInitialized) {
+    s_isInitialized = true;
+    NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+    std::vector<std::string> arguments;
+    arguments.reserve(static_cast<size_t>(s_argc) + 2);
+    for (int i = 0; i < s_argc; ++i) {
+      arguments.push_back(ReadableArgument(s_argv[i]));
+    }
+    arguments.resize(std::max<size_t>(arguments.size(), 1));
+    arguments.push_back(kSilenceWarnings);
+    std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
+    for (std::string& argument : arguments) {
+      argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    std::vector<char*> environment;
+    for (char** variable = s_environment; *variable != nullptr; ++variable) {
+      if (IsUTF8(*variable)) {
+        environment.push_back(*variable);
+      }
+    }
+    environment.push_back(nullptr);
+    GSInitializeProcess(static_cast<int>(arguments.size()), argv.data(), environment.data());
+    [pool release];
+  }
+  s_initialize(self, selector);
+}
+
+using InitWithPathMethod = id (*)(id, SEL, NSString*);
+InitWithPathMethod s_initLockWithPath;
+
+/// GNUstep complains about a lock for the user defaults in a home that cannot be written, and waits
+/// for seconds for one that was left behind. The product only reads defaults; without a lock they
+/// are read all the same, and never written.
+id InitLockWithPath(id self, SEL selector, NSString* path) {
+  if ([[path lastPathComponent] isEqualToString:kDefaultsLock]) {
+    [self release];
+    return nil;
+  }
+  return s_initLockWithPath(self, selector, path);
+}
+
+}  // namespace
+
+@interface KPProcessInfoPatches : NSObject
+@end
+
+@implementation KPProcessInfoPatches
+
++ (void)load {
+  s_initialize = (InitializeMethod)ReplaceMethod("NSProcessInfo", @selector(initialize),
+                                                 (IMP)InitializeProcessInfo, true);
+  s_initLockWithPath = (InitWithPathMethod)ReplaceMethod(
+      "NSDistributedLock", @selector(initWithPath:), (IMP)InitLockWithPath);
+}
+
+@end

@@ -1,0 +1,27 @@
+// The few names of CoreFoundation that the product uses. Its objects are Foundation's own, so a
+// cast turns one into the other, as on macOS. Usable from C, C++ and Objective-C.
+#pragma once
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef unsigned char Boolean;
+
+typedef const void* CFTypeRef;
+typedef const struct __CFString* CFStringRef;
+
+/// A constant string. In Objective-C only, whose compiler makes it.
+#ifdef __OBJC__
+#define CFSTR(text) ((CFStringRef) @"" text)
+#endif
+
+/// Gives up one ownership of `object`, which must not be NULL.
+void CFRelease(CFTypeRef object);
+
+/// True when the two are equal as Foundation's `isEqual:` sees it. Neither may be NULL.
+Boolean CFEqual(CFTypeRef left, CFTypeRef right);
+
+#ifdef __cplusplus
+}
+#endif

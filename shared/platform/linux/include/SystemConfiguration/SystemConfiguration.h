@@ -1,0 +1,25 @@
+// The one function of SystemConfiguration that the product uses, over logind: sd-login(3).
+#pragma once
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <sys/types.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef const struct __SCDynamicStore* SCDynamicStoreRef;
+
+/// Name of the user at the console, that is of the session in the foreground of "seat0", graphical
+/// or text. The caller releases it. A login screen's session gives "loginwindow", as on macOS;
+/// a user id without a passwd entry gives its decimal text.
+///
+/// Returns NULL, and leaves the ids as they are, when no session is in the foreground or logind
+/// does not run. `store` is ignored. `uid` and `gid` may be NULL; they receive the session's user
+/// (of a login screen: the one that it runs as) and that user's primary group, (gid_t)-1 when
+/// there is no passwd entry to tell it.
+CFStringRef SCDynamicStoreCopyConsoleUser(SCDynamicStoreRef store, uid_t* uid, gid_t* gid);
+
+#ifdef __cplusplus
+}
+#endif

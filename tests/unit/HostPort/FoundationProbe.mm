@@ -1,0 +1,32 @@
+// Does with Foundation what every program of the product does at its start, and prints how it
+// went. Standard error belongs to Foundation: the test of this program wants it empty.
+#import <Foundation/Foundation.h>
+
+#include <cstdio>
+
+int main(int argc, char** argv) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  NSString* home = [[[NSProcessInfo processInfo] environment] objectForKey:@"HOME"];
+  printf("HOME=%s\n", home != nil ? [home UTF8String] : "(absent)");
+
+  NSDateFormatter* formatter = [[[NSDateFormatter alloc] init] autorelease];
+  [formatter setLocale:[[[NSLocale alloc] initWithLocaleIdentifier:@"en_US_POSIX"] autorelease]];
+  [formatter setDateFormat:@"Z"];
+  printf("offset %s\n", [[formatter stringFromDate:[NSDate date]] UTF8String]);
+
+  [[NSUserDefaults standardUserDefaults] objectForKey:@"AppleLanguages"];
+  [[NSBundle mainBundle] infoDictionary];
+  if (argc > 1) {
+    NSURL* url = [NSURL fileURLWithPath:[NSString stringWithUTF8String:argv[1]]];
+    NSString* text = [NSString stringWithContentsOfURL:url
+                                              encoding:NSUTF8StringEncoding
+                                                 error:nullptr];
+    printf("read %s\n", text != nil ? [text UTF8String] : "(absent)");
+    NSArray* arguments = [[NSProcessInfo processInfo] arguments];
+    for (NSUInteger i = 2; i < [arguments count]; ++i) {
+      printf("argument %s\n", [[arguments objectAtIndex:i] UTF8String]);
+    }
+  }
+  [pool release];
+  return 0;
+}

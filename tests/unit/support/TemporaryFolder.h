@@ -1,0 +1,47 @@
+// A private folder for one test, and whole files in one line.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+/// A new empty folder that goes, with everything in it, when the object does.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "kp-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) ADD_FAILURE() << "no temporary folder";
+    mPath = pattern;
+  }
+  TemporaryFolder(TemporaryFolder const&) = delete;
+  TemporaryFolder& operator=(TemporaryFolder const&) = delete;
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(mPath, ignored);
+  }
+
+  std::filesystem::path const& Path() const { return mPath; }
+  /// The path of `name` in the folder.
+  std::string operator/(char const* name) const { return (mPath / name).string(); }
+
+ private:
+  std::filesystem::path mPath;
+};
+
+/// Every byte of the file; a missing file fails the test.
+inline std::string ReadWholeFile(std::string const& path) {
+  std::ifstream file(path, std::ios::binary);
+  EXPECT_TRUE(file.is_open()) << path;
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// Creates or replaces the file.
+inline void WriteWholeFile(std::string const& path, std::string const& content) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(content.data(), static_cast<std::streamsize>(content.size()));
+  ASSERT_TRUE(file.good()) << path;
+}
