@@ -1,1 +1,67 @@
-#import <Foundation/Foundation.h>
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/DecompressLZMA.h"
+
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/GlobalLogger.h"
+#include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
+#include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
+
+namespace {
+
+NSString* const kBundlePath =
+    @"/Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin";
+NSString* const kBlobExtension = @"lzma";
+
+void Log(unsigned int level, NSString* format, NSString* argument) {
+  [g_logger logTimeStampedString:[NSString stringWithFormat:format, argument]
+                withLoggingLevel:level];
+}
+
+void LogFault(const BlobFault& fault) {
+  NSString* place = fault.inDecodedContent ? @" in the decoded content" : @"";
+  NSString* line =
+      [NSString stringWithFormat:@"ERROR: The payload blob is malformed: %s%@ at byte %lu.",
+                                 fault.reason, place, fault.offset];
+  [g_logger logTimeStampedString:line withLoggingLevel:kLogLevelError];
+}
+
+/// Decodes the blob at `path` into a list that the caller frees; absent when nothing is in it.
+fileChunk* DecodeBlob(NSString* path) {
+  fileChunk* source = PlatformCreateSourceFromPath([path UTF8String]);
+  BlobFault fault;
+  fileChunk* tree = DismantleInstallerBlob(source, fault);
+  DeleteFileChunks(source);
+  if (fault.reason != nullptr) {
+    LogFault(fault);
+  }
+  return tree;
+}
+
+}  // namespace
+
+int DecompressLZMA(NSString* installRoot) {
+  NSFileManager* fileManager = [NSFileManager defaultManager];
+  NSString* outputPath =
+      installRoot != nil ? [installRoot stringByAppendingPathComponent:kBundlePath] : kBundlePath;
+  NSString* inputPath = [outputPath stringByAppendingPathExtension:kBlobExtension];
+  Log(kLogLevelInformation, @"Compression Output Path: '%@'.", outputPath);
+  Log(kLogLevelInformation, @"Compression Input Path: '%@'.", inputPath);
+
+  if (![fileManager fileExistsAtPath:inputPath]) {
+    Log(kLogLevelError, @"Input path not found: '%@'.", inputPath);
+    return 1;
+  }
+
+  // Without asking whether the bundle exists: a dangling link in its place would say no, and the
+  // new bundle would be written through it. The link goes, never what it points to.
+  [fileManager removeItemAtPath:outputPath error:nullptr];
+
+  fileChunk* tree = DecodeBlob(inputPath);
+  int result = 0;
+  // Writing reports success always. This is where a sink that reports failures would be heard.
+  if (!PlatformWriteFileFromChunk([outputPath UTF8String], tree)) {
+    Log(kLogLevelError, @"Error writing file: '%@'.", outputPath);
+    result = 1;
+  }
+  DeleteFileChunks(tree);
+  [fileManager removeItemAtPath:inputPath error:nullptr];
+  return result;
+}

@@ -1,2 +1,11 @@
+// Entry of the finalizer, which the installer package runs once, as root.
 #import <Foundation/Foundation.h>
-int main() { return 0; }
+
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/PerformMain.h"
+
+int main(int argc, char** argv) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  const int status = PerformMain(argc, argv);
+  [pool release];
+  return status;
+}

@@ -1,1 +1,4 @@
-#import <Foundation/Foundation.h>
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/DisableAnalytics.h"
+
+// Edits no settings yet.
+void DisableAnalytics(NSString* /*installRoot*/) {}

@@ -1,1 +1,4 @@
-#import <Foundation/Foundation.h>
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/RemoveObsoletePluginFiles.h"
+
+// Removes nothing yet.
+bool RemoveObsoletePluginFiles() { return true; }

@@ -1,0 +1,9 @@
+// The stage that records the user's choice against analytics.
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+/// Sets "DisableAnalytics" to "1" in the settings file
+/// "/Library/Application Support/Velmora/rks.cfg" under `installRoot`, or at that very path when
+/// the root is nil. The file is created when missing, its folder is not. Failures are silent.
+void DisableAnalytics(NSString* installRoot);

@@ -1,0 +1,18 @@
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/ParseCommandLine.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr char kDisableAnalyticsSwitch[] = "-disableAnalytics";
+
+}  // namespace
+
+bool ParseCommandLine(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    if (strcmp(argv[i], kDisableAnalyticsSwitch) == 0) {
+      return true;
+    }
+  }
+  return false;
+}

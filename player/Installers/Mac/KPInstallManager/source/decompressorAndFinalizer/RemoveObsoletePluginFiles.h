@@ -1,0 +1,9 @@
+// The stage that removes what older generations of the plug-in left behind.
+#pragma once
+
+/// Deletes the obsolete plug-in files of the folder "Library/Internet Plug-Ins" in the home that
+/// the environment variable HOME names, which need not be the console user's, and the obsolete
+/// plug-in of the system-wide folder. What cannot be removed stays, in silence.
+///
+/// Returns true, always.
+bool RemoveObsoletePluginFiles();
