@@ -56,7 +56,8 @@ void InitializeProcessInfo(id self, SEL selector) {
     NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
     std::vector<std::string> arguments;
     arguments.reserve(static_cast<size_t>(s_argc) + 2);
-    for (int i = 0; i < s_argc; ++i) {
+    // main may have taken arguments out of the array by now, and ended it earlier.
+    for (int i = 0; i < s_argc && s_argv[i] != nullptr; ++i) {
       arguments.push_back(ReadableArgument(s_argv[i]));
     }
     arguments.resize(std::max<size_t>(arguments.size(), 1));
