@@ -28,13 +28,14 @@ XZ_FILTER = "--lzma1=dict=64MiB,lc=3,lp=0,pb=2,mode=normal,nice=32,mf=bt4,depth=
 SOURCES = ["/usr/lib", "/usr/share", "/usr/include"]
 
 
-def sandbox(work, command):
+def sandbox(work, programs, command):
     """The command in a root where only `work` can be written and no network is."""
     return [
         "bwrap", "--die-with-parent", "--unshare-net", "--tmpfs", "/",
         "--ro-bind", "/usr", "/usr", "--symlink", "usr/bin", "/bin",
         "--symlink", "usr/lib", "/lib", "--symlink", "usr/lib64", "/lib64",
         "--ro-bind", "/etc", "/etc", "--proc", "/proc", "--dev", "/dev",
+        "--ro-bind", str(programs), str(programs),
         "--dir", "/tmp", "--bind", str(work), str(work),
         "--chdir", str(work), "--setenv", "HOME", "/tmp",
         # The install log is part of the work: it lies on the same file system.
@@ -42,11 +43,11 @@ def sandbox(work, command):
     ] + [str(word) for word in command]
 
 
-def run(work, command, shell=False):
+def run(work, programs, command, shell=False):
     """Runs a command; returns wall seconds, CPU seconds and the largest process's peak KiB."""
     words = ["/bin/sh", "-c", command] if shell else command
     start = time.perf_counter()
-    process = subprocess.Popen(sandbox(work, words), stdin=subprocess.DEVNULL,
+    process = subprocess.Popen(sandbox(work, programs, words), stdin=subprocess.DEVNULL,
                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
     errors = process.stderr.read()
     _, status, usage = os.wait4(process.pid, 0)
@@ -113,9 +114,9 @@ def same_tree(one, other):
 class Case:
     """One tree with its blob and the peers' archives, all in `work`."""
 
-    def __init__(self, name, tools, parent, wanted_bytes, wanted_files, largest):
+    def __init__(self, name, programs, parent, wanted_bytes, wanted_files, largest):
         self.name = name
-        self.tools = tools
+        self.programs = programs
         self.work = parent / name
         (self.work / "logs").mkdir(parents=True)
         self.tree = self.work / "tree"
@@ -125,17 +126,20 @@ class Case:
             "xz": self.work / "tree.tar.lzma"}
         subprocess.run(["tar", "-cf", self.work / "tree.tar", "-C", self.tree, "."], check=True)
 
+    def run(self, command, shell=False):
+        return run(self.work, self.programs, command, shell)
+
     def pack(self, contestant):
         archive = self.archives[contestant]
         archive.unlink(missing_ok=True)
         if contestant == "kpim":
-            command = [self.tools["kpim"], "pack", self.tree, "-o", archive]
+            command = [self.programs / "kpim", "pack", self.tree, "-o", archive]
         elif contestant == "7zz":
             command = ["7zz", "a", *SEVENZIP_METHOD, archive, f"{self.tree}/."]
         else:
-            return run(self.work, f"xz --format=lzma -T1 {XZ_FILTER} -c tree.tar > {archive.name}",
-                       shell=True)
-        return run(self.work, command)
+            return self.run(f"xz --format=lzma -T1 {XZ_FILTER} -c tree.tar > {archive.name}",
+                            shell=True)
+        return self.run(command)
 
     def extract(self, contestant):
         out = self.work / "out"
@@ -147,16 +151,16 @@ class Case:
             result.parent.mkdir(parents=True)
             shutil.copyfile(self.archives["kpim"], f"{result}.lzma")
             os.sync()
-            measured = run(self.work, [self.tools["finalizer"], out])
+            measured = self.run([self.programs / "finalizer", out])
         else:
             os.sync()
             if contestant == "7zz":
-                measured = run(self.work, ["7zz", "x", "-y", f"-o{out}", self.archives["7zz"]])
+                measured = self.run(["7zz", "x", "-y", f"-o{out}", self.archives["7zz"]])
             elif contestant == "xz | tar":
-                measured = run(self.work, f"xz -dc --format=lzma {self.archives['xz'].name} | "
+                measured = self.run(f"xz -dc --format=lzma {self.archives['xz'].name} | "
                                "tar -x -f - -C out", shell=True)
             else:
-                measured = run(self.work, ["bsdtar", "-x", "-f", self.archives["xz"], "-C", out])
+                measured = self.run(["bsdtar", "-x", "-f", self.archives["xz"], "-C", out])
         if not same_tree(self.tree, result):
             sys.exit(f"{contestant} did not give the tree back")
         return measured
@@ -249,28 +253,20 @@ def main():
     if options.quick:
         options.rounds = 3
 
-    tools = {name: (options.build / "bin" / name).resolve() for name in ["finalizer", "kpim"]}
+    programs = (options.build / "bin").resolve()
+    for name in ("finalizer", "kpim"):
+        if not (programs / name).exists():
+            sys.exit(f"{programs / name} is missing: build it first")
     place = options.work or (Path("/dev/shm") if Path("/dev/shm").is_dir() else None)
     scale = 0.15 if options.quick else 1.0
     results = {}
     with tempfile.TemporaryDirectory(dir=place, prefix="kpbench-") as folder:
         parent = Path(folder)
-        # The tools are bound with the work folder.
-        for name, path in tools.items():
-            tools[name] = Path("/usr/bin/env") if not path.exists() else path
-            if not path.exists():
-                sys.exit(f"{path} is missing: build it first")
         print(f"working in {parent} ({os.statvfs(parent).f_bavail * 4096 / MIB:.0f} MiB free), "
               f"{options.rounds} paired rounds, medians")
-        large = Case("large", tools, parent, int(64 * MIB * scale), 1, 8 * MIB)
-        half = Case("half", tools, parent, int(32 * MIB * scale), 1, 8 * MIB)
-        small = Case("small", tools, parent, 1, int(20000 * scale), 4096)
-        for case in (large, half, small):
-            stage = Path(case.work)
-            for name, path in list(tools.items()):
-                shutil.copy2(path, stage / name)
-        for case in (large, half, small):
-            case.tools = {name: case.work / name for name in tools}
+        large = Case("large", programs, parent, int(64 * MIB * scale), 1, 8 * MIB)
+        half = Case("half", programs, parent, int(32 * MIB * scale), 1, 8 * MIB)
+        small = Case("small", programs, parent, 1, int(20000 * scale), 4096)
 
         if options.only != "extraction":
             for case in (large, small):
@@ -281,6 +277,7 @@ def main():
                 for contestant in ("kpim", "7zz", "xz"):
                     case.pack(contestant)
             half.pack("kpim")
+
         if options.only != "packing":
             for case in (large, small):
                 results[f"extraction {case.name}"] = measure_extraction(case, options.rounds)
