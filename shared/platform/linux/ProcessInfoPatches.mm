@@ -18,14 +18,13 @@ constexpr char kSubstitute = '?';
 
 NSString* const kDefaultsLock = @".GNUstepDefaults.lck";
 
-int s_argc;
 char** s_argv;
 char** s_environment;
 
 /// Keeps what the kernel gave. The C library calls constructors like main; this one comes before
 /// those by which classes are loaded.
-__attribute__((constructor(101))) void KeepArguments(int argc, char** argv, char** environment) {
-  s_argc = argc;
+__attribute__((constructor(101))) void KeepArguments(int /*argc*/, char** argv,
+                                                     char** environment) {
   s_argv = argv;
   s_environment = environment;
 }
@@ -55,10 +54,9 @@ void InitializeProcessInfo(id self, SEL selector) {
     s_isInitialized = true;
     NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
     std::vector<std::string> arguments;
-    arguments.reserve(static_cast<size_t>(s_argc) + 2);
-    // main may have taken arguments out of the array by now, and ended it earlier.
-    for (int i = 0; i < s_argc && s_argv[i] != nullptr; ++i) {
-      arguments.push_back(ReadableArgument(s_argv[i]));
+    // main may have taken some out meanwhile, so the count of the start does not hold.
+    for (char** argument = s_argv; *argument != nullptr; ++argument) {
+      arguments.push_back(ReadableArgument(*argument));
     }
     arguments.resize(std::max<size_t>(arguments.size(), 1));
     arguments.push_back(kSilenceWarnings);

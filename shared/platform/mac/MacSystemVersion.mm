@@ -41,8 +41,8 @@ NSArray* VersionFileComponents() {
                                                 appropriateForURL:nil
                                                            create:NO
                                                             error:nullptr];
-  NSDictionary* properties = [NSDictionary
-      dictionaryWithContentsOfURL:[folder URLByAppendingPathComponent:kVersionFile]];
+  NSDictionary* properties =
+      [NSDictionary dictionaryWithContentsOfURL:[folder URLByAppendingPathComponent:kVersionFile]];
   id version = [properties objectForKey:kVersionKey];
   return [version isKindOfClass:[NSString class]] ? [version componentsSeparatedByString:@"."]
                                                   : nil;

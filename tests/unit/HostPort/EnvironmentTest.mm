@@ -97,6 +97,13 @@ TEST_F(EnvironmentTest, ArgumentsThatAreNotUTF8) {
   EXPECT_EQ("", result.errors);
 }
 
+TEST_F(EnvironmentTest, ArgumentsThatMainTakesOut) {
+  const Result result = Run({"TZ=UTC"}, {"/nonexistent", "kept", "--taken"});
+  EXPECT_EQ(0, result.status);
+  EXPECT_EQ("HOME=(absent)\noffset +0000\nread (absent)\nargument kept\n", result.output);
+  EXPECT_EQ("", result.errors);
+}
+
 TEST_F(EnvironmentTest, VariablesThatAreNotUTF8AreAbsent) {
   ExpectQuiet(Run({"TZ=UTC", "HOME=/\xFF"}), "(absent)");
   ExpectQuiet(Run({"TZ=UTC", "\xFF=1", "X=\xFF", "HOME=/h\xC3\xB6me"}), "/h\xC3\xB6me");

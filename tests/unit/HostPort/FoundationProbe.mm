@@ -3,8 +3,21 @@
 #import <Foundation/Foundation.h>
 
 #include <cstdio>
+#include <cstring>
+
+namespace {
+
+/// Takes the last argument out if it is "--taken", as parsers of arguments do with theirs.
+void TakeArgument(int& argc, char** argv) {
+  if (argc > 1 && strcmp(argv[argc - 1], "--taken") == 0) {
+    argv[--argc] = nullptr;
+  }
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
+  TakeArgument(argc, argv);
   NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
   NSString* home = [[[NSProcessInfo processInfo] environment] objectForKey:@"HOME"];
   printf("HOME=%s\n", home != nil ? [home UTF8String] : "(absent)");
