@@ -5,8 +5,7 @@
 // large pieces; glibc's leaves Linux to hand them out 4 KiB at a time, one page fault each,
 // and the encoder's random look-ups then miss the TLB. Blocks of some size are therefore
 // aligned to the huge page and marked for it (madvise(2), MADV_HUGEPAGE); where the kernel
-// has no transparent huge pages, nothing changes. Freed by the default array delete, which
-// is free(3).
+// has no transparent huge pages, nothing changes.
 #include <sys/mman.h>
 
 #include <cstddef>
@@ -41,3 +40,9 @@ void* operator new[](std::size_t size) {
   }
   return block;
 }
+
+void operator delete[](void* block) noexcept { std::free(block); }
+
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+
+void operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(block); }
