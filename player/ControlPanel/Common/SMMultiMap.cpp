@@ -1,0 +1,99 @@
+#include "player/ControlPanel/Common/SMMultiMap.h"
+
+#include <string.h>
+
+namespace SASM {
+
+namespace {
+
+bool IsEqual(SimpleString const& left, SimpleString const& right) {
+  return strcmp(left.mString, right.mString) == 0;
+}
+
+bool HasKey(MultiMapPair const* pair, SimpleString const& key) {
+  // Compared in a copy of its own: the list is built for the few lines of a settings file.
+  const SimpleString storedKey(pair->key);  // NOLINT(performance-unnecessary-copy-initialization)
+  return IsEqual(storedKey, key);
+}
+
+}  // namespace
+
+MultiMapPair::MultiMapPair(SimpleString const& pairKey, SimpleString const& pairValue)
+    : MultiMapPair() {
+  key = pairKey;
+  value = pairValue;
+}
+
+MultiMap::~MultiMap() { DeleteAllEntries(); }
+
+bool MultiMap::Initialize() {
+  mSentinel = new MultiMapPair;
+  mEnd = mSentinel;
+  mFirst = mEnd;
+  return true;
+}
+
+// By value: the arguments may lie in the map itself.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+MultiMap::iterator MultiMap::insert(SimpleString key, SimpleString value) {
+  for (iterator found = findFirst(key); found.mPair != mEnd; found = findNext(found)) {
+    if (IsEqual(found.mPair->value, value)) return found;
+  }
+
+  MultiMapPair* pair = new MultiMapPair(key, value);
+  pair->next = mEnd;
+  pair->prev = mEnd->prev;
+  if (mFirst == mEnd) {
+    mFirst = pair;
+  } else {
+    pair->prev->next = pair;
+  }
+  mEnd->prev = pair;
+  return {pair, this};
+}
+
+// By value: the argument may be the key of a pair that goes.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+uint64_t MultiMap::erase(SimpleString key) {
+  uint64_t count = 0;
+  MultiMapPair* pair = mFirst;
+  while (pair != mEnd) {
+    MultiMapPair* following = pair->next;
+    if (HasKey(pair, key)) {
+      (pair->prev == nullptr ? mFirst : pair->prev->next) = following;
+      following->prev = pair->prev;
+      delete pair;
+      ++count;
+    }
+    pair = following;
+  }
+  return count;
+}
+
+MultiMap::iterator MultiMap::find(SimpleString const& key) { return findFirst(key); }
+
+MultiMap::iterator MultiMap::findFirst(SimpleString const& key) {
+  MultiMapPair* pair = mFirst;
+  while (pair != mEnd && !HasKey(pair, key)) pair = pair->next;
+  return {pair, this};
+}
+
+MultiMap::iterator MultiMap::findNext(iterator previous) {
+  if (previous.mPair == mEnd) return previous;
+  MultiMapPair* pair = previous.mPair->next;
+  while (pair != mEnd && !HasKey(pair, previous.mPair->key)) pair = pair->next;
+  return {pair, this};
+}
+
+bool MultiMap::DeleteAllEntries() {
+  MultiMapPair* pair = mFirst;
+  while (pair != mEnd) {
+    MultiMapPair* following = pair->next;
+    delete pair;
+    pair = following;
+  }
+  delete mSentinel;
+  return true;
+}
+
+}  // namespace SASM

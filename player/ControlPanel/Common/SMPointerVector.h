@@ -1,0 +1,34 @@
+// The growable array under the settings engine's lists.
+#pragma once
+
+namespace SMImplementation {
+
+/// A growable array of untyped elements. How an element is copied and released is the
+/// subclass's business; so is releasing the elements when the vector goes.
+class PointerVector {
+ public:
+  /// An empty vector with room for 10 elements.
+  PointerVector();
+  PointerVector(PointerVector const&) = delete;
+  PointerVector& operator=(PointerVector const&) = delete;
+  /// Frees the array, not the elements.
+  virtual ~PointerVector();
+
+  /// Releases one element of the vector.
+  virtual void deleteElement(void* element) = 0;
+  /// A copy of `element` for the vector to hold.
+  virtual void* copyElement(void const* element) = 0;
+
+  /// Appends a copy of `element`, made by `copyElement`; a full array is doubled first.
+  /// Always true.
+  bool addElement(void const* element);
+
+  /// Slots 0 to `mCount` - 1 hold elements; the others hold nothing meaningful.
+  void** mElements;
+  /// Elements in use.
+  unsigned int mCount;
+  /// Slots in the array.
+  unsigned int mCapacity;
+};
+
+}  // namespace SMImplementation

@@ -1,0 +1,20 @@
+#include "player/ControlPanel/Common/SMShared.h"
+
+#include "player/ControlPanel/Common/SMString.h"
+
+namespace SASM {
+
+StringVector::~StringVector() {
+  for (unsigned int index = 0; index < mCount; ++index) {
+    // This class's own by now: a subclass that overrides it has already gone.
+    deleteElement(mElements[index]);  // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall)
+  }
+}
+
+void StringVector::deleteElement(void* element) { delete static_cast<SimpleString*>(element); }
+
+void* StringVector::copyElement(void const* element) {
+  return new SimpleString(*static_cast<SimpleString const*>(element));
+}
+
+}  // namespace SASM

@@ -1,0 +1,167 @@
+// What the settings engine allocates and releases, and in which order. The allocation functions
+// of this whole executable are replaced to watch it.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <new>
+
+#include "player/ControlPanel/Common/SMMultiMap.h"
+#include "player/ControlPanel/Common/SMShared.h"
+#include "player/ControlPanel/Common/SMString.h"
+
+namespace {
+
+/// The allocations and releases while it is there. It allocates nothing itself.
+struct Watch {
+  static constexpr int kCapacity = 64;
+
+  Watch() { sCurrent = this; }
+  ~Watch() { Stop(); }
+  Watch(Watch const&) = delete;
+  Watch& operator=(Watch const&) = delete;
+  static void Stop() { sCurrent = nullptr; }
+
+  int allocationCount = 0;
+  size_t sizes[kCapacity];
+  int releaseCount = 0;
+  void const* released[kCapacity];
+
+  static Watch* sCurrent;
+};
+Watch* Watch::sCurrent = nullptr;
+
+void* Allocate(size_t size) {
+  Watch* watch = Watch::sCurrent;
+  if (watch != nullptr && watch->allocationCount < Watch::kCapacity) {
+    watch->sizes[watch->allocationCount++] = size;
+  }
+  void* bytes = malloc(size == 0 ? 1 : size);
+  if (bytes == nullptr) abort();
+  return bytes;
+}
+
+void Release(void* bytes) {
+  Watch* watch = Watch::sCurrent;
+  if (bytes != nullptr && watch != nullptr && watch->releaseCount < Watch::kCapacity) {
+    watch->released[watch->releaseCount++] = bytes;
+  }
+  free(bytes);
+}
+
+}  // namespace
+
+void* operator new(size_t size) { return Allocate(size); }
+void* operator new[](size_t size) { return Allocate(size); }
+void operator delete(void* bytes) noexcept { Release(bytes); }
+void operator delete[](void* bytes) noexcept { Release(bytes); }
+void operator delete(void* bytes, size_t) noexcept { Release(bytes); }
+void operator delete[](void* bytes, size_t) noexcept { Release(bytes); }
+
+namespace {
+
+using SASM::MultiMap;
+using SASM::SimpleString;
+using SASM::StringVector;
+
+TEST(Allocation, CopyStringTakesTheLengthPlusOne) {
+  Watch watch;
+  char* copy = SimpleString::CopyString("12345");
+  char* empty = SimpleString::CopyString(nullptr);
+  Watch::Stop();
+  ASSERT_EQ(watch.allocationCount, 2);
+  EXPECT_EQ(watch.sizes[0], 6U);
+  EXPECT_EQ(watch.sizes[1], 1U);
+  delete[] copy;
+  delete[] empty;
+}
+
+TEST(Allocation, SelfAssignmentTakesAndReleasesNothing) {
+  SimpleString string("same");
+  SimpleString const& itself = string;
+  Watch watch;
+  string = itself;
+  Watch::Stop();
+  EXPECT_EQ(watch.allocationCount, 0);
+  EXPECT_EQ(watch.releaseCount, 0);
+}
+
+TEST(Allocation, StringVectorReleasesFirstToLastAndThenTheArray) {
+  constexpr int kCount = 12;
+  StringVector* vector = new StringVector;
+  void const* expected[2 * kCount + 2];
+  for (int index = 0; index < kCount; ++index) {
+    const SimpleString string("text");
+    vector->addElement(&string);
+    expected[2 * index] = static_cast<SimpleString*>(vector->mElements[index])->mString;
+    expected[2 * index + 1] = vector->mElements[index];
+  }
+  expected[2 * kCount] = vector->mElements;
+  expected[2 * kCount + 1] = vector;
+
+  Watch watch;
+  delete vector;
+  Watch::Stop();
+  ASSERT_EQ(watch.releaseCount, 2 * kCount + 2);
+  for (int index = 0; index < 2 * kCount + 2; ++index) {
+    EXPECT_EQ(watch.released[index], expected[index]) << index;
+  }
+}
+
+TEST(Allocation, EmptyStringVectorReleasesItsArrayOnly) {
+  StringVector* vector = new StringVector;
+  void const* array = vector->mElements;
+  Watch watch;
+  delete vector;
+  Watch::Stop();
+  ASSERT_EQ(watch.releaseCount, 2);
+  EXPECT_EQ(watch.released[0], array);
+  EXPECT_EQ(watch.released[1], vector);
+}
+
+TEST(Allocation, PairReleasesItsValueBeforeItsKey) {
+  auto* pair = new SASM::MultiMapPair(SimpleString("key"), SimpleString("value"));
+  void const* key = pair->key.mString;
+  void const* value = pair->value.mString;
+  Watch watch;
+  delete pair;
+  Watch::Stop();
+  ASSERT_EQ(watch.releaseCount, 3);
+  EXPECT_EQ(watch.released[0], value);
+  EXPECT_EQ(watch.released[1], key);
+}
+
+TEST(Allocation, LookUpCopiesEachKeyThatItComparesAndReleasesTheCopy) {
+  MultiMap map;
+  map.Initialize();
+  map.insert(SimpleString("one"), SimpleString("1"));
+  map.insert(SimpleString("three"), SimpleString("3"));
+  const SimpleString missing("missing");
+  Watch watch;
+  const MultiMap::iterator found = map.findFirst(missing);
+  Watch::Stop();
+  EXPECT_EQ(found.mPair, map.mEnd);
+  ASSERT_EQ(watch.allocationCount, 2);
+  EXPECT_EQ(watch.sizes[0], sizeof "one");
+  EXPECT_EQ(watch.sizes[1], sizeof "three");
+  EXPECT_EQ(watch.releaseCount, 2);
+}
+
+TEST(Allocation, MapReleasesItsPairsAndThenTheEndMarker) {
+  alignas(MultiMap) unsigned char storage[sizeof(MultiMap)];
+  MultiMap* map = new (storage) MultiMap;
+  EXPECT_TRUE(map->Initialize());
+  void const* first = map->insert(SimpleString("a"), SimpleString("1")).mPair;
+  void const* second = map->insert(SimpleString("b"), SimpleString("2")).mPair;
+  void const* marker = map->mEnd;
+
+  // The destructor would call it again, so the map ends here without one.
+  Watch watch;
+  EXPECT_TRUE(map->DeleteAllEntries());
+  Watch::Stop();
+  ASSERT_EQ(watch.releaseCount, 9);
+  EXPECT_EQ(watch.released[2], first);
+  EXPECT_EQ(watch.released[5], second);
+  EXPECT_EQ(watch.released[8], marker);
+}
+
+}  // namespace
