@@ -1,0 +1,12 @@
+#import "player/ControlPanel/Mac/Source/ExternalInterface/NSString+SimpleString.h"
+
+@implementation NSString (SimpleString)
+
++ (NSString*)stringWithSimpleString:(SASM::SimpleString const*)string {
+  if (string == nullptr) return @"";
+  NSString* text = [NSString stringWithUTF8String:string->mString];
+  if (text != nil) return text;
+  return [NSString stringWithCString:string->mString encoding:NSISOLatin1StringEncoding];
+}
+
+@end
