@@ -13,7 +13,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests/system"))
 
-from install_root import BLOB, BUNDLE, InstallRoot, tree_of  # noqa: E402
+from install_root import BLOB, BUNDLE, SETTINGS, InstallRoot, tree_of  # noqa: E402
 
 MB = 1000 * 1000
 LANGUAGES = ("ar bg cs da de el en en_GB es et fi fr he hr hu it ja ko lt lv nb nl pl pt pt_PT ro "
@@ -50,16 +50,18 @@ def demonstrate(build, work):
     blob = work / "payload.lzma"
     subprocess.run([build / "bin/kpim", "pack", bundle, "-o", blob, "--sort"], check=True)
 
-    heading("Before: an older install, and the blob beside it")
+    heading("Before: an older install, the blob beside it, and a settings file")
     root = InstallRoot(work / "root", build, console="alice")
     root.write(f"{BUNDLE}/Contents/Info.plist", "an older version")
     root.write(f"{BUNDLE}/Contents/Frameworks/Retired.framework/Retired", "no longer shipped")
     root.lay_blob(blob)
+    root.write(SETTINGS, "ExampleSetting = 1\r\n# a note\r\nDisableAnalytics=0\r\n")
     show_folder(root)
+    show_settings(root)
 
-    heading("finalizer /")
+    heading("finalizer / -disableAnalytics")
     start = time.monotonic()
-    result = root.run(["/"])
+    result = root.run(["/", "-disableAnalytics"])
     print(f"exit status {result.status} after {time.monotonic() - start:.2f} s, "
           f"output: {result.stdout + result.stderr or 'none'}")
 
@@ -69,6 +71,7 @@ def demonstrate(build, work):
 
     heading("After")
     show_folder(root)
+    show_settings(root)
 
     heading("Every byte")
     return result.status or compare(source, root.tree(BUNDLE), bundle, root.path(BUNDLE))
@@ -145,6 +148,14 @@ def show_folder(root):
             print(f"  {path.name}  {path.stat().st_size / MB:.1f} MB")
     if not root.path(BLOB).exists():
         print("  no blob")
+
+
+def show_settings(root):
+    """The settings file, line ends and all."""
+    path = root.path(SETTINGS)
+    print(f"{path.relative_to(root.folder)}:")
+    for line in path.read_bytes().splitlines(keepends=True):
+        print(f"  {line.decode()!r}")
 
 
 def compare(source, installed, source_folder, installed_folder):
