@@ -22,7 +22,7 @@ check() {
     local name=$1 status=0
     shift
     echo "== $name"
-    "$@" > "$results/$name.log" 2>&1 || status=$?
+    "$@" < /dev/null > "$results/$name.log" 2>&1 || status=$?
     [ "$status" -eq 0 ] || tail -n 60 "$results/$name.log"
     printf 'check\t%s\t%s\n' "$name" "$status" >> "$record"
     return "$status"
@@ -33,7 +33,7 @@ suite() {
     local name=$1 status=0
     shift
     echo "== $name"
-    timeout 1200 "$@" > "$results/$name.log" 2>&1 || status=$?
+    timeout 1200 "$@" < /dev/null > "$results/$name.log" 2>&1 || status=$?
     [ "$status" -eq 0 ] || tail -n 60 "$results/$name.log"
     printf 'suite\t%s\t%s\n' "$name" "$status" >> "$record"
 }
@@ -42,20 +42,20 @@ build() {
     cmake --preset "$1" && cmake --build --preset "$1" -j "$(nproc)"
 }
 
-# unit_tests NAME BUILD: every unit test executable of a build folder, one suite each, and
-# what ctest knows besides.
+# unit_tests NAME BUILD: every test that ctest knows in a build folder. A GoogleTest executable,
+# which lies in tests/ under the test's name, is a suite of its own; the rest are one suite.
 unit_tests() {
-    local executable name others seen=()
-    for executable in "$2"/tests/*; do
-        if [ ! -f "$executable" ] || [ ! -x "$executable" ]; then continue; fi
-        seen+=("${executable##*/}")
-        name=unit-$1-${executable##*/}
+    local name executable suites=() others
+    while read -r name; do
+        executable=$2/tests/$name
+        if [ ! -x "$executable" ]; then continue; fi
+        suites+=("$name")
         # Foundation writes into the home folder: not into that of whoever tests.
-        suite "$name" env HOME="$results/home" "$executable" \
-            --gtest_brief=1 --gtest_output="xml:$results/$name.xml"
-    done
-    if [ ${#seen[@]} -eq 0 ]; then check "unit-$1" false; fi
-    others=(--test-dir "$2" --exclude-regex "^($(IFS='|' && echo "${seen[*]}"))\$")
+        suite "unit-$1-$name" env HOME="$results/home" "$executable" \
+            --gtest_brief=1 --gtest_output="xml:$results/unit-$1-$name.xml"
+    done < <(ctest --test-dir "$2" --show-only | sed -n 's/^ *Test *#[0-9]*: //p')
+    if [ ${#suites[@]} -eq 0 ]; then check "unit-$1" false; fi
+    others=(--test-dir "$2" --exclude-regex "^($(IFS='|' && echo "${suites[*]}"))\$")
     if ! ctest "${others[@]}" --show-only | grep -qx 'Total Tests: 0'; then
         suite "unit-$1-others" ctest "${others[@]}" --output-on-failure \
             --output-junit "$results/unit-$1-others.xml"
