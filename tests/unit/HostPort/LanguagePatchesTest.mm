@@ -1,0 +1,302 @@
+#import <Foundation/Foundation.h>
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <utility>
+
+namespace {
+
+constexpr uid_t kAlice = 31001;
+
+NSUserDefaults* Defaults() { return [NSUserDefaults standardUserDefaults]; }
+
+/// The preferred languages, joined by commas; "absent" without a list.
+std::string Languages() {
+  NSArray* languages = [Defaults() stringArrayForKey:@"AppleLanguages"];
+  return languages == nil ? "absent" : [[languages componentsJoinedByString:@","] UTF8String];
+}
+
+/// What `question` answers in a process of its own, which it may spoil.
+std::string AskedElsewhere(const std::function<std::string()>& question) {
+  int answer[2];
+  EXPECT_EQ(0, pipe(answer));
+  const pid_t child = fork();
+  if (child == 0) {
+    const std::string text = question();
+    _exit(write(answer[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
+  }
+  close(answer[1]);
+  char text[256] = {};
+  EXPECT_LE(0, read(answer[0], text, sizeof(text) - 1));
+  close(answer[0]);
+  int status = 0;
+  EXPECT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  return text;
+}
+
+using Variables = std::initializer_list<std::pair<const char*, const char*>>;
+
+void SetEnvironment(Variables variables) {
+  for (const char* name : {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"}) {
+    unsetenv(name);
+  }
+  for (const auto& [name, value] : variables) {
+    setenv(name, value, 1);
+  }
+}
+
+std::string LanguagesWith(Variables variables) {
+  return AskedElsewhere([variables] {
+    SetEnvironment(variables);
+    return Languages();
+  });
+}
+
+std::string Canonical(NSString* identifier) {
+  return [[NSLocale canonicalLocaleIdentifierFromString:identifier] UTF8String];
+}
+
+TEST(AppleLanguages, FollowTheLocale) {
+  const std::pair<const char*, const char*> kLocales[] = {{"en_GB.UTF-8", "en-GB"},
+                                                          {"fr_FR", "fr-FR"},
+                                                          {"pt_PT.utf8", "pt-PT"},
+                                                          {"de", "de"},
+                                                          {"de_AT@euro", "de-AT"},
+                                                          {"sr_RS.UTF-8@latin", "sr-RS"},
+                                                          {"zh_CN.UTF-8", "zh-Hans-CN"},
+                                                          {"zh_SG", "zh-Hans-SG"},
+                                                          {"zh_TW.Big5", "zh-Hant-TW"},
+                                                          {"zh_HK", "zh-Hant-HK"},
+                                                          {"zh_MO", "zh-Hant-MO"},
+                                                          {"zh", "zh-Hans"},
+                                                          {"no_NO", "nb-NO"},
+                                                          {"iw_IL", "he-IL"},
+                                                          {"es_419", "es-419"},
+                                                          {"fil_PH", "fil-PH"}};
+  for (const auto& [locale, language] : kLocales) {
+    EXPECT_EQ(language, LanguagesWith({{"LANG", locale}})) << locale;
+  }
+}
+
+TEST(AppleLanguages, AreAbsentWithoutALocale) {
+  for (const char* locale : {"C", "POSIX", "C.UTF-8", "", "french", "e", "en_GB_x", "1_2", "_",
+                             "..", "\xff\xfe", "en GB"}) {
+    EXPECT_EQ("absent", LanguagesWith({{"LANG", locale}})) << locale;
+  }
+  EXPECT_EQ("absent", LanguagesWith({}));
+}
+
+TEST(AppleLanguages, TakeTheFirstVariableThatIsSet) {
+  EXPECT_EQ("de-DE",
+            LanguagesWith({{"LC_ALL", "de_DE"}, {"LC_MESSAGES", "fr_FR"}, {"LANG", "it"}}));
+  EXPECT_EQ("fr-FR", LanguagesWith({{"LC_ALL", ""}, {"LC_MESSAGES", "fr_FR"}, {"LANG", "it"}}));
+  EXPECT_EQ("it", LanguagesWith({{"LANG", "it"}}));
+  EXPECT_EQ("absent", LanguagesWith({{"LC_ALL", "C"}, {"LANG", "it"}}));
+}
+
+TEST(AppleLanguages, TakeTheListBeforeTheLocale) {
+  EXPECT_EQ("sv-SE,da,en-GB",
+            LanguagesWith({{"LANGUAGE", "sv_SE:da::?:sv_SE"}, {"LANG", "en_GB"}}));
+  EXPECT_EQ("sv", LanguagesWith({{"LANGUAGE", "sv"}}));
+  EXPECT_EQ("sv", LanguagesWith({{"LANGUAGE", "sv"}, {"LANG", "C.UTF-8"}}));
+  EXPECT_EQ("en-GB", LanguagesWith({{"LANGUAGE", ""}, {"LANG", "en_GB"}}));
+  EXPECT_EQ("absent", LanguagesWith({{"LANGUAGE", "sv"}, {"LANG", "C"}}));
+}
+
+TEST(AppleLanguages, OfTheDefaultsComeFirst) {
+  EXPECT_EQ("ja", AskedElsewhere([] {
+              SetEnvironment({{"LANG", "en_GB"}});
+              [Defaults() setVolatileDomain:[NSDictionary
+                                                dictionaryWithObject:[NSArray arrayWithObject:@"ja"]
+                                                              forKey:@"AppleLanguages"]
+                                    forName:@"test"];
+              NSMutableArray* searchList = [[[Defaults() searchList] mutableCopy] autorelease];
+              [searchList insertObject:@"test" atIndex:0];
+              [Defaults() setSearchList:searchList];
+              return Languages();
+            }));
+}
+
+TEST(AppleLanguages, OtherKeysAreLeftAlone) {
+  EXPECT_EQ(nil, [Defaults() objectForKey:@"KPNoSuchKey"]);
+  [Defaults() registerDefaults:[NSDictionary dictionaryWithObject:@"yes" forKey:@"KPTestKey"]];
+  EXPECT_STREQ("yes", [[Defaults() stringForKey:@"KPTestKey"] UTF8String]);
+}
+
+/// A process that becomes the user alice, whose home and passwd entry are the test's own.
+class AppleLanguagesOfAnotherUser : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) {
+      GTEST_SKIP() << "only root can become another user";
+    }
+    char folder[] = "/tmp/LanguagePatchesTest.XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(folder));
+    folder_ = folder;
+    ASSERT_EQ(0, chmod(folder, 0755));
+    defaults_ = folder_ + "/home/GNUstep/Defaults";
+    std::filesystem::create_directories(defaults_);
+    WriteFile(folder_ + "/passwd", "root:x:0:0::/root:/bin/sh\nalice:x:" + std::to_string(kAlice) +
+                                       ":" + std::to_string(kAlice) + "::" + folder_ +
+                                       "/home:/bin/sh\n");
+  }
+
+  void TearDown() override {
+    if (!folder_.empty()) {
+      std::filesystem::remove_all(folder_);
+    }
+  }
+
+  static void WriteFile(const std::string& path, const std::string& text) {
+    std::ofstream(path) << text;
+  }
+
+  void SaveDefaults(const std::string& domain, const std::string& text) const {
+    WriteFile(defaults_ + "/" + domain + ".plist", text);
+  }
+
+  /// The languages of root, of `user`, and of root again, where the environment says Italian and
+  /// root's own defaults say `rootLanguage`, if anything.
+  std::string AroundASwitch(uid_t user = kAlice, NSString* rootLanguage = nil) const {
+    return AskedElsewhere([this, user, rootLanguage]() -> std::string {
+      const std::string passwd = folder_ + "/passwd";
+      if (unshare(CLONE_NEWNS) != 0 ||
+          mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+          mount(passwd.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) != 0) {
+        return "cannot mount";
+      }
+      SetEnvironment({{"LANG", "it"}});
+      if (rootLanguage != nil) {
+        [Defaults() registerDefaults:[NSDictionary
+                                         dictionaryWithObject:[NSArray arrayWithObject:rootLanguage]
+                                                       forKey:@"AppleLanguages"]];
+      }
+      std::string answers = Languages();
+      if (seteuid(user) != 0) {
+        return "cannot switch";
+      }
+      answers += " " + Languages();
+      return seteuid(0) == 0 ? answers + " " + Languages() : "cannot switch back";
+    });
+  }
+
+  std::string folder_;
+  std::string defaults_;
+};
+
+TEST_F(AppleLanguagesOfAnotherUser, ComeFromTheEnvironmentWithoutDefaults) {
+  EXPECT_EQ("it it it", AroundASwitch());
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, AreNotThoseOfTheFirst) {
+  EXPECT_EQ("ja it ja", AroundASwitch(kAlice, @"ja"));
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, ComeFromTheUsersOwnDefaults) {
+  SaveDefaults("NSGlobalDomain", "{ AppleLanguages = (fr, \"en-GB\"); }");
+  EXPECT_EQ("ja fr,en-GB ja", AroundASwitch(kAlice, @"ja"));
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, ComeFromTheProgramsDomainFirst) {
+  SaveDefaults("NSGlobalDomain", "{ AppleLanguages = (fr); }");
+  SaveDefaults("LanguagePatchesTest", "{ AppleLanguages = (sv); }");
+  EXPECT_EQ("it sv it", AroundASwitch());
+  SaveDefaults("LanguagePatchesTest", "{ Other = (sv); }");
+  EXPECT_EQ("it fr it", AroundASwitch());
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, IgnoreBrokenFiles) {
+  for (const std::string& text :
+       {std::string(), std::string("{ AppleLanguages = (fr"), std::string("(fr)"),
+        std::string("<plist><dict><key>AppleLanguages</key>"), std::string("bplist00\xff\xff"),
+        std::string(64, '\0'), std::string((1 << 20) + 1, ' ') + "{ AppleLanguages = (fr); }"}) {
+    SaveDefaults("NSGlobalDomain", text);
+    EXPECT_EQ("it it it", AroundASwitch()) << text.substr(0, 80);
+  }
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, AreNoListOfAnotherKind) {
+  SaveDefaults("NSGlobalDomain", "{ AppleLanguages = fr; }");
+  EXPECT_EQ("it absent it", AroundASwitch());
+  SaveDefaults("NSGlobalDomain", "{ AppleLanguages = ({}, fr); }");
+  EXPECT_EQ("it absent it", AroundASwitch());
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, DoNotWaitForAPipe) {
+  ASSERT_EQ(0, mkfifo((defaults_ + "/NSGlobalDomain.plist").c_str(), 0666));
+  EXPECT_EQ("it it it", AroundASwitch());
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, IgnoreAFolderInPlaceOfTheFile) {
+  std::filesystem::create_directory(defaults_ + "/NSGlobalDomain.plist");
+  EXPECT_EQ("it it it", AroundASwitch());
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, AreReadWithTheUsersRights) {
+  SaveDefaults("NSGlobalDomain", "{ AppleLanguages = (fr); }");
+  ASSERT_EQ(0, chmod((defaults_ + "/NSGlobalDomain.plist").c_str(), 0600));
+  EXPECT_EQ("it it it", AroundASwitch());
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, WithoutAPasswdEntry) {
+  EXPECT_EQ("it it it", AroundASwitch(kAlice + 1));
+}
+
+TEST(CanonicalLocaleIdentifier, KeepsTheSeparators) {
+  for (NSString *identifier in [NSArray
+           arrayWithObjects:@"en-GB", @"en_GB", @"zh-Hans", @"zh-Hans-CN", @"zh-Hans_CN",
+                            @"zh_Hans_CN", @"pt-PT", @"fr-CA", @"de", @"nn-NO", @"es-419", nil]) {
+    EXPECT_EQ([identifier UTF8String], Canonical(identifier));
+  }
+}
+
+TEST(CanonicalLocaleIdentifier, NormalizesLetterCase) {
+  EXPECT_EQ("en-GB", Canonical(@"EN-gb"));
+  EXPECT_EQ("zh-Hant_TW", Canonical(@"ZH-HANT_tw"));
+  EXPECT_EQ("sr-Latn-RS", Canonical(@"sr-LATN-rs"));
+  EXPECT_EQ("xu", Canonical(@"XU"));
+}
+
+TEST(CanonicalLocaleIdentifier, RenewsOldNames) {
+  const std::pair<NSString*, const char*> kNames[] = {
+      {@"English", "en"},  {@"French", "fr"},   {@"German", "de"}, {@"Italian", "it"},
+      {@"Spanish", "es"},  {@"Japanese", "ja"}, {@"Dutch", "nl"},  {@"iw", "he"},
+      {@"iw-IL", "he-IL"}, {@"in_ID", "id_ID"}, {@"ji", "yi"},     {@"no", "nb"}};
+  for (const auto& [name, code] : kNames) {
+    EXPECT_EQ(code, Canonical(name));
+  }
+}
+
+TEST(CanonicalLocaleIdentifier, LeavesWhatIsNoSubtag) {
+  EXPECT_EQ("en_US@currency=EUR", Canonical(@"EN_us@currency=EUR"));
+  EXPECT_EQ("de_DE.UTF-8", Canonical(@"de_de.UTF-8"));
+  EXPECT_EQ("", Canonical(@""));
+  EXPECT_EQ("-", Canonical(@"-"));
+  EXPECT_EQ("_GB", Canonical(@"_gb"));
+  EXPECT_EQ("en--GB-", Canonical(@"en--gb-"));
+  EXPECT_EQ("\xc3\xa9t\xc3\xa9", Canonical(@"\u00e9t\u00e9"));
+  EXPECT_EQ(std::string(5000, 'a'), Canonical([@"" stringByPaddingToLength:5000
+                                                                withString:@"A"
+                                                           startingAtIndex:0]));
+}
+
+TEST(CanonicalLocaleIdentifier, IsNilForNoString) {
+  EXPECT_EQ(nil, [NSLocale canonicalLocaleIdentifierFromString:nil]);
+  EXPECT_EQ(nil,
+            [NSLocale canonicalLocaleIdentifierFromString:static_cast<NSString*>(static_cast<id>(
+                                                              [NSNumber numberWithInt:1]))]);
+}
+
+}  // namespace

@@ -1,0 +1,158 @@
+#import "shared/platform/mac/LanguageMapping.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <initializer_list>
+#include <string>
+
+namespace {
+
+const char* const kPassedThrough[] = {
+    "ar", "bg", "cs", "da", "de", "el", "en", "es", "et", "fi", "fr", "he", "hr", "hu", "it", "ja",
+    "ko", "lt", "lv", "nb", "nl", "pl", "pt", "ro", "ru", "sk", "sl", "sr", "sv", "th", "tr", "uk"};
+
+std::string CodeOf(NSString* language) { return KorvelLanguageFromMacOSXLanguage(language); }
+
+void SetLanguages(id languages) {
+  NSDictionary* domain = languages == nil ? [NSDictionary dictionary]
+                                          : [NSDictionary dictionaryWithObject:languages
+                                                                        forKey:@"AppleLanguages"];
+  NSUserDefaults* defaults = [NSUserDefaults standardUserDefaults];
+  [defaults removeVolatileDomainForName:NSArgumentDomain];
+  [defaults setVolatileDomain:domain forName:NSArgumentDomain];
+}
+
+/// The answer of ObtainMacOSLanguage() to `languages`, from a process that never asked before.
+std::string ObtainedWith(id languages) {
+  int answer[2];
+  EXPECT_EQ(0, pipe(answer));
+  const pid_t child = fork();
+  if (child == 0) {
+    SetLanguages(languages);
+    const std::string code = ObtainMacOSLanguage();
+    _exit(write(answer[1], code.data(), code.size()) == static_cast<ssize_t>(code.size()) ? 0 : 1);
+  }
+  close(answer[1]);
+  char code[64] = {};
+  EXPECT_LE(0, read(answer[0], code, sizeof(code) - 1));
+  close(answer[0]);
+  int status = 0;
+  EXPECT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  return code;
+}
+
+TEST(KorvelLanguageFromMacOSXLanguage, SpecialCases) {
+  EXPECT_EQ("en_gb", CodeOf(@"en-GB"));
+  EXPECT_EQ("zh-CN", CodeOf(@"zh-Hans"));
+  EXPECT_EQ("zh-TW", CodeOf(@"zh-Hant"));
+  EXPECT_EQ("pt_pt", CodeOf(@"pt-PT"));
+  EXPECT_EQ("nb", CodeOf(@"nn"));
+}
+
+TEST(KorvelLanguageFromMacOSXLanguage, SpecialCasesWithFurtherSubtags) {
+  EXPECT_EQ("en_gb", CodeOf(@"en-GB-oxendict"));
+  EXPECT_EQ("zh-CN", CodeOf(@"zh-Hans-CN"));
+  EXPECT_EQ("zh-TW", CodeOf(@"zh-Hant-HK"));
+  EXPECT_EQ("pt_pt", CodeOf(@"pt-PTx"));
+  EXPECT_EQ("nb", CodeOf(@"nn-NO"));
+  EXPECT_EQ("nb", CodeOf(@"nno"));
+}
+
+TEST(KorvelLanguageFromMacOSXLanguage, PassesThirtyTwoLanguagesThrough) {
+  for (const char* code : kPassedThrough) {
+    NSString* language = [NSString stringWithUTF8String:code];
+    EXPECT_EQ(code, CodeOf(language));
+    EXPECT_EQ(code, CodeOf([language stringByAppendingString:@"-XX"]));
+    EXPECT_EQ(code, CodeOf([language stringByAppendingString:@"_XX"]));
+  }
+}
+
+TEST(KorvelLanguageFromMacOSXLanguage, KeepsNoRegionButTheSpecialOnes) {
+  EXPECT_EQ("en", CodeOf(@"en-US"));
+  EXPECT_EQ("fr", CodeOf(@"fr-CA"));
+  EXPECT_EQ("pt", CodeOf(@"pt-BR"));
+}
+
+TEST(KorvelLanguageFromMacOSXLanguage, UnderscoreFormsAreNoSpecialCases) {
+  EXPECT_EQ("en", CodeOf(@"en_GB"));
+  EXPECT_EQ("pt", CodeOf(@"pt_PT"));
+  EXPECT_EQ("xu", CodeOf(@"zh_Hans"));
+  EXPECT_EQ("nb", CodeOf(@"nn_NO"));
+}
+
+TEST(KorvelLanguageFromMacOSXLanguage, LooksAtTwoCharactersOnly) {
+  EXPECT_EQ("fi", CodeOf(@"fil"));
+  EXPECT_EQ("en", CodeOf(@"english"));
+}
+
+TEST(KorvelLanguageFromMacOSXLanguage, UnsupportedLanguages) {
+  for (NSString *language in
+       [NSArray arrayWithObjects:@"zh", @"zh-CN", @"EN", @"En-GB", @"eN", @"ZH-Hans", @"is", @"xu",
+                                 @"??", @" en", @"\u00e9\u00e9", nil]) {
+    EXPECT_EQ("xu", CodeOf(language)) << [language UTF8String];
+  }
+}
+
+TEST(KorvelLanguageFromMacOSXLanguage, FewerThanTwoCharacters) {
+  EXPECT_EQ("xu", CodeOf(@"n"));
+  EXPECT_EQ("xu", CodeOf(@""));
+  EXPECT_EQ("xu", CodeOf(nil));
+}
+
+TEST(KorvelLanguageFromMacOSXLanguage, TextOutlivesTheIdentifier) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  const char* code = KorvelLanguageFromMacOSXLanguage([NSMutableString stringWithString:@"sv-SE"]);
+  [pool release];
+  EXPECT_STREQ("sv", code);
+}
+
+TEST(IsLanguageSupportedInMacPlayer, ThirtySixCodes) {
+  for (const char* code : kPassedThrough) {
+    EXPECT_TRUE(IsLanguageSupportedInMacPlayer(code)) << code;
+  }
+  for (const char* code : {"en_gb", "zh-CN", "zh-TW", "pt_pt"}) {
+    EXPECT_TRUE(IsLanguageSupportedInMacPlayer(code)) << code;
+  }
+}
+
+TEST(IsLanguageSupportedInMacPlayer, NothingElse) {
+  for (const char* code :
+       {"xu", "zh", "EN", "", "e", "en ", "en-GB", "en_GB", "zh_CN", "zh-Hans", "nn", "pt-PT"}) {
+    EXPECT_FALSE(IsLanguageSupportedInMacPlayer(code)) << code;
+  }
+  EXPECT_FALSE(IsLanguageSupportedInMacPlayer(nullptr));
+}
+
+TEST(ObtainMacOSLanguage, MapsTheFirstLanguage) {
+  EXPECT_EQ("fr", ObtainedWith([NSArray arrayWithObjects:@"fr-FR", @"en", nil]));
+  EXPECT_EQ("zh-TW", ObtainedWith([NSArray arrayWithObject:@"zh-Hant-TW"]));
+  EXPECT_EQ("xu", ObtainedWith([NSArray arrayWithObjects:@"is", @"en", nil]));
+}
+
+TEST(ObtainMacOSLanguage, TheCanonicalFormDecides) {
+  EXPECT_EQ("en_gb", ObtainedWith([NSArray arrayWithObject:@"en-GB"]));
+  EXPECT_EQ("en", ObtainedWith([NSArray arrayWithObject:@"en_GB"]));
+  EXPECT_EQ("en", ObtainedWith([NSArray arrayWithObject:@"English"]));
+}
+
+TEST(ObtainMacOSLanguage, NoUsableLanguageIsUnsupported) {
+  EXPECT_EQ("xu", ObtainedWith([NSArray array]));
+  EXPECT_EQ("xu", ObtainedWith([NSArray arrayWithObject:@""]));
+  EXPECT_EQ("xu", ObtainedWith([NSArray arrayWithObject:[NSNumber numberWithInt:1]]));
+  EXPECT_EQ("xu", ObtainedWith([NSDictionary dictionary]));
+}
+
+TEST(ObtainMacOSLanguage, IsAskedOncePerProcess) {
+  SetLanguages([NSArray arrayWithObject:@"de"]);
+  const char* first = ObtainMacOSLanguage();
+  EXPECT_STREQ("de", first);
+  SetLanguages([NSArray arrayWithObject:@"fr"]);
+  EXPECT_EQ(first, ObtainMacOSLanguage());
+  EXPECT_STREQ("de", first);
+  SetLanguages(nil);
+}
+
+}  // namespace
