@@ -1,0 +1,115 @@
+#import "shared/platform/linux/URLRedirects.h"
+
+#include <curl/curl.h>
+
+#include <memory>
+
+namespace {
+
+/// As on macOS.
+constexpr NSInteger kMostRedirects = 16;
+
+/// Property of a request: how many redirects led to it.
+NSString* const kRedirectCount = @"KPRedirectCount";
+
+struct URLDeleter {
+  void operator()(CURLU* url) const { curl_url_cleanup(url); }
+};
+struct CurlTextDeleter {
+  void operator()(char* text) const { curl_free(text); }
+};
+
+/// The URL that the Location header `location` means in an answer from `base`. Otherwise nil, and
+/// `*errorCode` is why: not http or https, or no URL at all.
+NSURL* RedirectTarget(NSString* location, NSURL* base, NSInteger* errorCode) {
+  *errorCode = NSURLErrorRedirectToNonExistentLocation;
+  const std::unique_ptr<CURLU, URLDeleter> url(curl_url());
+  if (curl_url_set(url.get(), CURLUPART_URL, [[base absoluteString] UTF8String], 0) != CURLUE_OK) {
+    return nil;
+  }
+  const CURLUcode result = curl_url_set(url.get(), CURLUPART_URL, [location UTF8String],
+                                        CURLU_URLENCODE | CURLU_ALLOW_SPACE);
+  if (result != CURLUE_OK) {
+    if (result == CURLUE_UNSUPPORTED_SCHEME) {
+      *errorCode = NSURLErrorUnsupportedURL;
+    }
+    return nil;
+  }
+  char* text = nullptr;
+  if (curl_url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) {
+    return nil;
+  }
+  const std::unique_ptr<char, CurlTextDeleter> textOwner(text);
+  NSURL* target = [NSURL URLWithString:[NSString stringWithUTF8String:text]];
+  if (target != nil && !IsWebScheme([target scheme])) {
+    *errorCode = NSURLErrorUnsupportedURL;
+    return nil;
+  }
+  return target;
+}
+
+BOOL HaveSameOrigin(NSURL* one, NSURL* other) {
+  return [[one scheme] isEqualToString:[other scheme]] &&
+         [[one host] isEqualToString:[other host]] &&
+         ([one port] == [other port] || [[one port] isEqual:[other port]]);
+}
+
+NSInteger RedirectCount(NSURLRequest* request) {
+  return [[NSURLProtocol propertyForKey:kRedirectCount inRequest:request] integerValue];
+}
+
+NSURLRequest* FollowingRequest(NSURLRequest* request, NSURL* target, NSInteger status) {
+  NSMutableURLRequest* next = [NSMutableURLRequest requestWithURL:target
+                                                      cachePolicy:[request cachePolicy]
+                                                  timeoutInterval:[request timeoutInterval]];
+  NSString* method = [request HTTPMethod];
+  const BOOL isHead = [method isEqualToString:@"HEAD"];
+  const BOOL isPost = [method isEqualToString:@"POST"];
+  const BOOL becomesGet =
+      (status == 303 && !isHead) || ((status == 301 || status == 302) && isPost);
+  if (!becomesGet) {
+    [next setHTTPMethod:method];
+    [next setHTTPBody:[request HTTPBody]];
+  }
+
+  NSMutableSet* dropped = [NSMutableSet set];
+  if (becomesGet) {
+    [dropped addObjectsFromArray:[NSArray arrayWithObjects:@"content-type", @"content-length",
+                                                           @"content-encoding", nil]];
+  }
+  if (!HaveSameOrigin([request URL], target)) {
+    [dropped addObjectsFromArray:[NSArray arrayWithObjects:@"authorization", @"cookie", nil]];
+  }
+  NSDictionary* fields = [request allHTTPHeaderFields];
+  for (NSString* name in fields) {
+    if (![dropped containsObject:[name lowercaseString]]) {
+      [next setValue:[fields objectForKey:name] forHTTPHeaderField:name];
+    }
+  }
+
+  [NSURLProtocol setProperty:[NSNumber numberWithInteger:RedirectCount(request) + 1]
+                      forKey:kRedirectCount
+                   inRequest:next];
+  return next;
+}
+
+}  // namespace
+
+BOOL IsWebScheme(NSString* scheme) {
+  NSString* name = [scheme lowercaseString];
+  return [name isEqualToString:@"http"] || [name isEqualToString:@"https"];
+}
+
+BOOL IsRedirect(NSInteger status) {
+  return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+NSURLRequest* RequestAfterRedirect(NSURLRequest* request, NSInteger status, NSString* location,
+                                   NSInteger* errorCode) {
+  if (RedirectCount(request) >= kMostRedirects) {
+    *errorCode = NSURLErrorHTTPTooManyRedirects;
+    return nil;
+  }
+  NSURL* target = RedirectTarget(location, [request URL], errorCode);
+  return target == nil ? nil : FollowingRequest(request, target, status);
+}
