@@ -3,7 +3,9 @@
 #import <SystemConfiguration/SystemConfiguration.h>
 #include <gmock/gmock.h>
 
+#include <cstring>
 #include <deque>
+#include <map>
 #include <set>
 
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/DecompressLZMA.h"
@@ -32,9 +34,12 @@ constexpr char kLaunch[] =
 std::deque<bool> s_loggedIn;
 NSMutableString* s_consoleUser;
 int s_decompressionResult;
+std::set<std::string> s_files;
+std::set<std::string> s_filesThatStay;
+/// Files that the pingback takes away.
+std::set<std::string> s_filesTakenByPingback;
 /// Files that the pingback puts in place, as another process might while it runs.
 std::set<std::string> s_filesAfterPingback;
-std::set<std::string> s_files;
 NSDictionary* s_environment;
 bool s_launchRaises;
 
@@ -87,7 +92,26 @@ void DisableAnalytics(NSString* installRoot) {
 
 + (void)doPingbackWithPreviousVersion:(NSString*)previousVersion {
   g_events.push_back("pingback " + Text(previousVersion));
+  for (const std::string& file : s_filesTakenByPingback) {
+    s_files.erase(file);
+  }
   s_files.insert(s_filesAfterPingback.begin(), s_filesAfterPingback.end());
+}
+
+@end
+
+/// A task that nobody may wait for or ask for its status.
+@interface UntouchableTask : NSProxy
+@end
+
+@implementation UntouchableTask
+
+- (NSMethodSignature*)methodSignatureForSelector:(SEL)selector {
+  return [NSTask instanceMethodSignatureForSelector:selector];
+}
+
+- (void)forwardInvocation:(NSInvocation*)invocation {
+  ADD_FAILURE() << "The task was sent " << sel_getName([invocation selector]);
 }
 
 @end
@@ -100,6 +124,7 @@ using testing::ElementsAreArray;
 using testing::Not;
 
 ScopedMethodReplacement* s_exists;
+UntouchableTask* s_task;
 
 /// Knows the files of the tests; the rest of the disk is left to the real file manager only
 /// below the tests' own folder, which `s_realFolder` names.
@@ -118,7 +143,7 @@ BOOL RemoveItem(id /*self*/, SEL /*selector*/, NSString* path, NSError** error) 
   EXPECT_EQ(nullptr, error);
   const std::string file = Text(path);
   g_events.push_back("remove " + file);
-  return s_files.erase(file) != 0;
+  return s_filesThatStay.count(file) == 0 && s_files.erase(file) != 0;
 }
 
 NSTask* Launch(id /*self*/, SEL /*selector*/, NSString* path, NSArray* arguments) {
@@ -127,7 +152,7 @@ NSTask* Launch(id /*self*/, SEL /*selector*/, NSString* path, NSArray* arguments
   if (s_launchRaises) {
     [NSException raise:NSInvalidArgumentException format:@"launch path not accessible"];
   }
-  return nil;
+  return (NSTask*)s_task;
 }
 
 NSDictionary* Environment(id /*self*/, SEL /*selector*/) { return s_environment; }
@@ -148,16 +173,20 @@ class PerformMainTest : public testing::Test {
     s_loggedIn = {true};
     s_consoleUser = [[NSMutableString alloc] initWithString:@"alice"];
     s_decompressionResult = 0;
-    s_filesAfterPingback.clear();
     s_files.clear();
-    s_environment = [NSDictionary dictionaryWithObject:@"/Users/alice" forKey:@"HOME"];
+    s_filesThatStay.clear();
+    s_filesTakenByPingback.clear();
+    s_filesAfterPingback.clear();
+    s_task = [UntouchableTask alloc];
     s_launchRaises = false;
+    SetHome(@"/Users/alice");
     g_events.clear();
     g_logCanBeOpened = true;
   }
   ~PerformMainTest() override {
-    [g_logger release];
-    g_logger = nil;
+    Forget();
+    [s_task release];
+    s_task = nil;
     [s_consoleUser release];
     s_consoleUser = nil;
     [pool_ release];
@@ -172,6 +201,17 @@ class PerformMainTest : public testing::Test {
     }
     argv.push_back(nullptr);
     return PerformMain(static_cast<int>(arguments.size()), argv.data());
+  }
+
+  /// Makes the next run the first one.
+  void Forget() {
+    g_events.clear();
+    [g_logger release];
+    g_logger = nil;
+  }
+
+  void SetHome(NSString* home) {
+    s_environment = [NSDictionary dictionaryWithObject:home forKey:@"HOME"];
   }
 
   NSAutoreleasePool* pool_ = [[NSAutoreleasePool alloc] init];
@@ -250,6 +290,19 @@ TEST_F(PerformMainTest, NobodyAtTheConsole) {
       g_events);
 }
 
+TEST_F(PerformMainTest, NobodyAtTheConsoleWithTheSwitch) {
+  s_loggedIn = {false};
+  s_files.insert(kFlag);
+  EXPECT_EQ(0, Run({"/", "-disableAnalytics"}));
+  EXPECT_EQ(
+      kLogOfTheMachine + std::vector<std::string>(
+                             {"decompress /", "nobody",
+                              "exists /Library/Application Support/Velmora/previous_version.txt",
+                              "pingback (absent)", "nobody", "[3] Disabling Analytics in rks.cfg",
+                              "disable analytics /", "[3] [finalizer succeeded]"}),
+      g_events);
+}
+
 TEST_F(PerformMainTest, NoArguments) {
   s_files.insert(kFlag);
   EXPECT_EQ(0, Run({}));
@@ -288,14 +341,26 @@ TEST_F(PerformMainTest, SwitchSpelledOtherwiseIsIgnored) {
   EXPECT_THAT(g_events, Not(Contains("[3] Disabling Analytics in rks.cfg")));
 }
 
+TEST_F(PerformMainTest, EmptyRootHasThePathsOfTheBootVolumeAlone) {
+  s_files.insert(kFlag);
+  EXPECT_EQ(0, Run({"", "-disableAnalytics"}));
+  EXPECT_EQ(
+      kLogOfAlice + std::vector<std::string>(
+                        {"decompress ", "logged in",
+                         "exists /Library/Application Support/Velmora/previous_version.txt",
+                         "pingback (absent)", "logged in", "[3] Disabling Analytics in rks.cfg",
+                         "disable analytics ", "[3] [finalizer succeeded]"}),
+      g_events);
+}
+
 TEST_F(PerformMainTest, RootThatOnlyLooksLikeTheBootVolume) {
-  for (const char* root : {"//", "", "/.", "./", "/ "}) {
-    g_events.clear();
+  s_files.insert(kFlag);
+  for (const char* root : {"//", "/.", "./", "/ "}) {
     EXPECT_EQ(0, Run({root}));
     EXPECT_THAT(g_events, Not(Contains("remove obsolete files"))) << root;
+    EXPECT_THAT(g_events, Not(Contains(kLaunch))) << root;
     EXPECT_THAT(g_events, Contains(std::string("decompress ") + root));
-    [g_logger release];
-    g_logger = nil;
+    Forget();
   }
 }
 
@@ -306,7 +371,6 @@ TEST_F(PerformMainTest, RootInUTF8) {
 
 TEST_F(PerformMainTest, RootThatIsNotUTF8IsAbsent) {
   for (const char* root : {"\xFF\xFE", "/Volumes/\xC3", "/\xC0\xAF", "/\xED\xA0\x80"}) {
-    g_events.clear();
     EXPECT_EQ(0, Run({root, "-disableAnalytics"}));
     EXPECT_EQ(
         kLogOfAlice + std::vector<std::string>(
@@ -314,21 +378,18 @@ TEST_F(PerformMainTest, RootThatIsNotUTF8IsAbsent) {
                            "pingback (absent)", "logged in", "[3] Disabling Analytics in rks.cfg",
                            "disable analytics (absent)", "[3] [finalizer succeeded]"}),
         g_events);
-    [g_logger release];
-    g_logger = nil;
+    Forget();
   }
 }
 
 TEST_F(PerformMainTest, FailedDecompressionEndsTheRun) {
   for (int status : {1, 2, -1}) {
-    g_events.clear();
     s_decompressionResult = status;
     EXPECT_EQ(status, Run({"/", "-disableAnalytics"}));
     EXPECT_EQ(kLogOfAlice + std::vector<std::string>(
                                 {"decompress /", "[1] [finalizer failed to decompress plugin]"}),
               g_events);
-    [g_logger release];
-    g_logger = nil;
+    Forget();
   }
 }
 
@@ -353,6 +414,23 @@ TEST_F(PerformMainTest, LogThatCannotBeOpenedKeepsTheStatus) {
   g_logCanBeOpened = false;
   s_decompressionResult = 1;
   EXPECT_EQ(1, Run({"/"}));
+}
+
+TEST_F(PerformMainTest, LoggerOutlivesTheRun) {
+  for (int status : {0, 1}) {
+    s_decompressionResult = status;
+    NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+    EXPECT_EQ(status, Run({"/"}));
+    ASSERT_NE(nil, g_logger);
+    EXPECT_EQ(1u, [g_logger retainCount]);
+    // Held meanwhile, so that a logger which the pool releases can be told.
+    KPIMLogger* logger = [g_logger retain];
+    [pool drain];
+    EXPECT_EQ(logger, g_logger);
+    ASSERT_EQ(2u, [logger retainCount]);
+    [logger release];
+    Forget();
+  }
 }
 
 TEST_F(PerformMainTest, ConsoleUsersNameIsReleasedOnce) {
@@ -401,11 +479,13 @@ TEST_F(PerformMainTest, UserWhoLogsInBeforeTheObsoleteFiles) {
 
 class PreviousVersionTest : public PerformMainTest {
  protected:
-  PreviousVersionTest()
-      : root_(folder_.Path().string()),
-        file_(root_ + "/Library/Application Support/Velmora/previous_version.txt") {
+  PreviousVersionTest() { SetRoot(folder_.Path().string()); }
+
+  void SetRoot(const std::string& root) {
+    root_ = root;
+    file_ = root + "/Library/Application Support/Velmora/previous_version.txt";
     std::filesystem::create_directories(std::filesystem::path(file_).parent_path());
-    s_realFolder = root_;
+    s_realFolder = root;
   }
 
   /// The part of the events that tells of the previous version, after a run.
@@ -482,6 +562,54 @@ TEST_F(PreviousVersionTest, UnreadableFileIsAbsent) {
   EXPECT_THAT(events, ElementsAre(kReading, "pingback (absent)"));
 }
 
+TEST_F(PreviousVersionTest, RootsThatAreNoURLs) {
+  for (const char* name : {"100% #1?;x", "a%20b", "[x]", "\xF0\x9F\x93\x80"}) {
+    SetRoot(folder_.Path() / name);
+    EXPECT_THAT(EventsFor("32.0.0.255\n"), ElementsAre(kReading, "pingback 32.0.0.255")) << name;
+    Forget();
+  }
+}
+
+TEST_F(PreviousVersionTest, RelativeRoot) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder_.Path());
+  SetRoot("volume");
+  const std::vector<std::string> events = EventsFor("32.0.0.255\n");
+  std::filesystem::current_path(before);
+  EXPECT_THAT(events, ElementsAre(kReading, "pingback 32.0.0.255"));
+}
+
+TEST_F(PreviousVersionTest, NobodyAtTheConsole) {
+  s_loggedIn = {false};
+  EXPECT_THAT(EventsFor("32.0.0.255\n"), ElementsAre(kReading, "pingback 32.0.0.255"));
+}
+
+constexpr char kPreviousVersion[] = "/Library/Application Support/Velmora/previous_version.txt";
+
+/// What the tests' boot volume holds in its previous-version file.
+NSString* Contents(id /*self*/, SEL /*selector*/, NSURL* url, NSStringEncoding encoding,
+                   NSError** error) {
+  EXPECT_TRUE([url isFileURL]);
+  EXPECT_EQ(kPreviousVersion, Text([url path]));
+  EXPECT_EQ(NSUTF8StringEncoding, encoding);
+  EXPECT_EQ(nullptr, error);
+  return @"32.0.0.255\n";
+}
+
+TEST_F(PerformMainTest, PreviousVersionOnTheBootVolume) {
+  ScopedMethodReplacement contents([NSString class],
+                                   @selector(stringWithContentsOfURL:encoding:error:),
+                                   (IMP)Contents, ScopedMethodReplacement::kClassMethod);
+  s_files.insert(kPreviousVersion);
+  for (bool loggedIn : {true, false}) {
+    s_loggedIn = {loggedIn};
+    EXPECT_EQ(0, Run({"/"}));
+    EXPECT_THAT(g_events, Contains(kReading));
+    EXPECT_THAT(g_events, Contains("pingback 32.0.0.255"));
+    Forget();
+  }
+}
+
 // ---- The express-install hand-off
 
 const std::vector<std::string> kUpToTheFlag =
@@ -532,9 +660,41 @@ TEST_F(PerformMainTest, ExpressInstallWithoutAHome) {
             g_events);
 }
 
-TEST_F(PerformMainTest, ExpressInstallIsAskedForAfterThePingback) {
+TEST_F(PerformMainTest, ExpressInstallWithHomesOfOtherShapes) {
+  const std::map<std::string, std::string> foldersOfHomes = {{"", ""}, {"/var/root/", "/var/root"}};
+  for (const auto& [home, folder] : foldersOfHomes) {
+    const std::string updater = folder + std::string(kUpdater).substr(strlen("/Users/alice"));
+    SetHome(String(home));
+    s_files = {updater};
+    s_filesAfterPingback = {kFlag};
+    EXPECT_EQ(0, Run({"/"}));
+    EXPECT_EQ(kUpToTheFlag + std::vector<std::string>({"exists " + updater, "remove " + updater,
+                                                       kLaunch, std::string("remove ") + kFlag,
+                                                       "[3] [finalizer succeeded]"}),
+              g_events);
+    Forget();
+  }
+}
+
+TEST_F(PerformMainTest, ExpressInstallWithAnUpdaterThatCannotBeRemoved) {
+  s_files.insert(kUpdater);
+  s_filesThatStay.insert(kUpdater);
+  s_filesAfterPingback.insert(kFlag);
+  EXPECT_EQ(0, Run({"/"}));
+  EXPECT_EQ(
+      kUpToTheFlag + std::vector<std::string>(
+                         {std::string("exists ") + kUpdater, std::string("remove ") + kUpdater,
+                          kLaunch, std::string("remove ") + kFlag, "[3] [finalizer succeeded]"}),
+      g_events);
+  EXPECT_THAT(s_files, ElementsAre(kUpdater));
+}
+
+TEST_F(PerformMainTest, ExpressInstallThatThePingbackConsumes) {
+  s_files = {kFlag, kUpdater};
+  s_filesTakenByPingback.insert(kFlag);
   EXPECT_EQ(0, Run({"/"}));
   EXPECT_EQ(kUpToTheFlag + std::vector<std::string>({"[3] [finalizer succeeded]"}), g_events);
+  EXPECT_THAT(s_files, ElementsAre(kUpdater));
 }
 
 }  // namespace
