@@ -1,9 +1,11 @@
 """The finalizer's command line and the install roots that it names."""
 
+import os
+
 import pytest
 
 import finalizer_log
-from install_root import BLOB, BUNDLE, PREVIOUS_VERSION, VOLUME
+from install_root import BLOB, BUNDLE, PREVIOUS_VERSION, SETTINGS, VOLUME
 
 SWITCH = "-disableAnalytics"
 LONG_ROOT = "/Volumes/" + "/".join(["x" * 96] * 3)
@@ -12,6 +14,7 @@ assert len(LONG_ROOT) == 299
 
 @pytest.mark.parametrize("argument, root", [
     ("/", ""),
+    ("", ""),
     (VOLUME, VOLUME),
     (VOLUME + "/", VOLUME),
     (LONG_ROOT + "y", LONG_ROOT + "y"),
@@ -26,11 +29,15 @@ def test_install_root(install_root, finalizer_run, bundle_blob, installed, argum
     assert not install_root.path(root + BLOB).exists()
 
 
-def test_without_arguments_the_boot_volume_is_installed(install_root, finalizer_run, bundle_blob,
-                                                        installed):
+@pytest.mark.parametrize("arguments", [
+    pytest.param([], id="none"),
+    pytest.param([os.fsdecode(b"/Vol\xff")], id="not UTF-8"),
+])
+def test_without_a_root_the_boot_volume_is_installed(install_root, finalizer_run, bundle_blob,
+                                                     installed, arguments):
     install_root.write(PREVIOUS_VERSION, "32.0.0.255\n")
     install_root.lay_blob(bundle_blob)
-    finalizer_run([])
+    finalizer_run(arguments)
     # An absent root gives no path at which to look for the previous version.
     assert install_root.log("alice") == finalizer_log.success()
     assert install_root.tree(BUNDLE) == installed
@@ -54,6 +61,15 @@ def test_switch_in_any_position(install_root, finalizer_run, bundle_blob, argume
     finalizer_run(arguments)
     assert install_root.log("alice") == finalizer_log.success(
         "", finalizer_log.DISABLING_ANALYTICS)
+
+
+@pytest.mark.parametrize("console", ["loginwindow", None])
+def test_switch_with_nobody_at_the_console(install_root, finalizer_run, bundle_blob, console):
+    install_root.set_console(console)
+    install_root.lay_blob(bundle_blob)
+    finalizer_run(["/", SWITCH])
+    assert install_root.log() == finalizer_log.success("", finalizer_log.DISABLING_ANALYTICS)
+    assert install_root.path(SETTINGS).read_bytes() == b"DisableAnalytics=1\n"
 
 
 @pytest.mark.parametrize("argument", [

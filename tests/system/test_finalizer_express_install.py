@@ -7,7 +7,7 @@ cannot be removed stands here for one that has been made again after the pingbac
 import pytest
 
 import finalizer_log
-from install_root import EXPRESS_FLAG, ROOT_HOME, VOLUME
+from install_root import EXPRESS_FLAG, PROGRAMS, ROOT_HOME, VOLUME
 
 REDIRECT_PAGE = "http://www.tarvix.example/software/korvel/about/installerRedirect.html"
 UPDATER = ("/Library/Preferences/Velmora/Korvel Player/www.tarvix.example"
@@ -45,6 +45,40 @@ def test_hand_off_without_an_updater(install_root, finalizer_run, bundle_blob):
 
 
 @pytest.mark.usefixtures("lasting_flag")
+def test_hand_off_with_an_updater_that_cannot_be_removed(install_root, finalizer_run, bundle_blob,
+                                                         updater):
+    install_root.pin(ROOT_HOME + UPDATER)
+    install_root.lay_blob(bundle_blob)
+    finalizer_run(["/"])
+    assert install_root.open_calls() == [[REDIRECT_PAGE]]
+    assert updater.exists()
+    assert install_root.log("alice") == finalizer_log.success()
+
+
+@pytest.mark.usefixtures("finalizer", "lasting_flag")
+def test_hand_off_is_not_waited_for(install_root, bundle_blob):
+    """The launched program ends when the finalizer has ended, and after a while at the latest."""
+    install_root.lay_blob(bundle_blob)
+    # What is pinned hides what the root had in its place.
+    install_root.write("/usr/bin/open", _OPEN_THAT_WAITS, mode=0o755)
+    install_root.pin("/usr/bin/open")
+    result = install_root.execute(["sh", "-c", _FINALIZER_THEN_OPEN])
+    assert (result.status, result.stdout, result.stderr) == (0, "", "")
+    assert install_root.path("/run/open/outcome").read_text() == "outlived the finalizer\n"
+    assert install_root.log("alice") == finalizer_log.success()
+
+
+@pytest.mark.usefixtures("lasting_flag")
+@pytest.mark.parametrize("home", ["", ROOT_HOME + "/"])
+def test_hand_off_with_homes_of_other_shapes(install_root, finalizer_run, bundle_blob, home):
+    updater = install_root.write(home.rstrip("/") + UPDATER, "updater")
+    install_root.lay_blob(bundle_blob)
+    finalizer_run(["/"], env={"HOME": home})
+    assert install_root.open_calls() == [[REDIRECT_PAGE]]
+    assert not updater.exists()
+
+
+@pytest.mark.usefixtures("lasting_flag")
 @pytest.mark.parametrize("home", [None, "/nonexistent"])
 def test_hand_off_without_a_home(install_root, finalizer_run, bundle_blob, updater, home):
     install_root.lay_blob(bundle_blob)
@@ -66,7 +100,7 @@ def test_program_that_cannot_be_launched(install_root, finalizer_run, bundle_blo
 
 @pytest.mark.usefixtures("lasting_flag")
 @pytest.mark.parametrize("console, arguments", [
-    ("alice", [VOLUME]), ("alice", ["//"]), ("alice", []), ("loginwindow", ["/"]), (None, ["/"])])
+    ("alice", [VOLUME]), ("alice", ["//"]), ("alice", [""]), ("alice", []), ("loginwindow", ["/"]), (None, ["/"])])
 def test_no_hand_off(install_root, finalizer_run, bundle_blob, updater, console, arguments):
     install_root.set_console(console)
     install_root.lay_blob(bundle_blob, "".join(arguments) or "/")
@@ -87,3 +121,21 @@ def test_no_hand_off_after_a_failed_extraction(install_root, finalizer_run, upda
     finalizer_run(["/"], status=1)
     assert install_root.open_calls() == []
     assert updater.exists()
+
+
+_OPEN_THAT_WAITS = """#!/bin/sh
+if timeout 20 cat /run/open/gate; then
+    echo "outlived the finalizer"
+else
+    echo "waited in vain"
+fi > /run/open/outcome
+exit 3
+"""
+
+_FINALIZER_THEN_OPEN = f"""
+mkfifo /run/open/gate
+{PROGRAMS}/finalizer /
+status=$?
+timeout 20 sh -c ': > /run/open/gate'
+exit $status
+"""

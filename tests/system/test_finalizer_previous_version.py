@@ -36,6 +36,15 @@ def test_it_lies_below_the_install_root(install_root, finalizer_run, bundle_blob
         assert install_root.log("alice") == finalizer_log.success(root.rstrip("/"), *stages)
 
 
+@pytest.mark.parametrize("root", ["/", VOLUME])
+def test_it_is_read_with_nobody_at_the_console(install_root, finalizer_run, bundle_blob, root):
+    install_root.set_console(None)
+    install_root.write(root.rstrip("/") + PREVIOUS_VERSION, "32.0.0.255")
+    install_root.lay_blob(bundle_blob, root)
+    finalizer_run([root])
+    assert install_root.log() == finalizer_log.success(root.rstrip("/"), *READ)
+
+
 def test_unreadable_file(install_root, finalizer_run, bundle_blob):
     install_root.set_console("bob")
     install_root.write(VOLUME + PREVIOUS_VERSION, "32.0.0.255", mode=0)
