@@ -141,6 +141,18 @@ def test_file_in_place_of_the_old_bundle(install_root, finalizer_run, bundle_blo
     assert install_root.tree(BUNDLE) == installed
 
 
+@pytest.mark.parametrize("root", ["/Volumes/a\\b", "/Volumes/a\\", "/Volumes/\\\\a", "/Volumes/C:"])
+def test_volume_with_a_backslash_or_a_colon(install_root, finalizer_run, bundle_blob, installed,
+                                            root):
+    install_root.lay_blob(bundle_blob, root)
+    finalizer_run([root])
+    assert install_root.log("alice") == finalizer_log.success(root)
+    assert install_root.tree(root + BUNDLE) == installed
+    assert not install_root.path(root + BLOB).exists()
+    assert {path.name for path in install_root.path("/Volumes").iterdir()} == {
+        "Target", root.removeprefix("/Volumes/")}
+
+
 def assert_nothing_but_the_folder_left(install_root):
     plug_ins = install_root.path("/Library/Internet Plug-Ins")
     assert sorted(path.name for path in plug_ins.rglob("*")) == ["PepperKorvelPlayer"]

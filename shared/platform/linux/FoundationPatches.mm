@@ -10,6 +10,9 @@
 
 #import "shared/platform/linux/MethodReplacement.h"
 
+// GNUstep Base exports it and describes it in Foundation/NSString.h, but declares it nowhere.
+extern "C" const char* GSPathHandling(const char* mode);
+
 namespace {
 
 NSString* const kCoreServices = @"/System/Library/CoreServices";
@@ -124,6 +127,8 @@ NSTimeZone* SystemTimeZone(id /*self*/, SEL /*selector*/) {
 @implementation KPFoundationPatches
 
 + (void)load {
+  // Otherwise a backslash separates the components of a path, as a slash does.
+  GSPathHandling("unix");
   ReplaceMethod("GSFileHandle", @selector(synchronizeFile), (IMP)SynchronizeFile);
   ReplaceMethod("NSDictionary", @selector(initWithContentsOfFile:), (IMP)InitWithContentsOfFile);
   ReplaceMethod("NSDictionary", @selector(initWithContentsOfURL:), (IMP)InitWithContentsOfURL);

@@ -204,6 +204,36 @@ TEST_F(FoundationTest, PathsAreJoinedWithOneSlash) {
   EXPECT_EQ("/a/b.plugin.lzma", Text([@"/a/b.plugin" stringByAppendingPathExtension:@"lzma"]));
 }
 
+TEST_F(FoundationTest, OnlyASlashSeparatesTheComponentsOfAPath) {
+  for (NSString *volume in [NSArray arrayWithObjects:@"a\\b", @"a\\", @"\\\\a", @"C:", nil]) {
+    NSString* root = [@"/Volumes/" stringByAppendingString:volume];
+    EXPECT_EQ(Text(root) + "/Library/x", Text([root stringByAppendingPathComponent:@"/Library/x"]));
+    EXPECT_EQ(Text(root) + ".lzma", Text([root stringByAppendingPathExtension:@"lzma"]));
+    EXPECT_EQ(Text(volume), Text([root lastPathComponent]));
+    EXPECT_EQ(3u, [[root pathComponents] count]);
+    EXPECT_EQ(Text(volume) + "/x", Text([volume stringByAppendingPathComponent:@"x"]));
+  }
+}
+
+TEST_F(FoundationTest, ADoubleSlashAtTheStartStays) {
+  // macOS keeps one of the two. To Linux the two paths are the same.
+  EXPECT_EQ("//Volumes/T/Library/x",
+            Text([@"//Volumes/T" stringByAppendingPathComponent:@"/Library/x"]));
+}
+
+TEST_F(FoundationTest, RemovesWhatHasABackslashInItsName) {
+  NSFileManager* fileManager = [NSFileManager defaultManager];
+  std::filesystem::create_directories(folder_ / "a/b");
+  WriteWholeFile(folder_ / "a/b/kept", "kept");
+  std::filesystem::create_directories(folder_ / "top/a\\b");
+  WriteWholeFile(folder_ / "top/a\\b/c\\", "x");
+  EXPECT_TRUE([fileManager fileExistsAtPath:String(folder_ / "top/a\\b/c\\")]);
+  EXPECT_FALSE([fileManager fileExistsAtPath:String(folder_ / "top/a/b")]);
+  EXPECT_TRUE([fileManager removeItemAtPath:String(folder_ / "top") error:nullptr]);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "top"));
+  EXPECT_EQ("kept", ReadWholeFile(folder_ / "a/b/kept"));
+}
+
 TEST_F(FoundationTest, BytesThatAreNotUTF8GiveNoString) {
   for (const char* bytes : {"\xFF", "a\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF8\x88\x80\x80\x80"}) {
     EXPECT_EQ(nil, [NSString stringWithUTF8String:bytes]);
