@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -22,6 +21,17 @@ constexpr unsigned long kLow32Bits = 0xFFFFFFFF;
 
 // Paths of this length need no second allocation.
 constexpr size_t kUsualPathCapacity = 1024;
+
+// Opens a regular file, created with the mode of files if the flags say so; -1 when it cannot be
+// opened or is something else. Without O_NONBLOCK the opening of a FIFO would wait for its other
+// end, without O_NOCTTY that of a terminal could make it the process's own.
+int OpenRegularFile(char const* path, int flags, struct stat& status) {
+  const int descriptor = path ? open(path, flags | O_NONBLOCK | O_NOCTTY, kFileMode) : -1;
+  if (descriptor < 0) return -1;
+  if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) return descriptor;
+  close(descriptor);
+  return -1;
+}
 
 // ---- Source
 
@@ -41,12 +51,18 @@ bool IsBeingRead(const struct stat& directory, const DirectoryBeingRead* innermo
   return false;
 }
 
-char* CopyString(char const* text) {
-  if (!text) return nullptr;
-  const size_t size = strlen(text) + 1;
-  char* const copy = new char[size];
-  memcpy(copy, text, size);
-  return copy;
+// A node with its own copy of the name; absent when there is no memory.
+fileChunk* CreateNode(char const* name) {
+  auto* node = new (std::nothrow) fileChunk;
+  if (!node || !name) return node;
+  const size_t size = strlen(name) + 1;
+  node->name = new (std::nothrow) char[size];
+  if (node->name) {
+    memcpy(node->name, name, size);
+  } else {
+    DeleteFileChunks(node);
+  }
+  return node;
 }
 
 // The text after the last '/' that is not the final character; all of it without such a one.
@@ -55,16 +71,6 @@ char const* PathLeaf(char const* path) {
   if (start != 0) --start;
   while (start != 0 && path[start - 1] != '/') --start;
   return path + start;
-}
-
-// Opens a regular file for reading, or returns -1. Without O_NONBLOCK the opening of a FIFO
-// would wait for a writer.
-int OpenRegularFile(char const* path, struct stat& status) {
-  const int descriptor = path ? open(path, O_RDONLY | O_NONBLOCK) : -1;
-  if (descriptor < 0) return -1;
-  if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) return descriptor;
-  close(descriptor);
-  return -1;
 }
 
 // Reads `size` bytes into a new array; what the file has no more of is zero. Absent when there
@@ -94,7 +100,8 @@ fileChunk* CreateChildSource(char const* parentPath, char const* name,
                              const DirectoryBeingRead* enclosing) {
   const size_t parentLength = strlen(parentPath);
   const size_t capacity = parentLength + strlen(name) + 2;
-  char* const path = new char[capacity];
+  char* const path = new (std::nothrow) char[capacity];
+  if (!path) return nullptr;
   memcpy(path, parentPath, parentLength + 1);
   PlatformAppendPathLeaf(path, static_cast<unsigned int>(capacity), name);
   fileChunk* const child = CreateSource(path, enclosing);
@@ -122,10 +129,11 @@ fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing) {
   fileChunk* node = nullptr;
   struct stat status = {};
   if (fstat(dirfd(directory), &status) == 0 && !IsBeingRead(status, enclosing)) {
+    node = CreateNode(PathLeaf(path));
+  }
+  if (node) {
     const DirectoryBeingRead self = {status.st_dev, status.st_ino, enclosing};
-    node = new fileChunk;
     node->isDirectory = true;
-    node->name = CopyString(PathLeaf(path));
     node->children = CreateChildSources(directory, path, &self);
   }
   closedir(directory);
@@ -141,7 +149,7 @@ class WalkPath {
     const size_t length = strlen(start);
     if (Reserve(length + 1)) memcpy(text_, start, length + 1);
   }
-  ~WalkPath() { free(text_); }
+  ~WalkPath() { delete[] text_; }
   WalkPath(const WalkPath&) = delete;
   WalkPath& operator=(const WalkPath&) = delete;
 
@@ -162,8 +170,10 @@ class WalkPath {
   bool Reserve(size_t needed) {
     if (needed <= capacity_) return true;
     const size_t capacity = needed < kUsualPathCapacity ? kUsualPathCapacity : needed * 2;
-    auto* const text = static_cast<char*>(realloc(text_, capacity));
+    char* const text = new (std::nothrow) char[capacity];
     if (!text) return false;
+    if (text_) memcpy(text, text_, capacity_);
+    delete[] text_;
     text_ = text;
     capacity_ = capacity;
     return true;
@@ -206,23 +216,21 @@ fileChunk* PlatformCreateSourceFromPath(char const* path) {
 
 fileChunk* PlatformCreateSourceFromFile(char const* path, char const* name) {
   struct stat status = {};
-  const int descriptor = OpenRegularFile(path, status);
+  const int descriptor = OpenRegularFile(path, O_RDONLY, status);
   if (descriptor < 0) return nullptr;
-  const unsigned long size = static_cast<unsigned long>(status.st_size) & kLow32Bits;
-  unsigned char* const bytes = ReadBytes(descriptor, size);
+  fileChunk* node = CreateNode(name);
+  if (node) {
+    node->size = static_cast<unsigned long>(status.st_size) & kLow32Bits;
+    node->data = ReadBytes(descriptor, node->size);
+    if (!node->data) DeleteFileChunks(node);
+  }
   close(descriptor);
-  if (!bytes) return nullptr;
-
-  auto* const node = new fileChunk;
-  node->name = CopyString(name);
-  node->size = size;
-  node->data = bytes;
   return node;
 }
 
 int PlatformCreateSourceFromFile(char const* path, void*& data, unsigned long& length) {
   struct stat status = {};
-  const int descriptor = OpenRegularFile(path, status);
+  const int descriptor = OpenRegularFile(path, O_RDONLY, status);
   if (descriptor < 0) return 0;
   const auto size = static_cast<unsigned long>(status.st_size);
   unsigned char* const bytes = ReadBytes(descriptor, size);
@@ -260,9 +268,8 @@ bool PlatformCreateDirectory(char const* path) {
 }
 
 bool PlatformWriteFile(char const* path, unsigned char* bytes, unsigned int count) {
-  // O_NONBLOCK: a FIFO in the place of the file is refused, not waited for.
-  const int descriptor =
-      path ? open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK, kFileMode) : -1;
+  struct stat status = {};
+  const int descriptor = OpenRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC, status);
   if (descriptor < 0) return false;
   WriteBytes(descriptor, bytes, count);
   fchmod(descriptor, kFileMode);

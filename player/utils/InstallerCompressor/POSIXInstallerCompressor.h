@@ -12,18 +12,20 @@
 /// followed: what they point to is stored. Directory entries keep the order in which the file
 /// system returns them. Left out are those that PlatformFilenameAllowed refuses, those that
 /// cannot be opened as a directory or a regular file (FIFOs, sockets and devices are never
-/// waited for), and links back to a directory that they lie in, whose tree would have no end.
-/// Absent when `path` is neither a readable directory nor a readable regular file.
+/// waited for), links back to a directory that they lie in, whose tree would have no end, and
+/// those that memory does not suffice for. Absent when `path` is neither a readable directory nor
+/// a readable regular file, and when memory does not suffice for it.
 fileChunk* PlatformCreateSourceFromPath(char const* path);
 
 /// Reads a file into a new node called `name`; absent when it cannot be opened, is not a
 /// regular file, or memory runs out. The size is the low 32 bits of the file's when it was
-/// opened; bytes that the file has lost by the time they are read are zero.
+/// opened; bytes that the file has lost by the time they are read, and all from a read error on,
+/// are zero.
 fileChunk* PlatformCreateSourceFromFile(char const* path, char const* name);
 
-/// Reads a whole file into a new array (`new unsigned char[]`) and returns 0, always. A file
-/// that cannot be opened, is not a regular one, or does not fit in memory leaves both arguments
-/// untouched.
+/// Reads a whole file into a new array (`new unsigned char[]`) and returns 0, always. What cannot
+/// be read is zero, as above. A file that cannot be opened, is not a regular one, or does not fit
+/// in memory leaves both arguments untouched.
 int PlatformCreateSourceFromFile(char const* path, void*& data, unsigned long& length);
 
 /// Asks for the size of the file at `path`, in bytes; false, and size 0, when stat(2) fails.
@@ -37,15 +39,16 @@ bool PlatformFilenameAllowed(char const* name);
 /// Writes a sibling list below the directory `parentPath`: directories with mode 0775, files
 /// with mode 0664, whatever the umask. An entry with an empty name stands for `parentPath`
 /// itself. A directory that exists is used as it is. What cannot be written is left out and
-/// the walk goes on; the result is always true. Paths may have any length that the system takes.
+/// the walk goes on; the result is always true, also when there is no memory for a path. Paths
+/// may have any length that the system takes.
 bool PlatformWriteFileFromChunk(char const* parentPath, fileChunk* list);
 
 /// Creates a directory with mode 0775; false when it was not created. Parents are not made.
 bool PlatformCreateDirectory(char const* path);
 
 /// Writes `count` bytes to the file at `path`, created or truncated, and sets its mode to
-/// 0664, whatever the umask; false when it could not be opened. Errors after that are not
-/// reported.
+/// 0664, whatever the umask; false when it could not be opened, or is not a regular file: a FIFO
+/// is not waited for, a device not written to. Errors after that are not reported.
 bool PlatformWriteFile(char const* path, unsigned char* bytes, unsigned int count);
 
 /// Appends `leaf` to the path in `path`, an array of `capacity` bytes, with one '/' between the

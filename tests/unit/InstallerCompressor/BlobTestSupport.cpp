@@ -160,6 +160,25 @@ unsigned int Mode(const std::string& path) {
   return status.st_mode & 07777;
 }
 
+std::string FolderOfLength(const std::string& root, size_t length) {
+  std::string path = root;
+  while (length - path.size() > 200) path += "/" + std::string(99, 'r');
+  path += "/" + std::string(length - path.size() - 1, 'r');
+  std::filesystem::create_directories(path);
+  return path;
+}
+
+int LowestFreeDescriptor() {
+  const int descriptor = dup(STDIN_FILENO);
+  EXPECT_LE(0, descriptor);
+  close(descriptor);
+  return descriptor;
+}
+
+ScopedAlarm::ScopedAlarm() { alarm(60); }
+
+ScopedAlarm::~ScopedAlarm() { alarm(0); }
+
 TemporaryFolder::TemporaryFolder() {
   std::string pattern = std::filesystem::temp_directory_path() / "payload-test-XXXXXX";
   if (!mkdtemp(pattern.data())) abort();

@@ -65,6 +65,23 @@ std::string TestData(const std::string& name);
 /// Permission bits of what lies at `path`; fails the test when nothing does.
 unsigned int Mode(const std::string& path);
 
+/// Makes a folder below `root` whose path has `length` characters, some hundred more than the
+/// root's, and returns the path.
+std::string FolderOfLength(const std::string& root, size_t length);
+
+/// The descriptor that the next open(2) would give: greater than before when one was left open.
+int LowestFreeDescriptor();
+
+/// Ends the process when its scope takes a minute: what waits for the other end of a FIFO waits
+/// forever.
+class ScopedAlarm {
+ public:
+  ScopedAlarm();
+  ~ScopedAlarm();
+  ScopedAlarm(const ScopedAlarm&) = delete;
+  ScopedAlarm& operator=(const ScopedAlarm&) = delete;
+};
+
 /// A private folder, removed with all that is in it.
 class TemporaryFolder {
  public:

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -64,8 +65,7 @@ TEST(AppendPathLeaf, LeavesOutWhatDoesNotFit) {
   }
 }
 
-TEST(AppendPathLeaf, AppendsTheLeafToAPathWithoutRoomForTheSeparator) {
-  // The path is already beyond the capacity that is told: it is left as it is.
+TEST(AppendPathLeaf, LeavesAPathBeyondTheCapacityAsItIs) {
   char path[16] = "/abcdef";
   PlatformAppendPathLeaf(path, 4, "g");
   EXPECT_STREQ("/abcdef", path);
@@ -128,6 +128,7 @@ TEST(WriteFile, WritesNothingAsAnEmptyFile) {
 }
 
 TEST(WriteFile, FailsWhenItCannotBeOpened) {
+  const ScopedAlarm alarm;
   const TemporaryFolder folder;
   ASSERT_EQ(0, mkfifo((folder / "fifo").c_str(), 0600));
   EXPECT_FALSE(Write(folder.Path(), "x"));
@@ -137,7 +138,31 @@ TEST(WriteFile, FailsWhenItCannotBeOpened) {
   EXPECT_FALSE(PlatformWriteFile(nullptr, nullptr, 0));
 }
 
-TEST(WriteFile, DoesNotReportAFullDisk) { EXPECT_TRUE(Write("/dev/full", "x")); }
+TEST(WriteFile, RefusesAFIFOThatIsBeingRead) {
+  const ScopedAlarm alarm;
+  const TemporaryFolder folder;
+  ASSERT_EQ(0, mkfifo((folder / "fifo").c_str(), 0600));
+  const int reader = open((folder / "fifo").c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_LE(0, reader);
+  EXPECT_FALSE(Write(folder / "fifo", "x"));
+  char byte = 0;
+  EXPECT_EQ(0, read(reader, &byte, 1)) << "nothing was written";
+  EXPECT_EQ(0600U, Mode(folder / "fifo"));
+  close(reader);
+}
+
+TEST(WriteFile, LeavesNoDescriptorOpen) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(0, mkfifo((folder / "fifo").c_str(), 0600));
+  const int reader = open((folder / "fifo").c_str(), O_RDONLY | O_NONBLOCK);
+  const int before = LowestFreeDescriptor();
+  EXPECT_TRUE(Write(folder / "f", "x"));
+  EXPECT_EQ(before, LowestFreeDescriptor());
+  EXPECT_FALSE(Write(folder / "fifo", "x"));
+  EXPECT_FALSE(Write(folder / "absent/f", "x"));
+  EXPECT_EQ(before, LowestFreeDescriptor());
+  close(reader);
+}
 
 TEST(WriteFileFromChunk, WritesATree) {
   const TemporaryFolder folder;
@@ -225,6 +250,28 @@ TEST(WriteFileFromChunk, TakesPathsOfAnyLength) {
   PlatformWriteFileFromChunk(root.c_str(), list.get());
   EXPECT_EQ("deep", ReadFile(deepest + "/leaf"));
   EXPECT_EQ("shallow", ReadFile(root + "/sibling"));
+}
+
+TEST(WriteFileFromChunk, TakesPathsAroundTheLengthThatNeedsMoreMemory) {
+  for (const size_t length : {1022UL, 1023UL, 1024UL, 1025UL, 1026UL}) {
+    const TemporaryFolder folder;
+    const ChunkList list = List({NewFile("name", "joined")});
+    // The path with the leaf, and the path that the walk starts from.
+    for (const size_t parentLength : {length - strlen("/name"), length}) {
+      const std::string parent = FolderOfLength(folder.Path(), parentLength);
+      ASSERT_EQ(parentLength, parent.size());
+      PlatformWriteFileFromChunk(parent.c_str(), list.get());
+      EXPECT_EQ("joined", ReadFile(parent + "/name")) << parentLength;
+    }
+  }
+}
+
+TEST(WriteFileFromChunk, LeavesNoDescriptorOpen) {
+  const TemporaryFolder folder;
+  const ChunkList tree = List({NewDirectory("bundle", {SampleTree().release()})});
+  const int before = LowestFreeDescriptor();
+  PlatformWriteFileFromChunk(folder.Path().c_str(), tree.get());
+  EXPECT_EQ(before, LowestFreeDescriptor());
 }
 
 TEST(WriteFileFromChunk, TakesRootsThatAreNotASCII) {

@@ -5,8 +5,10 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
@@ -15,6 +17,9 @@
 namespace {
 
 namespace fs = std::filesystem;
+
+// A user who owns nothing here.
+constexpr uid_t kNobody = 65534;
 
 ChunkList Source(const std::string& path) {
   return ChunkList(PlatformCreateSourceFromPath(path.c_str()));
@@ -87,6 +92,7 @@ TEST(SourceFromFile, KeepsTheLow32BitsOfTheSize) {
 }
 
 TEST(SourceFromFile, IsAbsentForWhatIsNoReadableFile) {
+  const ScopedAlarm alarm;
   const TemporaryFolder folder;
   fs::create_symlink("nowhere", folder / "dangling");
   ASSERT_EQ(0, mkfifo((folder / "fifo").c_str(), 0600));
@@ -114,6 +120,7 @@ TEST(SourceFromFileIntoArray, ReadsTheWholeFile) {
 }
 
 TEST(SourceFromFileIntoArray, LeavesTheArgumentsWhenThereIsNoFile) {
+  const ScopedAlarm alarm;
   const TemporaryFolder folder;
   ASSERT_EQ(0, mkfifo((folder / "fifo").c_str(), 0600));
   for (const std::string& path : {folder / "absent", folder.Path(), folder / "fifo"}) {
@@ -224,6 +231,7 @@ TEST(SourceFromPath, TakesADirectoryAsOftenAsItIsLinked) {
 }
 
 TEST(SourceFromPath, LeavesOutWhatCannotBeOpened) {
+  const ScopedAlarm alarm;
   const TemporaryFolder folder;
   const std::string tree = folder / "tree";
   fs::create_directory(tree);
@@ -287,14 +295,79 @@ TEST(SourceFromPath, LeavesNoDescriptorOpen) {
   fs::create_directories(folder / "tree/a");
   WriteFile(folder / "tree/a/f", "x");
   fs::create_symlink(".", folder / "tree/a/loop");
-  const int before = dup(0);
-  close(before);
+  ASSERT_EQ(0, mkfifo((folder / "tree/fifo").c_str(), 0600));
+  const int before = LowestFreeDescriptor();
   Source(folder / "tree");
+  EXPECT_EQ(before, LowestFreeDescriptor());
   Source(folder / "tree/a/f");
-  Source("/dev/null");
-  const int after = dup(0);
-  close(after);
-  EXPECT_EQ(before, after);
+  EXPECT_EQ(before, LowestFreeDescriptor());
+  Source(folder / "tree/fifo");
+  EXPECT_EQ(before, LowestFreeDescriptor());
+}
+
+TEST(SourceFromFileIntoArray, LeavesNoDescriptorOpen) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "f", "x");
+  ASSERT_EQ(0, mkfifo((folder / "fifo").c_str(), 0600));
+  const int before = LowestFreeDescriptor();
+  for (const char* name : {"f", "fifo", "absent"}) {
+    void* data = nullptr;
+    unsigned long length = 0;
+    PlatformCreateSourceFromFile((folder / name).c_str(), data, length);
+    delete[] static_cast<unsigned char*>(data);
+    EXPECT_EQ(before, LowestFreeDescriptor()) << name;
+  }
+}
+
+// What `function` returns in a child process.
+template <typename Function>
+int InChild(Function function) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(60);
+    _exit(function());
+  }
+  int status = 0;
+  EXPECT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFEXITED(status)) << status;
+  return WEXITSTATUS(status);
+}
+
+TEST(SourceFromPath, LeavesOutWhatMayNotBeRead) {
+  const TemporaryFolder folder;
+  const std::string tree = folder / "tree";
+  fs::permissions(folder.Path(), fs::perms(0755));
+  fs::create_directories(tree + "/closed");
+  fs::create_directories(tree + "/listed");
+  WriteFile(tree + "/closed/f", "x");
+  WriteFile(tree + "/listed/f", "x");
+  WriteFile(tree + "/secret", "x");
+  fs::permissions(tree, fs::perms(0755));
+  fs::permissions(tree + "/closed", fs::perms(0));
+  fs::permissions(tree + "/listed", fs::perms(0444));
+  fs::permissions(tree + "/secret", fs::perms(0));
+  // Root may read everything.
+  const std::string expected = "'tree' directory 0\n  'listed' directory 0\n";
+  EXPECT_EQ(0, InChild([&] {
+              if (geteuid() == 0 && setuid(kNobody) != 0) return 2;
+              return Describe(Source(tree).get()) == expected ? 0 : 1;
+            }));
+  fs::permissions(tree + "/closed", fs::perms(0700));
+  fs::permissions(tree + "/listed", fs::perms(0700));
+}
+
+TEST(SourceFromFile, DoesNotMakeATerminalItsOwn) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_LE(0, master);
+  ASSERT_EQ(0, grantpt(master));
+  ASSERT_EQ(0, unlockpt(master));
+  const std::string terminal = ptsname(master);
+  EXPECT_EQ(0, InChild([&] {
+              if (setsid() < 0) return 2;
+              if (PlatformCreateSourceFromFile(terminal.c_str(), "name")) return 3;
+              return open("/dev/tty", O_RDONLY | O_NONBLOCK) >= 0 ? 1 : 0;
+            }));
+  close(master);
 }
 
 }  // namespace

@@ -1,56 +1,95 @@
 // What the payload code does when memory runs out, when the file system gives less than it
 // promised, and what it leaves in memory that it frees.
 //
-// This executable replaces the allocation functions for arrays and the nothrow ones, and the
-// linker routes read and write through the wrappers below.
+// This executable replaces the allocation functions, and the linker routes read, write and fstat
+// through the wrappers below.
 #include <gtest/gtest.h>
-#include <malloc.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <vector>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
 
 namespace {
 
-// Nothrow requests that are still met; negative: all.
+// Requests that are still met, throwing ones too, and the most bytes that one may ask for;
+// negative: all, any.
 long allowedRequests = -1;
+long largestRequest = -1;
 unsigned long requests = 0;
 unsigned long requestedBytes = 0;
+// Blocks of memory that are in use.
+long blocks = 0;
 
-// Text to look for in arrays that are freed, and how many held it.
+// Text to look for in arrays that are freed, and how many held it. While it is looked for, the
+// lengths of those arrays that hold nothing but 'X', in the order in which they are freed.
 const char* soughtText = nullptr;
 unsigned long arraysWithText = 0;
-unsigned long arraysScrubbed = 0;
+size_t scrubbedLengths[16];
+size_t scrubbedArrays = 0;
 
-// The most bytes one read or write takes, and how many bytes reads give altogether; negative: no
-// limit. The first call of each fails as if a signal came.
+// The most bytes one read or write takes, and how many bytes reads give and writes take
+// altogether; negative: no limit. Beyond, a file has ended or, with readFails, fails to be read,
+// and a disk is full.
 long transferLimit = -1;
 long readableBytes = -1;
+long writableBytes = -1;
+bool readFails = false;
+// The next call fails as if a signal came.
 bool interruptNext = false;
+
+// Calls of fstat fail.
+bool statusFails = false;
+
+// Stands before each block.
+struct alignas(std::max_align_t) BlockHeader {
+  size_t size;
+};
 
 void* Allocate(size_t size) {
   ++requests;
   requestedBytes += size;
   if (allowedRequests == 0) return nullptr;
+  if (largestRequest >= 0 && size > static_cast<size_t>(largestRequest)) return nullptr;
   if (allowedRequests > 0) --allowedRequests;
-  return malloc(size ? size : 1);
+  auto* const header = static_cast<BlockHeader*>(malloc(sizeof(BlockHeader) + size));
+  if (!header) abort();
+  header->size = size;
+  ++blocks;
+  return header + 1;
 }
 
-bool Contains(const char* bytes, size_t size, const char* text) {
-  return memmem(bytes, size, text, strlen(text)) != nullptr;
+void* AllocateOrThrow(size_t size) {
+  void* const memory = Allocate(size);
+  if (memory) return memory;
+  // The test fails by this exception; telling so takes memory.
+  allowedRequests = largestRequest = -1;
+  throw std::bad_alloc();
+}
+
+void Free(void* memory) {
+  if (!memory) return;
+  --blocks;
+  free(static_cast<BlockHeader*>(memory) - 1);
 }
 
 void Inspect(const void* array) {
   if (!soughtText || !array) return;
-  const size_t size = malloc_usable_size(const_cast<void*>(array));
-  if (Contains(static_cast<const char*>(array), size, soughtText)) ++arraysWithText;
-  if (Contains(static_cast<const char*>(array), size, "XXXXXXXXXXXXXXXX")) ++arraysScrubbed;
+  const auto* const bytes = static_cast<const char*>(array);
+  const size_t size = (static_cast<const BlockHeader*>(array) - 1)->size;
+  if (memmem(bytes, size, soughtText, strlen(soughtText))) ++arraysWithText;
+  size_t scrubbed = 0;
+  while (scrubbed != size && bytes[scrubbed] == 'X') ++scrubbed;
+  if (size == 0 || scrubbed != size || scrubbedArrays == std::size(scrubbedLengths)) return;
+  scrubbedLengths[scrubbedArrays++] = size;
 }
 
 bool Interrupted() {
@@ -67,28 +106,25 @@ size_t Limited(size_t count) {
 
 }  // namespace
 
-void* operator new(size_t size) {
-  void* const memory = malloc(size ? size : 1);
-  if (!memory) abort();
-  return memory;
-}
-void* operator new[](size_t size) { return operator new(size); }
+void* operator new(size_t size) { return AllocateOrThrow(size); }
+void* operator new[](size_t size) { return AllocateOrThrow(size); }
 void* operator new(size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
 void* operator new[](size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
-void operator delete(void* memory) noexcept { free(memory); }
-void operator delete(void* memory, size_t) noexcept { free(memory); }
+void operator delete(void* memory) noexcept { Free(memory); }
+void operator delete(void* memory, size_t) noexcept { Free(memory); }
 void operator delete[](void* memory) noexcept {
   Inspect(memory);
-  free(memory);
+  Free(memory);
 }
 void operator delete[](void* memory, size_t) noexcept { operator delete[](memory); }
-void operator delete(void* memory, const std::nothrow_t&) noexcept { free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { Free(memory); }
 void operator delete[](void* memory, const std::nothrow_t&) noexcept { operator delete[](memory); }
 
 // The names that the linker's --wrap gives to a function and to its replacement.
 extern "C" {
 ssize_t __real_read(int descriptor, void* buffer, size_t count);
 ssize_t __real_write(int descriptor, const void* buffer, size_t count);
+int __real_fstat(int descriptor, struct stat* status);
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
   if (Interrupted()) return -1;
@@ -96,13 +132,35 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
   if (readableBytes >= 0 && allowed > static_cast<size_t>(readableBytes)) {
     allowed = static_cast<size_t>(readableBytes);
   }
+  if (allowed == 0 && readFails) {
+    errno = EIO;
+    return -1;
+  }
   const ssize_t result = __real_read(descriptor, buffer, allowed);
   if (readableBytes >= 0 && result > 0) readableBytes -= result;
   return result;
 }
 
 ssize_t __wrap_write(int descriptor, const void* buffer, size_t count) {
-  return Interrupted() ? -1 : __real_write(descriptor, buffer, Limited(count));
+  if (Interrupted()) return -1;
+  size_t allowed = Limited(count);
+  if (writableBytes >= 0 && allowed > static_cast<size_t>(writableBytes)) {
+    allowed = static_cast<size_t>(writableBytes);
+  }
+  if (allowed == 0 && writableBytes == 0) {
+    errno = ENOSPC;
+    return -1;
+  }
+  const ssize_t result = __real_write(descriptor, buffer, allowed);
+  if (writableBytes >= 0 && result > 0) writableBytes -= result;
+  return result;
+}
+
+int __wrap_fstat(int descriptor, struct stat* status) {
+  const int result = __real_fstat(descriptor, status);
+  if (!statusFails) return result;
+  errno = EIO;
+  return -1;
 }
 }
 
@@ -111,8 +169,9 @@ namespace {
 class FaultTest : public testing::Test {
  protected:
   ~FaultTest() override {
-    allowedRequests = transferLimit = readableBytes = -1;
-    interruptNext = false;
+    allowedRequests = largestRequest = -1;
+    transferLimit = readableBytes = writableBytes = -1;
+    readFails = interruptNext = statusFails = false;
     soughtText = nullptr;
   }
 };
@@ -170,7 +229,7 @@ TEST_F(FaultTest, TheWriterIsAbsentOrStoresWhenMemoryRunsOut) {
   EXPECT_EQ(nullptr, PrepareFileChunk(list.get(), kCompressionLZMA));
   EXPECT_EQ(nullptr, PrepareFileChunk(list.get(), kCompressionStored));
   // Enough for the entry, not for the encoder.
-  for (const long allowed : {1, 2, 3}) {
+  for (const long allowed : {2, 3, 4}) {
     allowedRequests = allowed;
     const ChunkList formatted(PrepareFileChunk(list.get(), kCompressionLZMA));
     allowedRequests = -1;
@@ -188,16 +247,89 @@ TEST_F(FaultTest, TheTextureFilterIsAbsentWhenMemoryRunsOut) {
 
 TEST_F(FaultTest, AFileThatDoesNotFitInMemoryIsAsOneThatCannotBeOpened) {
   const TemporaryFolder folder;
-  WriteFile(folder / "f", "contents");
+  const std::string path = folder / "f";
+  WriteFile(path, "contents");
+  const int descriptor = LowestFreeDescriptor();
+  const long blocksBefore = blocks;
+  // A node, its name, and its data.
+  for (const long allowed : {0, 1, 2}) {
+    allowedRequests = allowed;
+    EXPECT_EQ(nullptr, PlatformCreateSourceFromFile(path.c_str(), "f"));
+    allowedRequests = -1;
+    EXPECT_EQ(blocksBefore, blocks) << allowed;
+  }
   int anything = 0;
   void* data = &anything;
   unsigned long length = 99;
   allowedRequests = 0;
-  EXPECT_EQ(nullptr, PlatformCreateSourceFromFile((folder / "f").c_str(), "f"));
-  EXPECT_EQ(0, PlatformCreateSourceFromFile((folder / "f").c_str(), data, length));
+  EXPECT_EQ(0, PlatformCreateSourceFromFile(path.c_str(), data, length));
   allowedRequests = -1;
+  EXPECT_EQ(descriptor, LowestFreeDescriptor());
   EXPECT_EQ(&anything, data);
   EXPECT_EQ(99UL, length);
+}
+
+TEST_F(FaultTest, AFileThatDoesNotFitInMemoryIsLeftOutOfATree) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directory(folder / "tree");
+  WriteFile(folder / "tree/large", std::string(9000, 'l'));
+  WriteFile(folder / "tree/small", "s");
+  const std::string path = folder / "tree";
+  largestRequest = 8000;
+  const ChunkList tree(PlatformCreateSourceFromPath(path.c_str()));
+  largestRequest = -1;
+  EXPECT_EQ("'tree' directory 0\n  'small' file 1 's'\n", Describe(tree.get()));
+}
+
+TEST_F(FaultTest, ATreeIsReadAsFarAsMemoryGoes) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "sought-tree/a/b");
+  WriteFile(folder / "sought-tree/a/b/f", "x");
+  const std::string path = folder / "sought-tree";
+  requests = 0;
+  EXPECT_NE(nullptr, ChunkList(PlatformCreateSourceFromPath(path.c_str())));
+  const auto needed = static_cast<long>(requests);
+  const int descriptor = LowestFreeDescriptor();
+  for (long allowed = 0; allowed < needed; ++allowed) {
+    const long blocksBefore = blocks;
+    soughtText = "sought-tree/";
+    arraysWithText = 0;
+    allowedRequests = allowed;
+    fileChunk* tree = PlatformCreateSourceFromPath(path.c_str());
+    allowedRequests = -1;
+    soughtText = nullptr;
+    EXPECT_EQ(0UL, arraysWithText) << allowed;
+    // A node without a name would stand for the directory around it.
+    EXPECT_EQ(std::string::npos, Describe(tree).find("absent")) << allowed;
+    EXPECT_EQ(tree == nullptr, allowed < 2) << "the first node and its name";
+    DeleteFileChunks(tree);
+    EXPECT_EQ(blocksBefore, blocks) << allowed;
+  }
+  EXPECT_EQ(descriptor, LowestFreeDescriptor());
+}
+
+TEST_F(FaultTest, ADirectoryOrFileWhoseStatusIsUnknownIsAsOneThatCannotBeOpened) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "f";
+  WriteFile(path, "old");
+  std::string contents = "new";
+  const int descriptor = LowestFreeDescriptor();
+  int anything = 0;
+  void* data = &anything;
+  unsigned long length = 99;
+  statusFails = true;
+  fileChunk* const directory = PlatformCreateSourceFromPath(folder.Path().c_str());
+  fileChunk* const file = PlatformCreateSourceFromFile(path.c_str(), "f");
+  EXPECT_EQ(0, PlatformCreateSourceFromFile(path.c_str(), data, length));
+  const bool written =
+      PlatformWriteFile(path.c_str(), reinterpret_cast<unsigned char*>(contents.data()), 3);
+  statusFails = false;
+  EXPECT_EQ(nullptr, directory);
+  EXPECT_EQ(nullptr, file);
+  EXPECT_EQ(&anything, data);
+  EXPECT_EQ(99UL, length);
+  EXPECT_FALSE(written);
+  EXPECT_EQ(descriptor, LowestFreeDescriptor());
 }
 
 TEST_F(FaultTest, AFileIsReadWholeInSmallPiecesAndThroughSignals) {
@@ -226,6 +358,16 @@ TEST_F(FaultTest, WhatAShrinkingFileHasLostIsZero) {
   delete[] static_cast<unsigned char*>(data);
 }
 
+TEST_F(FaultTest, WhatComesAfterAReadErrorIsZero) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "f", RandomBytes(10000));
+  readableBytes = 4000;
+  readFails = true;
+  const ChunkList node(PlatformCreateSourceFromFile((folder / "f").c_str(), "f"));
+  readableBytes = -1;
+  EXPECT_EQ(RandomBytes(10000).substr(0, 4000) + std::string(6000, '\0'), Contents(*node));
+}
+
 TEST_F(FaultTest, AFileIsWrittenWholeInSmallPiecesAndThroughSignals) {
   const TemporaryFolder folder;
   std::string contents = RandomBytes(10000);
@@ -238,18 +380,57 @@ TEST_F(FaultTest, AFileIsWrittenWholeInSmallPiecesAndThroughSignals) {
   EXPECT_EQ(contents, ReadFile(folder / "f"));
 }
 
+TEST_F(FaultTest, AFullDiskIsNotReported) {
+  const TemporaryFolder folder;
+  std::string contents = RandomBytes(10000);
+  writableBytes = 4000;
+  const bool result = PlatformWriteFile((folder / "f").c_str(),
+                                        reinterpret_cast<unsigned char*>(contents.data()), 10000);
+  writableBytes = -1;
+  EXPECT_TRUE(result);
+  EXPECT_EQ(contents.substr(0, 4000), ReadFile(folder / "f"));
+  EXPECT_EQ(0664U, Mode(folder / "f"));
+}
+
+TEST_F(FaultTest, WhatHasNoMemoryForItsPathIsLeftOut) {
+  const TemporaryFolder folder;
+  const ChunkList file = List({NewFile("f", "x")});
+  allowedRequests = 0;
+  const bool withoutAnyPath = PlatformWriteFileFromChunk(folder.Path().c_str(), file.get());
+  allowedRequests = -1;
+  EXPECT_TRUE(withoutAnyPath);
+  EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
+
+  // The first path is there, the longer one of an entry is not.
+  const std::string name(250, 'n');
+  const ChunkList list = List({NewDirectory(name.c_str(), {NewFile("f", "x")}), NewFile("g", "y")});
+  const std::string parent = FolderOfLength(folder.Path(), 1000);
+  allowedRequests = 1;
+  const bool withoutALongerPath = PlatformWriteFileFromChunk(parent.c_str(), list.get());
+  allowedRequests = -1;
+  EXPECT_TRUE(withoutALongerPath);
+  EXPECT_EQ("y", ReadFile(parent + "/g"));
+  EXPECT_FALSE(std::filesystem::exists(parent + "/f"));
+  EXPECT_FALSE(std::filesystem::exists(parent + "/" + name));
+}
+
 TEST_F(FaultTest, PathsOfEntriesAreScrubbedBeforeTheyAreFreed) {
   const TemporaryFolder folder;
-  std::filesystem::create_directories(folder / "path-that-is-scrubbed/inner");
-  WriteFile(folder / "path-that-is-scrubbed/inner/f", "x");
-  const std::string path = folder / "path-that-is-scrubbed";
-  soughtText = "path-that-is-scrubbed/";
-  arraysWithText = arraysScrubbed = 0;
-  fileChunk* source = PlatformCreateSourceFromPath(path.c_str());
-  soughtText = nullptr;
-  EXPECT_EQ(0UL, arraysWithText);
-  EXPECT_EQ(2UL, arraysScrubbed);
-  DeleteFileChunks(source);
+  std::filesystem::create_directories(folder / "scrubbed/inner-name");
+  WriteFile(folder / "scrubbed/inner-name/file-name", "x");
+  const std::string path = folder / "scrubbed";
+  const size_t innerCapacity = path.size() + strlen("/inner-name") + 1;
+  const size_t fileCapacity = innerCapacity + strlen("/file-name");
+  for (const char* text : {"scrubbed", "inner-name", "file-name"}) {
+    arraysWithText = scrubbedArrays = 0;
+    soughtText = text;
+    fileChunk* source = PlatformCreateSourceFromPath(path.c_str());
+    soughtText = nullptr;
+    EXPECT_EQ(0UL, arraysWithText) << text;
+    EXPECT_EQ((std::vector<size_t>{fileCapacity, innerCapacity}),
+              std::vector<size_t>(scrubbedLengths, scrubbedLengths + scrubbedArrays));
+    DeleteFileChunks(source);
+  }
 }
 
 }  // namespace
