@@ -124,6 +124,16 @@ def test_link_in_place_of_the_old_bundle_is_not_followed(install_root, finalizer
     assert install_root.tree(BUNDLE) == installed
 
 
+def test_dangling_link_in_place_of_the_old_bundle(install_root, finalizer_run, bundle_blob,
+                                                  installed):
+    install_root.path(BUNDLE).symlink_to("/elsewhere")
+    install_root.lay_blob(bundle_blob)
+    finalizer_run(["/"])
+    assert not install_root.path("/elsewhere").exists()
+    assert not install_root.path(BUNDLE).is_symlink()
+    assert install_root.tree(BUNDLE) == installed
+
+
 def test_link_inside_the_old_bundle_is_not_followed(install_root, finalizer_run, old_bundle,
                                                     bundle_blob, installed):
     elsewhere = install_root.write("/elsewhere/kept", "kept")
@@ -139,6 +149,61 @@ def test_file_in_place_of_the_old_bundle(install_root, finalizer_run, bundle_blo
     install_root.lay_blob(bundle_blob)
     finalizer_run(["/"])
     assert install_root.tree(BUNDLE) == installed
+
+
+def test_old_bundle_that_goes_in_part_only(install_root, finalizer_run, old_bundle, bundle_blob,
+                                           installed):
+    (old_bundle / "Contents").chmod(0o700)
+    kept = "Contents/Frameworks/Old.framework/Old"
+    install_root.pin(f"{BUNDLE}/{kept}")
+    install_root.lay_blob(bundle_blob)
+    finalizer_run(["/"])
+    assert install_root.log("alice") == finalizer_log.success()
+    tree = install_root.tree(BUNDLE)
+    assert tree.pop(kept) == Node("file", 0o644, OLD_FILES[kept])
+    # What holds the file has stayed, and is used as it is.
+    assert tree["Contents"].mode == 0o700
+    for name in (".", "Contents", "Contents/Frameworks", "Contents/Frameworks/Old.framework"):
+        assert tree.pop(name).kind == "directory"
+    assert tree == {name: node for name, node in installed.items() if name not in (".", "Contents")}
+    assert not install_root.path(BLOB).exists()
+
+
+def test_blob_that_cannot_be_removed(install_root, finalizer_run, old_bundle, bundle_blob,
+                                     installed):
+    assert old_bundle.exists()
+    install_root.lay_blob(bundle_blob)
+    install_root.pin(BLOB)
+    finalizer_run(["/"])
+    assert install_root.log("alice") == finalizer_log.success()
+    assert install_root.tree(BUNDLE) == installed
+    assert install_root.path(BLOB).read_bytes() == bundle_blob
+
+
+def test_directory_in_place_of_the_blob(install_root, finalizer_run, old_bundle, bundle_blob):
+    assert old_bundle.exists()
+    install_root.write(f"{BLOB}/Contents/payload.lzma", bundle_blob)
+    finalizer_run(["/"])
+    assert install_root.log("alice") == finalizer_log.success()
+    assert_nothing_but_the_folder_left(install_root)
+
+
+@pytest.mark.parametrize("entry", [blob.stored_file("name", b"lost"),
+                                   blob.stored_directory("name", [blob.stored_file("f", b"")])])
+def test_top_entry_with_a_name(install_root, finalizer_run, old_bundle, entry):
+    # It belongs into the bundle's folder, which only a nameless entry makes.
+    assert old_bundle.exists()
+    install_root.lay_blob(entry)
+    finalizer_run(["/"])
+    assert install_root.log("alice") == finalizer_log.success()
+    assert_nothing_but_the_folder_left(install_root)
+
+
+def test_top_entry_with_a_name_after_the_root(install_root, finalizer_run, bundle, installed):
+    install_root.lay_blob(blob.pack(bundle) + blob.stored_file("name", b"beside"))
+    finalizer_run(["/"])
+    assert install_root.log("alice") == finalizer_log.success()
+    assert install_root.tree(BUNDLE) == {**installed, "name": Node("file", 0o664, b"beside")}
 
 
 @pytest.mark.parametrize("root", ["/Volumes/a\\b", "/Volumes/a\\", "/Volumes/\\\\a", "/Volumes/C:"])

@@ -50,8 +50,8 @@ int DecompressLZMA(NSString* installRoot) {
     return 1;
   }
 
-  // Without asking whether the bundle exists: a dangling link in its place would say no, and the
-  // new bundle would be written through it. The link goes, never what it points to.
+  // Without asking whether the bundle exists: for a dangling link in its place the answer is no,
+  // and as long as it stays there nothing can be written. The link goes, never what it points to.
   [fileManager removeItemAtPath:outputPath error:nullptr];
 
   fileChunk* tree = DecodeBlob(inputPath);
