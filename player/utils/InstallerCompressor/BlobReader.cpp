@@ -22,7 +22,7 @@ constexpr char kClaimTooLarge[] = "an entry claims more than its LZMA stream can
 constexpr char kBadProperties[] = "an entry has invalid LZMA properties";
 constexpr char kStreamTooLong[] = "an entry's LZMA stream runs past its size";
 constexpr char kBadStream[] = "an entry's LZMA stream is damaged";
-constexpr char kExpandsTooFar[] = "LZMA entries within LZMA entries expand too far";
+constexpr char kTooCostly[] = "LZMA entries cost too much to decode";
 constexpr char kNestedTooDeep[] = "directories are nested too deep";
 constexpr char kNoMemory[] = "an entry needs more memory than there is";
 
@@ -32,9 +32,10 @@ constexpr char kNoMemory[] = "an entry needs more memory than there is";
 // 2017. That is 0.308 bits for 273 bytes, less than 7100 bytes for each byte of input.
 constexpr unsigned long kGreatestExpansion = 8192;
 
-// LZMA within LZMA multiplies that bound by itself, so what such inner entries cost altogether,
-// in bytes, may not exceed the bound for the blob as it stands by more than this allowance.
-constexpr unsigned long kInnerAllowance = 1UL << 26;
+// LZMA within LZMA multiplies that bound by itself, and for a stream of five bytes the decoder may
+// set up a table of megabytes. So the tables of all LZMA entries and the claims of inner ones may,
+// in bytes, together exceed the bound for the blob as it stands by no more than this allowance.
+constexpr unsigned long kCostAllowance = 1UL << 26;
 
 // The properties byte is (pb * 5 + lp) * 9 + lc.
 constexpr unsigned int kLiteralContexts = 9;
@@ -42,8 +43,9 @@ constexpr unsigned int kLiteralPositions = 5;
 constexpr unsigned int kPropertiesEnd = 9 * 5 * 5;
 
 // The decoder's probabilities, which it sets up anew for every stream: 2 bytes each, a fixed
-// count and one set for each literal coder (LzmaDec.c).
-constexpr unsigned long kBaseProbabilities = 1846;
+// count and one set for each literal coder. Releases of the SDK differ in the fixed count: at
+// most 1984, in current ones (LzmaDec.c).
+constexpr unsigned long kBaseProbabilities = 1984;
 constexpr unsigned long kLiteralProbabilities = 768;
 
 unsigned long ProbabilityTableSize(unsigned int propertiesByte) {
@@ -80,7 +82,7 @@ struct EntryLayout {
 class BlobDecoder {
  public:
   BlobDecoder(unsigned long blobLength, BlobFault& fault)
-      : innerBudget_(kInnerAllowance + kGreatestExpansion * blobLength), fault_(fault) {}
+      : budget_(kCostAllowance + kGreatestExpansion * blobLength), fault_(fault) {}
 
   // Absent for an empty sequence and for a malformed one.
   fileChunk* DecodeSequence(const Sequence& sequence);
@@ -103,7 +105,7 @@ class BlobDecoder {
     return false;
   }
 
-  unsigned long innerBudget_;
+  unsigned long budget_;
   BlobFault& fault_;
 };
 
@@ -177,7 +179,8 @@ bool BlobDecoder::CheckName(const Sequence& sequence, unsigned long offset, unsi
   return true;
 }
 
-// Checks an entry's sub-header against the length of its stream, before memory is asked for.
+// Checks an entry's sub-header against the length of its stream and charges what the entry
+// costs, before memory is asked for.
 bool BlobDecoder::CheckLZMAClaim(const Sequence& sequence, unsigned long subHeader,
                                  unsigned long streamLength) {
   const unsigned long claim = decodeFormattedFileSize(sequence.bytes + subHeader);
@@ -186,11 +189,11 @@ bool BlobDecoder::CheckLZMAClaim(const Sequence& sequence, unsigned long subHead
   if (propertiesByte >= kPropertiesEnd) {
     return Refuse(kBadProperties, sequence, subHeader + kLZMAPropertiesOffset);
   }
-  if (!sequence.inDecodedContent) return true;
-
-  const unsigned long cost = claim + ProbabilityTableSize(propertiesByte);
-  if (cost > innerBudget_) return Refuse(kExpandsTooFar, sequence, subHeader);
-  innerBudget_ -= cost;
+  unsigned long cost = ProbabilityTableSize(propertiesByte);
+  // Outside of streams, the stream's own length pays for the claim.
+  if (sequence.inDecodedContent) cost += claim;
+  if (cost > budget_) return Refuse(kTooCostly, sequence, subHeader);
+  budget_ -= cost;
   return true;
 }
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Makes two blobs whose streams come from another LZMA encoder than the product's: liblzma.
+"""Makes three blobs whose streams come from another LZMA encoder than the product's: liblzma.
 
 marker.blob holds the stream as `xz --format=raw --lzma1=dict=64MiB,lc=3,lp=0,pb=2,nice=32`
 writes it. That ends in an end marker, which the decoder only looks for when more output is
@@ -7,6 +7,9 @@ promised than there is, so the blob claims one byte more.
 
 no-marker.blob is the regular form. liblzma leaves the end marker out for the filter
 LZMA1EXT only (since 5.4.0), which Python's own module does not offer; hence ctypes.
+
+other-properties.blob has the same content with lc 0, lp 2, pb 0 and a dictionary of 4096 bytes,
+less than that content.
 
 The blobs are kept as they were made: other releases of liblzma may compress differently.
 """
@@ -38,10 +41,10 @@ class Filter(ctypes.Structure):
     _fields_ = [("id", ctypes.c_uint64), ("options", ctypes.POINTER(Options))]
 
 
-def compress_without_marker(data):
+def compress_without_marker(data, lc=LC, lp=LP, pb=PB, dictionary=DICTIONARY_SIZE):
     library = ctypes.CDLL("liblzma.so.5")
-    options = Options(dict_size=DICTIONARY_SIZE, lc=LC, lp=LP, pb=PB, mode=MODE_NORMAL,
-                      nice_len=NICE, mf=MATCH_FINDER_BT4,
+    options = Options(dict_size=dictionary, lc=lc, lp=lp, pb=pb, mode=MODE_NORMAL, nice_len=NICE,
+                      mf=MATCH_FINDER_BT4,
                       ext_size=(len(data) & 0xFFFFFFFF, len(data) >> 32))
     filters = (Filter * 2)((FILTER_LZMA1EXT, ctypes.pointer(options)), (END_OF_FILTERS, None))
     output = ctypes.create_string_buffer(len(data) * 2 + 1024)
@@ -64,8 +67,8 @@ def entry(name, content, directory=False):
     return bytes([2, directory << 7, len(name)]) + name + struct.pack(">I", len(content)) + content
 
 
-def solid_root(stream, claim):
-    properties = bytes([(PB * 5 + LP) * 9 + LC]) + struct.pack("<I", DICTIONARY_SIZE)
+def solid_root(stream, claim, lc=LC, lp=LP, pb=PB, dictionary=DICTIONARY_SIZE):
+    properties = bytes([(pb * 5 + lp) * 9 + lc]) + struct.pack("<I", dictionary)
     payload = struct.pack(">I", claim) + properties + stream
     return bytes([2, 0x81, 0]) + struct.pack(">I", len(payload)) + payload
 
@@ -76,6 +79,9 @@ def main():
                  directory=True) + entry(b"empty", b"")
     (FOLDER / "marker.blob").write_bytes(solid_root(compress_with_marker(tree), len(tree) + 1))
     (FOLDER / "no-marker.blob").write_bytes(solid_root(compress_without_marker(tree), len(tree)))
+    other = {"lc": 0, "lp": 2, "pb": 0, "dictionary": 4096}
+    (FOLDER / "other-properties.blob").write_bytes(
+        solid_root(compress_without_marker(tree, **other), len(tree), **other))
 
 
 if __name__ == "__main__":

@@ -231,17 +231,23 @@ CLAIM = "an entry claims more than its LZMA stream can hold"
 PROPERTIES = "an entry has invalid LZMA properties"
 STREAM = "an entry's LZMA stream is damaged"
 STREAM_LENGTH = "an entry's LZMA stream runs past its size"
-EXPANDS = "LZMA entries within LZMA entries expand too far"
+COST = "LZMA entries cost too much to decode"
 
 ESCAPE = b"written by a blob that should have been refused\n"
 README = file(b"README", b"Read me.\n")
 
-# Two well-formed blobs; the tests cut them at every byte.
+# The decoder needs its largest table, 6295424 bytes, for this entry of 22.
+GREATEST_TABLE = lzma_entry(b"", b"x", False, lc=8, lp=4, pb=4)
+
+# Well-formed blobs. The tests cut the first two at every byte, repeat the third,
+# and change the claim of the fourth.
 SMALL_TREE = (directory(b"Contents", file(b"Info.plist", b"<plist/>\n"), directory(b"MacOS")),
               file(b"empty", b""), README)
 BASES = {
     "base-stored.blob": directory(b"", *SMALL_TREE),
     "base-lzma.blob": root(*SMALL_TREE),
+    "base-greatest-table.blob": GREATEST_TABLE,
+    "base-run.blob": lzma_entry(b"", b"x" * 300, False),
 }
 
 
@@ -273,11 +279,11 @@ def cases():
     yield ("child-header-cut-by-its-directory",
            header(b"", 6, directory=True) + header(b"a", 0), HEADER_CUT, 7, False)
 
-    # Names. Where ESCAPE would land depends on the name: nowhere, says the test.
+    # Names. Where ESCAPE would land depends on the name: nowhere, say the tests.
     for title, name, reason in (
             ("dot", b".", NAME_DOTS), ("dot-dot", b"..", NAME_DOTS),
             ("dot-slash", b"./", NAME_DOTS), ("dot-dot-slash", b"../", NAME_DOTS),
-            ("parent", b"../escaped", NAME_SLASH), ("absolute", b"/tmp/escaped", NAME_SLASH),
+            ("parent", b"../escaped", NAME_SLASH), ("absolute", b"/escaped", NAME_SLASH),
             ("slash-inside", b"a/b", NAME_SLASH), ("two-slashes", b"a//", NAME_SLASH),
             ("only-two-slashes", b"//", NAME_SLASH), ("nul", b"a\0b", NAME_NUL),
             ("nul-first", b"\0", NAME_NUL), ("dot-dot-nul", b"..\0", NAME_NUL)):
@@ -321,11 +327,13 @@ def cases():
     yield "inner-properties-225", root(README, inner), PROPERTIES, after_readme + 16, True
 
     # Bombs: little data, much work.
-    yield "bomb-of-bombs", bomb(), EXPANDS, None, True
-    greatest_table = lzma_entry(b"", b"x", False, lc=8, lp=4, pb=4)
+    yield "bomb-of-bombs", bomb(), COST, None, True
     yield ("bomb-of-probability-tables",
-           lzma_entry(b"", greatest_table * 20000, True, period=len(greatest_table)),
-           EXPANDS, None, True)
+           lzma_entry(b"", GREATEST_TABLE * 20000, True, period=len(GREATEST_TABLE)),
+           COST, None, True)
+    # The budget is 64 MiB and 8192 times the length: 11 tables, but not 12.
+    yield ("bomb-of-outer-probability-tables", GREATEST_TABLE * 16, COST,
+           len(GREATEST_TABLE) * 11 + 7, False)
 
 
 def files():

@@ -7,16 +7,6 @@
 
 namespace {
 
-// An LZMA entry of `content`, made by the product's writer.
-std::string LZMAEntry(const char* name, const std::string& content, bool isDirectory) {
-  const ChunkList chunk(NewFile(name, content));
-  chunk->isDirectory = isDirectory;
-  const ChunkList formatted(PrepareFileChunk(chunk.get(), kCompressionLZMA));
-  const std::string entry = Contents(*formatted);
-  EXPECT_EQ(isDirectory ? '\x81' : '\x01', entry.at(1)) << "stored, not compressed";
-  return entry;
-}
-
 std::string DescribeBytes(const std::string& bytes) { return Describe(Dismantle(bytes).get()); }
 
 TEST(Dismantle, OfLength0IsAbsentAndReadsNothing) {
@@ -151,6 +141,42 @@ TEST(Dismantle, DecodesTheStreamsOfAnotherEncoder) {
   EXPECT_EQ(Describe(expected.get()), DescribeBytes(TestData("blobs/no-marker.blob")));
   // This one claims a byte more than there is and relies on its end marker.
   EXPECT_EQ(Describe(expected.get()), DescribeBytes(TestData("blobs/marker.blob")));
+  // And this one has the properties 12 (lc 0, lp 2, pb 0) and a dictionary of 4096 bytes.
+  const std::string other = TestData("blobs/other-properties.blob");
+  EXPECT_EQ(std::string("\x12\x00\x10\x00\x00", 5), other.substr(11, 5));
+  EXPECT_GT(decodeFormattedFileSize(reinterpret_cast<const unsigned char*>(&other[7])), 4096U);
+  EXPECT_EQ(Describe(expected.get()), DescribeBytes(other));
+}
+
+TEST(Dismantle, AcceptsTheGreatestPropertiesByte) {
+  const std::string entry = TestData("hostile/base-greatest-table.blob");
+  EXPECT_EQ('\xE0', entry[11]);
+  EXPECT_EQ("'' file 1 'x'\n", DescribeBytes(entry));
+}
+
+TEST(Dismantle, FindsTheSiblingOfAnLZMAEntryThatIsEmpty) {
+  const std::string sibling = StoredFile("next", "n");
+  for (const int flags : {0x01, 0x81}) {
+    const std::string entry =
+        Header(flags, "empty", 14) + BigEndian32(0) + std::string("\x5D\0\0\0\4\0\0\0\0\0", 10);
+    EXPECT_EQ(std::string(flags == 0x01 ? "'empty' file 0 ''\n" : "'empty' directory 0\n") +
+                  "'next' file 1 'n'\n",
+              DescribeBytes(entry + sibling));
+  }
+}
+
+TEST(Dismantle, FindsTheSiblingWhereTheStreamEndsWhateverTheSizeSays) {
+  const std::string text(500, 'x');
+  const ChunkList expected = List({NewFile("lzma", text), NewFile("next", "n")});
+  const ChunkList expectedDirectory =
+      List({NewDirectory("lzma", {NewFile("x", text)}), NewFile("next", "n")});
+  for (const bool isDirectory : {false, true}) {
+    std::string entry = LZMAEntry("lzma", isDirectory ? StoredFile("x", text) : text, isDirectory);
+    // The size covers 8 bytes of the sibling's header.
+    entry.replace(7, 4, BigEndian32(entry.size() - 11 + 8));
+    EXPECT_EQ(Describe((isDirectory ? expectedDirectory : expected).get()),
+              DescribeBytes(entry + StoredFile("next", "n")));
+  }
 }
 
 TEST(Dismantle, TakesTheProducedLengthOfAFileThatAnEndMarkerEnds) {
@@ -166,11 +192,14 @@ TEST(Dismantle, TakesTheProducedLengthOfAFileThatAnEndMarkerEnds) {
 TEST(Dismantle, StopsAtTheClaimedLengthOfAFile) {
   // A match that goes on beyond the claim is cut, and what is left of the stream would be the
   // next entry: the format knows no such stream, but nothing may be read or written beyond.
-  std::string entry = LZMAEntry("", std::string(300, 'x'), false);
+  std::string entry = TestData("hostile/base-run.blob");
+  EXPECT_EQ(std::string(300, 'x'), Contents(*Dismantle(entry)));
   entry.replace(7, 4, BigEndian32(100));
   BlobFault fault;
   EXPECT_EQ(nullptr, Dismantle(entry, fault));
-  EXPECT_NE(nullptr, fault.reason);
+  EXPECT_STREQ("an entry's header is cut short", fault.reason);
+  EXPECT_EQ(23UL, fault.offset);
+  EXPECT_FALSE(fault.inDecodedContent);
 }
 
 TEST(Dismantle, AcceptsDirectoriesNestedAsDeepAsAllowed) {

@@ -122,6 +122,15 @@ std::string StoredDirectory(const std::string& name, const std::string& content)
   return Header(0x80, name, content.size()) + content;
 }
 
+std::string LZMAEntry(const char* name, const std::string& content, bool isDirectory) {
+  const ChunkList chunk(NewFile(name, content));
+  chunk->isDirectory = isDirectory;
+  const ChunkList formatted(PrepareFileChunk(chunk.get(), kCompressionLZMA));
+  const std::string entry = Contents(*formatted);
+  EXPECT_EQ(isDirectory ? '\x81' : '\x01', entry.at(1)) << "stored, not compressed";
+  return entry;
+}
+
 std::string SolidBlob(fileChunk* list) {
   const ChunkList root(PrepareSourceForSolidCompression(list));
   const ChunkList formatted(PrepareFileChunk(root.get(), kCompressionLZMA));

@@ -49,6 +49,10 @@ std::string Header(int flags, const std::string& name, unsigned long size);
 std::string StoredFile(const std::string& name, const std::string& contents);
 std::string StoredDirectory(const std::string& name, const std::string& content);
 
+/// An LZMA entry of `content`, made by the product's writer; fails the test when it does not get
+/// compressed.
+std::string LZMAEntry(const char* name, const std::string& content, bool isDirectory);
+
 /// Packs a list as the one solid root of a blob; fails the test when it does not get compressed.
 std::string SolidBlob(fileChunk* list);
 

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -26,6 +27,8 @@ long allowedRequests = -1;
 long largestRequest = -1;
 unsigned long requests = 0;
 unsigned long requestedBytes = 0;
+// What an allocator for 64 bits takes for them: a length before each, multiples of 16, at least 32.
+unsigned long takenBytes = 0;
 // Blocks of memory that are in use.
 long blocks = 0;
 
@@ -57,6 +60,7 @@ struct alignas(std::max_align_t) BlockHeader {
 void* Allocate(size_t size) {
   ++requests;
   requestedBytes += size;
+  takenBytes += std::max<size_t>((size + sizeof(size_t) + 15) / 16 * 16, 32);
   if (allowedRequests == 0) return nullptr;
   if (largestRequest >= 0 && size > static_cast<size_t>(largestRequest)) return nullptr;
   if (allowedRequests > 0) --allowedRequests;
@@ -211,15 +215,25 @@ TEST_F(FaultTest, AnImpossibleClaimIsRefusedBeforeMemoryIsAskedFor) {
 }
 
 TEST_F(FaultTest, ABombIsRefusedBeforeItTakesMuch) {
-  for (const char* name :
-       {"hostile/bomb-of-bombs.blob", "hostile/bomb-of-probability-tables.blob"}) {
+  for (const char* name : {"hostile/bomb-of-bombs.blob", "hostile/bomb-of-probability-tables.blob",
+                           "hostile/bomb-of-outer-probability-tables.blob"}) {
     const std::string blob = TestData(name);
     requestedBytes = 0;
     BlobFault fault;
     EXPECT_EQ(nullptr, Dismantle(blob, fault)) << name;
-    EXPECT_STREQ("LZMA entries within LZMA entries expand too far", fault.reason);
+    EXPECT_STREQ("LZMA entries cost too much to decode", fault.reason);
     EXPECT_LT(requestedBytes, 100UL << 20) << name;
   }
+}
+
+TEST_F(FaultTest, ATreeTakesABoundedMultipleOfItsContent) {
+  std::string content;
+  for (int count = 0; count < 10000; ++count) content += StoredFile("", "");
+  takenBytes = 0;
+  const ChunkList list(dismantle(reinterpret_cast<unsigned char*>(content.data()),
+                                 static_cast<unsigned int>(content.size())));
+  EXPECT_NE(nullptr, list);
+  EXPECT_LE(takenBytes, 20 * content.size());
 }
 
 TEST_F(FaultTest, TheWriterIsAbsentOrStoresWhenMemoryRunsOut) {

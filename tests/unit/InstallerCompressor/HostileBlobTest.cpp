@@ -1,7 +1,8 @@
-// Malformed blobs: each is refused whole, with the reason and the place, and nothing of it
-// reaches the disk. tests/data/hostile/make_hostile_blobs.py makes most of them.
+// Malformed blobs: each is refused whole, with the reason and the place, and leaves no tree
+// that could reach the disk. tests/data/hostile/make_hostile_blobs.py makes most of them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -34,16 +35,23 @@ std::vector<Expectation> Expectations() {
   return expectations;
 }
 
-// Decodes `blob`, which must be refused, as the finalizer does, and writes what there is.
+// Relative paths of everything below `folder`, sorted.
+std::vector<std::string> PathsBelow(const std::filesystem::path& folder) {
+  std::vector<std::string> paths;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    paths.push_back(entry.path().lexically_relative(folder));
+  }
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+// Decodes `blob`, which must be refused, as the finalizer does.
 BlobFault ExpectRefused(const std::string& blob) {
-  const TemporaryFolder folder;
   const ChunkList source = List({NewFile("blob", blob)});
   BlobFault fault;
   const ChunkList tree(DismantleInstallerBlob(source.get(), fault));
   EXPECT_EQ(nullptr, tree);
   EXPECT_NE(nullptr, fault.reason);
-  EXPECT_TRUE(PlatformWriteFileFromChunk((folder / "bundle").c_str(), tree.get()));
-  EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
   return fault;
 }
 
@@ -66,8 +74,10 @@ TEST(HostileBlob, HasAnExpectationForEachFile) {
        std::filesystem::directory_iterator(std::string(KP_TEST_DATA_DIR) + "/hostile")) {
     if (entry.path().extension() == ".blob") files.insert(entry.path().filename());
   }
-  EXPECT_EQ(1UL, files.erase("base-stored.blob"));
-  EXPECT_EQ(1UL, files.erase("base-lzma.blob"));
+  for (const char* wellFormed :
+       {"base-stored.blob", "base-lzma.blob", "base-greatest-table.blob", "base-run.blob"}) {
+    EXPECT_EQ(1UL, files.erase(wellFormed)) << wellFormed;
+  }
   for (const Expectation& expected : Expectations()) {
     EXPECT_EQ(1UL, files.erase(expected.file)) << expected.file;
   }
@@ -105,9 +115,13 @@ TEST(HostileBlob, WithTheSizesOfACutStreamIsRefused) {
   }
 }
 
-// One flipped bit may leave a well-formed blob; whatever it is, memory stays in bounds and the
-// disk outside of the folder stays as it was.
+// One flipped bit may leave a well-formed blob. Whatever it is, memory stays in bounds, and what
+// gets written lies in the bundle's folder: those around it, as many as the tree is deep, hold
+// nothing else.
 TEST(HostileBlob, WithAnyBitFlippedStaysInBounds) {
+  const TemporaryFolder folder;
+  const std::filesystem::path bundle = folder / "1/2/3/bundle";
+  unsigned long written = 0;
   for (const char* name : {"hostile/base-stored.blob", "hostile/base-lzma.blob"}) {
     const std::string blob = TestData(name);
     for (size_t bit = 0; bit < blob.size() * 8; ++bit) {
@@ -116,14 +130,24 @@ TEST(HostileBlob, WithAnyBitFlippedStaysInBounds) {
       BlobFault fault;
       const ChunkList list = Dismantle(flipped, fault);
       EXPECT_EQ(fault.reason != nullptr, list == nullptr) << bit;
+      if (!list) continue;
+      std::filesystem::create_directories(bundle);
+      PlatformWriteFileFromChunk(bundle.c_str(), list.get());
+      if (!std::filesystem::is_empty(bundle)) ++written;
+      std::filesystem::remove_all(bundle);
+      EXPECT_EQ(std::vector<std::string>({"1", "1/2", "1/2/3"}), PathsBelow(folder.Path())) << bit;
     }
   }
+  EXPECT_GT(written, 400UL);
 }
 
-std::string NestedDirectories(unsigned long count) {
+// `count` nameless stored directories, one in the other, the innermost of `content`.
+std::string NestedDirectories(unsigned long count, const std::string& content = "") {
   std::string bytes;
-  for (unsigned long inner = count; inner != 0; --inner) bytes += Header(0x80, "", (inner - 1) * 7);
-  return bytes;
+  for (unsigned long inner = count; inner != 0; --inner) {
+    bytes += Header(0x80, "", (inner - 1) * 7 + content.size());
+  }
+  return bytes + content;
 }
 
 TEST(HostileBlob, WithDirectoriesNestedTooDeepIsRefused) {
@@ -135,20 +159,34 @@ TEST(HostileBlob, WithDirectoriesNestedTooDeepIsRefused) {
   }
 }
 
-// A solid root of encoded bytes as they stand.
-std::string SolidBlobOf(const std::string& content) {
-  const ChunkList root(NewFile(nullptr, content));
-  root->isDirectory = true;
-  const ChunkList formatted(PrepareFileChunk(root.get(), kCompressionLZMA));
-  return Contents(*formatted);
-}
-
 TEST(HostileBlob, WithDirectoriesNestedTooDeepInItsRootIsRefused) {
-  EXPECT_NE(nullptr, Dismantle(SolidBlobOf(NestedDirectories(kMaximumNesting - 1))));
-  const BlobFault fault = ExpectRefused(SolidBlobOf(NestedDirectories(100000)));
+  EXPECT_NE(nullptr, Dismantle(LZMAEntry("", NestedDirectories(kMaximumNesting - 1), true)));
+  const BlobFault fault = ExpectRefused(LZMAEntry("", NestedDirectories(100000), true));
   EXPECT_STREQ(kNestedTooDeep, fault.reason);
   EXPECT_EQ((kMaximumNesting - 1) * 7UL + 1, fault.offset);
   EXPECT_TRUE(fault.inDecodedContent);
+}
+
+TEST(HostileBlob, WithDirectoriesNestedTooDeepAroundAndInAStreamIsRefused) {
+  const auto nested = [](unsigned long around, unsigned long within) {
+    return NestedDirectories(around, LZMAEntry("", NestedDirectories(within), true));
+  };
+  EXPECT_NE(nullptr, Dismantle(nested(300, kMaximumNesting - 301)));
+  for (const unsigned long within : {kMaximumNesting - 300UL, 300UL}) {
+    const BlobFault fault = ExpectRefused(nested(300, within));
+    EXPECT_STREQ(kNestedTooDeep, fault.reason);
+    EXPECT_EQ((kMaximumNesting - 301) * 7UL + 1, fault.offset);
+    EXPECT_TRUE(fault.inDecodedContent);
+  }
+}
+
+TEST(HostileBlob, WithAnLZMADirectoryNestedTooDeepIsRefused) {
+  const std::string directory = LZMAEntry("", StoredFile("zeros", std::string(500, '\0')), true);
+  EXPECT_NE(nullptr, Dismantle(NestedDirectories(kMaximumNesting - 1, directory)));
+  const BlobFault fault = ExpectRefused(NestedDirectories(kMaximumNesting, directory));
+  EXPECT_STREQ(kNestedTooDeep, fault.reason);
+  EXPECT_EQ(kMaximumNesting * 7UL + 1, fault.offset);
+  EXPECT_FALSE(fault.inDecodedContent);
 }
 
 TEST(HostileBlob, FreesWhatWasDecodedBeforeTheFault) {
@@ -158,7 +196,7 @@ TEST(HostileBlob, FreesWhatWasDecodedBeforeTheFault) {
   const std::string fault = "\x03......";
   ExpectRefused(content + fault);
   ExpectRefused(StoredDirectory("a", content) + StoredDirectory("b", content + fault) + content);
-  ExpectRefused(SolidBlobOf(content + StoredDirectory("b", content + fault)));
+  ExpectRefused(LZMAEntry("", content + StoredDirectory("b", content + fault), true));
 }
 
 }  // namespace
