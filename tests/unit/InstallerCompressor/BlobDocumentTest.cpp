@@ -1,4 +1,5 @@
-// The example of docs/blob-format.md is what the code reads.
+// The example of docs/blob-format.md is what the code reads. tests/system/test_blob_document.py
+// runs its commands.
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -48,23 +49,6 @@ TEST(BlobFormatDocument, ShowsABlobThatDecodesToTheContentItShows) {
   EXPECT_STREQ("", blob->name);
   EXPECT_EQ(nullptr, blob->next);
   EXPECT_EQ(dumps[1], Flatten(blob->children));
-}
-
-TEST(BlobFormatDocument, ShowsTheBundleThatItsCommandsMake) {
-  std::string plist = "<plist version=\"1.0\">\n<dict>\n";
-  for (const char* pair : {"A1", "B2", "C3"}) {
-    plist += std::string("<key>") + pair[0] + "</key>\n<string>" + pair[1] + "</string>\n";
-  }
-  plist += "</dict>\n</plist>\n";
-  const ChunkList bundle =
-      List({NewDirectory("Contents", {NewFile("Info.plist", plist), NewFile("PkgInfo", "BRPLKRVL"),
-                                      NewDirectory("Resources")})});
-  const std::vector<std::string> dumps = Dumps();
-  ASSERT_EQ(2UL, dumps.size());
-  EXPECT_EQ(Describe(bundle.get()), Describe(Dismantle(dumps[1]).get()));
-  // Another release of the SDK may compress otherwise, but not to something else.
-  EXPECT_EQ(dumps[0].substr(0, 3), SolidBlob(bundle.get()).substr(0, 3));
-  EXPECT_EQ(dumps[0].substr(7, 9), SolidBlob(bundle.get()).substr(7, 9));
 }
 
 }  // namespace
