@@ -58,7 +58,7 @@ TEST(GenericHeader, KeepsSevenBitsOfTheType) {
 }
 
 TEST(GenericHeader, KeepsTheNameLengthModulo256) {
-  const std::string name = RandomBytes(0) + std::string(44, 'n') + std::string(256, 'm');
+  const std::string name = std::string(44, 'n') + std::string(256, 'm');
   struct {
     size_t length, stored;
   } const cases[] = {{0, 0}, {1, 1}, {255, 255}, {256, 0}, {257, 1}, {300, 44}};
@@ -141,6 +141,17 @@ TEST(LZMASubHeader, IsTheLengthAndTheProperties) {
   EXPECT_EQ(reinterpret_cast<char*>(buffer) + 4, decodedProperties);
   EXPECT_EQ(5U, count);
   EXPECT_EQ(0x01020304UL, length);
+}
+
+TEST(LZMASubHeader, KeepsAllBitsOfTheLength) {
+  char properties[] = {0x5D, 0, 0, 0, 4};
+  unsigned char buffer[9];
+  EXPECT_EQ(9UL, WriteFormattedLZMASubHeader(buffer, 0xFEDCBA98, properties, 5));
+  char const* decodedProperties = nullptr;
+  unsigned int count = 0;
+  unsigned long length = 0;
+  EXPECT_EQ(9UL, decodeLZMAHeader(buffer, decodedProperties, count, length));
+  EXPECT_EQ(0xFEDCBA98UL, length);
 }
 
 TEST(LZMASubHeader, IsNotWrittenWithoutFiveProperties) {

@@ -18,7 +18,6 @@ TEST(FileChunk, DestroysItsChildrenButNotItsSiblings) {
   // The leak checker and the address sanitizer see anything freed too little or too often.
   fileChunk sibling;
   {
-    const ChunkList directory(NewDirectory("a", {NewFile("b", "bytes"), NewFile("c", "")}));
     fileChunk node;
     node.name = NewName("name");
     node.data = new unsigned char[3];
