@@ -1,12 +1,13 @@
 // From a tree to the bytes of a blob.
 #include <LzmaEnc.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
-#include <new>
 
 #include "player/utils/InstallerCompressor/BlobFormat.h"
 #include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
+#include "player/utils/InstallerCompressor/NewChunk.h"
 
 namespace {
 
@@ -133,31 +134,27 @@ unsigned int flatten(unsigned char* buffer, fileChunk* list) {
 fileChunk* PrepareSourceForSolidCompression(fileChunk* list) {
   const unsigned long length = EncodedLength(list, 0);
   if (length > kSizeMask) return nullptr;
-  auto* const data = new (std::nothrow) unsigned char[length];
-  if (!data) return nullptr;
+  fileChunk* const root = NewChunk(length);
+  if (!root) return nullptr;
 
-  flatten(data, list);
-  auto* const root = new fileChunk;
+  flatten(root->data, list);
   root->isDirectory = true;
-  root->size = length;
-  root->data = data;
   return root;
 }
 
 fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType) {
-  if (!chunk || chunk->size == 0) return nullptr;
+  if (!chunk || chunk->size == 0 || !chunk->data) return nullptr;
   if (compressionType != kCompressionStored && compressionType != kCompressionLZMA) return nullptr;
 
   const bool compress = compressionType == kCompressionLZMA;
   const unsigned long headerLength = SizeofFormattedGenericHeader(chunk->name);
-  const unsigned long subHeaderLength = compress ? kLZMASubHeaderLength : 0;
-  auto* const entry =
-      new (std::nothrow) unsigned char[headerLength + subHeaderLength + chunk->size];
-  if (!entry) return nullptr;
+  const unsigned long overhead = headerLength + (compress ? kLZMASubHeaderLength : 0);
+  if (chunk->size > ULONG_MAX - overhead) return nullptr;
+  fileChunk* const formatted = NewChunk(overhead + chunk->size);
+  if (!formatted) return nullptr;
 
-  auto* const formatted = new fileChunk;
-  formatted->data = entry;
-  if (compress) formatted->size = WriteCompressedEntry(entry, headerLength, chunk);
+  unsigned char* const entry = formatted->data;
+  formatted->size = compress ? WriteCompressedEntry(entry, headerLength, chunk) : 0;
   if (formatted->size == 0) formatted->size = WriteStoredEntry(entry, headerLength, chunk);
   return formatted;
 }

@@ -97,7 +97,8 @@ fileChunk* PrepareSourceForSolidCompression(fileChunk* list);
 /// saves more than 24 bytes, and stored otherwise, also when the encoder fails.
 ///
 /// Returns a nameless node whose `data` is the entry, owned by the caller; absent when the
-/// chunk is absent or has size 0, when the type is neither 0 nor 1, or when memory runs out.
+/// chunk is absent, has size 0 or no data, or a size that leaves no room for headers in the
+/// address space, when the type is neither 0 nor 1, or when memory runs out.
 fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType);
 
 // ---- Reading
@@ -149,6 +150,7 @@ void Verify(fileChunk* list, int depth);
 /// image identifier, no colour map, no footer) by their alpha, as (colour * alpha) >> 8.
 ///
 /// Returns a new nameless node of the same size, owned by the caller; absent for an absent
-/// chunk, for less than a header, for any pixel depth but 32 bits, for an image whose packets do
-/// not end exactly at its end, and when memory runs out.
+/// chunk or data, for less than a header, for pixels of other than 4 bytes, for an image whose
+/// packets do not end exactly at its end, and when memory runs out. A pixel's bytes are header
+/// byte 16, the depth in bits, divided by 8 and cut off, so that 33 to 39 pass for 32.
 fileChunk* PremultiplyTexture(fileChunk const* chunk);

@@ -1,8 +1,7 @@
 // Alpha premultiplication of run-length encoded Truevision TGA images.
 #include <cstring>
-#include <new>
 
-#include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
+#include "player/utils/InstallerCompressor/NewChunk.h"
 
 namespace {
 
@@ -46,15 +45,12 @@ bool PremultiplyPackets(unsigned char const* input, unsigned char const* end,
 fileChunk* PremultiplyTexture(fileChunk const* chunk) {
   if (!chunk || !chunk->data || chunk->size < kImageHeaderLength) return nullptr;
   if (chunk->data[kPixelDepthOffset] >> 3 != kBytesPerPixel) return nullptr;
-  auto* const image = new (std::nothrow) unsigned char[chunk->size];
-  if (!image) return nullptr;
+  fileChunk* result = NewChunk(chunk->size);
+  if (!result) return nullptr;
 
-  auto* result = new fileChunk;
-  result->data = image;
-  result->size = chunk->size;
-  memcpy(image, chunk->data, kImageHeaderLength);
+  memcpy(result->data, chunk->data, kImageHeaderLength);
   if (!PremultiplyPackets(chunk->data + kImageHeaderLength, chunk->data + chunk->size,
-                          image + kImageHeaderLength)) {
+                          result->data + kImageHeaderLength)) {
     DeleteFileChunks(result);
   }
   return result;

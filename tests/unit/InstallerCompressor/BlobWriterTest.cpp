@@ -88,6 +88,25 @@ TEST(PrepareFileChunk, OfNothingIsAbsent) {
   EXPECT_EQ(nullptr, PrepareFileChunk(directory.get(), kCompressionLZMA));
 }
 
+TEST(PrepareFileChunk, OfASizeWithoutDataIsAbsent) {
+  fileChunk chunk;
+  chunk.size = 1;
+  EXPECT_EQ(nullptr, PrepareFileChunk(&chunk, kCompressionStored));
+  EXPECT_EQ(nullptr, PrepareFileChunk(&chunk, kCompressionLZMA));
+}
+
+TEST(PrepareFileChunk, OfASizeThatLeavesNoRoomForHeadersIsAbsent) {
+  const ChunkList chunk = List({NewFile("f", "x")});
+  // With the header, and with both headers, the array's length would come out as 0.
+  for (const auto& [type, overhead] :
+       {std::pair(kCompressionStored, 8UL), std::pair(kCompressionLZMA, 8UL + 9UL)}) {
+    for (const unsigned long room : {0UL, overhead - 1}) {
+      chunk->size = ~room;
+      EXPECT_EQ(nullptr, PrepareFileChunk(chunk.get(), type)) << room;
+    }
+  }
+}
+
 TEST(PrepareFileChunk, OfAnotherTypeIsAbsent) {
   for (const int type : {-1, 2, 127, 128, 256}) {
     EXPECT_EQ(nullptr, Formatted("f", "contents", type).node) << type;

@@ -238,10 +238,17 @@ TEST_F(FaultTest, ATreeTakesABoundedMultipleOfItsContent) {
 
 TEST_F(FaultTest, TheWriterIsAbsentOrStoresWhenMemoryRunsOut) {
   const ChunkList list = List({NewFile("zeros", std::string(1000, '\0'))});
-  allowedRequests = 0;
-  EXPECT_EQ(nullptr, PrepareSourceForSolidCompression(list.get()));
-  EXPECT_EQ(nullptr, PrepareFileChunk(list.get(), kCompressionLZMA));
-  EXPECT_EQ(nullptr, PrepareFileChunk(list.get(), kCompressionStored));
+  const long blocksBefore = blocks;
+  // A node and its data.
+  for (const long allowed : {0, 1}) {
+    allowedRequests = allowed;
+    EXPECT_EQ(nullptr, PrepareSourceForSolidCompression(list.get())) << allowed;
+    allowedRequests = allowed;
+    EXPECT_EQ(nullptr, PrepareFileChunk(list.get(), kCompressionLZMA)) << allowed;
+    allowedRequests = allowed;
+    EXPECT_EQ(nullptr, PrepareFileChunk(list.get(), kCompressionStored)) << allowed;
+    EXPECT_EQ(blocksBefore, blocks) << allowed;
+  }
   // Enough for the entry, not for the encoder.
   for (const long allowed : {2, 3, 4}) {
     allowedRequests = allowed;
@@ -253,8 +260,12 @@ TEST_F(FaultTest, TheWriterIsAbsentOrStoresWhenMemoryRunsOut) {
 
 TEST_F(FaultTest, TheTextureFilterIsAbsentWhenMemoryRunsOut) {
   const ChunkList chunk = List({NewFile("t", std::string(18, '\x20'))});
-  allowedRequests = 0;
-  EXPECT_EQ(nullptr, PremultiplyTexture(chunk.get()));
+  const long blocksBefore = blocks;
+  for (const long allowed : {0, 1}) {
+    allowedRequests = allowed;
+    EXPECT_EQ(nullptr, PremultiplyTexture(chunk.get())) << allowed;
+    EXPECT_EQ(blocksBefore, blocks) << allowed;
+  }
   allowedRequests = -1;
   EXPECT_NE(nullptr, ChunkList(PremultiplyTexture(chunk.get())));
 }

@@ -33,11 +33,24 @@ TEST(PremultiplyTexture, CopiesAnImageThatIsOnlyItsHeader) {
   EXPECT_EQ(ImageHeader(32), Premultiplied(ImageHeader(32)));
 }
 
-TEST(PremultiplyTexture, RefusesEveryDepthBut32) {
+TEST(PremultiplyTexture, TellsTheDepthByItsBytes) {
+  const std::string input = Bytes({0x80, 10, 20, 30, 128}), output = Bytes({0x80, 5, 10, 15, 128});
+  for (const int depth : {32, 33, 39}) {
+    EXPECT_EQ(ImageHeader(depth) + output, Premultiplied(ImageHeader(depth) + input)) << depth;
+  }
+}
+
+TEST(PremultiplyTexture, RefusesPixelsOfOtherThan4Bytes) {
   for (const int depth : {0, 8, 15, 16, 24, 31, 40, 64, 255}) {
     EXPECT_EQ("absent", Premultiplied(ImageHeader(depth))) << depth;
     EXPECT_EQ("absent", Premultiplied(ImageHeader(depth) + Bytes({0, 1, 2, 3, 4}))) << depth;
   }
+}
+
+TEST(PremultiplyTexture, RefusesAbsentData) {
+  fileChunk chunk;
+  chunk.size = 18;
+  EXPECT_EQ(nullptr, PremultiplyTexture(&chunk));
 }
 
 TEST(PremultiplyTexture, RefusesLessThanAHeader) {
