@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -19,17 +20,23 @@ constexpr char kScrubCharacter = 'X';
 
 constexpr unsigned long kLow32Bits = 0xFFFFFFFF;
 
+// The most bytes that one read or write is asked for: macOS refuses more than INT_MAX.
+constexpr size_t kGreatestTransfer = 1UL << 30;
+
 // Paths of this length need no second allocation.
 constexpr size_t kUsualPathCapacity = 1024;
 
 // Opens a regular file, created with the mode of files if the flags say so; -1 when it cannot be
 // opened or is something else. Without O_NONBLOCK the opening of a FIFO would wait for its other
-// end, without O_NOCTTY that of a terminal could make it the process's own.
+// end, without O_NOCTTY that of a terminal could make it the process's own. errno tells why.
 int OpenRegularFile(char const* path, int flags, struct stat& status) {
   const int descriptor = path ? open(path, flags | O_NONBLOCK | O_NOCTTY, kFileMode) : -1;
   if (descriptor < 0) return -1;
-  if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) return descriptor;
+  const bool known = fstat(descriptor, &status) == 0;
+  if (known && S_ISREG(status.st_mode)) return descriptor;
+  const int error = known ? ENOTSUP : errno;
   close(descriptor);
+  errno = error;
   return -1;
 }
 
@@ -42,7 +49,24 @@ struct DirectoryBeingRead {
   const DirectoryBeingRead* enclosing;
 };
 
-fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing);
+// Who is told of what a source lacks.
+struct FaultReceiver {
+  SourceFaultHandler* handler;
+  void* context;
+
+  void Report(char const* path, int error) const {
+    if (handler) handler(path, error, context);
+  }
+  fileChunk* LeaveOut(char const* path, int error) const {
+    Report(path, error);
+    return nullptr;
+  }
+};
+
+constexpr FaultReceiver kNobody = {nullptr, nullptr};
+
+fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing,
+                        const FaultReceiver& faults);
 
 bool IsBeingRead(const struct stat& directory, const DirectoryBeingRead* innermost) {
   for (const DirectoryBeingRead* entry = innermost; entry; entry = entry->enclosing) {
@@ -75,18 +99,40 @@ char const* PathLeaf(char const* path) {
 
 // Reads `size` bytes into a new array; what the file has no more of is zero. Absent when there
 // is no memory.
-unsigned char* ReadBytes(int descriptor, unsigned long size) {
+unsigned char* ReadBytes(int descriptor, unsigned long size, char const* path,
+                         const FaultReceiver& faults) {
   auto* const bytes = new (std::nothrow) unsigned char[size];
   if (!bytes) return nullptr;
   unsigned long filled = 0;
   while (filled != size) {
-    const ssize_t count = read(descriptor, bytes + filled, size - filled);
+    const ssize_t count =
+        read(descriptor, bytes + filled, std::min(size - filled, kGreatestTransfer));
     if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
+    if (count <= 0) {
+      faults.Report(path, count < 0 ? errno : kFileBecameShorter);
+      memset(bytes + filled, 0, size - filled);
+      break;
+    }
     filled += static_cast<unsigned long>(count);
   }
-  if (filled != size) memset(bytes + filled, 0, size - filled);
   return bytes;
+}
+
+fileChunk* CreateFileSource(char const* path, char const* name, const FaultReceiver& faults) {
+  struct stat status = {};
+  const int descriptor = OpenRegularFile(path, O_RDONLY, status);
+  if (descriptor < 0) return faults.LeaveOut(path, errno);
+  const auto size = static_cast<unsigned long>(status.st_size);
+  fileChunk* node = CreateNode(name);
+  if (node) {
+    node->size = size & kLow32Bits;
+    node->data = ReadBytes(descriptor, node->size, path, faults);
+    if (!node->data) DeleteFileChunks(node);
+  }
+  close(descriptor);
+  if (!node) return faults.LeaveOut(path, ENOMEM);
+  if (node->size != size) faults.Report(path, EFBIG);
+  return node;
 }
 
 // Overwrites memory that is about to be freed. To the compiler the empty assembly reads it all,
@@ -97,45 +143,53 @@ void Scrub(char* memory, size_t size) {
 }
 
 fileChunk* CreateChildSource(char const* parentPath, char const* name,
-                             const DirectoryBeingRead* enclosing) {
+                             const DirectoryBeingRead* enclosing, const FaultReceiver& faults) {
   const size_t parentLength = strlen(parentPath);
   const size_t capacity = parentLength + strlen(name) + 2;
   char* const path = new (std::nothrow) char[capacity];
-  if (!path) return nullptr;
+  if (!path) return faults.LeaveOut(parentPath, ENOMEM);
   memcpy(path, parentPath, parentLength + 1);
   PlatformAppendPathLeaf(path, static_cast<unsigned int>(capacity), name);
-  fileChunk* const child = CreateSource(path, enclosing);
+  fileChunk* const child = CreateSource(path, enclosing, faults);
   Scrub(path, capacity);
   delete[] path;
   return child;
 }
 
-fileChunk* CreateChildSources(DIR* directory, char const* path,
-                              const DirectoryBeingRead* enclosing) {
+fileChunk* CreateChildSources(DIR* directory, char const* path, const DirectoryBeingRead* enclosing,
+                              const FaultReceiver& faults) {
   fileChunk* head = nullptr;
   fileChunk** link = &head;
+  errno = 0;
   while (const dirent* const entry = readdir(directory)) {
-    if (!PlatformFilenameAllowed(entry->d_name)) continue;
-    *link = CreateChildSource(path, entry->d_name, enclosing);
-    if (*link) link = &(*link)->next;
+    if (PlatformFilenameAllowed(entry->d_name)) {
+      *link = CreateChildSource(path, entry->d_name, enclosing, faults);
+      if (*link) link = &(*link)->next;
+    }
+    errno = 0;
   }
+  if (errno != 0) faults.Report(path, errno);
   return head;
 }
 
-fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing) {
-  DIR* const directory = opendir(path);
-  if (!directory) return PlatformCreateSourceFromFile(path, PathLeaf(path));
-
-  fileChunk* node = nullptr;
+fileChunk* CreateDirectorySource(DIR* directory, char const* path,
+                                 const DirectoryBeingRead* enclosing, const FaultReceiver& faults) {
   struct stat status = {};
-  if (fstat(dirfd(directory), &status) == 0 && !IsBeingRead(status, enclosing)) {
-    node = CreateNode(PathLeaf(path));
-  }
-  if (node) {
-    const DirectoryBeingRead self = {status.st_dev, status.st_ino, enclosing};
-    node->isDirectory = true;
-    node->children = CreateChildSources(directory, path, &self);
-  }
+  if (fstat(dirfd(directory), &status) != 0) return faults.LeaveOut(path, errno);
+  if (IsBeingRead(status, enclosing)) return faults.LeaveOut(path, ELOOP);
+  fileChunk* const node = CreateNode(PathLeaf(path));
+  if (!node) return faults.LeaveOut(path, ENOMEM);
+  const DirectoryBeingRead self = {status.st_dev, status.st_ino, enclosing};
+  node->isDirectory = true;
+  node->children = CreateChildSources(directory, path, &self, faults);
+  return node;
+}
+
+fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing,
+                        const FaultReceiver& faults) {
+  DIR* const directory = opendir(path);
+  if (!directory) return CreateFileSource(path, PathLeaf(path), faults);
+  fileChunk* const node = CreateDirectorySource(directory, path, enclosing, faults);
   closedir(directory);
   return node;
 }
@@ -200,7 +254,7 @@ void WriteList(WalkPath& path, fileChunk* list) {
 
 void WriteBytes(int descriptor, unsigned char const* bytes, size_t count) {
   while (count != 0) {
-    const ssize_t written = write(descriptor, bytes, count);
+    const ssize_t written = write(descriptor, bytes, std::min(count, kGreatestTransfer));
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) return;
     bytes += written;
@@ -211,21 +265,16 @@ void WriteBytes(int descriptor, unsigned char const* bytes, size_t count) {
 }  // namespace
 
 fileChunk* PlatformCreateSourceFromPath(char const* path) {
-  return path ? CreateSource(path, nullptr) : nullptr;
+  return PlatformCreateSourceFromPath(path, nullptr, nullptr);
+}
+
+fileChunk* PlatformCreateSourceFromPath(char const* path, SourceFaultHandler* handler,
+                                        void* context) {
+  return path ? CreateSource(path, nullptr, {handler, context}) : nullptr;
 }
 
 fileChunk* PlatformCreateSourceFromFile(char const* path, char const* name) {
-  struct stat status = {};
-  const int descriptor = OpenRegularFile(path, O_RDONLY, status);
-  if (descriptor < 0) return nullptr;
-  fileChunk* node = CreateNode(name);
-  if (node) {
-    node->size = static_cast<unsigned long>(status.st_size) & kLow32Bits;
-    node->data = ReadBytes(descriptor, node->size);
-    if (!node->data) DeleteFileChunks(node);
-  }
-  close(descriptor);
-  return node;
+  return CreateFileSource(path, name, kNobody);
 }
 
 int PlatformCreateSourceFromFile(char const* path, void*& data, unsigned long& length) {
@@ -233,7 +282,7 @@ int PlatformCreateSourceFromFile(char const* path, void*& data, unsigned long& l
   const int descriptor = OpenRegularFile(path, O_RDONLY, status);
   if (descriptor < 0) return 0;
   const auto size = static_cast<unsigned long>(status.st_size);
-  unsigned char* const bytes = ReadBytes(descriptor, size);
+  unsigned char* const bytes = ReadBytes(descriptor, size, path, kNobody);
   close(descriptor);
   if (!bytes) return 0;
 

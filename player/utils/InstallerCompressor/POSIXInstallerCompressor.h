@@ -17,6 +17,21 @@
 /// a readable regular file, and when memory does not suffice for it.
 fileChunk* PlatformCreateSourceFromPath(char const* path);
 
+/// Is told what a source lacks of the disk: of each entry that is left out, but for its name, and
+/// of each file with bytes missing. `path` leads to it, or to its directory when there was no
+/// memory for more, and is valid during the call. `error` is an errno value: ENOTSUP for what is
+/// neither a file nor a directory, ELOOP for a link back to a directory that it lies in, EFBIG for
+/// a file whose size has more than 32 bits, ENOMEM, kFileBecameShorter, and otherwise what the
+/// system said. `context` is what the reader was given for it.
+typedef void SourceFaultHandler(char const* path, int error, void* context);
+
+/// A file has ended before the size that it had when it was opened.
+constexpr int kFileBecameShorter = 0;
+
+/// The same, telling `handler`. The tree is all that was on disk when it is never called.
+fileChunk* PlatformCreateSourceFromPath(char const* path, SourceFaultHandler* handler,
+                                        void* context);
+
 /// Reads a file into a new node called `name`; absent when it cannot be opened, is not a
 /// regular file, or memory runs out. The size is the low 32 bits of the file's when it was
 /// opened; bytes that the file has lost by the time they are read, and all from a read error on,

@@ -8,8 +8,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
@@ -23,6 +25,13 @@ constexpr uid_t kNobody = 65534;
 
 ChunkList Source(const std::string& path) {
   return ChunkList(PlatformCreateSourceFromPath(path.c_str()));
+}
+
+// Each path with its error.
+using Faults = std::map<std::string, int>;
+
+void NoteFault(const char* path, int error, void* context) {
+  EXPECT_TRUE(static_cast<Faults*>(context)->emplace(path, error).second) << path;
 }
 
 // The names of a list, in its order.
@@ -288,6 +297,44 @@ TEST(SourceFromPath, EndsAtPathsLongerThanTheSystemTakes) {
   for (const fileChunk* node = tree->children; node; node = node->children) ++depth;
   EXPECT_GT(depth, 15);
   EXPECT_LT(depth, kLevels);
+}
+
+TEST(SourceFromPath, TellsWhatItLeavesOutOrCutsShort) {
+  const TemporaryFolder folder;
+  const std::string tree = folder / "tree";
+  fs::create_directories(tree + "/a");
+  fs::create_symlink("nowhere", tree + "/dangling");
+  fs::create_symlink("self", tree + "/a/self");
+  fs::create_symlink("..", tree + "/a/up");
+  ASSERT_EQ(0, mkfifo((tree + "/fifo").c_str(), 0600));
+  WriteFile(tree + "/.DS_Store", "not worth telling");
+  WriteFile(tree + "/a/large", "x");
+  ASSERT_EQ(0, truncate((tree + "/a/large").c_str(), (1L << 32) + 1));  // sparse
+  WriteFile(tree + "/f", "x");
+
+  Faults faults;
+  const ChunkList node(PlatformCreateSourceFromPath(tree.c_str(), NoteFault, &faults));
+  EXPECT_EQ((Faults{{tree + "/a/large", EFBIG},
+                    {tree + "/a/self", ELOOP},
+                    {tree + "/a/up", ELOOP},
+                    {tree + "/dangling", ENOENT},
+                    {tree + "/fifo", ENOTSUP}}),
+            faults);
+  EXPECT_EQ(Describe(Source(tree).get()), Describe(node.get()));
+
+  faults.clear();
+  EXPECT_EQ(nullptr, PlatformCreateSourceFromPath((folder / "absent").c_str(), NoteFault, &faults));
+  EXPECT_EQ((Faults{{folder / "absent", ENOENT}}), faults);
+}
+
+TEST(SourceFromPath, TellsNothingOfAWholeTree) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "tree/a");
+  WriteFile(folder / "tree/a/f", "x");
+  Faults faults;
+  EXPECT_NE(nullptr,
+            ChunkList(PlatformCreateSourceFromPath((folder / "tree").c_str(), NoteFault, &faults)));
+  EXPECT_EQ(Faults(), faults);
 }
 
 TEST(SourceFromPath, LeavesNoDescriptorOpen) {

@@ -48,6 +48,9 @@ long writableBytes = -1;
 bool readFails = false;
 // The next call fails as if a signal came.
 bool interruptNext = false;
+// Calls claim to have done what they were asked for, without touching memory or disk.
+bool pretends = false;
+unsigned long largestTransfer = 0;
 
 // Calls of fstat fail.
 bool statusFails = false;
@@ -103,6 +106,11 @@ bool Interrupted() {
   return true;
 }
 
+ssize_t Pretend(size_t count) {
+  if (count > largestTransfer) largestTransfer = count;
+  return static_cast<ssize_t>(count);
+}
+
 size_t Limited(size_t count) {
   const auto limit = static_cast<size_t>(transferLimit);
   return transferLimit >= 0 && count > limit ? limit : count;
@@ -131,6 +139,7 @@ ssize_t __real_write(int descriptor, const void* buffer, size_t count);
 int __real_fstat(int descriptor, struct stat* status);
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
+  if (pretends) return Pretend(count);
   if (Interrupted()) return -1;
   size_t allowed = Limited(count);
   if (readableBytes >= 0 && allowed > static_cast<size_t>(readableBytes)) {
@@ -146,6 +155,7 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
 }
 
 ssize_t __wrap_write(int descriptor, const void* buffer, size_t count) {
+  if (pretends) return Pretend(count);
   if (Interrupted()) return -1;
   size_t allowed = Limited(count);
   if (writableBytes >= 0 && allowed > static_cast<size_t>(writableBytes)) {
@@ -175,7 +185,8 @@ class FaultTest : public testing::Test {
   ~FaultTest() override {
     allowedRequests = largestRequest = -1;
     transferLimit = readableBytes = writableBytes = -1;
-    readFails = interruptNext = statusFails = false;
+    readFails = interruptNext = statusFails = pretends = false;
+    largestTransfer = 0;
     soughtText = nullptr;
   }
 };
@@ -403,6 +414,78 @@ TEST_F(FaultTest, AFileIsWrittenWholeInSmallPiecesAndThroughSignals) {
   EXPECT_FALSE(interruptNext);
   transferLimit = -1;
   EXPECT_EQ(contents, ReadFile(folder / "f"));
+}
+
+// What the reader of a tree told, and with which error at first.
+struct FirstFault {
+  int error = -1;
+  unsigned long count = 0;
+};
+
+void NoteFault(const char*, int error, void* context) {
+  auto* const fault = static_cast<FirstFault*>(context);
+  if (fault->count++ == 0) fault->error = error;
+}
+
+TEST_F(FaultTest, BytesOfATreeThatAreMissingAreTold) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "f", RandomBytes(10000));
+  for (const bool fails : {false, true}) {
+    FirstFault fault;
+    readableBytes = 4000;
+    readFails = fails;
+    const ChunkList node(PlatformCreateSourceFromPath(folder.Path().c_str(), NoteFault, &fault));
+    readableBytes = -1;
+    EXPECT_EQ(fails ? EIO : kFileBecameShorter, fault.error);
+    EXPECT_EQ(1UL, fault.count);
+  }
+}
+
+TEST_F(FaultTest, ADirectoryWhoseStatusIsUnknownIsTold) {
+  const TemporaryFolder folder;
+  FirstFault fault;
+  statusFails = true;
+  const fileChunk* const node =
+      PlatformCreateSourceFromPath(folder.Path().c_str(), NoteFault, &fault);
+  statusFails = false;
+  EXPECT_EQ(nullptr, node);
+  EXPECT_EQ(EIO, fault.error);
+}
+
+TEST_F(FaultTest, ATreeThatMemoryDoesNotSufficeForIsTold) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "tree/a");
+  WriteFile(folder / "tree/a/f", "x");
+  const std::string path = folder / "tree";
+  requests = 0;
+  EXPECT_NE(nullptr, ChunkList(PlatformCreateSourceFromPath(path.c_str())));
+  const auto needed = static_cast<long>(requests);
+  for (long allowed = 0; allowed < needed; ++allowed) {
+    FirstFault fault;
+    allowedRequests = allowed;
+    fileChunk* tree = PlatformCreateSourceFromPath(path.c_str(), NoteFault, &fault);
+    allowedRequests = -1;
+    EXPECT_EQ(ENOMEM, fault.error) << allowed;
+    DeleteFileChunks(tree);
+  }
+}
+
+TEST_F(FaultTest, NoTransferIsLargerThanTheSystemsTake) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "f";
+  WriteFile(path, "x");
+  constexpr unsigned int kSize = (1U << 30) + 1;
+  ASSERT_EQ(0, truncate(path.c_str(), kSize));  // sparse
+  pretends = true;
+  const ChunkList node(PlatformCreateSourceFromFile(path.c_str(), "f"));
+  const unsigned long largestRead = largestTransfer;
+  unsigned char byte = 'x';
+  largestTransfer = 0;
+  PlatformWriteFile(path.c_str(), &byte, kSize);
+  pretends = false;
+  EXPECT_EQ(1UL << 30, largestRead);
+  EXPECT_EQ(1UL << 30, largestTransfer);
+  EXPECT_EQ(kSize, node->size);
 }
 
 TEST_F(FaultTest, AFullDiskIsNotReported) {
