@@ -10,6 +10,7 @@ import shutil
 import signal
 import socket
 import stat
+import struct
 import subprocess
 import time
 
@@ -36,6 +37,7 @@ class Kpim:
 
     def __init__(self, program, folder):
         self.program = program
+        self.sanitized = b"__asan_init" in pathlib.Path(program).read_bytes()
         self.folder = folder
 
     def __call__(self, *arguments, wrapper=(), environment=ENVIRONMENT, **options):
@@ -58,13 +60,21 @@ class Kpim:
         wrapper = ["setpriv", "--bounding-set=-all"] if os.geteuid() == 0 else []
         return self(*arguments, wrapper=wrapper)
 
-    def with_fault(self, injection, *arguments, path=None):
+    def with_fault(self, injection, *arguments, path=None, **options):
         """Runs kpim with a system call failing, as strace's inject= says; `path` narrows it to
         the calls that concern one file."""
         trace = ["strace", "-f", "-o", "/dev/null", "-e", f"inject={injection}"]
         if path:
             trace += ["-P", path]
-        return self(*arguments, wrapper=trace, environment=UNDER_STRACE)
+        return self(*arguments, wrapper=trace, environment=UNDER_STRACE, **options)
+
+    def with_memory(self, megabytes, *arguments):
+        """Runs kpim with little memory. The address sanitizer needs address space without end;
+        there no single request may be larger than half of `megabytes`."""
+        wrapper = [] if self.sanitized else ["prlimit", f"--as={megabytes * 1_000_000}"]
+        limits = f":allocator_may_return_null=1:max_allocation_size_mb={megabytes // 2}"
+        asan = os.environ.get("ASAN_OPTIONS", "") + limits
+        return self(*arguments, wrapper=wrapper, environment={**ENVIRONMENT, "ASAN_OPTIONS": asan})
 
     def start(self, *arguments, **options):
         return subprocess.Popen([self.program, *arguments], cwd=self.folder, env=ENVIRONMENT,
@@ -115,6 +125,12 @@ def names(folder):
     return sorted(os.listdir(folder))
 
 
+def poke_status(mode=stat.S_IFREG | 0o644, size=0):
+    """For strace: what stat(2) shall tell. The start of x86-64's struct stat."""
+    status = struct.pack("QQQIIIIQq", 1, 1, 1, mode, 0, 0, 0, 0, size)
+    return f"newfstatat:poke_exit=@arg3={status.hex()}"
+
+
 def error(what, why):
     return f"kpim: {what}: {why}\n"
 
@@ -147,6 +163,8 @@ def read_terminal(descriptor):
     (["pack", "a", "-o"], "pack: --output: 1 required BLOB missing", "kpim pack"),
     (["pack", "a", "-o", "b", "-o", "c"], "pack: --output", "kpim pack"),
     (["pack", "a", "--sort=no"], "pack: sort was given a disallowed flag override", "kpim pack"),
+    (["pack", "a", "--verify=0"], "pack: verify was given a disallowed flag override",
+     "kpim pack"),
     (["list"], "list: BLOB is required", "kpim list"),
     (["list", "a", "b"], "list: The following argument was not expected: b", "kpim list"),
     (["list", "a", "--json=0"], "list: json was given a disallowed flag override", "kpim list"),
@@ -170,7 +188,7 @@ def test_wrong_usage(run, tmp_path, arguments, complaint, helper):
 @pytest.mark.parametrize("arguments, texts", [
     (["--help"], ["pack", "list", "verify", "unpack", "--version", "Exit status"]),
     (["-h"], ["pack", "list", "verify", "unpack", "--version", "Exit status"]),
-    (["pack", "--help"], ["BUNDLE", "--output", "--sort", "execute bits"]),
+    (["pack", "--help"], ["BUNDLE", "--output", "--sort", "--verify", "execute bits"]),
     (["list", "--help"], ["BLOB", "--json", "nameBytes"]),
     (["verify", "--help"], ["BLOB", "BUNDLE", "missing: PATH", "unreadable: PATH: WHY"]),
     (["unpack", "--help"], ["BLOB", "DIR", "0664"]),
@@ -268,6 +286,14 @@ def test_pack(run, tmp_path, bundle):
     assert result.returncode == OK
     assert content_of(packed) == content
     assert names(tmp_path) == [bundle.name, packed.name]
+
+
+def test_pack_that_verifies_gives_the_same_blob(run, tmp_path, bundle):
+    plain = run("pack", bundle, "-o", "plain")
+    verified = run("pack", bundle, "-o", "verified", "--verify")
+    assert (verified.returncode, verified.stderr) == (OK, "")
+    assert verified.stdout == plain.stdout.replace("plain:", "verified:")
+    assert (tmp_path / "plain").read_bytes() == (tmp_path / "verified").read_bytes()
 
 
 def test_pack_makes_a_solid_root(run, tmp_path):
@@ -532,19 +558,89 @@ def test_pack_refuses_what_it_may_not_read(run, tmp_path):
     assert names(tmp_path) == ["B"]
 
 
+IO_ERROR = "Input/output error"
+CHANGED = "changed while it was packed"
+
+
+def pack_with_fault(run, injection, culprit, *options):
+    """The error of a pack of B, in which a system call that concerns `culprit` fails."""
+    before = names(run.folder)
+    result = run.with_fault(injection, "pack", "B", *options, path=culprit)
+    assert (result.returncode, result.stdout) == (FAILED, ""), result
+    assert names(run.folder) == before
+    return "".join(line for line in result.stderr.splitlines(keepends=True)
+                   if not line.startswith("strace: Requested path"))
+
+
 @pytest.mark.parametrize("injection, why", [
-    # Every step opens the file once, and reading tries it as a directory before.
-    ("openat:error=EACCES:when=1", "Permission denied"),
-    ("openat:error=EACCES:when=3", "could not be read whole, or changed meanwhile"),
-    ("openat:error=EACCES:when=4", "Permission denied"),
-    ("read:error=EIO:when=1", "could not be read whole, or changed meanwhile"),
-    ("read:error=EIO:when=2", "Input/output error"),
+    ("access:error=EACCES", "Permission denied"),
+    # Reading tries every entry as a directory before.
+    ("openat:error=EMFILE:when=2", "Too many open files"),
+    ("read:error=EIO", IO_ERROR),
+    ("read:retval=0", "became shorter while it was read"),
+    ("newfstatat:error=EIO:when=1", IO_ERROR),
+    ("newfstatat:error=EIO:when=2", IO_ERROR),
+    (poke_status(mode=stat.S_IFSOCK) + ":when=2", "Operation not supported"),
+    (poke_status(size=4 * GIB + 1) + ":when=2", "File too large"),
 ])
-def test_pack_notices_a_file_that_some_step_cannot_read(run, tmp_path, injection, why):
-    bundle = make_bundle(tmp_path / "B", {"a": b"1" * 100, "b": b"2"})
-    result = run.with_fault(injection, "pack", bundle, path=str(bundle / "a"))
+def test_pack_notices_a_file_that_cannot_be_read(run, tmp_path, injection, why):
+    make_bundle(tmp_path / "B", {"a": b"1" * 100, "b": b"2"})
+    first, *rest = pack_with_fault(run, injection, "B/a").splitlines(keepends=True)
+    assert (first, set(rest)) == (error("B/a", why), set())
+
+
+@pytest.mark.parametrize("injection, why", [
+    ("getdents64:error=EIO:when=1", IO_ERROR),
+    ("getdents64:error=EIO:when=3", IO_ERROR),
+    ("openat:error=EMFILE:when=1", "Too many open files"),
+    ("openat:error=EMFILE:when=2+", "Too many open files"),
+])
+def test_pack_notices_a_directory_that_cannot_be_read(run, tmp_path, injection, why):
+    make_bundle(tmp_path / "B", {"c/a": b"1" * 100, "b": b"2"})
+    assert pack_with_fault(run, injection, "B/c") == error("B/c", why)
+
+
+def test_pack_notices_that_the_bundle_went_away(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1"})
+    assert pack_with_fault(run, "openat:error=ENOENT:when=2+", "B") == error("B", NO_SUCH_FILE)
+
+
+def test_pack_notices_a_change_since_the_scan(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1" * 100})
+    assert pack_with_fault(run, poke_status(size=99) + ":when=1", "B/a") == error("B", CHANGED)
+
+
+@pytest.mark.parametrize("injection, what, why", [
+    ("openat:error=EACCES:when=3", "B/a", "Permission denied"),
+    ("read:error=EIO:when=2", "B/a", IO_ERROR),
+    # The first read only pretends to, so that the blob is made of other bytes.
+    ("read:retval=100:when=1", "B/a", CHANGED),
+    (poke_status(mode=stat.S_IFSOCK) + ":when=3", "B/a", CHANGED),
+])
+def test_pack_that_verifies_notices_what_differs(run, tmp_path, injection, what, why):
+    make_bundle(tmp_path / "B", {"a": b"1" * 100, "b": b"2"})
+    assert pack_with_fault(run, injection, "B/a", "--verify") == error(what, why)
+
+
+def test_pack_reads_each_file_once(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1" * 100, "b": b"2"})
+    trace = ["strace", "-f", "-o", "trace", "-e", "trace=read", "-P", "B/a"]
+    assert run("pack", "B", wrapper=trace, environment=UNDER_STRACE).returncode == OK
+    assert (tmp_path / "trace").read_text().count("read(") == 1
+
+
+@pytest.mark.parametrize("files, what", [
+    ({"a": 110, "b": 1}, "B/a"),  # reading
+    ({"a": 30, "b": 30}, "B"),  # encoding
+])
+def test_pack_that_runs_out_of_memory(run, tmp_path, files, what):
+    bundle = make_bundle(tmp_path / "B", {name: b"" for name in files})
+    for name, megabytes in files.items():
+        os.truncate(bundle / name, megabytes * 1_000_000)
+    result = run.with_memory(100, "pack", "B")
     assert (result.returncode, result.stdout) == (FAILED, "")
-    assert result.stderr == error(bundle / "a", why)
+    assert error(what, "Cannot allocate memory") == "".join(
+        line for line in result.stderr.splitlines(keepends=True) if line.startswith("kpim: "))
     assert names(tmp_path) == ["B"]
 
 
@@ -564,6 +660,16 @@ def test_pack_refuses_output_that_a_link_in_the_bundle_leads_to(run, tmp_path):
     assert refused(run, "B", "-o", "outside/x") == error(
         "B/link", "the blob must not be written into the bundle that it is made of")
     assert names(tmp_path / "outside") == []
+
+
+@pytest.mark.parametrize("make", [os.symlink, os.link])
+def test_pack_refuses_to_replace_a_file_of_the_bundle(run, tmp_path, make):
+    bundle = make_bundle(tmp_path / "B", {"a": b"1", "c/d": b"2"})
+    (tmp_path / "B.lzma").write_bytes(b"old")
+    make(tmp_path / "B.lzma", bundle / "c/link")
+    assert refused(run, "B") == error(
+        "B/c/link", "the blob must not be written into the bundle that it is made of")
+    assert (tmp_path / "B.lzma").read_bytes() == b"old"
 
 
 def test_pack_refuses_the_root_without_reading_it(run):
@@ -620,6 +726,40 @@ def test_pack_that_cannot_be_finished_keeps_the_old_blob(run, tmp_path, injectio
     assert (tmp_path / "B.lzma").read_bytes() == b"old"
 
 
+def test_pack_onto_a_disk_that_cannot_flush_directories(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1"})
+    assert run.with_fault("fsync:error=EINVAL:when=2", "pack", "B").returncode == OK
+    assert content_of(tmp_path / "B.lzma") == {"a": b"1"}
+
+
+def test_pack_tells_that_the_name_is_not_durable(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1"})
+    result = run.with_fault("fsync:error=EIO:when=2", "pack", "B")
+    assert (result.returncode, result.stdout) == (FAILED, "")
+    assert result.stderr == error("B.lzma", IO_ERROR)
+    assert content_of(tmp_path / "B.lzma") == {"a": b"1"}
+
+
+def test_pack_makes_contents_and_name_durable_in_this_order(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1"})
+    trace = ["strace", "-y", "-o", "trace", "-e", "trace=write,fsync,rename"]
+    (tmp_path / "out").mkdir()
+    assert run("pack", "B", "-o", "out/x", wrapper=trace, environment=UNDER_STRACE).returncode == OK
+    calls = re.findall(r'^(\w+)\((?:\d+<|")([^>"]*)', (tmp_path / "trace").read_text(),
+                       re.MULTILINE)
+    steps = [(call, re.sub(r"\.kpim-.*", "TEMPORARY", path.removeprefix(f"{tmp_path}/")))
+             for call, path in calls if "pipe:" not in path]
+    assert steps == [("write", "out/TEMPORARY"), ("fsync", "out/TEMPORARY"),
+                     ("rename", "out/TEMPORARY"), ("fsync", "out")]
+
+
+def test_pack_into_a_folder_that_it_may_not_list(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1"})
+    (tmp_path / "folder").mkdir(mode=0o300)
+    assert run.unprivileged("pack", "B", "-o", "folder/x").returncode == OK
+    assert content_of(tmp_path / "folder/x") == {"a": b"1"}
+
+
 def test_pack_on_a_full_disk(run, tmp_path):
     if os.geteuid() != 0:
         pytest.skip("mounting a small disk needs root")
@@ -660,7 +800,7 @@ def test_pack_under_nohup_goes_on(run, tmp_path, noise):
 
 def test_pack_shows_progress_on_a_terminal(run, tmp_path, noise):
     terminal, side = pty.openpty()
-    process = run.start("pack", "Noise.plugin", stdout=subprocess.PIPE, stderr=side)
+    process = run.start("pack", "Noise.plugin", "--verify", stdout=subprocess.PIPE, stderr=side)
     os.close(side)
     shown = b""
     while b"compressing" not in shown:
@@ -674,13 +814,45 @@ def test_pack_shows_progress_on_a_terminal(run, tmp_path, noise):
     assert process.returncode == OK
     assert stdout.startswith(b"Noise.plugin.lzma: 1 entry, 4194304 bytes packed into ")
 
-    reading, compressing, checking, rest = shown.decode().split("\r\n")
+    reading, compressing, verifying, rest = shown.decode().split("\r\n")
     assert re.fullmatch(r"(\rreading 4\.2 MB \.\.\. \d+ s)+", reading)
     assert re.fullmatch(r"(\rcompressing 4\.2 MB \.\.\. \d+ s)+", compressing)
     seconds = [int(number) for number in re.findall(r"(\d+) s", compressing)]
     assert seconds == sorted(seconds) and seconds[0] == 0 and seconds[-1] >= 1
-    assert re.fullmatch(r"(\rchecking \.\.\. \d+ s)+", checking)
+    assert re.fullmatch(r"(\rverifying \.\.\. \d+ s)+", verifying)
     assert rest == ""
+
+
+def test_pack_without_a_second_thread_shows_a_line_that_stands_still(run, tmp_path, noise):
+    terminal, side = pty.openpty()
+    trace = ["strace", "-o", "/dev/null", "-e", "trace=clone3", "-e", "inject=clone3:error=EAGAIN"]
+    process = subprocess.Popen([*trace, run.program, "pack", "Noise.plugin"], cwd=tmp_path,
+                               env=UNDER_STRACE, stdout=subprocess.DEVNULL, stderr=side)
+    os.close(side)
+    shown = b""
+    while b"compressing" not in shown:
+        shown += os.read(terminal, 4096)
+    (child,) = pathlib.Path(f"/proc/{process.pid}/task/{process.pid}/children").read_text().split()
+    # Signals must get through.
+    wait_for_temporary_file(tmp_path, process)
+    blocked = ""
+    while int(blocked or "1", 16) != 0 and process.poll() is None:
+        status = pathlib.Path(f"/proc/{child}/status").read_text()
+        blocked = re.search(r"SigBlk:\s*(\w+)", status)[1]
+    shown += read_terminal(terminal)
+    assert process.wait(timeout=300) == OK
+    assert int(blocked, 16) == 0
+    assert re.fullmatch(r"\rreading 4\.2 MB \.\.\. 0 s\rreading 4\.2 MB \.\.\. \d+ s\r\n"
+                        r"\rcompressing 4\.2 MB \.\.\. 0 s\rcompressing 4\.2 MB \.\.\. \d+ s\r\n",
+                        shown.decode())
+    assert names(tmp_path) == ["Noise.plugin", "Noise.plugin.lzma"]
+
+
+def test_pack_needs_no_second_thread_without_a_terminal(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1"})
+    trace = ["strace", "-o", "trace", "-e", "trace=clone,clone3"]
+    assert run("pack", "B", wrapper=trace, environment=UNDER_STRACE).returncode == OK
+    assert "clone" not in (tmp_path / "trace").read_text()
 
 
 # ---- list
@@ -837,6 +1009,38 @@ def test_blob_that_may_not_be_read(run, small_blob, reader):
     assert result.stderr == error("small", "Permission denied")
 
 
+@pytest.mark.parametrize("injection, why", [
+    ("openat:error=EMFILE", "Too many open files"),
+    ("newfstatat:error=EIO", IO_ERROR),
+    ("read:error=EIO", IO_ERROR),
+    ("read:retval=0", "became shorter while it was read"),
+    (poke_status(size=1000) + ":when=1", "became shorter while it was read"),
+])
+@pytest.mark.parametrize("reader", READERS, ids=" ".join)
+def test_blob_that_cannot_be_read_whole(run, small_blob, reader, injection, why):
+    result = run.with_fault(injection, *arguments_for(reader, "small"), path="small")
+    assert (result.returncode, result.stdout) == (FAILED, ""), result
+    assert result.stderr.endswith(error("small", why))
+    assert names(run.folder) == ["small"]
+
+
+@pytest.mark.parametrize("reader", READERS, ids=" ".join)
+def test_blob_is_read_through_signals(run, small_blob, reader):
+    result = run.with_fault("read:error=EINTR:when=1..2", *arguments_for(reader, "small"),
+                            path="small")
+    assert result.returncode == OK
+
+
+@pytest.mark.parametrize("reader", READERS, ids=" ".join)
+def test_blob_that_does_not_fit_in_memory(run, tmp_path, reader):
+    (tmp_path / "blob").touch()
+    os.truncate(tmp_path / "blob", 200_000_000)
+    result = run.with_memory(100, *arguments_for(reader, "blob"))
+    assert (result.returncode, result.stdout) == (FAILED, "")
+    assert result.stderr.endswith(error("blob", "Cannot allocate memory"))
+    assert names(tmp_path) == ["blob"]
+
+
 def hostile_blobs():
     """Rows of the table of hostile blobs: file, offset or a star, where it counts, reason."""
     for line in (HOSTILE / "expected.txt").read_text().splitlines():
@@ -971,6 +1175,15 @@ def test_verify_does_not_wait_for_a_pipe(run, tmp_path):
     bundle = make_bundle(tmp_path / "B", {})
     os.mkfifo(bundle / "a")
     assert differences(run) == ["type mismatch: a"]
+
+
+def test_verify_does_not_wait_for_a_pipe_that_comes_last(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_file("a", b"1")])
+    bundle = make_bundle(tmp_path / "B", {})
+    os.mkfifo(bundle / "a")
+    # To stat it is a file.
+    result = run.with_fault(poke_status(size=1) + ":when=1", "verify", "blob", "B", path="B/a")
+    assert (result.returncode, result.stdout) == (FAILED, "type mismatch: a\n")
 
 
 def test_verify_tells_what_it_may_not_read(run, tmp_path):

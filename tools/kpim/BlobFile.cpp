@@ -3,8 +3,10 @@
 #include <errno.h>
 #include <sys/stat.h>
 
-#include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
-#include "tools/kpim/Disk.h"
+#include <memory>
+#include <new>
+
+#include "tools/kpim/InputFile.h"
 #include "tools/kpim/Report.h"
 
 namespace kpim {
@@ -14,24 +16,47 @@ namespace {
 /// The reader counts in 32 bits.
 constexpr off_t kMaximumBlobSize = 0xFFFFFFFF;
 
-/// Says why the file at `path` cannot be a blob; false then.
-bool CheckBlobFile(const std::string& path) {
-  struct stat status = {};
-  if (stat(path.c_str(), &status) != 0) {
-    ReportSystemError(path, errno);
-    return false;
+/// The bytes of a blob file.
+struct BlobBytes {
+  std::unique_ptr<unsigned char[]> bytes;
+  unsigned int length = 0;
+};
+
+/// Why the file cannot be a blob; absent when it can.
+const char* Unfit(const struct stat& status) {
+  if (S_ISDIR(status.st_mode)) {
+    return "Is a directory";
   }
-  // A pipe would block, and has no size that could be asked for.
   if (!S_ISREG(status.st_mode)) {
-    ReportError(path, S_ISDIR(status.st_mode) ? "Is a directory" : "not a regular file");
-    return false;
+    return "not a regular file";
   }
-  if (status.st_size > kMaximumBlobSize) {
-    ReportError(path, "too large for a blob: 4 GiB or more");
-    return false;
-  }
-  if (const int error = TryToRead(path)) {
+  return status.st_size > kMaximumBlobSize ? "too large for a blob: 4 GiB or more" : nullptr;
+}
+
+/// Reads the file at `path` whole. False, and reported, when that cannot be done.
+bool ReadFile(const std::string& path, BlobBytes& blob) {
+  InputFile file;
+  if (const int error = file.Open(path)) {
     ReportSystemError(path, error);
+    return false;
+  }
+  if (const char* const why = Unfit(file.status())) {
+    ReportError(path, why);
+    return false;
+  }
+  blob.length = static_cast<unsigned int>(file.status().st_size);
+  blob.bytes.reset(new (std::nothrow) unsigned char[blob.length]);
+  if (!blob.bytes) {
+    ReportSystemError(path, ENOMEM);
+    return false;
+  }
+  size_t filled = 0;
+  if (const int error = file.Read(blob.bytes.get(), blob.length, filled)) {
+    ReportSystemError(path, error);
+    return false;
+  }
+  if (filled != blob.length) {
+    ReportError(path, "became shorter while it was read");
     return false;
   }
   return true;
@@ -40,16 +65,12 @@ bool CheckBlobFile(const std::string& path) {
 }  // namespace
 
 bool ReadBlob(const std::string& path, ChunkList& tree) {
-  if (!CheckBlobFile(path)) {
-    return false;
-  }
-  const ChunkList source(PlatformCreateSourceFromFile(path.c_str(), ""));
-  if (!source) {
-    ReportError(path, "cannot be opened any more");
+  BlobBytes blob;
+  if (!ReadFile(path, blob)) {
     return false;
   }
   BlobFault fault;
-  tree.reset(DismantleInstallerBlob(source.get(), fault));
+  tree.reset(dismantle(blob.bytes.get(), blob.length, fault));
   if (fault.reason) {
     ReportError(path, DescribeFault(fault));
     return false;

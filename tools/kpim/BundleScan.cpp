@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -15,6 +16,12 @@ namespace {
 
 /// Sizes in a blob have 32 bits, and so has the length of a blob for its reader.
 constexpr unsigned long kMaximumSize = 0xFFFFFFFF;
+
+/// The length of a name has one byte.
+constexpr size_t kMaximumNameLength = 0xFF;
+
+constexpr char kTooLarge[] = "too large for a blob: 4 GiB or more";
+constexpr char kOutputInside[] = "the blob must not be written into the bundle that it is made of";
 
 unsigned long HeaderLength(const std::string& name) {
   return SizeofFormattedGenericHeader(const_cast<char*>(name.c_str()));
@@ -33,14 +40,14 @@ bool BundleScan::Scan(const std::string& bundle) {
     ScanDirectory(bundle, IdentityOf(status));
   }
   if (blobBytes_ > kMaximumSize) {
-    Refuse(bundle, "too large for a blob: 4 GiB or more");
+    Refuse(bundle, kTooLarge);
   }
   return !refused_;
 }
 
 void BundleScan::ScanDirectory(const std::string& path, FileIdentity identity) {
   if (identity == outputDirectory_) {
-    Refuse(path, "the blob must not be written into the bundle that it is made of");
+    Refuse(path, kOutputInside);
     return;
   }
   if (std::find(open_.begin(), open_.end(), identity) != open_.end()) {
@@ -73,27 +80,36 @@ void BundleScan::ScanEntry(const std::string& path, const std::string& name) {
     Refuse(path, strerror(errno));
     return;
   }
+  if (name.size() > kMaximumNameLength) {
+    Refuse(path, "name too long for a blob: more than 255 bytes");
+    return;
+  }
+  ++totals_.entries;
   blobBytes_ += HeaderLength(name);
   if (S_ISDIR(status.st_mode)) {
     ScanDirectory(path, IdentityOf(status));
   } else if (S_ISREG(status.st_mode)) {
-    ScanFile(path, status.st_size);
+    ScanFile(path, status);
   } else {
     Refuse(path, "neither a file nor a directory");
   }
 }
 
-void BundleScan::ScanFile(const std::string& path, off_t size) {
-  const auto bytes = static_cast<unsigned long>(size);
+void BundleScan::ScanFile(const std::string& path, const struct stat& status) {
+  if (IdentityOf(status) == outputFile_) {
+    Refuse(path, kOutputInside);
+    return;
+  }
+  const auto bytes = static_cast<unsigned long>(status.st_size);
   if (bytes > kMaximumSize) {
-    Refuse(path, "too large for a blob: 4 GiB or more");
+    Refuse(path, kTooLarge);
     return;
   }
-  if (const int error = TryToRead(path)) {
-    Refuse(path, strerror(error));
+  if (access(path.c_str(), R_OK) != 0) {
+    Refuse(path, strerror(errno));
     return;
   }
-  contentBytes_ += bytes;
+  totals_.bytes += bytes;
   blobBytes_ += bytes;
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tools/kpim/Disk.h"
+#include "tools/kpim/Tree.h"
 
 namespace kpim {
 
@@ -13,27 +14,30 @@ namespace kpim {
 /// directory, links that lead round in circles, and what exceeds the limits of the format.
 class BundleScan {
  public:
-  /// `outputDirectory` is the directory that the blob will be written to. A bundle that
-  /// reaches it is refused: the next pack would contain the blob.
-  explicit BundleScan(FileIdentity outputDirectory) : outputDirectory_(outputDirectory) {}
+  /// `outputDirectory` is the directory that the blob will be written to, `outputFile` the file
+  /// that it will replace there, if any. A bundle that reaches one of them is refused: the next
+  /// pack would contain the blob.
+  BundleScan(FileIdentity outputDirectory, FileIdentity outputFile)
+      : outputDirectory_(outputDirectory), outputFile_(outputFile) {}
 
   /// Scans the directory at `bundle`. False, with a line on standard error for everything
   /// that is refused, when it must not be packed.
   bool Scan(const std::string& bundle);
 
-  /// Sum of the sizes of all files.
-  unsigned long contentBytes() const { return contentBytes_; }
+  /// How much the bundle holds.
+  const TreeTotals& totals() const { return totals_; }
 
  private:
   void ScanDirectory(const std::string& path, FileIdentity identity);
   void ScanEntry(const std::string& path, const std::string& name);
-  void ScanFile(const std::string& path, off_t size);
+  void ScanFile(const std::string& path, const struct stat& status);
   void Refuse(const std::string& path, const std::string& why);
 
   const FileIdentity outputDirectory_;
+  const FileIdentity outputFile_;
   /// The directories around the one being scanned, and itself.
   std::vector<FileIdentity> open_;
-  unsigned long contentBytes_ = 0;
+  TreeTotals totals_;
   /// Length of the blob if it is stored, in 64 bits.
   unsigned long blobBytes_ = 0;
   bool refused_ = false;

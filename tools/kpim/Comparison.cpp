@@ -1,16 +1,15 @@
 #include "tools/kpim/Comparison.h"
 
 #include <errno.h>
-#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <map>
-#include <memory>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tools/kpim/Disk.h"
+#include "tools/kpim/InputFile.h"
 
 namespace kpim {
 
@@ -18,10 +17,6 @@ namespace {
 
 constexpr size_t kReadSize = 1 << 16;
 constexpr char kDirectoryItself[] = ".";
-
-struct FileCloser {
-  void operator()(FILE* file) const { (void)fclose(file); }
-};
 
 class Comparison {
  public:
@@ -97,23 +92,29 @@ class Comparison {
   }
 
   void CompareContents(const std::string& path, const fileChunk* node) {
-    const std::unique_ptr<FILE, FileCloser> file(fopen(JoinPath(directory_, path).c_str(), "rb"));
-    if (!file) {
-      Add(path, DifferenceKind::kUnreadable, errno);
+    InputFile file;
+    if (const int error = file.Open(JoinPath(directory_, path))) {
+      Add(path, DifferenceKind::kUnreadable, error);
+      return;
+    }
+    if (!S_ISREG(file.status().st_mode)) {
+      Add(path, DifferenceKind::kTypeMismatch);
       return;
     }
     unsigned long offset = 0;
     size_t count = 0;
-    while ((count = fread(buffer_.data(), 1, buffer_.size(), file.get())) > 0) {
+    do {
+      if (const int error = file.Read(buffer_.data(), buffer_.size(), count)) {
+        Add(path, DifferenceKind::kUnreadable, error);
+        return;
+      }
       if (count > node->size - offset || memcmp(buffer_.data(), node->data + offset, count) != 0) {
         Add(path, DifferenceKind::kDifferent);
         return;
       }
       offset += count;
-    }
-    if (ferror(file.get()) != 0) {
-      Add(path, DifferenceKind::kUnreadable, errno);
-    } else if (offset != node->size) {
+    } while (count == buffer_.size());
+    if (offset != node->size) {
       Add(path, DifferenceKind::kDifferent);
     }
   }

@@ -2,8 +2,6 @@
 
 #include <dirent.h>
 #include <errno.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <memory>
@@ -37,15 +35,6 @@ int ListDirectory(const std::string& path, std::vector<std::string>& names) {
     return errno;
   }
   std::sort(names.begin(), names.end());
-  return 0;
-}
-
-int TryToRead(const std::string& path) {
-  const int descriptor = open(path.c_str(), O_RDONLY);
-  if (descriptor < 0) {
-    return errno;
-  }
-  (void)close(descriptor);
   return 0;
 }
 

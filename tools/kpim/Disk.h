@@ -1,6 +1,7 @@
 // Small questions to the file system.
 #pragma once
 
+#include <stddef.h>
 #include <sys/stat.h>
 
 #include <string>
@@ -8,7 +9,10 @@
 
 namespace kpim {
 
-/// A file or directory, whatever path leads to it.
+/// The most bytes that one read(2) or write(2) is asked for: macOS refuses more than INT_MAX.
+constexpr size_t kGreatestTransfer = 1 << 30;
+
+/// A file or directory, whatever path leads to it; as it is made, none.
 struct FileIdentity {
   dev_t device = 0;
   ino_t inode = 0;
@@ -23,9 +27,6 @@ FileIdentity IdentityOf(const struct stat& status);
 /// Reads the names in the directory at `path`, "." and ".." left out, sorted bytewise.
 /// Returns 0 or an errno value.
 int ListDirectory(const std::string& path, std::vector<std::string>& names);
-
-/// Opens the file at `path` for reading and closes it again. Returns 0 or an errno value.
-int TryToRead(const std::string& path);
 
 /// `parent` and `leaf` with one '/' between them; the other one when one is empty.
 std::string JoinPath(const std::string& parent, const std::string& leaf);

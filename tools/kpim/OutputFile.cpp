@@ -1,6 +1,7 @@
 #include "tools/kpim/OutputFile.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <signal.h>
 #include <stdio.h>
@@ -8,9 +9,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 
 #include "tools/kpim/Report.h"
+#include "tools/kpim/SignalBlock.h"
 
 namespace kpim {
 
@@ -45,29 +48,23 @@ void InstallSignalHandlers() {
   }
 }
 
-/// Keeps the ending signals away while a temporary file and its note come or go together.
-class SignalBlock {
- public:
-  SignalBlock() {
-    sigset_t signals;
-    (void)sigemptyset(&signals);
-    for (const int signal : kEndingSignals) {
-      (void)sigaddset(&signals, signal);
-    }
-    (void)pthread_sigmask(SIG_BLOCK, &signals, &before_);
-  }
-  ~SignalBlock() { (void)pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  SignalBlock(const SignalBlock&) = delete;
-  SignalBlock& operator=(const SignalBlock&) = delete;
-
- private:
-  sigset_t before_ = {};
-};
-
 mode_t CurrentUmask() {
   const mode_t mask = umask(0);
   (void)umask(mask);
   return mask;
+}
+
+/// Makes the names in the directory at `path` durable, as far as the system can: a directory
+/// may be closed to readers, and a file system need not know the operation (EINVAL). Returns 0
+/// or an errno value.
+int SynchronizeDirectory(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY);
+  if (descriptor < 0) {
+    return 0;
+  }
+  const int error = fsync(descriptor) != 0 && errno != EINVAL ? errno : 0;
+  (void)close(descriptor);
+  return error;
 }
 
 }  // namespace
@@ -92,9 +89,12 @@ bool OutputFile::Choose(const std::string& path) {
     }
     path_ = target;
   }
-  if (stat(path_.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-    ReportError(path, "exists and is not a regular file");
-    return false;
+  if (stat(path_.c_str(), &status) == 0) {
+    if (!S_ISREG(status.st_mode)) {
+      ReportError(path, "exists and is not a regular file");
+      return false;
+    }
+    replaced_ = IdentityOf(status);
   }
   if (LeafOf(path_).empty()) {
     ReportError(path, "not the name of a file");
@@ -121,14 +121,16 @@ bool OutputFile::Open() {
 
 bool OutputFile::Write(const unsigned char* bytes, size_t count) {
   while (count > 0) {
-    const ssize_t written = write(descriptor_, bytes, count);
-    if (written < 0 && errno != EINTR) {
-      return Fail(errno);
+    const ssize_t written = write(descriptor_, bytes, std::min(count, kGreatestTransfer));
+    if (written < 0 && errno == EINTR) {
+      continue;
     }
-    if (written > 0) {
-      bytes += written;
-      count -= static_cast<size_t>(written);
+    if (written <= 0) {
+      // A file that takes nothing and does not say why would take nothing for ever.
+      return Fail(written < 0 ? errno : EIO);
     }
+    bytes += written;
+    count -= static_cast<size_t>(written);
   }
   return true;
 }
@@ -142,6 +144,15 @@ bool OutputFile::Commit() {
   if (closed != 0) {
     return Fail(errno);
   }
+  if (!GiveName()) {
+    return false;
+  }
+  const int error = SynchronizeDirectory(DirectoryOf(path_));
+  return error == 0 || Fail(error);
+}
+
+bool OutputFile::GiveName() {
+  // The temporary file and the note of it go together.
   const SignalBlock block;
   if (rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
     return Fail(errno);

@@ -27,6 +27,9 @@ class OutputFile {
   /// The directory that the file will be in; valid after Choose.
   FileIdentity directory() const { return directory_; }
 
+  /// The file that it will replace, if there is one; valid after Choose.
+  FileIdentity replaced() const { return replaced_; }
+
   /// Creates the temporary file.
   bool Open();
 
@@ -34,15 +37,18 @@ class OutputFile {
   bool Write(const unsigned char* bytes, size_t count);
 
   /// Makes the contents durable and gives the file its name, replacing an earlier file, and
-  /// mode 0644 as far as the umask allows.
+  /// mode 0644 as far as the umask allows. It may have its name already when it turns out that
+  /// the disk cannot make that durable.
   bool Commit();
 
  private:
+  bool GiveName();
   bool Fail(int error);
 
   std::string path_;
   std::string temporaryPath_;
   FileIdentity directory_;
+  FileIdentity replaced_;
   int descriptor_ = -1;
 };
 

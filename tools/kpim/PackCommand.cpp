@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tools/kpim/BlobFile.h"
@@ -25,6 +26,7 @@ namespace kpim {
 namespace {
 
 constexpr char kBlobExtension[] = ".lzma";
+constexpr char kChanged[] = "changed while it was packed";
 constexpr char kFooter[] =
     "Links are followed; .DS_Store files are left out. The format keeps names and\n"
     "contents only: execute bits, other modes, owners and times are dropped, and\n"
@@ -34,6 +36,7 @@ struct PackOptions {
   std::string bundle;
   std::optional<std::string> output;
   bool sort = false;
+  bool verify = false;
 };
 
 /// The blob's name when none is given: the bundle's with the extension, beside it. Absent,
@@ -51,51 +54,77 @@ std::optional<std::string> DefaultOutput(const std::string& bundle) {
   return std::string(path) + kBlobExtension;
 }
 
-/// The bundle as one encoded entry; absent when there is nothing in it.
-ChunkList Encode(const std::string& bundle, bool sort, unsigned long contentBytes) {
-  ChunkList solid;
+/// What reading the bundle has found wrong.
+struct Fault {
+  std::string path;
+  std::string why;
+};
+
+/// A SourceFaultHandler whose context is a vector of faults.
+void NoteFault(char const* path, int error, void* context) {
+  static_cast<std::vector<Fault>*>(context)->push_back(
+      {path, error == kFileBecameShorter ? "became shorter while it was read" : strerror(error)});
+}
+
+/// Reads the bundle. Absent, and reported, unless the tree is all that the scan has found.
+ChunkList Read(const PackOptions& options, const std::string& bundle, const TreeTotals& found) {
+  std::vector<Fault> faults;
+  ChunkList root;
   {
-    const StageLine stage("reading " + Megabytes(contentBytes));
-    // The reader wants a path with a '/' in it.
-    const std::string path = bundle.find('/') == std::string::npos ? "./" + bundle : bundle;
-    const ChunkList root(PlatformCreateSourceFromPath(path.c_str()));
-    if (!root) {
-      return nullptr;
-    }
-    if (sort) {
+    const StageLine stage("reading " + Megabytes(found.bytes));
+    root.reset(PlatformCreateSourceFromPath(bundle.c_str(), NoteFault, &faults));
+    if (root && options.sort) {
       SortByName(root->children);
     }
-    solid.reset(PrepareSourceForSolidCompression(root->children));
   }
-  const StageLine stage("compressing " + Megabytes(solid->size));
-  return ChunkList(PrepareFileChunk(solid.get(), kCompressionLZMA));
+  if (faults.empty() && !(root && CountTree(root->children) == found)) {
+    faults.push_back({bundle, kChanged});
+  }
+  for (const Fault& fault : faults) {
+    ReportError(fault.path, fault.why);
+  }
+  return faults.empty() ? std::move(root) : nullptr;
 }
 
-std::string Describe(const Difference& difference) {
-  return difference.kind == DifferenceKind::kUnreadable
-             ? strerror(difference.error)
-             : "could not be read whole, or changed meanwhile";
+/// The bundle as one encoded entry. Absent, and reported, when that fails.
+ChunkList Encode(const PackOptions& options, const std::string& bundle, const TreeTotals& found) {
+  ChunkList root = Read(options, bundle, found);
+  if (!root) {
+    return nullptr;
+  }
+  const ChunkList solid(PrepareSourceForSolidCompression(root->children));
+  root.reset();
+  ChunkList encoded;
+  if (solid) {
+    const StageLine stage("compressing " + Megabytes(solid->size));
+    encoded.reset(PrepareFileChunk(solid.get(), kCompressionLZMA));
+  }
+  if (!encoded) {
+    ReportSystemError(bundle, ENOMEM);
+  }
+  return encoded;
 }
 
-/// Decodes the entry again and compares it with the bundle: reading leaves out silently what
-/// has become unreadable. Absent, and reported, when the two are not the same.
-ChunkList Check(fileChunk* encoded, const std::string& bundle) {
+/// Decodes the entry again and compares it with the bundle. False, and reported, when the two
+/// are not the same.
+bool IsSame(fileChunk* encoded, const std::string& bundle) {
   BlobFault fault;
-  ChunkList tree;
   std::vector<Difference> differences;
   {
-    const StageLine stage("checking");
-    tree.reset(DismantleInstallerBlob(encoded, fault));
+    const StageLine stage("verifying");
+    const ChunkList tree(DismantleInstallerBlob(encoded, fault));
     differences = CompareWithDirectory(tree.get(), bundle);
   }
   if (fault.reason) {
     ReportError(bundle, "the blob made of it is " + DescribeFault(fault));
-    return nullptr;
+    return false;
   }
   for (const Difference& difference : differences) {
-    ReportError(JoinPath(bundle, difference.path), Describe(difference));
+    ReportError(JoinPath(bundle, difference.path), difference.kind == DifferenceKind::kUnreadable
+                                                       ? strerror(difference.error)
+                                                       : kChanged);
   }
-  return differences.empty() ? std::move(tree) : nullptr;
+  return differences.empty();
 }
 
 bool IsStored(const fileChunk* encoded) {
@@ -128,20 +157,23 @@ int Pack(const PackOptions& options) {
   if (!output || !file.Choose(*output)) {
     return kExitFailed;
   }
-  BundleScan scan(file.directory());
-  if (!scan.Scan(bundle) || !file.Open()) {
+  BundleScan scan(file.directory(), file.replaced());
+  if (!scan.Scan(bundle)) {
     return kExitFailed;
   }
-  const ChunkList encoded = Encode(bundle, options.sort, scan.contentBytes());
-  if (!encoded) {
+  if (scan.totals().entries == 0) {
     ReportError(bundle, "empty: there is nothing to pack");
     return kExitFailed;
   }
-  const ChunkList tree = Check(encoded.get(), bundle);
-  if (!tree || !file.Write(encoded->data, encoded->size) || !file.Commit()) {
+  if (!file.Open()) {
     return kExitFailed;
   }
-  PrintSummary(*output, encoded.get(), CountTree(tree.get()));
+  const ChunkList encoded = Encode(options, bundle, scan.totals());
+  if (!encoded || (options.verify && !IsSame(encoded.get(), bundle)) ||
+      !file.Write(encoded->data, encoded->size) || !file.Commit()) {
+    return kExitFailed;
+  }
+  PrintSummary(*output, encoded.get(), scan.totals());
   return kExitOK;
 }
 
@@ -161,6 +193,10 @@ void AddPackCommand(CLI::App& app, int& status) {
   command
       ->add_flag("--sort", options->sort,
                  "Order entries by name, so that the same bundle always gives the same blob")
+      ->disable_flag_override();
+  command
+      ->add_flag("--verify", options->verify,
+                 "Decode the blob again and compare it with the bundle before it is written")
       ->disable_flag_override();
   command->callback([options, &status] { status = Pack(*options); });
 }

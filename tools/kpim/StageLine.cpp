@@ -1,9 +1,11 @@
 #include "tools/kpim/StageLine.h"
 
-#include <signal.h>
 #include <stdio.h>
 #include <unistd.h>
 
+#include <system_error>
+
+#include "tools/kpim/SignalBlock.h"
 #include "tools/kpim/Text.h"
 
 namespace kpim {
@@ -19,26 +21,33 @@ StageLine::StageLine(const std::string& text) : text_(Printable(text)) {
     return;
   }
   Show("");
+  isShown_ = true;
   // Signals are the main thread's: it knows when they must wait.
-  sigset_t all;
-  sigset_t before;
-  (void)sigfillset(&all);
-  (void)pthread_sigmask(SIG_SETMASK, &all, &before);
-  ticker_ = std::thread([this] { Tick(); });
-  (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  const SignalBlock block;
+  try {
+    ticker_ = std::thread([this] { Tick(); });
+  } catch (const std::system_error&) {
+    // Without a thread the line stands still until the stage ends.
+  }
 }
 
 StageLine::~StageLine() {
-  if (!ticker_.joinable()) {
+  if (!isShown_) {
     return;
   }
+  if (ticker_.joinable()) {
+    StopTicker();
+  }
+  Show("\n");
+}
+
+void StageLine::StopTicker() {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     hasEnded_ = true;
   }
   ended_.notify_one();
   ticker_.join();
-  Show("\n");
 }
 
 void StageLine::Tick() {

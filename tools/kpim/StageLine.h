@@ -10,8 +10,8 @@
 namespace kpim {
 
 /// One line on standard error that tells what is being done and for how long, as long as the
-/// object lives: "compressing 34.1 MB ... 12 s". Silent when standard error is no terminal.
-/// Report nothing else meanwhile.
+/// object lives: "compressing 34.1 MB ... 12 s". Nothing happens when standard error is no
+/// terminal. Report nothing else meanwhile.
 class StageLine {
  public:
   explicit StageLine(const std::string& text);
@@ -20,11 +20,13 @@ class StageLine {
   StageLine& operator=(const StageLine&) = delete;
 
  private:
+  void StopTicker();
   void Tick();
   void Show(const char* ending);
 
   const std::string text_;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  bool isShown_ = false;
   std::mutex mutex_;
   std::condition_variable ended_;
   bool hasEnded_ = false;

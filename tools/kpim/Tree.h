@@ -21,6 +21,9 @@ struct TreeTotals {
   unsigned long entries = 0;
   /// Sum of the files' sizes.
   unsigned long bytes = 0;
+  bool operator==(const TreeTotals& other) const {
+    return entries == other.entries && bytes == other.bytes;
+  }
 };
 
 /// Counts the entries of a sibling list and everything below it.
