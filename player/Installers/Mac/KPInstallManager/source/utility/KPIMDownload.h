@@ -1,0 +1,84 @@
+// One download of one URL, into memory and, when asked, into a file.
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+#import "player/Installers/Mac/KPInstallManager/source/application/KPIMLogger.h"
+
+/// How far a download in asynchronous mode has come. The last three are final.
+enum : int {
+  /// Also after `startDownload`, until the server answers.
+  kDownloadStateNotStarted = 0,
+  kDownloadStateStarted = 1,
+  kDownloadStateCompleted = 2,
+  kDownloadStateCancelled = 3,
+  kDownloadStateFailed = 4,
+};
+
+/// Hears how a download in asynchronous mode goes, on the thread that started it.
+@protocol KPIMDownloadProgressReceiver <NSObject>
+
+/// The body has arrived whole.
+- (void)downloadDidComplete;
+
+/// The connection failed, or the download's file could not be created.
+- (void)downloadDidFail;
+
+@optional
+
+/// After each chunk: the fraction of the body that has arrived. It is infinite when the server
+/// announced an empty body, 0 when it announced no length, and may exceed 1 after a redirect.
+- (void)downloadDidProgress:(float)fraction;
+
+@end
+
+/// Fetches one URL once. The body is always kept in memory.
+///
+/// In synchronous mode `startDownload` blocks until the body is there; the delegate hears nothing,
+/// no file is written and the state stays 0. In asynchronous mode the body arrives on the run loop
+/// of the thread that calls `startDownload`, in the default mode, and goes into the file too.
+///
+/// The delegate is retained: it and the download may keep each other alive until the delegate
+/// releases the download.
+@interface KPIMDownload : NSObject {
+ @private
+  NSString* m_downloadPath;
+  NSFileHandle* m_downloadFileHandle;
+  NSMutableData* m_data;
+  unsigned long long m_bytesDownloaded;
+  unsigned long long m_bytesTotal;
+  int m_downloadState;
+  id<KPIMDownloadProgressReceiver> m_downloadDataReceiverDelegate;
+  NSURL* m_url;
+  NSURLConnection* m_urlConnection;
+  bool m_keepDownloadedDataInMemory;
+  KPIMLogger* m_logger;
+  bool m_asyncModeOn;
+}
+
+/// A download of `url` that has not started. `directory` and `filename` name the file to write;
+/// there is none when either is missing. A directory that does not exist is logged and gives no
+/// file either. Retains `logger` and `delegate`, either of which may be nil.
+- (id)initWithURL:(NSURL*)url
+     downloadPath:(NSString*)directory
+         filename:(NSString*)filename
+           logger:(KPIMLogger*)logger
+         delegate:(id<KPIMDownloadProgressReceiver>)delegate
+      asyncModeOn:(bool)asyncModeOn;
+
+/// Sends the request, past all caches, and removes the file of an earlier download. The server may
+/// be silent for 60 seconds. Returns true when a request was sent, whatever comes of it; false,
+/// with a line in the log, when the server has already answered an earlier one.
+- (bool)startDownload;
+
+/// Ends a download that the server has begun to answer; the delegate hears nothing more. Returns
+/// false, and changes nothing, in any state but `kDownloadStateStarted`.
+- (bool)cancelDownload;
+
+/// The body. In asynchronous mode nil, with a line in the log, unless the download is completed.
+- (NSData*)downloadedData;
+
+/// The file that is written, or nil.
+- (NSString*)getDownloadPath;
+
+@end

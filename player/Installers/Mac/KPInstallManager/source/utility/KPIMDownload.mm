@@ -1,0 +1,220 @@
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMDownload.h"
+
+#import "player/Installers/Mac/KPInstallManager/source/utility/NSFileManager+RemoveItem.h"
+
+namespace {
+
+constexpr NSTimeInterval kTimeOut = 60;
+
+NSString* const kMissingDirectory =
+    @"ERROR: The file path passed into the downloader does not exist: %@";
+NSString* const kKeepingInMemory = @"Keeping data in memory instead.";
+NSString* const kStartedTwice =
+    @"ERROR: Attempted to start a new download on the same KPIMDownload instance.";
+NSString* const kReadTooEarly =
+    @"ERROR: attempt to access downloaded data before download was completed.";
+NSString* const kFileNotCreated = @"ERROR: Could not create file at path: %@";
+NSString* const kDownloadFailed = @"ERROR: URL download failed: %@";
+
+NSString* const kNotStarted = @"Download state should be kDownloadStateStarted";
+NSString* const kKeptNowhere =
+    @"Downloaded data is not kept in memory and also is not saved to disk";
+NSString* const kHandleLeft = @"File handle should have been nil.";
+
+}  // namespace
+
+@interface KPIMDownload (Internal)
+
+- (void)_logError:(NSString*)message;
+- (void)_writeChunk:(NSData*)chunk;
+- (void)_createFile;
+- (void)_closeFile;
+
+@end
+
+@implementation KPIMDownload
+
+- (id)initWithURL:(NSURL*)url
+     downloadPath:(NSString*)directory
+         filename:(NSString*)filename
+           logger:(KPIMLogger*)logger
+         delegate:(id<KPIMDownloadProgressReceiver>)delegate
+      asyncModeOn:(bool)asyncModeOn {
+  self = [super init];
+  if (self == nil) {
+    return nil;
+  }
+  m_asyncModeOn = asyncModeOn;
+  m_logger = [logger retain];
+  m_url = [url retain];
+  m_downloadDataReceiverDelegate = [delegate retain];
+  // Before the path is known, hence always true: a file is written beside the data, never instead.
+  m_keepDownloadedDataInMemory = m_downloadPath == nil;
+  // Without a name the path would be the directory's own, which the start would remove.
+  if (directory == nil || [filename length] == 0) {
+    return self;
+  }
+  if ([[NSFileManager defaultManager] fileExistsAtPath:directory]) {
+    m_downloadPath = [[directory stringByAppendingPathComponent:filename] retain];
+    return self;
+  }
+  m_keepDownloadedDataInMemory = true;
+  [self _logError:[NSString stringWithFormat:kMissingDirectory, directory]];
+  [self _logError:kKeepingInMemory];
+  return self;
+}
+
+- (void)dealloc {
+  [m_logger release];
+  [m_url release];
+  [m_downloadDataReceiverDelegate release];
+  [m_downloadPath release];
+  [m_downloadFileHandle release];
+  [m_data release];
+  [m_urlConnection release];
+  [super dealloc];
+}
+
+- (bool)startDownload {
+  if (m_downloadState != kDownloadStateNotStarted) {
+    [self _logError:kStartedTwice];
+    return false;
+  }
+  if (m_downloadPath != nil) {
+    [[NSFileManager defaultManager] removeItemAtPathIfItExists:m_downloadPath error:nullptr];
+  } else if (!m_keepDownloadedDataInMemory) {
+    return false;
+  }
+
+  [m_urlConnection release];
+  m_urlConnection = nil;
+  NSURLRequest* request = [NSURLRequest requestWithURL:m_url
+                                           cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
+                                       timeoutInterval:kTimeOut];
+  [m_data release];
+  m_data = nil;
+  if (!m_asyncModeOn) {
+    NSData* body = [NSURLConnection sendSynchronousRequest:request
+                                         returningResponse:nullptr
+                                                     error:nullptr];
+    m_data = [[NSMutableData alloc] initWithData:body];
+    return true;
+  }
+  m_data = [[NSMutableData alloc] init];
+  m_urlConnection = [[NSURLConnection alloc] initWithRequest:request delegate:self];
+  return true;
+}
+
+- (bool)cancelDownload {
+  if (m_downloadState != kDownloadStateStarted) {
+    return false;
+  }
+  [m_urlConnection cancel];
+  [self _closeFile];
+  m_downloadState = kDownloadStateCancelled;
+  return true;
+}
+
+- (NSData*)downloadedData {
+  if (m_asyncModeOn && m_downloadState != kDownloadStateCompleted) {
+    [self _logError:kReadTooEarly];
+    return nil;
+  }
+  return m_data;
+}
+
+- (NSString*)getDownloadPath {
+  return m_downloadPath;
+}
+
+// ---- Delegate of the connection
+
+- (void)connection:(NSURLConnection*)connection didReceiveResponse:(NSURLResponse*)response {
+  (void)connection;
+  // After a redirect a second response replaces what came before. The counter goes on.
+  [m_data setLength:0];
+  m_bytesTotal = static_cast<unsigned long long>([response expectedContentLength]);
+  m_downloadState = kDownloadStateStarted;
+}
+
+- (void)connection:(NSURLConnection*)connection didReceiveData:(NSData*)chunk {
+  (void)connection;
+  [m_logger assert:m_downloadState == kDownloadStateStarted message:kNotStarted];
+  [m_logger assert:m_keepDownloadedDataInMemory || m_downloadPath != nil message:kKeptNowhere];
+  if (m_keepDownloadedDataInMemory) {
+    [m_data appendData:chunk];
+  }
+  if (m_downloadPath != nil) {
+    [self _writeChunk:chunk];
+  }
+  m_bytesDownloaded += [chunk length];
+  if ([m_downloadDataReceiverDelegate respondsToSelector:@selector(downloadDidProgress:)]) {
+    [m_downloadDataReceiverDelegate downloadDidProgress:static_cast<float>(m_bytesDownloaded) /
+                                                        static_cast<float>(m_bytesTotal)];
+  }
+}
+
+- (void)connectionDidFinishLoading:(NSURLConnection*)connection {
+  (void)connection;
+  [m_logger
+      logTimeStampedString:[NSString stringWithFormat:@"%d", static_cast<int>([m_data length])]
+          withLoggingLevel:kLogLevelInformation];
+  [self _closeFile];
+  m_downloadState = kDownloadStateCompleted;
+  [m_downloadDataReceiverDelegate downloadDidComplete];
+}
+
+- (void)connection:(NSURLConnection*)connection didFailWithError:(NSError*)error {
+  (void)connection;
+  [self _logError:[NSString stringWithFormat:kDownloadFailed, [error localizedDescription]]];
+  [self _closeFile];
+  m_downloadState = kDownloadStateFailed;
+  [m_downloadDataReceiverDelegate downloadDidFail];
+}
+
+@end
+
+@implementation KPIMDownload (Internal)
+
+- (void)_logError:(NSString*)message {
+  [m_logger logTimeStampedString:message withLoggingLevel:kLogLevelError];
+}
+
+/// Appends `chunk` to the file, which the first chunk creates. Nothing is written to a file that
+/// somebody else has put there since the start.
+- (void)_writeChunk:(NSData*)chunk {
+  if (![[NSFileManager defaultManager] fileExistsAtPath:m_downloadPath]) {
+    [self _createFile];
+  }
+  @try {
+    [m_downloadFileHandle seekToEndOfFile];
+    [m_downloadFileHandle writeData:chunk];
+  } @catch (NSException*) {
+    // A handle raises when the disk is full. The rest of the body goes into memory alone: a file
+    // with a hole in it would be worse than a short one.
+    [self _closeFile];
+  }
+}
+
+/// Creates the file and opens it. Failing does not end the chunk that wanted it.
+- (void)_createFile {
+  NSFileManager* fileManager = [NSFileManager defaultManager];
+  if (![fileManager createFileAtPath:m_downloadPath contents:nil attributes:nil]) {
+    [self _logError:[NSString stringWithFormat:kFileNotCreated, m_downloadPath]];
+    [self cancelDownload];
+    [m_downloadDataReceiverDelegate downloadDidFail];
+  }
+  [m_logger assert:m_downloadFileHandle == nil message:kHandleLeft];
+  [m_downloadFileHandle release];
+  m_downloadFileHandle = [[NSFileHandle fileHandleForWritingAtPath:m_downloadPath] retain];
+}
+
+/// Closes the file, if one is open. The handle is given up with it: a closed one raises when it is
+/// used or closed again.
+- (void)_closeFile {
+  [m_downloadFileHandle closeFile];
+  [m_downloadFileHandle release];
+  m_downloadFileHandle = nil;
+}
+
+@end

@@ -1,0 +1,33 @@
+// Stands between the tested code and the network.
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+#include "tests/unit/support/ScopedMethodReplacement.h"
+
+/// As long as it lives, no request leaves the process: requests are kept for the test, and
+/// connections are stand-ins that call nobody. One at a time.
+class ConnectionRecorder {
+ public:
+  ConnectionRecorder();
+  ~ConnectionRecorder();
+
+  /// The last request, of either kind; nil before the first.
+  NSURLRequest* request() const;
+  /// How many requests of either kind were made.
+  int requests() const;
+  /// The delegate of the last connection.
+  id delegate() const;
+  /// How many connections were cancelled, and how many are in memory.
+  int cancelled() const;
+  int connections() const;
+  /// Whether the last synchronous request asked for its response or error.
+  bool askedForMore() const;
+
+  /// What a synchronous request gets; nil at first.
+  void SetReply(NSData* reply);
+
+ private:
+  ScopedMethodReplacement connect_;
+  ScopedMethodReplacement send_;
+};

@@ -1,0 +1,89 @@
+#include "tests/unit/UpdateServices/ConnectionRecorder.h"
+
+namespace {
+
+struct Records {
+  NSURLRequest* request;
+  id delegate;
+  NSData* reply;
+  int requests;
+  int cancelled;
+  int connections;
+  bool askedForMore;
+} s_records;
+
+void RecordRequest(NSURLRequest* request) {
+  [request retain];
+  [s_records.request release];
+  s_records.request = request;
+  ++s_records.requests;
+}
+
+}  // namespace
+
+@interface RecordedConnection : NSObject
+- (void)cancel;
+@end
+
+@implementation RecordedConnection
+
+- (id)init {
+  self = [super init];
+  ++s_records.connections;
+  return self;
+}
+
+- (void)dealloc {
+  --s_records.connections;
+  [super dealloc];
+}
+
+- (void)cancel {
+  ++s_records.cancelled;
+}
+
+@end
+
+namespace {
+
+id Connect(id self, SEL /*selector*/, NSURLRequest* request, id delegate) {
+  RecordRequest(request);
+  s_records.delegate = delegate;
+  [self release];
+  return [[RecordedConnection alloc] init];
+}
+
+NSData* Send(id /*self*/, SEL /*selector*/, NSURLRequest* request, NSURLResponse** response,
+             NSError** error) {
+  RecordRequest(request);
+  s_records.askedForMore = response != nullptr || error != nullptr;
+  return s_records.reply;
+}
+
+}  // namespace
+
+ConnectionRecorder::ConnectionRecorder()
+    : connect_([NSURLConnection class], @selector(initWithRequest:delegate:), (IMP)Connect),
+      send_([NSURLConnection class], @selector(sendSynchronousRequest:returningResponse:error:),
+            (IMP)Send, ScopedMethodReplacement::kClassMethod) {
+  s_records = {};
+}
+
+ConnectionRecorder::~ConnectionRecorder() {
+  [s_records.request release];
+  [s_records.reply release];
+  s_records = {};
+}
+
+NSURLRequest* ConnectionRecorder::request() const { return s_records.request; }
+int ConnectionRecorder::requests() const { return s_records.requests; }
+id ConnectionRecorder::delegate() const { return s_records.delegate; }
+int ConnectionRecorder::cancelled() const { return s_records.cancelled; }
+int ConnectionRecorder::connections() const { return s_records.connections; }
+bool ConnectionRecorder::askedForMore() const { return s_records.askedForMore; }
+
+void ConnectionRecorder::SetReply(NSData* reply) {
+  [reply retain];
+  [s_records.reply release];
+  s_records.reply = reply;
+}

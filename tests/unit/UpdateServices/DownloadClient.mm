@@ -1,0 +1,148 @@
+// Downloads one URL and prints what its delegate hears, one event per line:
+//
+//     download_client [--async] [--directory DIR --filename NAME] [--time-out SECONDS]
+//                     [--cancel-at CHUNKS] [--log FILE] [--body FILE] URL
+//
+// The events are "complete" and "fail"; before them "progress N" tells how many chunks came, when
+// any did. "body N" then tells how many bytes are kept in memory, "body (absent)" that none may be
+// read; --body gets them. "path PATH" is the file.
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMDownload.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+
+#include "tests/unit/support/ScopedMethodReplacement.h"
+#include "tests/unit/support/Text.h"
+
+namespace {
+
+struct Options {
+  bool async;
+  NSString* directory;
+  NSString* filename;
+  double timeOut;
+  unsigned long long cancelAt;
+  NSString* log;
+  NSString* body;
+  NSString* url;
+};
+
+Options ParseArguments(int argc, char** argv) {
+  Options options = {};
+  for (int i = 1; i < argc; ++i) {
+    const std::string name = argv[i];
+    if (name == "--async") {
+      options.async = true;
+      continue;
+    }
+    NSString* value = String(argv[i + 1 < argc ? ++i : i]);
+    if (name == "--directory")
+      options.directory = value;
+    else if (name == "--filename")
+      options.filename = value;
+    else if (name == "--time-out")
+      options.timeOut = [value doubleValue];
+    else if (name == "--cancel-at")
+      options.cancelAt = strtoull([value UTF8String], nullptr, 10);
+    else if (name == "--log")
+      options.log = value;
+    else if (name == "--body")
+      options.body = value;
+    else
+      options.url = value;
+  }
+  return options;
+}
+
+ScopedMethodReplacement* s_requestMethod;
+double s_timeOut;
+
+/// A request like the one asked for, but for the time-out: nobody waits a minute for a test.
+NSURLRequest* RequestWithOwnTimeOut(id self, SEL selector, NSURL* url,
+                                    NSURLRequestCachePolicy policy, NSTimeInterval /*timeOut*/) {
+  using Method = NSURLRequest* (*)(id, SEL, NSURL*, NSURLRequestCachePolicy, NSTimeInterval);
+  return reinterpret_cast<Method>(s_requestMethod->original())(self, selector, url, policy,
+                                                               s_timeOut);
+}
+
+}  // namespace
+
+@interface PrintingReceiver : NSObject <KPIMDownloadProgressReceiver> {
+ @public
+  KPIMDownload* download;
+  unsigned long long cancelAt;
+  unsigned long chunks;
+  bool hasEnded;
+}
+@end
+
+@implementation PrintingReceiver
+
+- (void)end:(const char*)event {
+  if (chunks != 0) {
+    printf("progress %lu\n", chunks);
+  }
+  puts(event);
+  hasEnded = true;
+}
+
+- (void)downloadDidComplete {
+  [self end:"complete"];
+}
+
+- (void)downloadDidFail {
+  [self end:"fail"];
+}
+
+- (void)downloadDidProgress:(float)fraction {
+  (void)fraction;
+  ++chunks;
+  if (cancelAt != 0 && chunks >= cancelAt) {
+    [self end:[download cancelDownload] ? "cancelled" : "not cancelled"];
+  }
+}
+
+@end
+
+int main(int argc, char** argv) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  const Options options = ParseArguments(argc, argv);
+  ScopedMethodReplacement request(
+      [NSURLRequest class], @selector(requestWithURL:cachePolicy:timeoutInterval:),
+      (IMP)RequestWithOwnTimeOut, ScopedMethodReplacement::kClassMethod);
+  s_requestMethod = &request;
+  s_timeOut = options.timeOut != 0 ? options.timeOut : 60;
+
+  KPIMLogger* logger = [[KPIMLogger alloc] initWithPath:options.log];
+  [logger setLoggingLevel:kLogLevelDetail];
+  PrintingReceiver* receiver = [[PrintingReceiver alloc] init];
+  KPIMDownload* download = [[KPIMDownload alloc] initWithURL:[NSURL URLWithString:options.url]
+                                                downloadPath:options.directory
+                                                    filename:options.filename
+                                                      logger:logger
+                                                    delegate:receiver
+                                                 asyncModeOn:options.async];
+  receiver->download = download;
+  receiver->cancelAt = options.cancelAt;
+  [download startDownload];
+  while (options.async && !receiver->hasEnded &&
+         [[NSRunLoop currentRunLoop] runMode:NSDefaultRunLoopMode
+                                  beforeDate:[NSDate distantFuture]]) {
+  }
+
+  NSData* body = [download downloadedData];
+  printf("body %s\n", body != nil ? std::to_string([body length]).c_str() : "(absent)");
+  printf("path %s\n", Text([download getDownloadPath]).c_str());
+  if (options.body != nil) {
+    [body writeToFile:options.body atomically:NO];
+  }
+  receiver->download = nil;
+  [download release];
+  [receiver release];
+  [logger release];
+  [pool release];
+  return 0;
+}

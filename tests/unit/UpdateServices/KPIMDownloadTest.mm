@@ -1,0 +1,556 @@
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMDownload.h"
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <vector>
+
+#include "tests/unit/UpdateServices/ConnectionRecorder.h"
+#include "tests/unit/support/TemporaryFolder.h"
+#include "tests/unit/support/Text.h"
+
+// ---- Delegates that remember
+
+/// Implements what the protocol requires.
+@interface PlainReceiver : NSObject <KPIMDownloadProgressReceiver> {
+ @public
+  std::vector<std::string> events;
+}
+@end
+
+@implementation PlainReceiver
+
+- (void)downloadDidComplete {
+  events.push_back("complete");
+}
+
+- (void)downloadDidFail {
+  events.push_back("fail");
+}
+
+@end
+
+@interface ProgressReceiver : PlainReceiver {
+ @public
+  std::vector<float> fractions;
+}
+@end
+
+@implementation ProgressReceiver
+
+- (void)downloadDidProgress:(float)fraction {
+  events.push_back("progress");
+  fractions.push_back(fraction);
+}
+
+@end
+
+/// A response that announces any length, -1 for none.
+@interface LengthResponse : NSObject {
+  long long _length;
+}
+- (id)initWithLength:(long long)length;
+- (long long)expectedContentLength;
+@end
+
+@implementation LengthResponse
+
+- (id)initWithLength:(long long)length {
+  self = [super init];
+  _length = length;
+  return self;
+}
+
+- (long long)expectedContentLength {
+  return _length;
+}
+
+@end
+
+/// The callbacks of the connection, as the download implements them.
+@interface NSObject (ConnectionCallbacks)
+- (void)connection:(NSURLConnection*)connection didReceiveResponse:(NSURLResponse*)response;
+- (void)connection:(NSURLConnection*)connection didReceiveData:(NSData*)data;
+- (void)connectionDidFinishLoading:(NSURLConnection*)connection;
+- (void)connection:(NSURLConnection*)connection didFailWithError:(NSError*)error;
+@end
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kTooEarly[] =
+    "[E] ERROR: attempt to access downloaded data before download was completed.";
+constexpr char kStartedTwice[] =
+    "[E] ERROR: Attempted to start a new download on the same KPIMDownload instance.";
+constexpr char kNotStarted[] =
+    "[W] ASSERTION FAILED: Download state should be kDownloadStateStarted";
+constexpr char kHandleLeft[] = "[W] ASSERTION FAILED: File handle should have been nil.";
+
+std::string Bytes(NSData* data) {
+  return data == nil ? "(absent)"
+                     : std::string(static_cast<const char*>([data bytes]), [data length]);
+}
+
+class KPIMDownloadTest : public testing::Test {
+ protected:
+  KPIMDownloadTest() {
+    [logger_ setLoggingLevel:kLogLevelDetail];
+    std::filesystem::create_directory(Directory());
+  }
+  ~KPIMDownloadTest() override {
+    [download_ release];
+    [receiver_ release];
+    [logger_ release];
+    [pool_ release];
+  }
+
+  std::string Directory() { return folder_ / "downloads"; }
+  std::string File() { return folder_ / "downloads/body"; }
+
+  void Make(bool asyncModeOn, NSString* directory = nil, NSString* filename = nil) {
+    download_ = [[KPIMDownload alloc] initWithURL:url_
+                                     downloadPath:directory
+                                         filename:filename
+                                           logger:logger_
+                                         delegate:receiver_
+                                      asyncModeOn:asyncModeOn];
+    ASSERT_NE(nil, download_);
+  }
+  void MakeWithFile() { Make(true, String(Directory()), @"body"); }
+  void StartWithFile() {
+    MakeWithFile();
+    EXPECT_TRUE([download_ startDownload]);
+  }
+
+  void Respond(long long length) {
+    LengthResponse* response = [[LengthResponse alloc] initWithLength:length];
+    [download_ connection:nil didReceiveResponse:(NSURLResponse*)response];
+    [response release];
+  }
+  void Receive(const std::string& bytes) {
+    [download_ connection:nil
+           didReceiveData:[NSData dataWithBytes:bytes.data() length:bytes.size()]];
+  }
+  void Finish() { [download_ connectionDidFinishLoading:nil]; }
+  void Fail(NSString* description = @"reason") {
+    NSDictionary* info = [NSDictionary dictionaryWithObject:description
+                                                     forKey:NSLocalizedDescriptionKey];
+    [download_ connection:nil
+         didFailWithError:[NSError errorWithDomain:NSURLErrorDomain code:-1 userInfo:info]];
+  }
+
+  /// What was logged since the last call, without the time stamps.
+  std::vector<std::string> Log() {
+    std::istringstream text(ReadWholeFile(folder_ / "log").substr(logged_));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);) {
+      logged_ += line.size() + 1;
+      lines.push_back(line.substr(std::string("2026-11-16 07:14:00 +0000 ").size()));
+    }
+    return lines;
+  }
+
+  NSAutoreleasePool* pool_ = [[NSAutoreleasePool alloc] init];
+  TemporaryFolder folder_;
+  ConnectionRecorder network_;
+  KPIMLogger* logger_ = [[KPIMLogger alloc] initWithPath:String(folder_ / "log")];
+  ProgressReceiver* receiver_ = [[ProgressReceiver alloc] init];
+  NSURL* url_ = [NSURL URLWithString:@"https://download.tarvix.example/file"];
+  KPIMDownload* download_ = nil;
+
+ private:
+  size_t logged_ = 0;
+};
+
+// ---- Making one
+
+TEST_F(KPIMDownloadTest, KeepsWhatItIsGivenUntilItGoes) {
+  NSURL* url = [[NSURL alloc] initWithString:@"https://download.tarvix.example/file"];
+  url_ = url;
+  const NSUInteger counts[] = {[logger_ retainCount], [receiver_ retainCount], [url retainCount]};
+  Make(true);
+  EXPECT_EQ(counts[0] + 1, [logger_ retainCount]);
+  EXPECT_EQ(counts[1] + 1, [receiver_ retainCount]) << "the delegate is retained";
+  EXPECT_EQ(counts[2] + 1, [url retainCount]);
+  [download_ release];
+  download_ = nil;
+  EXPECT_EQ(counts[0], [logger_ retainCount]);
+  EXPECT_EQ(counts[1], [receiver_ retainCount]);
+  EXPECT_EQ(counts[2], [url retainCount]);
+  [url release];
+}
+
+TEST_F(KPIMDownloadTest, WithoutADirectoryThereIsNoFile) {
+  Make(true, nil, @"body");
+  EXPECT_EQ(nil, [download_ getDownloadPath]);
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(KPIMDownloadTest, WithoutANameThereIsNoFile) {
+  WriteWholeFile(File(), "precious");
+  for (NSString *name in [NSArray arrayWithObjects:@"", [NSNull null], nil]) {
+    Make(true, String(Directory()), [name isEqual:[NSNull null]] ? nil : name);
+    EXPECT_EQ(nil, [download_ getDownloadPath]);
+    EXPECT_TRUE([download_ startDownload]);
+    EXPECT_EQ("precious", ReadWholeFile(File())) << "the directory is not removed";
+    [download_ release];
+    download_ = nil;
+  }
+}
+
+TEST_F(KPIMDownloadTest, AnExistingDirectoryGetsTheFile) {
+  MakeWithFile();
+  EXPECT_EQ(File(), Text([download_ getDownloadPath]));
+  EXPECT_THAT(Log(), IsEmpty());
+  EXPECT_FALSE(std::filesystem::exists(File())) << "not before the first chunk";
+}
+
+TEST_F(KPIMDownloadTest, AMissingDirectoryIsLoggedAndMemoryUsedInstead) {
+  Make(true, String(folder_ / "missing"), @"body");
+  EXPECT_EQ(nil, [download_ getDownloadPath]);
+  EXPECT_THAT(Log(), ElementsAre("[E] ERROR: The file path passed into the downloader does not "
+                                 "exist: " +
+                                     (folder_ / "missing"),
+                                 "[E] Keeping data in memory instead."));
+  EXPECT_TRUE([download_ startDownload]);
+  Respond(4);
+  Receive("body");
+  Finish();
+  EXPECT_EQ("body", Bytes([download_ downloadedData]));
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "missing"));
+}
+
+TEST_F(KPIMDownloadTest, WorksWithoutLoggerAndDelegate) {
+  [logger_ release];
+  [receiver_ release];
+  logger_ = nil;
+  receiver_ = nil;
+  StartWithFile();
+  Respond(4);
+  Receive("body");
+  Finish();
+  Fail();
+  EXPECT_EQ("body", ReadWholeFile(File()));
+}
+
+// ---- Synchronous mode
+
+TEST_F(KPIMDownloadTest, SynchronousModeHasTheBodyAtOnce) {
+  network_.SetReply([NSData dataWithBytes:"body" length:4]);
+  Make(false);
+  EXPECT_TRUE([download_ startDownload]);
+  EXPECT_EQ("https://download.tarvix.example/file",
+            Text([[network_.request() URL] absoluteString]));
+  EXPECT_EQ(1u, static_cast<unsigned>([network_.request() cachePolicy]));
+  EXPECT_EQ(60, [network_.request() timeoutInterval]);
+  EXPECT_FALSE(network_.askedForMore());
+  EXPECT_EQ(0, network_.connections());
+  EXPECT_EQ("body", Bytes([download_ downloadedData])) << "in state 0";
+  EXPECT_FALSE([download_ cancelDownload]) << "the state is still 0";
+  EXPECT_THAT(receiver_->events, IsEmpty());
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(KPIMDownloadTest, SynchronousModeWritesNoFileButRemovesTheOldOne) {
+  WriteWholeFile(File(), "old");
+  network_.SetReply([NSData dataWithBytes:"body" length:4]);
+  Make(false, String(Directory()), @"body");
+  EXPECT_TRUE([download_ startDownload]);
+  EXPECT_FALSE(std::filesystem::exists(File()));
+  EXPECT_EQ("body", Bytes([download_ downloadedData]));
+}
+
+TEST_F(KPIMDownloadTest, SynchronousModeHasAnEmptyBodyAfterAFailure) {
+  Make(false);
+  EXPECT_EQ("(absent)", Bytes([download_ downloadedData])) << "before the start";
+  EXPECT_TRUE([download_ startDownload]);
+  EXPECT_EQ("", Bytes([download_ downloadedData]));
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(KPIMDownloadTest, SynchronousModeMayStartAgain) {
+  Make(false);
+  EXPECT_TRUE([download_ startDownload]);
+  network_.SetReply([NSData dataWithBytes:"two" length:3]);
+  EXPECT_TRUE([download_ startDownload]);
+  EXPECT_EQ("two", Bytes([download_ downloadedData]));
+  EXPECT_EQ(2, network_.requests());
+}
+
+// ---- Asynchronous mode
+
+TEST_F(KPIMDownloadTest, AsynchronousModeConnects) {
+  Make(true);
+  EXPECT_TRUE([download_ startDownload]);
+  EXPECT_EQ("https://download.tarvix.example/file",
+            Text([[network_.request() URL] absoluteString]));
+  EXPECT_EQ(1u, static_cast<unsigned>([network_.request() cachePolicy]));
+  EXPECT_EQ(60, [network_.request() timeoutInterval]);
+  EXPECT_EQ(download_, network_.delegate());
+  EXPECT_EQ(1, network_.connections());
+  [download_ release];
+  download_ = nil;
+  EXPECT_EQ(0, network_.connections());
+}
+
+TEST_F(KPIMDownloadTest, BodyGoesIntoMemoryAndIntoTheFile) {
+  WriteWholeFile(File(), "old and longer");
+  StartWithFile();
+  EXPECT_FALSE(std::filesystem::exists(File())) << "the start removes it";
+  Respond(6);
+  Receive("abc");
+  Receive("def");
+  EXPECT_EQ("abcdef", ReadWholeFile(File()));
+  Finish();
+  EXPECT_EQ("abcdef", Bytes([download_ downloadedData]));
+  EXPECT_EQ("abcdef", ReadWholeFile(File()));
+  EXPECT_THAT(receiver_->events, ElementsAre("progress", "progress", "complete"));
+  EXPECT_THAT(receiver_->fractions, ElementsAre(0.5F, 1.0F));
+  EXPECT_THAT(Log(), ElementsAre("[I] 6"));
+}
+
+TEST_F(KPIMDownloadTest, ProgressIsOptional) {
+  PlainReceiver* plain = [[PlainReceiver alloc] init];
+  [receiver_ release];
+  receiver_ = (ProgressReceiver*)plain;
+  Make(true);
+  [download_ startDownload];
+  Respond(4);
+  Receive("body");
+  Finish();
+  EXPECT_THAT(plain->events, ElementsAre("complete"));
+}
+
+TEST_F(KPIMDownloadTest, FractionOfAnUnknownLengthIsNearNothing) {
+  Make(true);
+  [download_ startDownload];
+  Respond(-1);
+  Receive("abc");
+  ASSERT_EQ(1u, receiver_->fractions.size());
+  EXPECT_GT(receiver_->fractions[0], 0.0F);
+  EXPECT_LT(receiver_->fractions[0], 1e-18F);
+}
+
+TEST_F(KPIMDownloadTest, FractionOfAnEmptyLengthIsInfinite) {
+  Make(true);
+  [download_ startDownload];
+  Respond(0);
+  Receive("abc");
+  EXPECT_THAT(receiver_->fractions, ElementsAre(std::numeric_limits<float>::infinity()));
+}
+
+TEST_F(KPIMDownloadTest, FractionIsOfFloats) {
+  Make(true);
+  [download_ startDownload];
+  Respond(3);
+  Receive("a");
+  // The quotient of floats, not of doubles that is narrowed; the latter may differ in a bit.
+  EXPECT_THAT(receiver_->fractions, ElementsAre(1.0F / 3.0F));
+}
+
+TEST_F(KPIMDownloadTest, RedirectDropsTheBodyButNotTheCount) {
+  Make(true);
+  [download_ startDownload];
+  Respond(4);
+  Receive("gone");
+  Respond(4);
+  Receive("new!");
+  Finish();
+  EXPECT_EQ("new!", Bytes([download_ downloadedData]));
+  EXPECT_THAT(receiver_->fractions, ElementsAre(1.0F, 2.0F));
+  EXPECT_THAT(Log(), ElementsAre("[I] 4"));
+}
+
+TEST_F(KPIMDownloadTest, FailureIsLoggedAndTold) {
+  StartWithFile();
+  Respond(10);
+  Receive("half");
+  Fail(@"The network connection was lost.");
+  EXPECT_THAT(receiver_->events, ElementsAre("progress", "fail"));
+  EXPECT_THAT(Log(), ElementsAre("[E] ERROR: URL download failed: The network connection was "
+                                 "lost."));
+  EXPECT_EQ(nil, [download_ downloadedData]);
+  EXPECT_THAT(Log(), ElementsAre(kTooEarly));
+  EXPECT_EQ("half", ReadWholeFile(File())) << "the file stays as it is";
+}
+
+TEST_F(KPIMDownloadTest, DataIsThereOnlyWhenCompleted) {
+  Make(true);
+  EXPECT_EQ(nil, [download_ downloadedData]);
+  [download_ startDownload];
+  EXPECT_EQ(nil, [download_ downloadedData]);
+  Respond(4);
+  EXPECT_EQ(nil, [download_ downloadedData]);
+  Receive("body");
+  EXPECT_EQ(nil, [download_ downloadedData]);
+  EXPECT_THAT(Log(), ElementsAre(kTooEarly, kTooEarly, kTooEarly, kTooEarly));
+  Finish();
+  EXPECT_EQ("body", Bytes([download_ downloadedData]));
+  EXPECT_THAT(Log(), ElementsAre("[I] 4"));
+}
+
+// ---- Starting twice
+
+TEST_F(KPIMDownloadTest, SecondStartBeforeTheResponseStartsAgain) {
+  Make(true);
+  EXPECT_TRUE([download_ startDownload]);
+  EXPECT_TRUE([download_ startDownload]);
+  EXPECT_EQ(2, network_.requests());
+  EXPECT_EQ(1, network_.connections()) << "the first is released";
+  EXPECT_EQ(0, network_.cancelled());
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(KPIMDownloadTest, SecondStartIsRefusedFromTheResponseOn) {
+  Make(true);
+  [download_ startDownload];
+  Respond(4);
+  EXPECT_FALSE([download_ startDownload]);
+  Finish();
+  EXPECT_FALSE([download_ startDownload]);
+  Fail();
+  EXPECT_FALSE([download_ startDownload]);
+  EXPECT_THAT(Log(), ElementsAre(kStartedTwice, "[I] 0", kStartedTwice,
+                                 "[E] ERROR: URL download failed: reason", kStartedTwice));
+  EXPECT_EQ(1, network_.requests());
+}
+
+TEST_F(KPIMDownloadTest, CancelledDownloadDoesNotStartAgain) {
+  Make(true);
+  [download_ startDownload];
+  Respond(4);
+  EXPECT_TRUE([download_ cancelDownload]);
+  EXPECT_FALSE([download_ startDownload]);
+  EXPECT_THAT(Log(), ElementsAre(kStartedTwice));
+}
+
+// ---- Cancelling
+
+TEST_F(KPIMDownloadTest, CancelsOnlyWhatTheServerHasBegun) {
+  StartWithFile();
+  EXPECT_FALSE([download_ cancelDownload]) << "state 0";
+  EXPECT_EQ(0, network_.cancelled());
+  Respond(4);
+  Receive("bo");
+  EXPECT_TRUE([download_ cancelDownload]);
+  EXPECT_EQ(1, network_.cancelled());
+  EXPECT_FALSE([download_ cancelDownload]) << "state 3";
+  EXPECT_EQ(1, network_.cancelled());
+  EXPECT_EQ(nil, [download_ downloadedData]);
+  EXPECT_THAT(receiver_->events, ElementsAre("progress")) << "the delegate hears nothing more";
+  EXPECT_EQ("bo", ReadWholeFile(File()));
+}
+
+TEST_F(KPIMDownloadTest, CancelsNothingThatHasEnded) {
+  Make(true);
+  [download_ startDownload];
+  Respond(0);
+  Finish();
+  EXPECT_FALSE([download_ cancelDownload]) << "state 2";
+  EXPECT_NE(nil, [download_ downloadedData]);
+  Fail();
+  EXPECT_FALSE([download_ cancelDownload]) << "state 4";
+  EXPECT_EQ(0, network_.cancelled());
+}
+
+TEST_F(KPIMDownloadTest, LateCallbacksDoNotRaise) {
+  StartWithFile();
+  Respond(8);
+  Receive("body");
+  [download_ cancelDownload];
+  Receive("late");
+  EXPECT_THAT(Log(), ElementsAre(kNotStarted));
+  EXPECT_EQ("body", ReadWholeFile(File())) << "nothing is written to a file that is closed";
+  Finish();
+  Fail();
+  EXPECT_THAT(receiver_->events, ElementsAre("progress", "progress", "complete", "fail"));
+}
+
+// ---- The file
+
+TEST_F(KPIMDownloadTest, ChunkBeforeTheResponseIsLoggedAndKept) {
+  StartWithFile();
+  Receive("early");
+  EXPECT_THAT(Log(), ElementsAre(kNotStarted));
+  EXPECT_EQ("early", ReadWholeFile(File()));
+}
+
+TEST_F(KPIMDownloadTest, FileThatReappearsGetsNothingWritten) {
+  StartWithFile();
+  WriteWholeFile(File(), "somebody else's");
+  Respond(4);
+  Receive("body");
+  Finish();
+  EXPECT_EQ("somebody else's", ReadWholeFile(File()));
+  EXPECT_EQ("body", Bytes([download_ downloadedData]));
+  EXPECT_THAT(Log(), ElementsAre("[I] 4"));
+}
+
+TEST_F(KPIMDownloadTest, FileThatDisappearsIsBegunAnew) {
+  StartWithFile();
+  Respond(6);
+  Receive("abc");
+  std::filesystem::remove(File());
+  Receive("def");
+  EXPECT_THAT(Log(), ElementsAre(kHandleLeft));
+  EXPECT_EQ("def", ReadWholeFile(File()));
+  Finish();
+  EXPECT_EQ("abcdef", Bytes([download_ downloadedData]));
+}
+
+TEST_F(KPIMDownloadTest, FileThatCannotBeCreatedFailsAndStillCountsTheChunk) {
+  StartWithFile();
+  Respond(8);
+  std::filesystem::remove(Directory());
+  Receive("body");
+  EXPECT_THAT(Log(), ElementsAre("[E] ERROR: Could not create file at path: " + File()));
+  EXPECT_THAT(receiver_->events, ElementsAre("fail", "progress"));
+  EXPECT_THAT(receiver_->fractions, ElementsAre(0.5F));
+  EXPECT_EQ(1, network_.cancelled());
+  EXPECT_FALSE([download_ cancelDownload]) << "it is cancelled already";
+}
+
+/// Makes writes past `size` bytes of a file fail, as a full disk does.
+class ScopedFileSizeLimit {
+ public:
+  explicit ScopedFileSizeLimit(rlim_t size) : before_(signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &limit_);
+    const rlimit small = {size, limit_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+  }
+  ~ScopedFileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &limit_);
+    (void)signal(SIGXFSZ, before_);
+  }
+
+ private:
+  rlimit limit_ = {};
+  void (*before_)(int);
+};
+
+TEST_F(KPIMDownloadTest, FullDiskLeavesTheBodyInMemory) {
+  StartWithFile();
+  Respond(12);
+  Receive("abc");
+  {
+    ScopedFileSizeLimit limit(4);
+    Receive("defghi");
+  }
+  Receive("jkl");
+  Finish();
+  EXPECT_EQ("abcdefghijkl", Bytes([download_ downloadedData]));
+  const std::string file = ReadWholeFile(File());
+  EXPECT_EQ("abcdefghijkl", file + std::string("abcdefghijkl").substr(file.size()))
+      << "a beginning of the body, no hole in it";
+  EXPECT_LE(file.size(), 4u);
+  EXPECT_THAT(receiver_->events, ElementsAre("progress", "progress", "progress", "complete"));
+  EXPECT_THAT(Log(), ElementsAre("[I] 12"));
+}
+
+}  // namespace

@@ -1,0 +1,62 @@
+#import "player/Installers/Mac/KPInstallManager/source/utility/NSFileManager+RemoveItem.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "tests/unit/support/TemporaryFolder.h"
+#include "tests/unit/support/Text.h"
+
+namespace {
+
+bool Remove(const std::string& path, NSError** error = nullptr) {
+  return [[NSFileManager defaultManager] removeItemAtPathIfItExists:String(path) error:error];
+}
+
+TEST(RemoveItem, RemovesAFile) {
+  TemporaryFolder folder;
+  WriteWholeFile(folder / "file", "content");
+  EXPECT_TRUE(Remove(folder / "file"));
+  EXPECT_FALSE(std::filesystem::exists(folder / "file"));
+}
+
+TEST(RemoveItem, RemovesAFolderWithEverythingInIt) {
+  TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "a/b");
+  WriteWholeFile(folder / "a/b/file", "content");
+  EXPECT_TRUE(Remove(folder / "a"));
+  EXPECT_FALSE(std::filesystem::exists(folder / "a"));
+}
+
+TEST(RemoveItem, RemovesALinkAndNotWhatItPointsTo) {
+  TemporaryFolder folder;
+  WriteWholeFile(folder / "file", "content");
+  std::filesystem::create_symlink(folder / "file", folder / "link");
+  EXPECT_TRUE(Remove(folder / "link"));
+  EXPECT_FALSE(std::filesystem::is_symlink(folder / "link"));
+  EXPECT_EQ("content", ReadWholeFile(folder / "file"));
+}
+
+TEST(RemoveItem, RemovesADanglingLink) {
+  TemporaryFolder folder;
+  std::filesystem::create_symlink("nowhere", folder / "link");
+  EXPECT_TRUE(Remove(folder / "link"));
+  EXPECT_FALSE(std::filesystem::is_symlink(folder / "link"));
+}
+
+TEST(RemoveItem, SucceedsWhenNothingIsThere) {
+  TemporaryFolder folder;
+  NSError* error = nil;
+  EXPECT_TRUE(Remove(folder / "file", &error));
+  EXPECT_EQ(nil, error);
+  EXPECT_TRUE([[NSFileManager defaultManager] removeItemAtPathIfItExists:nil error:&error]);
+  EXPECT_EQ(nil, error);
+}
+
+TEST(RemoveItem, TellsWhatCannotBeRemoved) {
+  NSError* error = nil;
+  EXPECT_FALSE(Remove("/proc/self/status", &error));
+  EXPECT_NE(nil, error);
+  EXPECT_FALSE(Remove("/proc/self/status"));
+}
+
+}  // namespace
