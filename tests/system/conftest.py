@@ -10,6 +10,7 @@ import pytest
 pytest.register_assert_rewrite("install_root")
 
 import blob
+import download_server as servers
 from install_root import InstallRoot, Node, REPOSITORY
 
 
@@ -50,6 +51,18 @@ def install_root(build, tmp_path, tmp_path_factory):
     folder = tmp_path / "root"
     yield InstallRoot(folder, build, shared=tmp_path_factory.getbasetemp())
     shutil.rmtree(folder)
+
+
+@pytest.fixture(scope="session")
+def server_certificates(tmp_path_factory):
+    """A folder with the certificates that download_server knows by name."""
+    return servers.make_certificates(tmp_path_factory.mktemp("certificates"))
+
+
+@pytest.fixture
+def download_server(install_root, server_certificates):
+    """The vendor's download server in `install_root`."""
+    return servers.DownloadServer(install_root, server_certificates)
 
 
 @pytest.fixture

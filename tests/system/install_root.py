@@ -83,6 +83,7 @@ class InstallRoot:
         self.build = pathlib.Path(build).resolve()
         self._host_bin = _bin_with_open(pathlib.Path(shared or self.folder.parent))
         self._pinned = []
+        self._mounts = []
         self._lay_out()
         self.set_console(console)
 
@@ -114,6 +115,15 @@ class InstallRoot:
     def pin(self, inside):
         """Makes an existing file or folder one that cannot be removed, not even by root."""
         self._pinned.append(inside)
+
+    def mount(self, path, inside):
+        """Shows the host's file or folder `path` as `inside`, read-only."""
+        self._mounts += ["--ro-bind", str(path), inside]
+
+    def empty(self, inside):
+        """Shows the folder `inside` as an empty one, whatever the host has there. What is mounted
+        later may lie in it."""
+        self._mounts += ["--tmpfs", inside]
 
     def set_console(self, console):
         """Says who is at the console: a user's name, "loginwindow" for the login window,
@@ -148,8 +158,7 @@ class InstallRoot:
         `check_leaks` set to False keeps it quiet about leaks.
         """
         if user is not None:
-            ids = [f"--reuid={USERS[user]}", f"--regid={USERS[user]}", "--clear-groups"]
-            command = ["setpriv", *ids, "--", *command]
+            command = [*as_user(user), *command]
         read_end, write_end = os.pipe()
         sandbox = self._sandbox(env or {}, cwd, check_leaks) + ["--info-fd", str(write_end), "--"]
         with open(read_end, encoding="utf-8") as info, subprocess.Popen(
@@ -238,6 +247,7 @@ class InstallRoot:
         arguments += self._host_folders()
         arguments += ["--ro-bind", str(self.build / "bin"), PROGRAMS]
         arguments += ["--ro-bind", str(REPOSITORY / "tests/lsan.supp"), SANITIZER + "/lsan.supp"]
+        arguments += self._mounts
         if not self.has_open:
             arguments += ["--ro-bind", "/dev/null", "/usr/bin/open"]
         for inside in self._pinned:
@@ -296,6 +306,12 @@ class InstallRoot:
             for report in reports:
                 report.unlink()
             raise SanitizerReport(text)
+
+
+def as_user(name):
+    """The beginning of a command that runs as the user `name`."""
+    uid = USERS[name]
+    return ["setpriv", f"--reuid={uid}", f"--regid={uid}", "--clear-groups", "--"]
 
 
 def tree_of(folder):

@@ -1,10 +1,147 @@
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPingback.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPingback+Internal.h"
+
+#import <SystemConfiguration/SystemConfiguration.h>
+#include <pwd.h>
+#include <sys/sysctl.h>
+#include <unistd.h>
+
+#include "KPVendorConfig.h"
+#include "shared/platform/mac/LanguageMapping.h"
+
+namespace {
+
+// The version follows the path at once and a "~" opens the fields: the server wants it so.
+NSString* const kURLFormat = @"%@%@~%@&%@&%@&%@&%@&%@&%@&%@";
+NSString* const kBaseURL =
+    @"https://" KP_DOWNLOAD_HOST "/get/korvelplayer/update/current/install/version.xml";
+NSString* const kVersionFormat = @"%d.%d.%d.%d";
+NSString* const kInstallVectorFormat = @"installVector=%@";
+NSString* const kOSField = @"os=mac";
+NSString* const kOSVersionFormat = @"osVer=%@";
+NSString* const kPlayerTypeField = @"playerType=pep";
+NSString* const kPreviousVersionFormat = @"previousVersion=%@";
+NSString* const kLanguageFormat = @"lang=%s";
+NSString* const kCPUWordLengthFormat = @"cpuWordLength=%@";
+NSString* const kCPUArchFormat = @"cpuArch=%@";
+
+NSString* const kNoPreviousVersion = @"0.0.0.0";
+constexpr char kUnsupportedLanguage[] = "xu";
+constexpr NSTimeInterval kTimeOut = 30;
+
+NSString* const kSystemVersionFile = @"/System/Library/CoreServices/SystemVersion.plist";
+NSString* const kExpressInstallFlag = @"/tmp/KPExpressInstall.flag";
+NSString* const kExpressInstallVector = @"3";
+NSString* const kInstallVectorFile = @"/Library/Application Support/Velmora/install_vector.txt";
+NSString* const kDefaultInstallVector = @"15";
+
+/// The code of the language that the user `entry` prefers, read from that user's preferences.
+const char* LanguageOfUser(const passwd* entry) {
+  const char* language = kUnsupportedLanguage;
+  const int switched = seteuid(entry->pw_uid);
+  @try {
+    language = ObtainMacOSLanguage();
+  } @catch (NSException*) {
+    // Preferences that cannot be read are those of a user without a supported language.
+  } @finally {
+    // 0 after a switch, which is root again; a failed one is not undone, and -1 is nobody's id.
+    (void)seteuid(static_cast<uid_t>(switched));
+  }
+  return language;
+}
+
+const char* ConsoleUserLanguage() {
+  CFStringRef user = SCDynamicStoreCopyConsoleUser(nullptr, nullptr, nullptr);
+  if (user == nullptr) {
+    return kUnsupportedLanguage;
+  }
+  const bool isLoginWindow = CFEqual(user, CFSTR("loginwindow"));
+  const passwd* entry = isLoginWindow ? nullptr : getpwnam([(NSString*)user UTF8String]);
+  CFRelease(user);
+  return entry != nullptr ? LanguageOfUser(entry) : kUnsupportedLanguage;
+}
+
+NSString* VersionText() {
+  return [NSString stringWithFormat:kVersionFormat, KP_VERSION_MAJOR, KP_VERSION_MINOR,
+                                    KP_VERSION_BUGFIX, KP_VERSION_BUILD];
+}
+
+/// The address of the pingback. Asking for the fields has the side effects that they have.
+NSString* PingbackURLText(NSString* previousVersion) {
+  NSString* version = VersionText();
+  NSString* installVector =
+      [NSString stringWithFormat:kInstallVectorFormat, [KPIMPingback _getInstallVector]];
+  NSString* osVersion = [NSString stringWithFormat:kOSVersionFormat, [KPIMPingback _getOSVersion]];
+  NSString* previous =
+      [NSString stringWithFormat:kPreviousVersionFormat,
+                                 previousVersion != nil ? previousVersion : kNoPreviousVersion];
+  NSString* language = [NSString stringWithFormat:kLanguageFormat, ConsoleUserLanguage()];
+  NSString* wordLength =
+      [NSString stringWithFormat:kCPUWordLengthFormat,
+                                 [KPIMPingback _getSupports64BitProcesses] ? @"64" : @"32"];
+  NSString* arch = [NSString stringWithFormat:kCPUArchFormat, [KPIMPingback _getCPUArch]];
+  return
+      [NSString stringWithFormat:kURLFormat, kBaseURL, version, installVector, kOSField, osVersion,
+                                 kPlayerTypeField, previous, language, wordLength, arch];
+}
+
+}  // namespace
 
 @implementation KP_DECOMP_KPIMPingback
 
-// Reports nothing yet.
 + (void)doPingbackWithPreviousVersion:(NSString*)previousVersion {
-  (void)previousVersion;
+  // Nothing is escaped. A field that no URL can hold leaves no URL, and the request fails.
+  NSURL* url = [NSURL URLWithString:PingbackURLText(previousVersion)];
+  NSURLRequest* request = [[NSURLRequest alloc] initWithURL:url
+                                                cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
+                                            timeoutInterval:kTimeOut];
+  [NSURLConnection sendSynchronousRequest:request returningResponse:nullptr error:nullptr];
+  [request release];
+}
+
+@end
+
+@implementation KP_DECOMP_KPIMPingback (Internal)
+
++ (NSString*)_getOSVersion {
+  NSDictionary* system = [NSDictionary dictionaryWithContentsOfFile:kSystemVersionFile];
+  return [system objectForKey:@"ProductVersion"];
+}
+
++ (NSString*)_getCPUArch {
+  int32_t type = 0;
+  size_t size = sizeof(type);
+  // The type itself does not matter, only that the kernel tells it.
+  if (sysctlbyname("hw.cputype", &type, &size, nullptr, 0) != 0) {
+    return @"unknown";
+  }
+  return [self _getSupports64BitProcesses] ? @"x86_64" : @"i386";
+}
+
++ (bool)_getSupports64BitProcesses {
+  static const char* const kNames[] = {"hw.cpu64bit_capable", "hw.optional.x86_64",
+                                       "hw.optional.64bitops"};
+  int32_t answer = 0;
+  for (const char* name : kNames) {
+    size_t size = sizeof(answer);
+    if (sysctlbyname(name, &answer, &size, nullptr, 0) == 0 && answer == 1) {
+      return true;
+    }
+  }
+  return false;
+}
+
++ (NSString*)_getInstallVector {
+  NSFileManager* fileManager = [NSFileManager defaultManager];
+  if ([fileManager fileExistsAtPath:kExpressInstallFlag]) {
+    [fileManager removeItemAtPath:kExpressInstallFlag error:nullptr];
+    return kExpressInstallVector;
+  }
+  if ([fileManager fileExistsAtPath:kInstallVectorFile]) {
+    return [NSString stringWithContentsOfFile:kInstallVectorFile
+                                     encoding:NSUTF8StringEncoding
+                                        error:nullptr];
+  }
+  return kDefaultInstallVector;
 }
 
 @end
