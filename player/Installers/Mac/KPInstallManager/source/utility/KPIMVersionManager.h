@@ -1,0 +1,110 @@
+// Versions: may this one be installed, and what is the newest.
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+#import "player/Installers/Mac/KPInstallManager/source/application/KPIMLogger.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMDownload.h"
+
+/// The plug-in's flavours, as the methods here take them. Every number but
+/// `kKPIMPlayerKindPepper` stands for the other one.
+enum : int {
+  kKPIMPlayerKindPlugin = 0,
+  kKPIMPlayerKindPepper = 1,
+};
+
+/// Result of the install checks: a sum of these.
+enum : unsigned int {
+  kKPIMInstallChecksPassed = 0,
+  kKPIMInstallChecksSystemTooOld = 1,
+  kKPIMInstallChecksDowngrade = 2,
+  kKPIMInstallChecksChannelSwitch = 4,
+};
+
+/// Posted on the default notification center, without object and user information, when the
+/// version description has come with a message in it, or could not be fetched.
+extern NSString* const kKPIMVersionXMLReceivedNotification;
+
+/// An instance fetches the vendor's current version description for the user's locale, once:
+///
+///     KPIMVersionManager* manager = [[KPIMVersionManager alloc] init];
+///     [manager sendVersionXMLRequestFor:kKPIMPlayerKindPepper];
+///     // ... the run loop of this thread runs until kKPIMVersionXMLReceivedNotification ...
+///     NSString* newest = [manager XMLVersionString];
+///
+/// The instance and its download retain each other from the request on.
+///
+/// The class tells whether an installation may proceed, see the category InstallChecks.
+@interface KPIMVersionManager : NSObject <KPIMDownloadProgressReceiver> {
+ @private
+  KPIMDownload* mDownload;
+  int mXMLDownloadState;
+  NSString* mXMLVersionString;
+  NSString* mHTMLDisplayString;
+  NSString* mAutoUpdateModeString;
+  float mDialogWidth;
+  float mDialogHeight;
+}
+
+/// The logger of the update services, made on first use and kept for the process. It writes to
+/// the install log of the running user, or to the machine's when nobody is logged in. A subclass
+/// may have its instances log elsewhere.
++ (KPIMLogger*)_logger;
+
+- (id)init;
+
+/// Asks for the version description of the player `kind`. To be called once per instance, on a
+/// thread whose run loop then runs in the default mode.
+- (void)sendVersionXMLRequestFor:(int)kind;
+
+/// 0 before the request, 1 after it, 2 when the answer has been read, whatever was in it, and 4
+/// when there was none (the numbers of `kDownloadState...`).
+- (int)downloadState;
+
+/// The newest version; nil when the description has none.
+- (NSString*)XMLVersionString;
+
+/// The text to show to the user, in HTML; nil when the description has none.
+- (NSString*)HTMLDisplayString;
+
+/// How updates are to be installed; nil when the description does not tell.
+- (NSString*)AutoUpdateModeString;
+
+/// Size of the dialog that shows the message, in points; 320 by 450 unless the description tells.
+- (float)dialogWidth;
+- (float)dialogHeight;
+
+@end
+
+/// What an installer asks before it installs.
+@interface KPIMVersionManager (InstallChecks)
+
+/// CFBundleVersion of the running bundle, or nil.
++ (NSString*)versionOfKorvelPlayerToBeInstalled;
+
+/// CFBundleShortVersionString of the installed player `kind`; nil when none is installed or its
+/// property list does not tell.
++ (NSString*)versionOfPlayerOnSystemFor:(int)kind;
+
+/// The same of the Pepper player.
++ (NSString*)versionOfKorvelPlayerOnSystem;
+
+/// Runs all three checks, each of which logs why it failed. The sum of their results.
++ (unsigned int)performInstallChecks;
+
+/// `kKPIMInstallChecksSystemTooOld` when the system is older than 10.6.0, else 0.
++ (unsigned int)checkMinimumSystemRequirements;
+
+/// `kKPIMInstallChecksDowngrade` when a newer Pepper player is installed, else 0.
++ (unsigned int)checkDowngradeAttempt;
+
+/// `kKPIMInstallChecksChannelSwitch` when a Pepper player from another build channel is installed,
+/// one that must be uninstalled first; else 0.
++ (unsigned int)checkChannelSwitch;
+
+/// 1, 0 or -1 as the version `tuple1` is newer than, equal to or older than `tuple2`. Versions are
+/// integers with dots or commas between them, those that are missing count as 0. An integer is
+/// what a component begins with, 0 when that is none, and at most what 32 bits hold.
++ (NSInteger)compareTuple1:(NSString*)tuple1 withTuple2:(NSString*)tuple2;
+
+@end

@@ -1,0 +1,161 @@
+// The version description: request, answer, accessors.
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
+
+#include "KPVendorConfig.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionXML.h"
+
+NSString* const kKPIMVersionXMLReceivedNotification = @"kKPIMVersionXMLReceivedNotification";
+
+namespace {
+
+NSString* const kMachineRoot = @"/";
+NSString* const kLogFile = @"Library/Logs/KorvelPlayerInstallManager.log";
+NSString* const kLogPrefix = @" VM: ";
+
+NSString* const kURLFormat = @"%@%@%@";
+NSString* const kBaseURL =
+    @"https://" KP_DOWNLOAD_HOST "/get/korvelplayer/update/current/xml/version_";
+NSString* const kPepperSuffix = @"_mac_pep.xml";
+NSString* const kPluginSuffix = @"_mac_pl.xml";
+NSString* const kLocaleKey = @"AutoUpdateXmlLocale";
+
+constexpr float kDefaultDialogWidth = 320;
+constexpr float kDefaultDialogHeight = 450;
+
+NSString* const kNoVersion = @"ERROR: Parsing error in version XML. Could not find version string.";
+NSString* const kNoMessage =
+    @"ERROR: Parsing error in version XML. Could not find HTML display string.";
+NSString* const kNoAnswer = @"ERROR: Failed to download version XML.";
+
+KPIMLogger* sLogger = nil;
+
+/// Replaces `field` by `value`, which may be nil.
+void Assign(NSString*& field, NSString* value) {
+  NSString* old = field;
+  field = [value copy];
+  [old release];
+}
+
+NSURL* VersionXMLURL(int kind) {
+  // Without a translation this is the key itself: an empty default counts as none.
+  NSString* locale = [[NSBundle mainBundle] localizedStringForKey:kLocaleKey value:@"" table:nil];
+  NSString* suffix = kind == kKPIMPlayerKindPepper ? kPepperSuffix : kPluginSuffix;
+  return [NSURL URLWithString:[NSString stringWithFormat:kURLFormat, kBaseURL, locale, suffix]];
+}
+
+void PostReceived() {
+  [[NSNotificationCenter defaultCenter] postNotificationName:kKPIMVersionXMLReceivedNotification
+                                                      object:nil];
+}
+
+}  // namespace
+
+@interface KPIMVersionManager (Internal)
+- (void)_logError:(NSString*)message;
+@end
+
+@implementation KPIMVersionManager
+
++ (KPIMLogger*)_logger {
+  if (sLogger != nil) {
+    return sLogger;
+  }
+  NSString* directory = [KPIMCommonUtil isUserLoggedIn] ? NSHomeDirectory() : kMachineRoot;
+  NSString* path = [directory stringByAppendingPathComponent:kLogFile];
+  sLogger = [[KPIMLogger alloc] initWithPath:path];
+  [sLogger setLoggingLevel:kLogLevelDetail];
+  [sLogger setPrefix:kLogPrefix];
+  return sLogger;
+}
+
+- (id)init {
+  self = [super init];
+  if (self == nil) {
+    return nil;
+  }
+  mXMLDownloadState = kDownloadStateNotStarted;
+  return self;
+}
+
+- (void)dealloc {
+  [mDownload release];
+  [mXMLVersionString release];
+  [mHTMLDisplayString release];
+  [mAutoUpdateModeString release];
+  [super dealloc];
+}
+
+- (void)sendVersionXMLRequestFor:(int)kind {
+  mDownload = [[KPIMDownload alloc] initWithURL:VersionXMLURL(kind)
+                                   downloadPath:nil
+                                       filename:nil
+                                         logger:[[self class] _logger]
+                                       delegate:self
+                                    asyncModeOn:true];
+  [mDownload startDownload];
+  mXMLDownloadState = kDownloadStateStarted;
+}
+
+- (void)downloadDidComplete {
+  NSString* text = [[NSString alloc] initWithData:[mDownload downloadedData]
+                                         encoding:NSUTF8StringEncoding];
+  const KPIMVersionXML description = ScanVersionXML(text);
+  if (description.version != nil) {
+    Assign(mXMLVersionString, description.version);
+  } else {
+    [self _logError:kNoVersion];
+  }
+  mXMLDownloadState = kDownloadStateCompleted;
+  Assign(mAutoUpdateModeString, description.autoUpdateMode);
+  mDialogWidth = description.hasDialogSize ? description.dialogWidth : kDefaultDialogWidth;
+  mDialogHeight = description.hasDialogSize ? description.dialogHeight : kDefaultDialogHeight;
+  if (description.message != nil) {
+    Assign(mHTMLDisplayString, description.message);
+    PostReceived();
+  } else {
+    // Nobody is told: there is nothing to show.
+    [self _logError:kNoMessage];
+  }
+  [text release];
+}
+
+- (void)downloadDidFail {
+  [self _logError:kNoAnswer];
+  mXMLDownloadState = kDownloadStateFailed;
+  PostReceived();
+}
+
+- (int)downloadState {
+  return mXMLDownloadState;
+}
+
+- (NSString*)XMLVersionString {
+  return [[mXMLVersionString retain] autorelease];
+}
+
+- (NSString*)HTMLDisplayString {
+  return [[mHTMLDisplayString retain] autorelease];
+}
+
+- (NSString*)AutoUpdateModeString {
+  return [[mAutoUpdateModeString retain] autorelease];
+}
+
+- (float)dialogWidth {
+  return mDialogWidth;
+}
+
+- (float)dialogHeight {
+  return mDialogHeight;
+}
+
+@end
+
+@implementation KPIMVersionManager (Internal)
+
+- (void)_logError:(NSString*)message {
+  [[[self class] _logger] logTimeStampedString:message withLoggingLevel:kLogLevelError];
+}
+
+@end

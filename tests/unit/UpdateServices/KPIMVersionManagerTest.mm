@@ -1,0 +1,318 @@
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
+
+#include <gmock/gmock.h>
+#include <objc/runtime.h>
+
+#include "tests/unit/KPInstallManager/RecordingLogger.h"
+#include "tests/unit/UpdateServices/ConnectionRecorder.h"
+#include "tests/unit/support/ScopedMethodReplacement.h"
+#include "tests/unit/support/Text.h"
+
+/// The callbacks of the connection, as the download implements them.
+@interface NSObject (ConnectionCallbacks)
+- (void)connection:(NSURLConnection*)connection didReceiveResponse:(NSURLResponse*)response;
+- (void)connection:(NSURLConnection*)connection didReceiveData:(NSData*)data;
+- (void)connectionDidFinishLoading:(NSURLConnection*)connection;
+- (void)connection:(NSURLConnection*)connection didFailWithError:(NSError*)error;
+@end
+
+/// Notes what a manager says when it posts its notification.
+@interface Observer : NSObject {
+ @public
+  KPIMVersionManager* manager;
+}
+- (void)received:(NSNotification*)notification;
+@end
+
+@implementation Observer
+
+- (void)received:(NSNotification*)notification {
+  EXPECT_EQ("kKPIMVersionXMLReceivedNotification", Text([notification name]));
+  EXPECT_EQ(nil, [notification object]);
+  EXPECT_EQ(nil, [notification userInfo]);
+  g_events.push_back("posted in state " + std::to_string([manager downloadState]) + ": " +
+                     Text([manager HTMLDisplayString]));
+}
+
+@end
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kExample[] =
+    "<XML><update version=\"32.0.0.270\"><description><meta>message \"A new version is "
+    "available.\";size 400 300;autoUpdateMode 1;</meta></description></update></XML>";
+constexpr char kNoVersion[] =
+    "[1] ERROR: Parsing error in version XML. Could not find version string.";
+constexpr char kNoMessage[] =
+    "[1] ERROR: Parsing error in version XML. Could not find HTML display string.";
+constexpr char kPosted[] = "posted in state 2: A new version is available.";
+
+/// Translation of the main bundle's string table; nil for none, which leaves the key.
+NSString* s_locale;
+
+NSString* LocalizedString(id /*self*/, SEL /*selector*/, NSString* key, NSString* value,
+                          NSString* table) {
+  EXPECT_EQ("AutoUpdateXmlLocale", Text(key));
+  EXPECT_EQ("", Text(value));
+  EXPECT_EQ(nil, table);
+  return s_locale != nil ? s_locale : key;
+}
+
+class KPIMVersionManagerTest : public testing::Test {
+ protected:
+  KPIMVersionManagerTest()
+      : localized_(object_getClass([NSBundle mainBundle]),
+                   @selector(localizedStringForKey:value:table:), (IMP)LocalizedString) {
+    s_locale = @"en";
+    [KPIMVersionManager _logger];
+    g_events.clear();
+    observer_->manager = manager_;
+    [[NSNotificationCenter defaultCenter] addObserver:observer_
+                                             selector:@selector(received:)
+                                                 name:kKPIMVersionXMLReceivedNotification
+                                               object:nil];
+  }
+  ~KPIMVersionManagerTest() override {
+    [[NSNotificationCenter defaultCenter] removeObserver:observer_];
+    [observer_ release];
+    [TakeDownload() release];
+    EXPECT_EQ(1u, [manager_ retainCount]) << "nothing but the download retains it";
+    [manager_ release];
+    [pool_ release];
+  }
+
+  /// Takes the download from the manager: they retain each other.
+  id TakeDownload() {
+    const Ivar field = class_getInstanceVariable([KPIMVersionManager class], "mDownload");
+    const id download = object_getIvar(manager_, field);
+    object_setIvar(manager_, field, nil);
+    return download;
+  }
+
+  void Request(int kind = 1) { [manager_ sendVersionXMLRequestFor:kind]; }
+  std::string URL() { return Text([[network_.request() URL] absoluteString]); }
+
+  void Respond() { [network_.delegate() connection:nil didReceiveResponse:nil]; }
+  void Receive(const std::string& bytes) {
+    [network_.delegate() connection:nil
+                     didReceiveData:[NSData dataWithBytes:bytes.data() length:bytes.size()]];
+  }
+  /// The server's answer from beginning to end.
+  void Answer(const std::string& text) {
+    Respond();
+    Receive(text);
+    [network_.delegate() connectionDidFinishLoading:nil];
+  }
+  void Fail() {
+    [network_.delegate() connection:nil
+                   didFailWithError:[NSError errorWithDomain:NSURLErrorDomain
+                                                        code:-1
+                                                    userInfo:nil]];
+  }
+
+  NSAutoreleasePool* pool_ = [[NSAutoreleasePool alloc] init];
+  ConnectionRecorder network_;
+  KPIMVersionManager* manager_ = [[KPIMVersionManager alloc] init];
+  Observer* observer_ = [[Observer alloc] init];
+
+ private:
+  ScopedMethodReplacement localized_;
+};
+
+/// What was logged or posted but the download's own lines.
+std::vector<std::string> Events() {
+  std::vector<std::string> events;
+  for (const std::string& event : g_events) {
+    if (event.rfind("assert ", 0) != 0 &&
+        event.find_first_not_of("[3] 0123456789") < event.size()) {
+      events.push_back(event);
+    }
+  }
+  g_events.clear();
+  return events;
+}
+
+// ---- The request
+
+TEST_F(KPIMVersionManagerTest, IdleAtFirst) {
+  EXPECT_EQ(0, [manager_ downloadState]);
+  EXPECT_EQ(nil, [manager_ XMLVersionString]);
+  EXPECT_EQ(nil, [manager_ HTMLDisplayString]);
+  EXPECT_EQ(nil, [manager_ AutoUpdateModeString]);
+}
+
+TEST_F(KPIMVersionManagerTest, AsksForThePepperPlayersDescription) {
+  Request(1);
+  EXPECT_EQ(
+      "https://download.tarvix.example/get/korvelplayer/update/current/xml/version_en_mac_pep.xml",
+      URL());
+  EXPECT_EQ(1, [manager_ downloadState]);
+  EXPECT_EQ(1, network_.connections()) << "asynchronous";
+}
+
+TEST_F(KPIMVersionManagerTest, AsksForTheOtherPlayersDescription) {
+  for (int kind : {0, 2, -1}) {
+    Request(kind);
+    EXPECT_EQ(
+        "https://download.tarvix.example/get/korvelplayer/update/current/xml/version_en_mac_pl.xml",
+        URL())
+        << kind;
+    // Each request's download is kept, none is released by the next one.
+    [TakeDownload() release];
+  }
+}
+
+TEST_F(KPIMVersionManagerTest, AsksForTheKeyWithoutATranslation) {
+  s_locale = nil;
+  Request();
+  EXPECT_EQ("https://download.tarvix.example/get/korvelplayer/update/current/xml/"
+            "version_AutoUpdateXmlLocale_mac_pep.xml",
+            URL());
+}
+
+TEST_F(KPIMVersionManagerTest, WritesNoFile) {
+  Request();
+  id download = TakeDownload();
+  EXPECT_EQ(nil, [download getDownloadPath]);
+  EXPECT_EQ(2u, [manager_ retainCount]) << "the download retains its delegate";
+  [download release];
+}
+
+TEST_F(KPIMVersionManagerTest, SecondRequestLeavesTheFirstDownload) {
+  Request();
+  id first = [TakeDownload() retain];
+  object_setIvar(manager_, class_getInstanceVariable([KPIMVersionManager class], "mDownload"),
+                 first);
+  Request();
+  EXPECT_EQ(2u, [first retainCount]) << "it is not released";
+  [first release];
+  [first release];
+}
+
+TEST_F(KPIMVersionManagerTest, HearsOfNoProgress) {
+  const id<KPIMDownloadProgressReceiver> receiver = manager_;
+  EXPECT_FALSE([receiver respondsToSelector:@selector(downloadDidProgress:)]);
+}
+
+// ---- The answer
+
+TEST_F(KPIMVersionManagerTest, Example) {
+  Request();
+  Answer(kExample);
+  EXPECT_EQ(2, [manager_ downloadState]);
+  EXPECT_EQ("32.0.0.270", Text([manager_ XMLVersionString]));
+  EXPECT_EQ("A new version is available.", Text([manager_ HTMLDisplayString]));
+  EXPECT_EQ("1", Text([manager_ AutoUpdateModeString]));
+  EXPECT_EQ(400.0F, [manager_ dialogWidth]);
+  EXPECT_EQ(300.0F, [manager_ dialogHeight]);
+  EXPECT_THAT(Events(), ElementsAre(kPosted));
+}
+
+TEST_F(KPIMVersionManagerTest, AccessorsKeepTheirStringsAlive) {
+  Request();
+  Answer(kExample);
+  NSString* version = [manager_ XMLVersionString];
+  NSString* message = [manager_ HTMLDisplayString];
+  NSString* mode = [manager_ AutoUpdateModeString];
+  Answer("<XML><update version=\"33\"><description><meta>message \"New\";size;autoUpdateMode 2;");
+  EXPECT_EQ("32.0.0.270", Text(version));
+  EXPECT_EQ("A new version is available.", Text(message));
+  EXPECT_EQ("1", Text(mode));
+  EXPECT_EQ("33", Text([manager_ XMLVersionString]));
+  EXPECT_EQ("New", Text([manager_ HTMLDisplayString]));
+  EXPECT_EQ("2", Text([manager_ AutoUpdateModeString]));
+}
+
+TEST_F(KPIMVersionManagerTest, VersionThatIsMissingKeepsTheOldOne) {
+  Request();
+  Answer(kExample);
+  Events();
+  for (const char* text : {"<meta>message \"Hello\";size", "\"><description><XML><update version=\""
+                                                           "<meta>message \"Hello\";size"}) {
+    Answer(text);
+    EXPECT_EQ(2, [manager_ downloadState]);
+    EXPECT_EQ("32.0.0.270", Text([manager_ XMLVersionString]));
+    EXPECT_EQ("Hello", Text([manager_ HTMLDisplayString]));
+    EXPECT_THAT(Events(), ElementsAre(kNoVersion, "posted in state 2: Hello"));
+  }
+}
+
+TEST_F(KPIMVersionManagerTest, MessageThatIsMissingKeepsTheOldOneAndPostsNothing) {
+  Request();
+  Answer(kExample);
+  Events();
+  Answer("<XML><update version=\"33\"><description>");
+  EXPECT_EQ(2, [manager_ downloadState]);
+  EXPECT_EQ("33", Text([manager_ XMLVersionString]));
+  EXPECT_EQ("A new version is available.", Text([manager_ HTMLDisplayString]));
+  EXPECT_THAT(Events(), ElementsAre(kNoMessage));
+}
+
+TEST_F(KPIMVersionManagerTest, ModeThatIsMissingIsAbsent) {
+  Request();
+  Answer(kExample);
+  Answer("<XML><update version=\"33\"><description>");
+  EXPECT_EQ(nil, [manager_ AutoUpdateModeString]);
+}
+
+TEST_F(KPIMVersionManagerTest, SizeIsResetByEveryAnswer) {
+  Request();
+  Answer(kExample);
+  Answer("nothing");
+  EXPECT_EQ(320.0F, [manager_ dialogWidth]);
+  EXPECT_EQ(450.0F, [manager_ dialogHeight]);
+  Answer(kExample);
+  Answer(";size 400;autoUpdateMode1;");
+  EXPECT_EQ(320.0F, [manager_ dialogWidth]) << "one piece is no size";
+  EXPECT_EQ(450.0F, [manager_ dialogHeight]);
+  EXPECT_EQ(2, [manager_ downloadState]);
+}
+
+TEST_F(KPIMVersionManagerTest, AnswersThatAreNoText) {
+  Request();
+  for (const std::string& text :
+       {std::string("\xFF\xFE") + kExample, std::string(kExample) + "\xC3", std::string()}) {
+    Answer(text);
+    EXPECT_EQ(2, [manager_ downloadState]);
+    EXPECT_EQ(nil, [manager_ XMLVersionString]);
+    EXPECT_EQ(nil, [manager_ AutoUpdateModeString]);
+    EXPECT_EQ(nil, [manager_ HTMLDisplayString]);
+    EXPECT_EQ(320.0F, [manager_ dialogWidth]);
+    EXPECT_EQ(450.0F, [manager_ dialogHeight]);
+    EXPECT_THAT(Events(), ElementsAre(kNoVersion, kNoMessage));
+  }
+}
+
+TEST_F(KPIMVersionManagerTest, AnswerInPieces) {
+  Request();
+  Respond();
+  for (const char byte : std::string(kExample)) {
+    Receive(std::string(1, byte));
+  }
+  [network_.delegate() connectionDidFinishLoading:nil];
+  EXPECT_EQ("32.0.0.270", Text([manager_ XMLVersionString]));
+}
+
+TEST_F(KPIMVersionManagerTest, FailureIsLoggedAndPosted) {
+  Request();
+  Fail();
+  EXPECT_EQ(4, [manager_ downloadState]);
+  const std::vector<std::string> events = Events();
+  ASSERT_EQ(3u, events.size());
+  EXPECT_EQ("[1] ERROR: Failed to download version XML.", events[1]);
+  EXPECT_EQ("posted in state 4: (absent)", events[2]);
+}
+
+TEST_F(KPIMVersionManagerTest, FailureKeepsWhatIsKnown) {
+  Request();
+  Answer(kExample);
+  Fail();
+  EXPECT_EQ(4, [manager_ downloadState]);
+  EXPECT_EQ("32.0.0.270", Text([manager_ XMLVersionString]));
+  EXPECT_EQ("1", Text([manager_ AutoUpdateModeString]));
+}
+
+}  // namespace
