@@ -18,5 +18,7 @@ void AddPackCommand(CLI::App& app, int& status);
 void AddListCommand(CLI::App& app, int& status);
 void AddVerifyCommand(CLI::App& app, int& status);
 void AddUnpackCommand(CLI::App& app, int& status);
+void AddCheckCommand(CLI::App& app, int& status);
+void AddLatestCommand(CLI::App& app, int& status);
 
 }  // namespace kpim

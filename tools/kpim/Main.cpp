@@ -1,4 +1,4 @@
-// kpim: packs, lists, verifies and unpacks payload blobs.
+// kpim: payload blobs, install checks and the version description on the command line.
 #include <exception>
 #include <new>
 #include <string>
@@ -9,7 +9,9 @@
 
 namespace {
 
-constexpr char kDescription[] = "Packs, lists, verifies and unpacks the installer's payload blobs.";
+constexpr char kDescription[] =
+    "Packs, lists, verifies and unpacks the installer's payload blobs, runs its install checks\n"
+    "and fetches the current version description.";
 constexpr char kFooter[] =
     "Exit status: 0 when all went well, 1 when the command failed or found a fault,\n"
     "2 when it was used wrongly.";
@@ -42,6 +44,8 @@ int Run(int argc, char** argv) {
   kpim::AddListCommand(app, status);
   kpim::AddVerifyCommand(app, status);
   kpim::AddUnpackCommand(app, status);
+  kpim::AddCheckCommand(app, status);
+  kpim::AddLatestCommand(app, status);
 
   try {
     app.parse(argc, argv);

@@ -1,0 +1,163 @@
+"""kpim check: the install checks on real property lists, and what they log."""
+
+import json
+import plistlib
+
+import pytest
+
+from install_root import BUNDLE
+
+OTHER_PLAYER = "/Library/Internet Plug-Ins/Korvel Player.plugin"
+OWN_VERSION = "32.0.0.269"
+
+ALL_PASS = "[I]  VM: All install checks pass"
+CHANNEL = ("[E]  VM: Failed install check. You must run the Korvel Player uninstaller before "
+           "installing this version of Korvel Player. Please visit the Tarvix Labs web page to "
+           "download the uninstaller. http://www.tarvix.example/software/korvel/uninstaller.html")
+
+
+def too_old(packed):
+    return f"[E]  VM: Failed install check: System OS version is {packed}"
+
+
+def downgrade(version):
+    return ("[E]  VM: Failed install check. Version downgrade was attempted and explicitly "
+            f"prevented. System Korvel Player version is {version}; Trying to install Korvel Player "
+            f"version {OWN_VERSION}")
+
+
+def install(root, version=None, info=None, bundle=BUNDLE, form=plistlib.FMT_XML):
+    """Lays an installed player's property list in `root`."""
+    content = {"CFBundleVersion": "99.9.9.9"}
+    if version is not None:
+        content["CFBundleShortVersionString"] = version
+    if info is not None:
+        content["CFBundleGetInfoString"] = info
+    root.write(bundle + "/Contents/Info.plist", plistlib.dumps(content, fmt=form))
+
+
+@pytest.fixture
+def check(install_root, kpim):
+    """Runs kpim check with --json as alice, and returns what it says."""
+    assert kpim
+
+    def run(status=0):
+        result = install_root.run(["check", "--json"], program="kpim", user="alice",
+                                  env={"HOME": "/Users/alice"})
+        assert (result.status, result.stderr) == (status, "")
+        return json.loads(result.stdout)
+
+    return run
+
+
+def test_nothing_installed(check, install_root):
+    assert check() == {"minimumSystem": True, "downgrade": True, "channelSwitch": True, "result": 0,
+                       "installed": None, "toBeInstalled": OWN_VERSION}
+    assert install_root.log("alice") == [ALL_PASS]
+
+
+def test_text(install_root, kpim):
+    assert kpim
+    install(install_root, "33.0", "r0")
+    result = install_root.run(["check"], program="kpim", user="alice")
+    assert (result.status, result.stderr) == (1, "")
+    assert result.stdout == ("installed: 33.0\nto be installed: 32.0.0.269\n"
+                             "minimum system: passed\ndowngrade: failed\nchannel switch: failed\n"
+                             "result: 6\n")
+
+
+@pytest.mark.parametrize("form", [plistlib.FMT_XML, plistlib.FMT_BINARY])
+@pytest.mark.parametrize("version", [
+    "32.0.0.269", "32,0,0,269", "32.0.0.268", "31.9.9.9", "32", "32.0.0.269b1", "", "beta", "-33.0",
+    "32.0.0.-1"])
+def test_version_that_may_be_replaced(check, install_root, version, form):
+    install(install_root, version, "d0", form=form)
+    assert check()["installed"] == version
+    assert install_root.log("alice") == [ALL_PASS]
+
+
+@pytest.mark.parametrize("form", [plistlib.FMT_XML, plistlib.FMT_BINARY])
+@pytest.mark.parametrize("version", [
+    "33", "32.0.0.270", "32,0,0,270", "32.0.0.269.1", "33b", "99999999999999999999.0"])
+def test_version_that_may_not_be_replaced(check, install_root, version, form):
+    install(install_root, version, "d0", form=form)
+    answer = check(status=1)
+    assert (answer["downgrade"], answer["result"]) == (False, 2)
+    assert install_root.log("alice") == [downgrade(version)]
+
+
+def test_other_player_does_not_count(check, install_root):
+    install(install_root, "99.0", "r0", bundle=OTHER_PLAYER)
+    assert check()["installed"] is None
+
+
+@pytest.mark.parametrize("content", [
+    b"", b"<plist>", b"<plist><array/></plist>", b"\0" * 1000, b"bplist00", b"{ a = b; }",
+    b"<plist><dict><key>CFBundleShortVersionString</key><integer>99</integer>"
+    b"<key>CFBundleGetInfoString</key><array/></dict></plist>"])
+def test_property_list_that_does_not_tell(check, install_root, content):
+    install_root.write(BUNDLE + "/Contents/Info.plist", content)
+    assert check()["installed"] is None
+    assert install_root.log("alice") == [ALL_PASS]
+
+
+@pytest.mark.parametrize("form", [plistlib.FMT_XML, plistlib.FMT_BINARY])
+@pytest.mark.parametrize("info, passes", [
+    ("Korvel Player 32.0 d0", True), ("Korvel Player 32.0 r0", False), ("", False), ("D0", False),
+    (None, True)])
+def test_channel(check, install_root, info, passes, form):
+    install(install_root, "32.0", info, form=form)
+    answer = check(status=0 if passes else 1)
+    assert (answer["channelSwitch"], answer["result"]) == (passes, 0 if passes else 4)
+    assert install_root.log("alice") == [ALL_PASS if passes else CHANNEL]
+
+
+@pytest.mark.parametrize("version, packed", [
+    ("10.5.255", "A05FF"), ("10.5.8", "A0508"), ("9.9", "90900")])
+def test_system_too_old(check, install_root, version, packed):
+    install_root.set_system_version(version)
+    answer = check(status=1)
+    assert (answer["minimumSystem"], answer["result"]) == (False, 1)
+    assert install_root.log("alice") == [too_old(packed)]
+
+
+@pytest.mark.parametrize("version", ["10.6.0", "10.6", "10.9.5", "11.2.3", "11"])
+def test_system_new_enough(check, install_root, version):
+    install_root.set_system_version(version)
+    assert check()["minimumSystem"]
+
+
+def test_all_fail(check, install_root):
+    install_root.set_system_version("10.5.8")
+    install(install_root, "33.0", "r0")
+    assert check(status=1)["result"] == 7
+    assert install_root.log("alice") == [too_old("A0508"), downgrade("33.0"), CHANNEL]
+
+
+def test_machine_s_log_when_nobody_is_logged_in(check, install_root):
+    install_root.set_console("loginwindow")
+    install_root.path("/Library/Logs").chmod(0o777)
+    check()
+    assert install_root.log() == [ALL_PASS]
+    assert not install_root.log_path("alice").exists()
+
+
+def test_log_of_the_finalizer_is_continued(check, install_root, finalizer_run):
+    finalizer_run(["/"], status=1)
+    before = install_root.log("alice")
+    install_root.log_path("alice").chmod(0o666)
+    check()
+    assert install_root.log("alice") == before + [ALL_PASS]
+
+
+def test_no_log_can_be_opened(check, install_root):
+    install_root.path("/Users/alice/Library/Logs").rmdir()
+    assert check()["result"] == 0
+
+
+@pytest.mark.parametrize("arguments", [["check", "more"], ["check", "--json=yes"]])
+def test_wrong_usage(install_root, kpim, arguments):
+    assert kpim
+    result = install_root.run(arguments, program="kpim")
+    assert (result.status, result.stdout) == (2, "")
+    assert result.stderr.startswith("kpim: check: ")

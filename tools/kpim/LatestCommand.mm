@@ -1,0 +1,167 @@
+// kpim latest: the vendor's current version description.
+#import <Foundation/Foundation.h>
+
+#include <locale>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
+#include "tools/kpim/Commands.h"
+#include "tools/kpim/FoundationText.h"
+#include "tools/kpim/Report.h"
+#include "tools/kpim/StageLine.h"
+#include "tools/kpim/Text.h"
+
+namespace {
+
+NSString* const kErrorMark = @"ERROR: ";
+NSString* const kNowhere = @"/dev/null";
+
+/// What went wrong, in the order in which it was logged.
+std::vector<std::string> s_errors;
+
+}  // namespace
+
+/// Passes everything on to the update services' log, and keeps the errors for kpim to report.
+@interface KPErrorCollector : KPIMLogger
+@end
+
+@implementation KPErrorCollector
+
+- (void)logTimeStampedString:(NSString*)message withLoggingLevel:(unsigned int)level {
+  [[KPIMVersionManager _logger] logTimeStampedString:message withLoggingLevel:level];
+  if (level == kLogLevelError) {
+    NSString* reason =
+        [message hasPrefix:kErrorMark] ? [message substringFromIndex:[kErrorMark length]] : message;
+    s_errors.push_back(kpim::UTF8(reason));
+  }
+}
+
+@end
+
+/// A client whose errors kpim hears of.
+@interface KPReportingVersionManager : KPIMVersionManager
+@end
+
+@implementation KPReportingVersionManager
+
++ (KPIMLogger*)_logger {
+  static KPIMLogger* s_collector = nil;
+  if (s_collector == nil) {
+    // A logger needs a file. This one writes nothing by itself.
+    s_collector = [[KPErrorCollector alloc] initWithPath:kNowhere];
+  }
+  return s_collector;
+}
+
+@end
+
+namespace kpim {
+
+namespace {
+
+constexpr char kCommand[] = "latest";
+constexpr char kPepperKind[] = "pep";
+constexpr char kPluginKind[] = "pl";
+constexpr int kDefaultTimeLimit = 90;
+constexpr int kLongestTimeLimit = 24 * 60 * 60;
+
+constexpr char kFooter[] =
+    "With --json, prints an object with \"version\", \"message\" (HTML), \"autoUpdateMode\" (null\n"
+    "when there is none), \"dialogWidth\" and \"dialogHeight\" (in points).";
+
+struct LatestOptions {
+  std::string kind = kPepperKind;
+  int timeLimit = kDefaultTimeLimit;
+  bool json = false;
+};
+
+/// As short as it can be told apart, with a dot in every locale.
+std::string Number(float value) {
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
+  text << value;
+  return text.str();
+}
+
+void PrintText(KPIMVersionManager* manager) {
+  Print("version: " + TextOrNone([manager XMLVersionString]) + "\n");
+  Print("auto-update mode: " + TextOrNone([manager AutoUpdateModeString]) + "\n");
+  Print("dialog size: " + Number([manager dialogWidth]) + " x " + Number([manager dialogHeight]) +
+        "\n");
+  Print("message: " + TextOrNone([manager HTMLDisplayString]) + "\n");
+}
+
+void PrintJSON(KPIMVersionManager* manager) {
+  Print("{\"version\": " + JSONOrNull([manager XMLVersionString]) +
+        ", \"message\": " + JSONOrNull([manager HTMLDisplayString]) +
+        ", \"autoUpdateMode\": " + JSONOrNull([manager AutoUpdateModeString]) +
+        ", \"dialogWidth\": " + Number([manager dialogWidth]) +
+        ", \"dialogHeight\": " + Number([manager dialogHeight]) + "}\n");
+}
+
+/// Lets the request of `manager` go on until it has ended or `timeLimit` seconds are over. Returns
+/// whether it has ended.
+bool WaitForAnswer(KPIMVersionManager* manager, int timeLimit) {
+  const StageLine stage("fetching the version description");
+  NSDate* end = [NSDate dateWithTimeIntervalSinceNow:timeLimit];
+  while ([manager downloadState] == kDownloadStateStarted) {
+    if ([end timeIntervalSinceNow] <= 0) {
+      return false;
+    }
+    NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+    [[NSRunLoop currentRunLoop] runMode:NSDefaultRunLoopMode beforeDate:end];
+    [pool release];
+  }
+  return true;
+}
+
+int Fetch(const LatestOptions& options) {
+  // It and its download retain each other, and live as long as the process.
+  static KPIMVersionManager* const s_manager = [[KPReportingVersionManager alloc] init];
+  [s_manager sendVersionXMLRequestFor:options.kind == kPepperKind ? kKPIMPlayerKindPepper
+                                                                  : kKPIMPlayerKindPlugin];
+  if (!WaitForAnswer(s_manager, options.timeLimit)) {
+    ReportError(kCommand,
+                "no complete answer within " +
+                    Counted(static_cast<unsigned long>(options.timeLimit), "second", "seconds"));
+    return kExitFailed;
+  }
+  if (!s_errors.empty()) {
+    for (const std::string& error : s_errors) {
+      ReportError(kCommand, error);
+    }
+    return kExitFailed;
+  }
+  (options.json ? PrintJSON : PrintText)(s_manager);
+  return kExitOK;
+}
+
+int Latest(const LatestOptions& options) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  const int status = Fetch(options);
+  [pool release];
+  return status;
+}
+
+}  // namespace
+
+void AddLatestCommand(CLI::App& app, int& status) {
+  const auto options = std::make_shared<LatestOptions>();
+  CLI::App* command = app.add_subcommand(kCommand, "Fetch the current version description");
+  command->footer(kFooter);
+  command->add_option("--kind", options->kind, "The player's flavour, pep (the default) or pl")
+      ->check(CLI::IsMember({kPepperKind, kPluginKind}))
+      ->type_name("KIND");
+  command
+      ->add_option("--time-limit", options->timeLimit,
+                   "Seconds that it may take altogether; the default is 90")
+      ->check(CLI::Range(1, kLongestTimeLimit))
+      ->type_name("SECONDS");
+  command->add_flag("--json", options->json, "Print it as JSON")->disable_flag_override();
+  command->callback([options, &status] { status = Latest(*options); });
+}
+
+}  // namespace kpim
