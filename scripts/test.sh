@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Every test: both builds, unit and system tests in both, format, clang-tidy, shellcheck.
+# Every test: both builds, unit and system tests in both, the fuzz targets for a moment, format, clang-tidy, shellcheck.
 # All of them run, also after a failure; then each failure and the reason of each skip is
 # listed. The last line counts them, the exit status is not 0 when one failed.
 # Results are left in build/test-results.
@@ -81,6 +81,10 @@ fi
 if check build-asan build asan; then
     unit_tests asan build/asan
     system_tests asan build/asan
+fi
+if check build-fuzz build fuzz; then
+    suite fuzz ctest --test-dir build/fuzz/tests/fuzz --output-on-failure \
+        --output-junit "$results/fuzz.xml"
 fi
 check format scripts/format.sh --check
 check lint scripts/lint.sh build
