@@ -13,7 +13,9 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests/system"))
 
-from install_root import BLOB, BUNDLE, SETTINGS, InstallRoot, tree_of  # noqa: E402
+from download_server import DownloadServer, HOST, make_certificates  # noqa: E402
+from install_root import (BLOB, BUNDLE, PROGRAMS, SETTINGS, InstallRoot,  # noqa: E402
+                          tree_of)
 
 MB = 1000 * 1000
 LANGUAGES = ("ar bg cs da de el en en_GB es et fi fr he hr hu it ja ko lt lv nb nl pl pt pt_PT ro "
@@ -59,9 +61,13 @@ def demonstrate(build, work):
     show_folder(root)
     show_settings(root)
 
-    heading("finalizer / -disableAnalytics")
+    heading(f"finalizer / -disableAnalytics, while nginx serves https://{HOST} in the same root")
+    certificates = work / "certificates"
+    certificates.mkdir()
+    server = DownloadServer(root, make_certificates(certificates))
     start = time.monotonic()
-    result = root.run(["/", "-disableAnalytics"])
+    result = server.run([f"{PROGRAMS}/finalizer", "/", "-disableAnalytics"],
+                        env={"LANG": "en_US.UTF-8"})
     print(f"exit status {result.status} after {time.monotonic() - start:.2f} s, "
           f"output: {result.stdout + result.stderr or 'none'}")
 
@@ -69,11 +75,16 @@ def demonstrate(build, work):
             str(root.log_path("alice").relative_to(root.folder)))
     print(root.log_path("alice").read_text(encoding="utf-8"), end="")
 
+    heading("The pingback, as nginx received it")
+    print("\n".join(server.requests()) or "none")
+
     heading("After")
     show_folder(root)
     show_settings(root)
 
     heading("Every byte")
+    if not server.requests():
+        return 1
     return result.status or compare(source, root.tree(BUNDLE), bundle, root.path(BUNDLE))
 
 
