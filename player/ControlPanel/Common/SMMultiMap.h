@@ -36,12 +36,11 @@ class MultiMap {
     MultiMap* mMap;
   };
 
-  /// Unusable until `Initialize` is called, once.
+  /// Unusable until `Initialize` is called, once. Whoever calls that owes the map one
+  /// `DeleteAllEntries` before it goes: it has no destructor of its own.
   MultiMap() = default;
   MultiMap(MultiMap const&) = delete;
   MultiMap& operator=(MultiMap const&) = delete;
-  /// Releases everything with `DeleteAllEntries`.
-  ~MultiMap();
 
   /// Makes an empty map. Always true.
   bool Initialize();
@@ -62,8 +61,8 @@ class MultiMap {
   /// The next pair after `previous` with the same key, or the end marker.
   iterator findNext(iterator previous);
 
-  /// Releases every pair and then the end marker. The pointers keep their values, so the map
-  /// must not be touched afterwards: the destructor calls this, nobody else need. Always true.
+  /// Releases every pair and then the end marker. To be called once: the pointers keep their
+  /// values, and the map must not be touched afterwards. Always true.
   bool DeleteAllEntries();
 
   /// The pair that ends the list. Its key and value stay empty: a failed look-up of a value is

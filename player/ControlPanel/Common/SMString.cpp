@@ -11,8 +11,10 @@ SimpleString::SimpleString(SimpleString const& other) : mString(CopyString(other
 
 SimpleString& SimpleString::operator=(SimpleString const& other) {
   if (this == &other) return *this;
+  // Copied first: if there is no memory, this string stays as it was.
+  char* copy = CopyString(other.mString);
   delete[] mString;
-  mString = CopyString(other.mString);
+  mString = copy;
   return *this;
 }
 

@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <new>
 
+#include "player/ControlPanel/Common/SMConfigFileManager.h"
 #include "player/ControlPanel/Common/SMMultiMap.h"
+#include "player/ControlPanel/Common/SMPointerVector.h"
 #include "player/ControlPanel/Common/SMShared.h"
 #include "player/ControlPanel/Common/SMString.h"
 
@@ -25,6 +28,10 @@ struct Watch {
   size_t sizes[kCapacity];
   int releaseCount = 0;
   void const* released[kCapacity];
+  /// How many allocations came before each release.
+  int allocationsBefore[kCapacity];
+  /// Makes every allocation throw.
+  bool isOutOfMemory = false;
 
   static Watch* sCurrent;
 };
@@ -32,6 +39,7 @@ Watch* Watch::sCurrent = nullptr;
 
 void* Allocate(size_t size) {
   Watch* watch = Watch::sCurrent;
+  if (watch != nullptr && watch->isOutOfMemory) throw std::bad_alloc();
   if (watch != nullptr && watch->allocationCount < Watch::kCapacity) {
     watch->sizes[watch->allocationCount++] = size;
   }
@@ -43,6 +51,7 @@ void* Allocate(size_t size) {
 void Release(void* bytes) {
   Watch* watch = Watch::sCurrent;
   if (bytes != nullptr && watch != nullptr && watch->releaseCount < Watch::kCapacity) {
+    watch->allocationsBefore[watch->releaseCount] = watch->allocationCount;
     watch->released[watch->releaseCount++] = bytes;
   }
   free(bytes);
@@ -59,9 +68,11 @@ void operator delete[](void* bytes, size_t) noexcept { Release(bytes); }
 
 namespace {
 
+using SASM::ConfigFileManager;
 using SASM::MultiMap;
 using SASM::SimpleString;
 using SASM::StringVector;
+using SMImplementation::PointerVector;
 
 TEST(Allocation, CopyStringTakesTheLengthPlusOne) {
   Watch watch;
@@ -83,6 +94,72 @@ TEST(Allocation, SelfAssignmentTakesAndReleasesNothing) {
   Watch::Stop();
   EXPECT_EQ(watch.allocationCount, 0);
   EXPECT_EQ(watch.releaseCount, 0);
+}
+
+TEST(Allocation, AssignmentReleasesTheOldArrayOnceItHasTheNew) {
+  SimpleString string("old");
+  const SimpleString longer("longer");
+  void const* array = string.mString;
+  Watch watch;
+  string = longer;
+  Watch::Stop();
+  ASSERT_EQ(watch.allocationCount, 1);
+  EXPECT_EQ(watch.sizes[0], sizeof "longer");
+  ASSERT_EQ(watch.releaseCount, 1);
+  EXPECT_EQ(watch.released[0], array);
+  EXPECT_EQ(watch.allocationsBefore[0], 1);
+}
+
+TEST(Allocation, AssignmentWithoutMemoryChangesNothing) {
+  SimpleString string("old");
+  const SimpleString longer("longer");
+  bool hasThrown = false;
+  Watch watch;
+  watch.isOutOfMemory = true;
+  try {
+    string = longer;
+  } catch (std::bad_alloc const&) {
+    hasThrown = true;
+  }
+  Watch::Stop();
+  EXPECT_TRUE(hasThrown);
+  EXPECT_STREQ(string.mString, "old");
+}
+
+/// Elements that belong to nobody.
+class PlainVector : public PointerVector {
+ public:
+  void deleteElement(void* element) override { delete static_cast<SimpleString*>(element); }
+  void* copyElement(void const* element) override { return const_cast<void*>(element); }
+};
+
+TEST(Allocation, PointerVectorReleasesItsArrayAndNoElement) {
+  SimpleString element("text");
+  PointerVector* vector = new PlainVector;
+  vector->addElement(&element);
+  vector->addElement(&element);
+  void const* array = vector->mElements;
+  Watch watch;
+  delete vector;
+  Watch::Stop();
+  ASSERT_EQ(watch.releaseCount, 2);
+  EXPECT_EQ(watch.released[0], array);
+  EXPECT_EQ(watch.released[1], vector);
+}
+
+TEST(Allocation, GrowthReleasesTheOldArrayOnly) {
+  SimpleString element("text");
+  PlainVector vector;
+  for (int count = 0; count < 10; ++count) vector.addElement(&element);
+  void const* array = vector.mElements;
+  Watch watch;
+  vector.addElement(&element);
+  vector.addElement(&element);
+  Watch::Stop();
+  ASSERT_EQ(watch.allocationCount, 1);
+  EXPECT_EQ(watch.sizes[0], 20 * sizeof(void*));
+  ASSERT_EQ(watch.releaseCount, 1);
+  EXPECT_EQ(watch.released[0], array);
 }
 
 TEST(Allocation, StringVectorReleasesFirstToLastAndThenTheArray) {
@@ -144,24 +221,69 @@ TEST(Allocation, LookUpCopiesEachKeyThatItComparesAndReleasesTheCopy) {
   EXPECT_EQ(watch.sizes[0], sizeof "one");
   EXPECT_EQ(watch.sizes[1], sizeof "three");
   EXPECT_EQ(watch.releaseCount, 2);
+  map.DeleteAllEntries();
+}
+
+TEST(Allocation, EraseReleasesEveryPairThatGoes) {
+  MultiMap map;
+  map.Initialize();
+  MultiMap::iterator const erased[] = {map.insert(SimpleString("a"), SimpleString("1")),
+                                       map.insert(SimpleString("a"), SimpleString("2"))};
+  map.insert(SimpleString("b"), SimpleString("3"));
+  void const* expected[6];
+  for (int index = 0; index < 2; ++index) {
+    expected[3 * index] = erased[index].mPair->value.mString;
+    expected[3 * index + 1] = erased[index].mPair->key.mString;
+    expected[3 * index + 2] = erased[index].mPair;
+  }
+
+  Watch watch;
+  map.erase(SimpleString("a"));
+  Watch::Stop();
+  EXPECT_EQ(watch.releaseCount, watch.allocationCount + 6) << "copies of keys, and the two pairs";
+  void const** const end = watch.released + watch.releaseCount;
+  for (void const* bytes : expected) EXPECT_NE(std::find(watch.released, end, bytes), end);
+  map.DeleteAllEntries();
 }
 
 TEST(Allocation, MapReleasesItsPairsAndThenTheEndMarker) {
-  alignas(MultiMap) unsigned char storage[sizeof(MultiMap)];
-  MultiMap* map = new (storage) MultiMap;
+  MultiMap* map = new MultiMap;
   EXPECT_TRUE(map->Initialize());
   void const* first = map->insert(SimpleString("a"), SimpleString("1")).mPair;
   void const* second = map->insert(SimpleString("b"), SimpleString("2")).mPair;
   void const* marker = map->mEnd;
 
-  // The destructor would call it again, so the map ends here without one.
   Watch watch;
-  EXPECT_TRUE(map->DeleteAllEntries());
+  const bool isDone = map->DeleteAllEntries();
+  delete map;
   Watch::Stop();
-  ASSERT_EQ(watch.releaseCount, 9);
+  EXPECT_TRUE(isDone);
+  ASSERT_EQ(watch.releaseCount, 10);
   EXPECT_EQ(watch.released[2], first);
   EXPECT_EQ(watch.released[5], second);
   EXPECT_EQ(watch.released[8], marker);
+  EXPECT_EQ(watch.released[9], map);
+}
+
+TEST(Allocation, ConfigFileManagerReleasesItsPathThenItsSettingsThenItself) {
+  auto* manager = new ConfigFileManager(SimpleString("/nonexistent/rks.cfg"));
+  manager->UpdateSetting(SimpleString("a"), SimpleString("1"));
+  MultiMap const& settings = manager->mSettings;
+  void const* expected[] = {manager->mPath.mString,
+                            settings.mFirst->value.mString,
+                            settings.mFirst->key.mString,
+                            settings.mFirst,
+                            settings.mSentinel->value.mString,
+                            settings.mSentinel->key.mString,
+                            settings.mSentinel,
+                            manager};
+  Watch watch;
+  delete manager;
+  Watch::Stop();
+  ASSERT_EQ(watch.releaseCount, 8);
+  for (int index = 0; index < 8; ++index) {
+    EXPECT_EQ(watch.released[index], expected[index]) << index;
+  }
 }
 
 }  // namespace

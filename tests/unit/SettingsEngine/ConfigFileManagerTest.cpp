@@ -4,6 +4,8 @@
 #include <stddef.h>
 #include <sys/stat.h>
 
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -150,9 +152,40 @@ TEST_F(ConfigFileManagerTest, OnlyTheWholeUtf16MarksCount) {
 
 TEST_F(ConfigFileManagerTest, PipeIsNotRead) {
   ASSERT_EQ(mkfifo(mPath.c_str(), 0600), 0);
+  ConfigFileManager& manager = Open("");
+  manager.mPath = SimpleString(mPath.c_str());
   std::thread writer([this] { WriteWholeFile(mPath, "long=1\nb=2\n"); });
-  EXPECT_EQ(SettingsOf(Open(mPath)), Settings{}) << "what it read to find a mark is lost";
+  EXPECT_FALSE(manager.ReadSettingsFile()) << "what it read to find a mark is lost";
   writer.join();
+  EXPECT_EQ(manager.mEncoding, 0) << "what it found";
+  EXPECT_EQ(SettingsOf(manager), Settings{});
+}
+
+/// How many files this process has open.
+ptrdiff_t OpenFileCount() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                       std::filesystem::directory_iterator());
+}
+
+TEST_F(ConfigFileManagerTest, FileIsClosedAfterEachKindOfRead) {
+  const ptrdiff_t before = OpenFileCount();
+  for (char const* content : {"a=1\n", "\xEF\xBB\xBF=1\n", "a=1", "\xFF\xFEx=", "\xFE\xFFx="}) {
+    Read(content);
+    EXPECT_EQ(OpenFileCount(), before) << testing::PrintToString(content);
+  }
+  std::filesystem::remove(mPath);
+  ASSERT_EQ(mkfifo(mPath.c_str(), 0600), 0);
+  std::thread writer([this] { WriteWholeFile(mPath, "long=1\n"); });
+  Open(mPath);
+  writer.join();
+  EXPECT_EQ(OpenFileCount(), before) << "a pipe";
+}
+
+TEST_F(ConfigFileManagerTest, FileIsClosedAfterAWrite) {
+  ConfigFileManager& manager = Read("a=1\n");
+  const ptrdiff_t before = OpenFileCount();
+  EXPECT_TRUE(manager.UpdateSettingsFile());
+  EXPECT_EQ(OpenFileCount(), before);
 }
 
 // ---- Lines
@@ -299,16 +332,6 @@ TEST_P(LineLength, TailStaysForShorterLines) {
   // Behind each: the text, "=", and the NUL.
   const Settings expected{{shorter, line.substr(shorter.size() + 2)}, {"k", shorter.substr(3)}};
   EXPECT_EQ(SettingsIn(line + "\n" + shorter + "=\nk=\n"), expected);
-}
-
-TEST_P(LineLength, TailSurvivesGrowth) {
-  // The line that makes the buffer grow keeps what lay behind the earlier, shorter ones.
-  const std::string line = Pattern(GetParam());
-  const std::string longer = Pattern(2 * GetParam()) + "=1";
-  const std::string key = Pattern(GetParam() + 1);
-  const Settings expected{{Pattern(2 * GetParam()), "1"},
-                          {key, longer.substr(key.size() + 2, longer.size() - key.size() - 4)}};
-  EXPECT_EQ(SettingsIn(line + "\n" + longer + "\n" + key + "=\n"), expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(AcrossGrowth, LineLength,

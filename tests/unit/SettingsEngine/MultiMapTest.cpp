@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <stddef.h>
+#include <stdint.h>
 
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -17,14 +19,20 @@ static_assert(!std::is_copy_constructible<MultiMapPair>::value, "is a node of on
 static_assert(!std::is_copy_assignable<MultiMapPair>::value, "is a node of one list");
 static_assert(!std::is_copy_constructible<MultiMap>::value, "owns its pairs");
 static_assert(!std::is_copy_assignable<MultiMap>::value, "owns its pairs");
-static_assert(std::is_same<decltype(std::declval<MultiMap&>().erase(std::declval<SimpleString>())),
-                           uint64_t>::value,
-              "counts in 64 bits");
+static_assert(std::is_trivially_destructible<MultiMap>::value, "its owner releases the pairs");
+static_assert(std::is_same<decltype(&MultiMap::insert),
+                           MultiMap::iterator (MultiMap::*)(SimpleString, SimpleString)>::value,
+              "takes values");
+static_assert(std::is_same<decltype(&MultiMap::erase), uint64_t (MultiMap::*)(SimpleString)>::value,
+              "takes a value, counts in 64 bits");
 
 class MultiMapTest : public testing::Test {
  protected:
   MultiMapTest() { EXPECT_TRUE(mMap.Initialize()); }
-  ~MultiMapTest() override { ExpectSoundLinks(); }
+  ~MultiMapTest() override {
+    ExpectSoundLinks();
+    EXPECT_TRUE(mMap.DeleteAllEntries());
+  }
 
   MultiMap::iterator Insert(char const* key, char const* value) {
     return mMap.insert(SimpleString(key), SimpleString(value));
@@ -64,6 +72,7 @@ TEST(MultiMapPair, FieldsStandInOrder) {
   EXPECT_EQ(offsetof(MultiMapPair, value), 8U);
   EXPECT_EQ(offsetof(MultiMapPair, next), 16U);
   EXPECT_EQ(offsetof(MultiMapPair, prev), 24U);
+  EXPECT_EQ(sizeof(MultiMapPair), 32U);
 }
 
 TEST(MultiMapPair, IsEmptyAndUnlinkedByDefault) {
@@ -90,9 +99,14 @@ TEST(MultiMap, FieldsStandInOrder) {
   EXPECT_EQ(offsetof(MultiMap, mSentinel), 0U);
   EXPECT_EQ(offsetof(MultiMap, mEnd), 8U);
   EXPECT_EQ(offsetof(MultiMap, mFirst), 16U);
+  EXPECT_EQ(sizeof(MultiMap), 24U);
 }
 
-TEST(MultiMap, GoesWithoutEverBeingInitialized) { const MultiMap map; }
+TEST(MultiMapIterator, FieldsStandInOrder) {
+  EXPECT_EQ(offsetof(MultiMap::iterator, mPair), 0U);
+  EXPECT_EQ(offsetof(MultiMap::iterator, mMap), 8U);
+  EXPECT_EQ(sizeof(MultiMap::iterator), 16U);
+}
 
 TEST_F(MultiMapTest, InitializeMakesOnePairOfAllThree) {
   ASSERT_NE(mMap.mSentinel, nullptr);

@@ -1,10 +1,15 @@
 #include "player/ControlPanel/Common/SMString.h"
 
+#include <ctype.h>
 #include <gtest/gtest.h>
+#include <locale.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <string>
 #include <type_traits>
+
+#include "tests/unit/support/TemporaryFolder.h"
 
 namespace {
 
@@ -82,6 +87,49 @@ TEST(SimpleString, LowersInPlace) {
   EXPECT_EQ(string.mString, array);
   EXPECT_STREQ(string.mString,
                "\xC3\x84"
+               "bc");
+}
+
+constexpr unsigned char kLatinCapital = 0xC4;  // A with diaeresis
+constexpr unsigned char kLatinSmall = 0xE4;
+
+/// The process, for the length of a scope, in a one-byte locale where tolower(3) makes 0xE4 of
+/// 0xC4. It is compiled here, because few machines have one.
+class ScopedLatinLocale {
+ public:
+  ScopedLatinLocale() {
+    WriteWholeFile(mFolder / "charmap",
+                   "<code_set_name> LATIN\nCHARMAP\n<U0000>..<U007F> \\x00\n"
+                   "<U00C4> \\xc4\n<U00E4> \\xe4\nEND CHARMAP\n");
+    WriteWholeFile(mFolder / "source",
+                   "LC_CTYPE\nupper <U0041>..<U005A>;<U00C4>\nlower <U0061>..<U007A>;<U00E4>\n"
+                   "tolower (<U00C4>,<U00E4>)\nEND LC_CTYPE\n");
+    // It warns of all that the source lacks, in its status too.
+    (void)system(("cd " + mFolder.Path().string() +
+                  " && localedef -c --quiet -i source -f ./charmap ./latin")
+                     .c_str());
+    setenv("LOCPATH", mFolder.Path().c_str(), 1);
+    setlocale(LC_CTYPE, "latin");
+    unsetenv("LOCPATH");
+  }
+  ScopedLatinLocale(ScopedLatinLocale const&) = delete;
+  ScopedLatinLocale& operator=(ScopedLatinLocale const&) = delete;
+  ~ScopedLatinLocale() { setlocale(LC_CTYPE, mPrevious.c_str()); }
+
+ private:
+  TemporaryFolder mFolder;
+  std::string mPrevious = setlocale(LC_CTYPE, nullptr);
+};
+
+TEST(SimpleString, LowersAsciiLettersOnlyInEveryLocale) {
+  const ScopedLatinLocale locale;
+  ASSERT_EQ(tolower(kLatinCapital), kLatinSmall) << "localedef made no such locale";
+  SimpleString string(
+      "\xC4"
+      "BC");
+  EXPECT_EQ(string.toLowercase(), 3U);
+  EXPECT_STREQ(string.mString,
+               "\xC4"
                "bc");
 }
 
