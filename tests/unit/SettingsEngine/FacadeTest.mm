@@ -2,14 +2,30 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #import "player/ControlPanel/Mac/Source/ExternalInterface/NSString+SimpleString.h"
+#include "tests/unit/support/ScopedMethodReplacement.h"
 #include "tests/unit/support/TemporaryFolder.h"
 
 namespace {
 
 NSString* const kMissingPath = nil;
+
+/// The current folder for the length of a scope: where a path without a folder would lead.
+class ScopedCurrentFolder {
+ public:
+  explicit ScopedCurrentFolder(std::filesystem::path const& folder) {
+    std::filesystem::current_path(folder);
+  }
+  ~ScopedCurrentFolder() { std::filesystem::current_path(mPrevious); }
+  ScopedCurrentFolder(ScopedCurrentFolder const&) = delete;
+  ScopedCurrentFolder& operator=(ScopedCurrentFolder const&) = delete;
+
+ private:
+  std::filesystem::path mPrevious = std::filesystem::current_path();
+};
 
 class FacadeTest : public testing::Test {
  protected:
@@ -48,21 +64,40 @@ TEST_F(FacadeTest, AnyFileGivesAnObject) {
   EXPECT_EQ([[Open("") allKeys] count], 0U);
 }
 
+/// The superclass's `init` as it fails: only for this class, because every object has it.
+id FailingInit(id self, SEL) {
+  if (![self isKindOfClass:[KSConfigFileManager class]]) return self;
+  [self release];
+  return nil;
+}
+
+TEST_F(FacadeTest, IsNilWhenTheSuperclassGivesNil) {
+  WriteWholeFile(mPath, "a=1\n");
+  NSString* path = [NSString stringWithUTF8String:mPath.c_str()];
+  const ScopedMethodReplacement replacement([NSObject class], @selector(init),
+                                            reinterpret_cast<IMP>(FailingInit));
+  EXPECT_EQ([[KSConfigFileManager alloc] initWithConfigFile:path], nil);
+}
+
 TEST_F(FacadeTest, NilPathReadsAndWritesNothing) {
+  const ScopedCurrentFolder currentFolder(mFolder.Path());
   KSConfigFileManager* settings =
       [[[KSConfigFileManager alloc] initWithConfigFile:kMissingPath] autorelease];
   ASSERT_NE(settings, nil);
   [settings setValue:@"1" forKey:@"a"];
   [settings synchronizeFile];
   EXPECT_TRUE([[settings valueForKey:@"a"] isEqualToString:@"1"]);
+  EXPECT_TRUE(std::filesystem::is_empty(mFolder.Path()));
 }
 
 TEST_F(FacadeTest, PathWithoutUtf8FormReadsAndWritesNothing) {
+  const ScopedCurrentFolder currentFolder(mFolder.Path());
   KSConfigFileManager* settings =
       [[[KSConfigFileManager alloc] initWithConfigFile:Unpaired()] autorelease];
   [settings setValue:@"1" forKey:@"a"];
   [settings synchronizeFile];
   EXPECT_EQ([[settings allKeys] count], 1U);
+  EXPECT_TRUE(std::filesystem::is_empty(mFolder.Path()));
 }
 
 TEST_F(FacadeTest, PathMayHoldAnyCharacters) {
