@@ -110,12 +110,27 @@ def test_home_of_another_user(install_root, run):
     assert names_in(install_root, ROOT_HOME + FOLDER) == everything
 
 
-@pytest.mark.parametrize("home", [None, "", "/nonexistent"])
+@pytest.mark.parametrize("home", [None, "/nonexistent"])
 def test_without_a_home_the_systems_goes(install_root, run, home):
     lay_all(install_root)
     run(env={"HOME": home})
     assert names_in(install_root, ROOT_HOME + FOLDER) == sorted(NAMES + OTHERS)
     assert not install_root.path(SYSTEM_PLUGIN).exists()
+
+
+def test_empty_home_is_the_current_folder(install_root, run):
+    lay_all(install_root)
+    lay_all(install_root, home="/Users/alice")
+    run(env={"HOME": ""}, cwd="/Users/alice")
+    assert names_in(install_root, "/Users/alice" + FOLDER) == sorted(OTHERS)
+    assert names_in(install_root, ROOT_HOME + FOLDER) == sorted(NAMES + OTHERS)
+    assert names_in(install_root, FOLDER) == ["PepperKorvelPlayer"]
+
+
+def test_empty_home_in_the_root_is_the_systems_folder(install_root, run):
+    lay_all(install_root, home="")
+    run(env={"HOME": ""}, cwd="/")
+    assert names_in(install_root, FOLDER) == sorted([*OTHERS, "PepperKorvelPlayer"])
 
 
 @pytest.mark.parametrize("console", [None, "loginwindow"])

@@ -105,6 +105,14 @@ def test_read_only_file_is_written_by_root(install_root, run):
     assert path.stat().st_mode & 0o7777 == 0o444
 
 
+def test_file_that_may_only_be_written_becomes_the_line(install_root, run):
+    path = install_root.write(SETTINGS, b"a = 1\nDisableAnalytics=0\n", mode=0o222)
+    install_root.set_console("bob")
+    run(log_of="bob", user="bob", env={"HOME": "/Users/bob"})
+    assert path.read_bytes() == NEW_FILE
+    assert path.stat().st_mode & 0o7777 == 0o222
+
+
 def test_folder_in_its_place_stays(install_root, run):
     install_root.write(SETTINGS + "/inside", b"kept")
     run()

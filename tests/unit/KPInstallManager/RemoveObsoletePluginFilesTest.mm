@@ -124,6 +124,18 @@ TEST_F(RemoveObsoletePluginFilesTest, RemovesALinkAndNotWhatItLeadsTo) {
   EXPECT_EQ(ReadWholeFile((target / "file").string()), "kept");
 }
 
+TEST_F(RemoveObsoletePluginFilesTest, DanglingLinkStays) {
+  // Existence is asked of what a link leads to.
+  for (std::string const& name : kNames) {
+    std::filesystem::create_symlink(mHome.Path() / "missing", InFolder(name));
+  }
+  EXPECT_TRUE(RemoveObsoletePluginFiles());
+  EXPECT_EQ(sRequests.removed, std::vector<std::string>{});
+  for (std::string const& name : kNames) {
+    EXPECT_TRUE(std::filesystem::is_symlink(InFolder(name)));
+  }
+}
+
 TEST_F(RemoveObsoletePluginFilesTest, SystemPluginAlone) {
   sRequests.hasSystemPlugin = true;
   EXPECT_TRUE(RemoveObsoletePluginFiles());
