@@ -1,12 +1,14 @@
 // Corrections of GNUstep Base where the product relies on what macOS does.
 #import <Foundation/Foundation.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
-#include <ctime>
 
 #import "shared/platform/linux/MethodReplacement.h"
 
@@ -17,36 +19,81 @@ namespace {
 
 NSString* const kCoreServices = @"/System/Library/CoreServices";
 
-constexpr char kLocalTimeLink[] = "/etc/localtime";
-constexpr char kZoneFolder[] = "/zoneinfo/";
+// The first bytes of every version of the format.
+constexpr char kBinaryPropertyList[] = "bplist";
+
+// NSPropertyListReadCorruptError of macOS, which GNUstep lacks.
+constexpr NSInteger kPropertyListReadCorruptError = 3840;
+
+constexpr long long kBeyondInt = static_cast<long long>(INT_MAX) + 1;
 
 // ---- NSFileHandle
+
+bool IsRegularFile(int descriptor) {
+  struct stat status;
+  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
 
 /// GNUstep flushes all file systems of the machine with sync(2). Raises like the handle's other
 /// methods when the disk reports an error; what cannot be flushed at all, a pipe, is not an error.
 void SynchronizeFile(id self, SEL /*selector*/) {
-  if (fsync([self fileDescriptor]) == 0 || errno == EINVAL) {
+  const int descriptor = [self fileDescriptor];
+  if (fsync(descriptor) == 0) {
+    return;
+  }
+  const int error = errno;
+  if (error == EINVAL && !IsRegularFile(descriptor)) {
     return;
   }
   [NSException raise:NSFileHandleOperationException
-              format:@"unable to synchronize descriptor - %s", strerror(errno)];
+              format:@"unable to synchronize descriptor - %s", strerror(error)];
+}
+
+// ---- NSPropertyListSerialization
+
+using PropertyListMethod = id (*)(id, SEL, NSData*, NSPropertyListReadOptions,
+                                  NSPropertyListFormat*, NSError**);
+PropertyListMethod s_propertyList;
+
+/// For some malformed lists GNUstep raises, instead of giving the error that it gives for others.
+id PropertyList(id self, SEL selector, NSData* data, NSPropertyListReadOptions options,
+                NSPropertyListFormat* format, NSError** error) {
+  [self class];  // It may be the first message: see ReplaceMethod().
+  @try {
+    return s_propertyList(self, selector, data, options, format, error);
+  } @catch (NSException* exception) {
+    if (error != nullptr) {
+      NSDictionary* reason = [NSDictionary dictionaryWithObject:[exception reason]
+                                                         forKey:NSLocalizedDescriptionKey];
+      *error = [NSError errorWithDomain:NSCocoaErrorDomain
+                                   code:kPropertyListReadCorruptError
+                               userInfo:reason];
+    }
+    return nil;
+  }
 }
 
 // ---- NSDictionary
 
+using InitWithFileMethod = id (*)(id, SEL, NSString*);
+InitWithFileMethod s_initWithContentsOfFile;
+
+using InitWithURLMethod = id (*)(id, SEL, NSURL*);
+InitWithURLMethod s_initWithContentsOfURL;
+
+/// GNUstep takes every file for text, and so finds nothing in a binary property list.
+bool IsBinaryPropertyList(NSData* data) {
+  const size_t length = strlen(kBinaryPropertyList);
+  return data != nil && [data length] >= length &&
+         memcmp([data bytes], kBinaryPropertyList, length) == 0;
+}
+
 /// Makes `self` the dictionary that a property list in `data` holds; nil when it holds none.
 id InitWithPropertyList(id self, NSData* data) {
-  id properties = nil;
-  @try {
-    properties = data == nil
-                     ? nil
-                     : [NSPropertyListSerialization propertyListWithData:data
-                                                                 options:NSPropertyListImmutable
-                                                                  format:nullptr
-                                                                   error:nullptr];
-  } @catch (NSException*) {
-    // Raised for some malformed lists instead of the error that others give.
-  }
+  id properties = [NSPropertyListSerialization propertyListWithData:data
+                                                            options:NSPropertyListImmutable
+                                                             format:nullptr
+                                                              error:nullptr];
   if (![properties isKindOfClass:[NSDictionary class]]) {
     [self release];
     return nil;
@@ -54,13 +101,46 @@ id InitWithPropertyList(id self, NSData* data) {
   return [self initWithDictionary:properties];
 }
 
-/// GNUstep takes a file for text, and so finds nothing in a binary property list.
-id InitWithContentsOfFile(id self, SEL /*selector*/, NSString* path) {
-  return InitWithPropertyList(self, [NSData dataWithContentsOfFile:path]);
+id InitWithContentsOfFile(id self, SEL selector, NSString* path) {
+  NSData* data = [NSData dataWithContentsOfFile:path];
+  return IsBinaryPropertyList(data) ? InitWithPropertyList(self, data)
+                                    : s_initWithContentsOfFile(self, selector, path);
 }
 
-id InitWithContentsOfURL(id self, SEL /*selector*/, NSURL* url) {
-  return InitWithPropertyList(self, [NSData dataWithContentsOfURL:url]);
+id InitWithContentsOfURL(id self, SEL selector, NSURL* url) {
+  // Nothing is loaded twice over a network.
+  NSData* data = [url isFileURL] ? [NSData dataWithContentsOfURL:url] : nil;
+  return IsBinaryPropertyList(data) ? InitWithPropertyList(self, data)
+                                    : s_initWithContentsOfURL(self, selector, url);
+}
+
+// ---- NSString
+
+/// Classes of strings with an `intValue` of their own.
+constexpr const char* kStringClasses[] = {"NSString", "GSCString", "GSUnicodeString",
+                                          "GSMutableString", "NSConstantString"};
+
+/// GNUstep keeps the low 32 bits of a number that is too large. macOS answers with the nearest
+/// number that an int holds.
+int IntValue(id self, SEL /*selector*/) {
+  const NSUInteger length = [self length];
+  const auto at = [self, length](NSUInteger index) {
+    const unichar character = index < length ? [self characterAtIndex:index] : 0;
+    return character < 0x80 ? static_cast<int>(character) : 0;
+  };
+  NSUInteger index = 0;
+  while (isspace(at(index)) != 0) {
+    ++index;
+  }
+  const bool isNegative = at(index) == '-';
+  if (isNegative || at(index) == '+') {
+    ++index;
+  }
+  long long value = 0;
+  for (; isdigit(at(index)) != 0; ++index) {
+    value = std::min(value * 10 + (at(index) - '0'), kBeyondInt);
+  }
+  return static_cast<int>(isNegative ? -value : std::min(value, kBeyondInt - 1));
 }
 
 // ---- NSFileManager
@@ -78,47 +158,6 @@ NSURL* URLForDirectory(id self, SEL selector, NSSearchPathDirectory directory,
   return s_urlForDirectory(self, selector, directory, domain, url, create, error);
 }
 
-// ---- NSTimeZone
-
-/// Name of the local time zone as the C library finds it (tzset(3)): from TZ, or from where
-/// /etc/localtime points to. Nil when neither names one.
-NSString* LocalTimeZoneName() {
-  char target[PATH_MAX];
-  const char* name = getenv("TZ");
-  if (name == nullptr) {
-    const ssize_t length = readlink(kLocalTimeLink, target, sizeof(target) - 1);
-    if (length < 0) {
-      return nil;
-    }
-    target[length] = '\0';
-    name = target;
-  } else if (*name == ':') {
-    ++name;
-  }
-  const char* folder = strstr(name, kZoneFolder);
-  if (folder != nullptr) {
-    name = folder + strlen(kZoneFolder);
-  }
-  return *name == '\0' || *name == '/' ? nil : [NSString stringWithUTF8String:name];
-}
-
-/// GNUstep reads Debian's /etc/timezone, which may be missing or stale, and complains at length on
-/// standard error when it names no zone. macOS goes by TZ and /etc/localtime.
-NSTimeZone* SystemTimeZone(id /*self*/, SEL /*selector*/) {
-  const time_t now = time(nullptr);
-  struct tm local;
-  tzset();
-  localtime_r(&now, &local);
-
-  NSString* name = LocalTimeZoneName();
-  NSTimeZone* zone = name != nil ? [NSTimeZone timeZoneWithName:name] : nil;
-  if (zone != nil && [zone secondsFromGMT] == local.tm_gmtoff) {
-    return zone;
-  }
-  // A rule in TZ, or a copy in place of the link: no name to find it by, but the offset holds.
-  return [NSTimeZone timeZoneForSecondsFromGMT:local.tm_gmtoff];
-}
-
 }  // namespace
 
 @interface KPFoundationPatches : NSObject
@@ -130,12 +169,19 @@ NSTimeZone* SystemTimeZone(id /*self*/, SEL /*selector*/) {
   // Otherwise a backslash separates the components of a path, as a slash does.
   GSPathHandling("unix");
   ReplaceMethod("GSFileHandle", @selector(synchronizeFile), (IMP)SynchronizeFile);
-  ReplaceMethod("NSDictionary", @selector(initWithContentsOfFile:), (IMP)InitWithContentsOfFile);
-  ReplaceMethod("NSDictionary", @selector(initWithContentsOfURL:), (IMP)InitWithContentsOfURL);
+  s_propertyList = (PropertyListMethod)ReplaceMethod(
+      "NSPropertyListSerialization", @selector(propertyListWithData:options:format:error:),
+      (IMP)PropertyList, true);
+  s_initWithContentsOfFile = (InitWithFileMethod)ReplaceMethod(
+      "NSDictionary", @selector(initWithContentsOfFile:), (IMP)InitWithContentsOfFile);
+  s_initWithContentsOfURL = (InitWithURLMethod)ReplaceMethod(
+      "NSDictionary", @selector(initWithContentsOfURL:), (IMP)InitWithContentsOfURL);
+  for (const char* stringClass : kStringClasses) {
+    ReplaceMethod(stringClass, @selector(intValue), (IMP)IntValue);
+  }
   s_urlForDirectory = (URLForDirectoryMethod)ReplaceMethod(
       "NSFileManager", @selector(URLForDirectory:inDomain:appropriateForURL:create:error:),
       (IMP)URLForDirectory);
-  ReplaceMethod("NSTimeZone", @selector(systemTimeZone), (IMP)SystemTimeZone, true);
 }
 
 @end

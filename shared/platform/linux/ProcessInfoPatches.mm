@@ -16,8 +16,6 @@ constexpr char kSilenceWarnings[] = "--GNU-Debug=NoWarn";
 constexpr unsigned char kLastASCII = 0x7F;
 constexpr char kSubstitute = '?';
 
-NSString* const kDefaultsLock = @".GNUstepDefaults.lck";
-
 char** s_argv;
 char** s_environment;
 
@@ -79,20 +77,6 @@ void InitializeProcessInfo(id self, SEL selector) {
   s_initialize(self, selector);
 }
 
-using InitWithPathMethod = id (*)(id, SEL, NSString*);
-InitWithPathMethod s_initLockWithPath;
-
-/// GNUstep complains about a lock for the user defaults in a home that cannot be written, and waits
-/// for seconds for one that was left behind. The product only reads defaults; without a lock they
-/// are read all the same, and never written.
-id InitLockWithPath(id self, SEL selector, NSString* path) {
-  if ([[path lastPathComponent] isEqualToString:kDefaultsLock]) {
-    [self release];
-    return nil;
-  }
-  return s_initLockWithPath(self, selector, path);
-}
-
 }  // namespace
 
 @interface KPProcessInfoPatches : NSObject
@@ -103,8 +87,6 @@ id InitLockWithPath(id self, SEL selector, NSString* path) {
 + (void)load {
   s_initialize = (InitializeMethod)ReplaceMethod("NSProcessInfo", @selector(initialize),
                                                  (IMP)InitializeProcessInfo, true);
-  s_initLockWithPath = (InitWithPathMethod)ReplaceMethod(
-      "NSDistributedLock", @selector(initWithPath:), (IMP)InitLockWithPath);
 }
 
 @end

@@ -27,7 +27,13 @@ int main(int argc, char** argv) {
   [formatter setDateFormat:@"Z"];
   printf("offset %s\n", [[formatter stringFromDate:[NSDate date]] UTF8String]);
 
-  [[NSUserDefaults standardUserDefaults] objectForKey:@"AppleLanguages"];
+  NSUserDefaults* defaults = [NSUserDefaults standardUserDefaults];
+  NSArray* languages = [defaults stringArrayForKey:@"AppleLanguages"];
+  if (languages != nil) {
+    printf("languages %s\n", [[languages componentsJoinedByString:@","] UTF8String]);
+  }
+  // Foundation does this by itself every half a minute.
+  [defaults synchronize];
   [[NSBundle mainBundle] infoDictionary];
   if (argc > 1) {
     NSURL* url = [NSURL fileURLWithPath:[NSString stringWithUTF8String:argv[1]]];

@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <ctime>
+#include <utility>
 #include <vector>
 
 #import "shared/platform/linux/MethodReplacement.h"
@@ -54,17 +56,24 @@ TEST_F(FoundationTest, SynchronizeFileIsFsyncOfItsDescriptor) {
   EXPECT_EQ(0, s_syncs) << "other file systems are not flushed";
 }
 
+/// Name of the exception that `synchronizeFile` raises; nil when it raises none.
+NSString* RaisedBySynchronizing(NSFileHandle* handle) {
+  @try {
+    [handle synchronizeFile];
+  } @catch (NSException* exception) {
+    return [exception name];
+  }
+  return nil;
+}
+
 TEST_F(FoundationTest, SynchronizeFileRaisesWhenTheDiskFails) {
   WriteWholeFile(folder_ / "file", "");
   NSFileHandle* handle = [NSFileHandle fileHandleForWritingAtPath:String(folder_ / "file")];
   s_fsyncError = EIO;
-  NSString* raised = nil;
-  @try {
-    [handle synchronizeFile];
-  } @catch (NSException* exception) {
-    raised = [exception name];
-  }
-  EXPECT_EQ(Text(NSFileHandleOperationException), Text(raised));
+  EXPECT_EQ(Text(NSFileHandleOperationException), Text(RaisedBySynchronizing(handle)));
+  s_fsyncError = EINVAL;
+  EXPECT_EQ(Text(NSFileHandleOperationException), Text(RaisedBySynchronizing(handle)))
+      << "a file can be flushed";
 }
 
 TEST_F(FoundationTest, SynchronizeFileOfWhatHasNoDiskDoesNothing) {
@@ -170,6 +179,34 @@ TEST_F(FoundationTest, PropertyListsOfEveryFormat) {
   EXPECT_EQ("value", Text(ValueInFile(file)));
 }
 
+TEST_F(FoundationTest, PropertyListsThatGNUstepReadsByItself) {
+  const std::string file = folder_ / "file.plist";
+  const std::string xml =
+      "<plist version=\"1.0\"><dict><key>key</key><string>v\xC3\xA4lue</string></dict></plist>";
+  WriteWholeFile(file, "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + xml);
+  EXPECT_EQ("välue", Text(ValueInFile(file))) << "a byte order mark";
+  NSString* text = @"{ key = \"v\u00e4lue\"; }";
+  ASSERT_TRUE([[text dataUsingEncoding:NSUnicodeStringEncoding] writeToFile:String(file)
+                                                                 atomically:NO]);
+  EXPECT_EQ("välue", Text(ValueInFile(file))) << "UTF-16";
+}
+
+TEST_F(FoundationTest, StringsFilesArePropertyLists) {
+  const std::string file = folder_ / "file.strings";
+  WriteWholeFile(file, "key = value;\nother = \"1\";\n");
+  EXPECT_EQ("value", Text(ValueInFile(file)));
+}
+
+TEST_F(FoundationTest, PropertyListsThatOnlyMacOSReads) {
+  const std::string file = folder_ / "file.plist";
+  const std::string xml = "<plist version=\"1.0\"><dict><key>key</key><string>value</string>"
+                          "</dict></plist>";
+  WriteWholeFile(file, "\n<?xml version=\"1.0\"?>" + xml);
+  EXPECT_EQ(nil, ValueInFile(file));
+  WriteWholeFile(file, "<!DOCTYPE plist>" + xml);
+  EXPECT_EQ(nil, ValueInFile(file));
+}
+
 TEST_F(FoundationTest, FilesThatAreNoPropertyLists) {
   const std::string file = folder_ / "file.plist";
   EXPECT_EQ(nil, ValueInFile(file));
@@ -184,12 +221,48 @@ TEST_F(FoundationTest, FilesThatAreNoPropertyLists) {
   EXPECT_EQ(nil, ValueInFile(folder_.Path().string()));
 }
 
+TEST_F(FoundationTest, MalformedPropertyListsGiveAnError) {
+  for (const std::string& contents :
+       {"bplist00" + std::string(38, '\xFF'), std::string("{ key = ")}) {
+    NSData* data = [NSData dataWithBytes:contents.data() length:contents.size()];
+    NSError* error = nil;
+    EXPECT_EQ(nil, [NSPropertyListSerialization propertyListWithData:data
+                                                             options:NSPropertyListImmutable
+                                                              format:nullptr
+                                                               error:&error]);
+    EXPECT_NE(nil, error) << contents;
+    EXPECT_NE(nil, [error localizedDescription]);
+    EXPECT_EQ(nil, [NSPropertyListSerialization propertyListWithData:data
+                                                             options:NSPropertyListImmutable
+                                                              format:nullptr
+                                                               error:nullptr]);
+  }
+}
+
 TEST_F(FoundationTest, MutableDictionariesOfFiles) {
   WriteWholeFile(folder_ / "file.plist", "{ key = value; }");
   NSMutableDictionary* properties =
       [NSMutableDictionary dictionaryWithContentsOfFile:String(folder_ / "file.plist")];
   [properties setObject:@"other" forKey:@"key"];
   EXPECT_EQ("other", Text([properties objectForKey:@"key"]));
+}
+
+TEST_F(FoundationTest, MutableDictionariesOfBinaryFiles) {
+  const std::string file = folder_ / "file.plist";
+  NSData* data = [NSPropertyListSerialization
+      dataWithPropertyList:[NSDictionary dictionaryWithObject:@"value" forKey:@"key"]
+                    format:NSPropertyListBinaryFormat_v1_0
+                   options:0
+                     error:nullptr];
+  ASSERT_TRUE([data writeToFile:String(file) atomically:NO]);
+  NSURL* url = [NSURL fileURLWithPath:String(file)];
+  for (NSMutableDictionary *properties in
+       [NSArray arrayWithObjects:[NSMutableDictionary dictionaryWithContentsOfFile:String(file)],
+                                 [NSMutableDictionary dictionaryWithContentsOfURL:url], nil]) {
+    EXPECT_EQ("value", Text([properties objectForKey:@"key"]));
+    [properties setObject:@"other" forKey:@"key"];
+    EXPECT_EQ("other", Text([properties objectForKey:@"key"]));
+  }
 }
 
 // ---- NSString
@@ -256,6 +329,42 @@ TEST_F(FoundationTest, IntegersInStrings) {
   EXPECT_EQ(0, [@"" intValue]);
 }
 
+/// Strings of each class that Foundation has for `text`.
+NSArray* Strings(NSString* text) {
+  NSString* wide = [text stringByAppendingString:@"\u6f22"];
+  return [NSArray
+      arrayWithObjects:text, String(Text(text)), [NSMutableString stringWithString:text], wide,
+                       [[wide mutableCopy] autorelease], [wide substringToIndex:[text length]],
+                       [[text stringByAppendingString:@"."] substringToIndex:[text length]], nil];
+}
+
+TEST_F(FoundationTest, IntegersInStringsAreLimitedToThoseOfAnInt) {
+  const std::vector<std::pair<NSString*, int>> kNumbers = {
+      {@"2147483647", INT_MAX},
+      {@"2147483648", INT_MAX},
+      {@"4294967297", INT_MAX},
+      {@"18446744073709551617", INT_MAX},
+      {@"1000000000000000000000000000000000000000", INT_MAX},
+      {@"-2147483648", INT_MIN},
+      {@"-2147483649", INT_MIN},
+      {@"-99999999999999999999999999999999999999", INT_MIN},
+      {@"0000000000000000000000000000000000000012", 12},
+      {@"-12", -12},
+      {@"+12", 12},
+      {@"+-12", 0},
+      {@"- 12", 0},
+      {@" \t\n12 3", 12},
+      {@"12.9", 12},
+      {@"-", 0},
+      {@"", 0}};
+  for (const auto& [text, number] : kNumbers) {
+    for (NSString* string in Strings(text)) {
+      EXPECT_EQ(number, [string intValue]) << Text(string) << " " << Text([string className]);
+    }
+  }
+  EXPECT_EQ(0, [@"\u0661\u0662" intValue]);
+}
+
 TEST_F(FoundationTest, ReadingText) {
   const auto read = [this](const std::string& contents) {
     WriteWholeFile(folder_ / "file", contents);
@@ -290,10 +399,33 @@ TEST_F(FoundationTest, BareToolHasNoBundleVersion) {
 
 // ---- NSUserDefaults
 
-TEST_F(FoundationTest, UserDefaultsAreReadWithoutALock) {
+TEST_F(FoundationTest, LockOfTheUserDefaultsIsHadAtOnceAndLeavesNothing) {
   const std::string file = folder_ / ".GNUstepDefaults.lck";
-  EXPECT_EQ(nil, [[NSDistributedLock alloc] initWithPath:String(file)]);
-  EXPECT_FALSE(std::filesystem::exists(file));
+  NSDistributedLock* lock = [NSDistributedLock lockWithPath:String(file)];
+  EXPECT_TRUE([lock tryLock]);
+  EXPECT_TRUE([[NSDistributedLock lockWithPath:String(file)] tryLock]);
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.Path()));
+  [lock unlock];
+
+  std::filesystem::create_directory(file);
+  lock = [NSDistributedLock lockWithPath:String(file)];
+  EXPECT_TRUE([lock tryLock]) << "another process has it";
+  [lock unlock];
+  EXPECT_TRUE(std::filesystem::exists(file)) << "and keeps it";
+}
+
+bool CreateDirectory(const std::string& path) {
+  return [[NSFileManager defaultManager] createDirectoryAtPath:String(path)
+                                   withIntermediateDirectories:YES
+                                                    attributes:nil
+                                                         error:nullptr];
+}
+
+TEST_F(FoundationTest, FoldersAreCreatedButForTheLock) {
+  EXPECT_TRUE(CreateDirectory(folder_ / "GNUstep/Defaults"));
+  EXPECT_TRUE(std::filesystem::is_directory(folder_ / "GNUstep/Defaults"));
+  EXPECT_TRUE(CreateDirectory(folder_ / ".lck"));
+  EXPECT_FALSE(std::filesystem::exists(folder_ / ".lck"));
 }
 
 TEST_F(FoundationTest, OtherLocksAreAsBefore) {
@@ -343,6 +475,55 @@ TEST_F(TimeZoneTest, NamedByTheEnvironment) {
   EXPECT_EQ("Asia/Kolkata", Text([Zone(":/usr/share/zoneinfo/Asia/Kolkata") name]));
   EXPECT_EQ(0, [Zone("UTC") secondsFromGMT]);
   EXPECT_EQ("+0000", FormattedOffset());
+}
+
+TEST_F(TimeZoneTest, NamedInRoundaboutWays) {
+  for (const char* zone :
+       {"posix/Asia/Kolkata", "right/Asia/Kolkata", "./Asia/Kolkata", "Asia//Kolkata",
+        "Asia/./Kolkata", ":./posix//Asia/Kolkata", "/usr/share/zoneinfo/posix/Asia/Kolkata",
+        "/usr/share/zoneinfo//Asia/Kolkata"}) {
+    EXPECT_EQ("Asia/Kolkata", Text([Zone(zone) name])) << zone;
+    EXPECT_EQ("+0530", FormattedOffset()) << zone;
+  }
+  // The C library's zone, under a name that no list of zones has.
+  EXPECT_EQ(19800, [Zone("Asia/../Asia/Kolkata") secondsFromGMT]);
+  EXPECT_EQ("+0530", FormattedOffset());
+}
+
+/// The offset that strftime(3), and so date(1), prints.
+std::string OffsetOfTheCLibrary() {
+  const time_t now = time(nullptr);
+  struct tm local;
+  localtime_r(&now, &local);
+  char text[16];
+  return strftime(text, sizeof(text), "%z", &local) != 0 ? text : "";
+}
+
+TEST_F(TimeZoneTest, OffsetIsTheCLibrarysWhateverTheZone) {
+  for (const char* zone :
+       {"posix/Asia/Kolkata", "right/America/New_York", "Etc/GMT-14", "GMT-5", "GMT+5", "Zulu",
+        "Universal", "EST5EDT", "EST5EDT,M3.2.0,M11.1.0", "localtime", "posixrules", "Factory",
+        "PST8PDT", "posix", "right/", "XXX-17:59", "XXX17:59", "America/Caracas"}) {
+    setenv("TZ", zone, 1);
+    EXPECT_EQ(FormattedOffset(), OffsetOfTheCLibrary()) << zone;
+  }
+}
+
+TEST_F(TimeZoneTest, OffsetsAreCutToWholeMinutes) {
+  EXPECT_EQ(19800, [Zone("XXX-05:30:59") secondsFromGMT]);
+  EXPECT_EQ("+0530", FormattedOffset());
+  EXPECT_EQ(-19800, [Zone("XXX05:30:59") secondsFromGMT]);
+  EXPECT_EQ("-0530", FormattedOffset());
+  EXPECT_EQ(64800, [Zone("XXX-18:00:59") secondsFromGMT]);
+  EXPECT_EQ("+1800", FormattedOffset());
+}
+
+TEST_F(TimeZoneTest, OffsetsBeyondEighteenHoursAreGMT) {
+  for (const char* zone : {"XXX-18:01", "XXX18:01", "XXX-24:59:59", "XXX24"}) {
+    EXPECT_NE(nil, Zone(zone)) << zone;
+    EXPECT_EQ("GMT", Text([[NSTimeZone systemTimeZone] name]).substr(0, 3)) << zone;
+    EXPECT_EQ("+0000", FormattedOffset()) << zone;
+  }
 }
 
 TEST_F(TimeZoneTest, RuleInTheEnvironment) {
