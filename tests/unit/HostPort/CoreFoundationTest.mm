@@ -28,4 +28,10 @@ TEST(CoreFoundation, ReleaseGivesUpOneOwnership) {
   CFRelease((CFStringRef)text);
 }
 
+TEST(CoreFoundationDeathTest, NullEndsTheProcess) {
+  EXPECT_DEATH(CFRelease(nullptr), "host port: CFRelease\\(\\) called with NULL");
+  EXPECT_DEATH(CFEqual(nullptr, CFSTR("x")), "host port: CFEqual\\(\\) called with NULL");
+  EXPECT_DEATH(CFEqual(CFSTR("x"), nullptr), "host port: CFEqual\\(\\) called with NULL");
+}
+
 }  // namespace

@@ -16,10 +16,11 @@ typedef const struct __CFString* CFStringRef;
 #define CFSTR(text) ((CFStringRef) @"" text)
 #endif
 
-/// Gives up one ownership of `object`, which must not be NULL.
+/// Gives up one ownership of `object`. NULL ends the process, as on macOS.
 void CFRelease(CFTypeRef object);
 
-/// True when the two are equal as Foundation's `isEqual:` sees it. Neither may be NULL.
+/// True when the two are equal as Foundation's `isEqual:` sees it. NULL ends the process, as
+/// on macOS.
 Boolean CFEqual(CFTypeRef left, CFTypeRef right);
 
 #ifdef __cplusplus
