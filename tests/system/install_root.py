@@ -127,7 +127,8 @@ class InstallRoot:
 
     def set_console(self, console):
         """Says who is at the console: a user's name, "loginwindow" for the login window,
-        "unknown" for a user without a passwd entry, or None for nobody."""
+        "unknown" for a user without a passwd entry, "closing" for alice, who is logging out, or
+        None for nobody."""
         shutil.rmtree(self.path("/run/systemd"), ignore_errors=True)
         for name in ("seats", "sessions", "users", "machines"):
             self.mkdir("/run/systemd/" + name)
@@ -137,6 +138,8 @@ class InstallRoot:
             self._open_session("c1", *GREETER, "greeter")
         elif console == "unknown":
             self._open_session("7", str(UNKNOWN_UID), UNKNOWN_UID, "user")
+        elif console == "closing":
+            self._open_session("2", "alice", USERS["alice"], "user", state="closing")
         else:
             self._open_session("2", console, USERS[console], "user")
 
@@ -232,13 +235,13 @@ class InstallRoot:
         self.write("/etc/hosts", "127.0.0.1 localhost\n")
         self.write("/etc/machine-id", "0" * 31 + "1\n")
 
-    def _open_session(self, session, name, uid, kind):
+    def _open_session(self, session, name, uid, kind, state="active"):
         self.write("/run/systemd/seats/seat0", _SEAT.format(
             active=f"ACTIVE={session}\nACTIVE_UID={uid}\nSESSIONS={session}\nUIDS={uid}\n"))
         self.write(f"/run/systemd/sessions/{session}", _SESSION.format(
-            session=session, name=name, uid=uid, kind=kind))
+            session=session, name=name, uid=uid, kind=kind, state=state))
         self.write(f"/run/systemd/users/{uid}", _USER.format(
-            session=session, name=name, uid=uid))
+            session=session, name=name, uid=uid, state=state))
 
     def _sandbox(self, env, cwd, check_leaks):
         arguments = ["bwrap", "--unshare-net", "--unshare-pid", "--unshare-ipc", "--unshare-uts",
@@ -387,7 +390,7 @@ UID={uid}
 USER={name}
 ACTIVE=1
 IS_DISPLAY=1
-STATE=active
+STATE={state}
 REMOTE=0
 TYPE=x11
 ORIGINAL_TYPE=x11
@@ -407,7 +410,7 @@ MONOTONIC=1000000
 
 _USER = """# This is private data. Do not parse.
 NAME={name}
-STATE=active
+STATE={state}
 STOPPING=no
 RUNTIME=/run/user/{uid}
 DISPLAY={session}

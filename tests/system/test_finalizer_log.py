@@ -7,7 +7,7 @@ from install_root import BUNDLE, LINE, LOG, UNKNOWN_UID
 
 
 @pytest.mark.parametrize("console, home", [
-    ("alice", "alice"), ("bob", "bob"), ("loginwindow", None), (None, None)])
+    ("alice", "alice"), ("bob", "bob"), ("loginwindow", None), ("closing", None), (None, None)])
 def test_location(install_root, finalizer_run, bundle_blob, console, home):
     install_root.set_console(console)
     install_root.lay_blob(bundle_blob)

@@ -67,6 +67,8 @@ constexpr char kSeat[] = "IS_SEAT0=1\nACTIVE=c1\nACTIVE_UID=0\nSESSIONS=c1\nUIDS
 constexpr char kSession[] =
     "UID=0\nUSER=root\nACTIVE=1\nIS_DISPLAY=1\nSTATE=active\nREMOTE=0\nTYPE=x11\n"
     "ORIGINAL_TYPE=x11\nCLASS=user\nSEAT=seat0\n";
+constexpr char kClosingSession[] =
+    "UID=0\nUSER=root\nACTIVE=1\nSTATE=closing\nREMOTE=0\nTYPE=x11\nCLASS=user\nSEAT=seat0\n";
 constexpr char kGreeterSession[] =
     "UID=0\nUSER=root\nACTIVE=1\nSTATE=active\nREMOTE=0\nTYPE=wayland\nCLASS=greeter\n"
     "SEAT=seat0\n";
@@ -79,6 +81,7 @@ TEST(ConsoleUserFiles, OfLogind) {
   EXPECT_EQ("root", user);
   EXPECT_EQ("loginwindow", ConsoleUser(kSeat, kGreeterSession));
   EXPECT_EQ("3999999999", ConsoleUser("ACTIVE=c1\nACTIVE_UID=3999999999\n", kSession));
+  EXPECT_EQ("(absent)", ConsoleUser(kSeat, kClosingSession)) << "the user has logged out";
   EXPECT_EQ("(absent)", ConsoleUser(kSeat, "")) << "the session has ended";
   EXPECT_EQ("(absent)", ConsoleUser("IS_SEAT0=1\n", kSession)) << "nobody is in the foreground";
   EXPECT_EQ("(absent)", ConsoleUser("", "")) << "no logind";
