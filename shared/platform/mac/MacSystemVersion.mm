@@ -41,6 +41,9 @@ NSArray* VersionFileComponents() {
                                                 appropriateForURL:nil
                                                            create:NO
                                                             error:nullptr];
+  if (folder == nil) {
+    return nil;  // Reading from no URL raises.
+  }
   NSDictionary* properties =
       [NSDictionary dictionaryWithContentsOfURL:[folder URLByAppendingPathComponent:kVersionFile]];
   id version = [properties objectForKey:kVersionKey];

@@ -15,6 +15,7 @@ static NSMutableString* s_consoleUser;
 static int s_consoleQueries;
 static unsigned int s_version[3];
 static int s_versionQueries;
+static bool s_versionIsTold = true;
 
 CFStringRef SCDynamicStoreCopyConsoleUser(SCDynamicStoreRef store, uid_t* uid, gid_t* gid) {
   EXPECT_EQ(nullptr, store);
@@ -26,6 +27,9 @@ CFStringRef SCDynamicStoreCopyConsoleUser(SCDynamicStoreRef store, uid_t* uid, g
 
 void ObtainMacSystemVersion(unsigned int* major, unsigned int* minor, unsigned int* bugfix) {
   ++s_versionQueries;
+  if (!s_versionIsTold) {
+    return;
+  }
   *major = s_version[0];
   *minor = s_version[1];
   *bugfix = s_version[2];
@@ -102,6 +106,12 @@ TEST(KPIMCommonUtil, PackedVersionIsKeptForTheProcess) {
   EXPECT_EQ(0x0A0F07u, PackedVersion(10, 15, 7));
   EXPECT_EQ(0x0B0203u, PackedVersion(11, 2, 3));
   EXPECT_EQ(0u, PackedVersion(0, 0, 0)) << "zero is a version too, not an empty cache";
+}
+
+TEST(KPIMCommonUtil, PackedVersionStartsFromTenZeroZero) {
+  s_versionIsTold = false;
+  EXPECT_EQ(0x0A0000u, PackedVersion(11, 2, 3));
+  s_versionIsTold = true;
 }
 
 TEST(KPIMCommonUtil, PackedVersionMasksNothing) {

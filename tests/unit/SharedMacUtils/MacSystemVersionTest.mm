@@ -14,6 +14,7 @@
 namespace {
 
 std::string s_coreServices;
+bool s_hasCoreServices;
 int s_foldersAsked;
 
 NSURL* CoreServices(id /*self*/, SEL /*selector*/, NSSearchPathDirectory directory,
@@ -24,7 +25,13 @@ NSURL* CoreServices(id /*self*/, SEL /*selector*/, NSSearchPathDirectory directo
   EXPECT_EQ(NO, create);
   EXPECT_EQ(nullptr, error);
   ++s_foldersAsked;
-  return [NSURL fileURLWithPath:String(s_coreServices)];
+  return s_hasCoreServices ? [NSURL fileURLWithPath:String(s_coreServices)] : nil;
+}
+
+/// macOS raises here for nil.
+NSDictionary* ContentsOfURL(id /*self*/, SEL /*selector*/, NSURL* url) {
+  EXPECT_NE(nil, url);
+  return nil;
 }
 
 ScopedMethodReplacement* s_responds;
@@ -49,6 +56,7 @@ class MacSystemVersionTest : public testing::Test {
                   (IMP)RespondsAsOldSystems),
         file_(folder_ / "SystemVersion.plist") {
     s_coreServices = folder_.Path().string();
+    s_hasCoreServices = true;
     s_foldersAsked = 0;
     s_responds = &responds_;
   }
@@ -100,6 +108,10 @@ TEST_F(MacSystemVersionTest, ComponentsThatAreNoNumbers) {
   EXPECT_EQ("10.0.8", VersionFor("<string>10..8</string>"));
 }
 
+TEST_F(MacSystemVersionTest, NumbersTooLargeForAnInt) {
+  EXPECT_EQ("2147483647.2147483648.10", VersionFor("<string>4294967306.-4294967306.10</string>"));
+}
+
 TEST_F(MacSystemVersionTest, VersionIsNoString) {
   EXPECT_EQ("10.0.0", VersionFor("<real>11.2</real>"));
   EXPECT_EQ("10.0.0", VersionFor("<integer>11</integer>"));
@@ -108,6 +120,14 @@ TEST_F(MacSystemVersionTest, VersionIsNoString) {
 }
 
 TEST_F(MacSystemVersionTest, FileIsMissing) { EXPECT_EQ("10.0.0", Version()); }
+
+TEST_F(MacSystemVersionTest, FolderOfTheFileIsUnknown) {
+  ScopedMethodReplacement contents([NSDictionary class], @selector(dictionaryWithContentsOfURL:),
+                                   (IMP)ContentsOfURL, ScopedMethodReplacement::kClassMethod);
+  s_hasCoreServices = false;
+  EXPECT_EQ("10.0.0", Version());
+  EXPECT_EQ(1, s_foldersAsked);
+}
 
 TEST_F(MacSystemVersionTest, FileIsAFolder) {
   std::filesystem::create_directory(file_);
