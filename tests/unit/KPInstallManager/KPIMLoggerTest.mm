@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -56,11 +57,14 @@ TEST_F(KPIMLoggerTest, InstanceVariablesInOrder) {
   unsigned int count = 0;
   Ivar* ivars = class_copyIvarList([KPIMLogger class], &count);
   std::vector<std::string> names;
+  std::vector<std::string> types;
   for (unsigned int i = 0; i < count; ++i) {
     names.push_back(ivar_getName(ivars[i]));
+    types.push_back(ivar_getTypeEncoding(ivars[i]));
   }
   free(ivars);
   EXPECT_THAT(names, ElementsAre("mLogFH", "mLoggingLevel", "mPrefix"));
+  EXPECT_THAT(types, ElementsAre("@\"NSFileHandle\"", "I", "@\"NSString\""));
 }
 
 TEST_F(KPIMLoggerTest, InitYieldsNoObject) { EXPECT_EQ(nil, [[KPIMLogger alloc] init]); }
@@ -74,15 +78,62 @@ TEST_F(KPIMLoggerTest, LineOfTheFinalizer) {
               MatchesRegex(std::string(kStamp) + "\\[I\\] FIN: \\[finalizer started\\]\n"));
 }
 
+/// The moment that the first line's stamp tells; its offset from GMT in seconds is in `offset`.
+time_t Stamp(const std::string& log, long& offset) {
+  struct tm stamp = {};
+  EXPECT_NE(nullptr, strptime(log.c_str(), "%Y-%m-%d %H:%M:%S %z", &stamp));
+  offset = stamp.tm_gmtoff;
+  return timegm(&stamp) - offset;
+}
+
 TEST_F(KPIMLoggerTest, StampIsTheCurrentTime) {
   const time_t before = time(nullptr);
   [Open() logTimeStampedString:@"x" withLoggingLevel:1];
   const time_t after = time(nullptr);
 
-  struct tm stamp = {};
-  ASSERT_NE(nullptr, strptime(ReadWholeFile(file_).c_str(), "%Y-%m-%d %H:%M:%S %z", &stamp));
-  const long offset = stamp.tm_gmtoff;
-  const time_t logged = timegm(&stamp) - offset;
+  long offset = 0;
+  const time_t logged = Stamp(ReadWholeFile(file_), offset);
+  EXPECT_GE(logged, before);
+  EXPECT_LE(logged, after);
+}
+
+/// Sets TZ for the length of a scope.
+class ScopedTimeZone {
+ public:
+  explicit ScopedTimeZone(const char* zone) {
+    const char* saved = getenv("TZ");
+    wasSet_ = saved != nullptr;
+    saved_ = wasSet_ ? saved : "";
+    setenv("TZ", zone, 1);
+    Apply();
+  }
+  ~ScopedTimeZone() {
+    wasSet_ ? setenv("TZ", saved_.c_str(), 1) : unsetenv("TZ");
+    Apply();
+  }
+
+ private:
+  /// Foundation keeps the local time zone until it is told.
+  static void Apply() {
+    tzset();
+    [NSTimeZone resetSystemTimeZone];
+  }
+
+  bool wasSet_;
+  std::string saved_;
+};
+
+TEST_F(KPIMLoggerTest, StampIsInTheLocalTimeZone) {
+  const ScopedTimeZone zone("XXX-05:30");
+  const time_t before = time(nullptr);
+  [Open() logTimeStampedString:@"x" withLoggingLevel:1];
+  const time_t after = time(nullptr);
+
+  const std::string log = ReadWholeFile(file_);
+  EXPECT_EQ(" +0530 ", log.substr(kStampLength - 7, 7));
+  long offset = 0;
+  const time_t logged = Stamp(log, offset);
+  EXPECT_EQ(19800, offset);
   EXPECT_GE(logged, before);
   EXPECT_LE(logged, after);
 }
@@ -183,6 +234,13 @@ TEST_F(KPIMLoggerTest, MissingFileIsCreated) {
   EXPECT_NE(nil, Open());
   EXPECT_TRUE(std::filesystem::is_regular_file(file_));
   EXPECT_EQ(0u, std::filesystem::file_size(file_));
+}
+
+TEST_F(KPIMLoggerTest, CreatedFileHasTheDefaultPermissions) {
+  const mode_t saved = umask(0027);
+  EXPECT_NE(nil, Open());
+  umask(saved);
+  EXPECT_EQ(std::filesystem::perms(0640), std::filesystem::status(file_).permissions());
 }
 
 TEST_F(KPIMLoggerTest, MissingFolderIsNot) {

@@ -35,7 +35,9 @@ enum : unsigned int {
 - (id)init;
 
 /// A logger on the file at `path`, at level 1 and with an empty prefix. A missing file is
-/// created, a missing folder is not; what the file holds is kept.
+/// created with the file manager's default permissions (0666 less the umask), a missing folder is
+/// not; what the file holds is kept. A link in the file's place is followed. A FIFO is opened like
+/// a file, so this waits until somebody reads it.
 ///
 /// Returns nil when the file cannot be opened for writing. Callers keep the absent logger:
 /// messages to it do nothing.
