@@ -36,6 +36,16 @@ TEST(RemoveItem, RemovesALinkAndNotWhatItPointsTo) {
   EXPECT_EQ("content", ReadWholeFile(folder / "file"));
 }
 
+TEST(RemoveItem, RemovesALinkToAFolderAndNothingInTheFolder) {
+  TemporaryFolder folder;
+  std::filesystem::create_directory(folder / "a");
+  WriteWholeFile(folder / "a/file", "content");
+  std::filesystem::create_directory_symlink(folder / "a", folder / "link");
+  EXPECT_TRUE(Remove(folder / "link"));
+  EXPECT_FALSE(std::filesystem::is_symlink(folder / "link"));
+  EXPECT_EQ("content", ReadWholeFile(folder / "a/file"));
+}
+
 TEST(RemoveItem, RemovesADanglingLink) {
   TemporaryFolder folder;
   std::filesystem::create_symlink("nowhere", folder / "link");
@@ -50,6 +60,26 @@ TEST(RemoveItem, SucceedsWhenNothingIsThere) {
   EXPECT_EQ(nil, error);
   EXPECT_TRUE([[NSFileManager defaultManager] removeItemAtPathIfItExists:nil error:&error]);
   EXPECT_EQ(nil, error);
+}
+
+TEST(RemoveItem, SucceedsBelowAFile) {
+  TemporaryFolder folder;
+  WriteWholeFile(folder / "file", "content");
+  NSError* error = nil;
+  EXPECT_TRUE(Remove(folder / "file/below", &error));
+  EXPECT_EQ(nil, error);
+  EXPECT_EQ("content", ReadWholeFile(folder / "file"));
+}
+
+TEST(RemoveItem, TellsWhatCannotBeLookedAt) {
+  TemporaryFolder folder;
+  std::filesystem::create_symlink("loop", folder / "loop");
+  for (const std::string& path : {folder / "loop/file", folder / std::string(300, 'x').c_str()}) {
+    NSError* error = nil;
+    EXPECT_FALSE(Remove(path, &error)) << path;
+    EXPECT_NE(nil, error) << path;
+    EXPECT_FALSE(Remove(path)) << path;
+  }
 }
 
 TEST(RemoveItem, TellsWhatCannotBeRemoved) {

@@ -1,10 +1,23 @@
 #import "player/Installers/Mac/KPInstallManager/source/utility/NSFileManager+RemoveItem.h"
 
+#include <errno.h>
+#include <sys/stat.h>
+
+namespace {
+
+/// Whether no item has that path, a dangling link being one. False when the system cannot tell.
+bool IsMissing(NSString* path) {
+  struct stat status;
+  return lstat([path fileSystemRepresentation], &status) != 0 &&
+         (errno == ENOENT || errno == ENOTDIR);
+}
+
+}  // namespace
+
 @implementation NSFileManager (RemoveItem)
 
 - (BOOL)removeItemAtPathIfItExists:(NSString*)path error:(NSError**)error {
-  // The item's own attributes: fileExistsAtPath: follows links and says no to a dangling one.
-  if (path == nil || [self attributesOfItemAtPath:path error:nullptr] == nil) {
+  if (path == nil || IsMissing(path)) {
     return YES;
   }
   return [self removeItemAtPath:path error:error];
