@@ -18,6 +18,8 @@ class ConnectionRecorder {
   int requests() const;
   /// The delegate of the last connection.
   id delegate() const;
+  /// The last connection, which is not retained; it answers `cancel`.
+  id connection() const;
   /// How many connections were cancelled, and how many are in memory.
   int cancelled() const;
   int connections() const;
@@ -26,6 +28,10 @@ class ConnectionRecorder {
 
   /// What a synchronous request gets; nil at first.
   void SetReply(NSData* reply);
+  /// From now on a synchronous request is kept and then raises.
+  void MakeRequestsRaise();
+  /// From now on connections retain their delegate until they are cancelled, as the platform's do.
+  void MakeConnectionsRetainDelegates();
 
  private:
   ScopedMethodReplacement connect_;

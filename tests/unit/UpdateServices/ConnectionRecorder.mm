@@ -5,11 +5,14 @@ namespace {
 struct Records {
   NSURLRequest* request;
   id delegate;
+  id connection;
   NSData* reply;
   int requests;
   int cancelled;
   int connections;
   bool askedForMore;
+  bool requestsRaise;
+  bool delegatesAreRetained;
 } s_records;
 
 void RecordRequest(NSURLRequest* request) {
@@ -21,25 +24,33 @@ void RecordRequest(NSURLRequest* request) {
 
 }  // namespace
 
-@interface RecordedConnection : NSObject
+@interface RecordedConnection : NSObject {
+  id _delegate;
+}
+- (id)initWithDelegate:(id)delegate;
 - (void)cancel;
 @end
 
 @implementation RecordedConnection
 
-- (id)init {
+- (id)initWithDelegate:(id)delegate {
   self = [super init];
+  _delegate = [delegate retain];
   ++s_records.connections;
   return self;
 }
 
 - (void)dealloc {
   --s_records.connections;
+  [_delegate release];
   [super dealloc];
 }
 
 - (void)cancel {
   ++s_records.cancelled;
+  id delegate = _delegate;
+  _delegate = nil;
+  [delegate release];
 }
 
 @end
@@ -50,13 +61,18 @@ id Connect(id self, SEL /*selector*/, NSURLRequest* request, id delegate) {
   RecordRequest(request);
   s_records.delegate = delegate;
   [self release];
-  return [[RecordedConnection alloc] init];
+  s_records.connection =
+      [[RecordedConnection alloc] initWithDelegate:s_records.delegatesAreRetained ? delegate : nil];
+  return s_records.connection;
 }
 
 NSData* Send(id /*self*/, SEL /*selector*/, NSURLRequest* request, NSURLResponse** response,
              NSError** error) {
   RecordRequest(request);
   s_records.askedForMore = response != nullptr || error != nullptr;
+  if (s_records.requestsRaise) {
+    [NSException raise:NSInternalInconsistencyException format:@"no connection"];
+  }
   return s_records.reply;
 }
 
@@ -78,6 +94,7 @@ ConnectionRecorder::~ConnectionRecorder() {
 NSURLRequest* ConnectionRecorder::request() const { return s_records.request; }
 int ConnectionRecorder::requests() const { return s_records.requests; }
 id ConnectionRecorder::delegate() const { return s_records.delegate; }
+id ConnectionRecorder::connection() const { return s_records.connection; }
 int ConnectionRecorder::cancelled() const { return s_records.cancelled; }
 int ConnectionRecorder::connections() const { return s_records.connections; }
 bool ConnectionRecorder::askedForMore() const { return s_records.askedForMore; }
@@ -87,3 +104,6 @@ void ConnectionRecorder::SetReply(NSData* reply) {
   [s_records.reply release];
   s_records.reply = reply;
 }
+
+void ConnectionRecorder::MakeRequestsRaise() { s_records.requestsRaise = true; }
+void ConnectionRecorder::MakeConnectionsRetainDelegates() { s_records.delegatesAreRetained = true; }

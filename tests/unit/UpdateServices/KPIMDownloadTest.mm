@@ -49,6 +49,73 @@
 
 @end
 
+/// Counts those that go.
+@interface WatchedDownload : KPIMDownload
+@end
+
+namespace {
+int s_downloadsGone;
+}
+
+@implementation WatchedDownload
+
+- (void)dealloc {
+  ++s_downloadsGone;
+  [super dealloc];
+}
+
+@end
+
+/// Releases its download in one of its methods.
+@interface ReleasingReceiver : ProgressReceiver {
+ @public
+  KPIMDownload* download;
+  std::string when;
+  int goneWhileTold;
+}
+@end
+
+@implementation ReleasingReceiver
+
+- (void)releaseIfTold:(const std::string&)event {
+  if (event == when) {
+    [download release];
+    goneWhileTold = s_downloadsGone;
+  }
+}
+
+- (void)downloadDidComplete {
+  [super downloadDidComplete];
+  [self releaseIfTold:"complete"];
+}
+
+- (void)downloadDidFail {
+  [super downloadDidFail];
+  [self releaseIfTold:"fail"];
+}
+
+- (void)downloadDidProgress:(float)fraction {
+  [super downloadDidProgress:fraction];
+  [self releaseIfTold:"progress"];
+}
+
+@end
+
+/// Tries the download again as soon as it fails.
+@interface RetryingReceiver : ProgressReceiver {
+ @public
+  KPIMDownload* download;
+}
+@end
+
+@implementation RetryingReceiver
+
+- (void)downloadDidFail {
+  events.push_back([download startDownload] ? "started" : "refused");
+}
+
+@end
+
 /// A response that announces any length, -1 for none.
 @interface LengthResponse : NSObject {
   long long _length;
@@ -193,12 +260,54 @@ TEST_F(KPIMDownloadTest, WithoutADirectoryThereIsNoFile) {
 }
 
 TEST_F(KPIMDownloadTest, WithoutANameThereIsNoFile) {
+  Make(true, String(Directory()), nil);
+  EXPECT_EQ(nil, [download_ getDownloadPath]);
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(KPIMDownloadTest, NameThatNamesNoItemOfTheDirectoryGivesNoFile) {
   WriteWholeFile(File(), "precious");
-  for (NSString *name in [NSArray arrayWithObjects:@"", [NSNull null], nil]) {
-    Make(true, String(Directory()), [name isEqual:[NSNull null]] ? nil : name);
-    EXPECT_EQ(nil, [download_ getDownloadPath]);
+  std::filesystem::create_directory(Directory() + "/sub");
+  WriteWholeFile(Directory() + "/sub/body", "precious");
+  WriteWholeFile(folder_ / "above", "precious");
+  const std::string names[] = {"",
+                               ".",
+                               "..",
+                               "/",
+                               "//",
+                               "./",
+                               "../",
+                               "/.",
+                               "body/",
+                               "/body",
+                               "sub/body",
+                               "../above",
+                               "sub/..",
+                               std::string("\0", 1),
+                               std::string("body\0", 5)};
+  for (const std::string& name : names) {
+    Make(true, String(Directory()),
+         [[[NSString alloc] initWithBytes:name.data()
+                                   length:name.size()
+                                 encoding:NSUTF8StringEncoding] autorelease]);
+    EXPECT_EQ("(absent)", Text([download_ getDownloadPath])) << name;
+    EXPECT_TRUE([download_ startDownload]) << "into memory";
+    EXPECT_EQ("precious", ReadWholeFile(File())) << name;
+    EXPECT_EQ("precious", ReadWholeFile(Directory() + "/sub/body")) << name;
+    EXPECT_EQ("precious", ReadWholeFile(folder_ / "above")) << name;
+    [download_ release];
+    download_ = nil;
+  }
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(KPIMDownloadTest, OddNameOfAnItemIsAName) {
+  for (const std::string& name : {"...", ".body", "a..b", "~", " ", "\\", "body\\", "C:"}) {
+    WriteWholeFile(File(), "precious");
+    Make(true, String(Directory()), String(name));
+    EXPECT_EQ(Directory() + "/" + name, Text([download_ getDownloadPath]));
     EXPECT_TRUE([download_ startDownload]);
-    EXPECT_EQ("precious", ReadWholeFile(File())) << "the directory is not removed";
+    EXPECT_EQ("precious", ReadWholeFile(File())) << name;
     [download_ release];
     download_ = nil;
   }
@@ -348,10 +457,10 @@ TEST_F(KPIMDownloadTest, FractionOfAnEmptyLengthIsInfinite) {
 TEST_F(KPIMDownloadTest, FractionIsOfFloats) {
   Make(true);
   [download_ startDownload];
-  Respond(3);
+  // One more than a float can tell: the quotient of doubles, narrowed, is another one.
+  Respond(16777217);
   Receive("a");
-  // The quotient of floats, not of doubles that is narrowed; the latter may differ in a bit.
-  EXPECT_THAT(receiver_->fractions, ElementsAre(1.0F / 3.0F));
+  EXPECT_THAT(receiver_->fractions, ElementsAre(1.0F / 16777216.0F));
 }
 
 TEST_F(KPIMDownloadTest, RedirectDropsTheBodyButNotTheCount) {
@@ -403,8 +512,14 @@ TEST_F(KPIMDownloadTest, SecondStartBeforeTheResponseStartsAgain) {
   EXPECT_TRUE([download_ startDownload]);
   EXPECT_EQ(2, network_.requests());
   EXPECT_EQ(1, network_.connections()) << "the first is released";
-  EXPECT_EQ(0, network_.cancelled());
+  EXPECT_EQ(1, network_.cancelled()) << "it feeds the download no longer";
   EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(KPIMDownloadTest, FirstStartCancelsNothing) {
+  Make(true);
+  EXPECT_TRUE([download_ startDownload]);
+  EXPECT_EQ(0, network_.cancelled());
 }
 
 TEST_F(KPIMDownloadTest, SecondStartIsRefusedFromTheResponseOn) {
@@ -470,6 +585,123 @@ TEST_F(KPIMDownloadTest, LateCallbacksDoNotRaise) {
   Finish();
   Fail();
   EXPECT_THAT(receiver_->events, ElementsAre("progress", "progress", "complete", "fail"));
+}
+
+TEST_F(KPIMDownloadTest, LateChunkAfterTheEndStaysOutOfTheFile) {
+  for (const bool finishes : {true, false}) {
+    StartWithFile();
+    Respond(8);
+    Receive("body");
+    finishes ? Finish() : Fail();
+    Receive("late");
+    EXPECT_EQ("body", ReadWholeFile(File())) << finishes;
+    [download_ release];
+    download_ = nil;
+  }
+}
+
+// ---- Receivers that act while they are told
+
+TEST_F(KPIMDownloadTest, FailedDownloadCannotBeStartedByWhomItTells) {
+  RetryingReceiver* retrying = [[RetryingReceiver alloc] init];
+  [receiver_ release];
+  receiver_ = retrying;
+  StartWithFile();
+  retrying->download = download_;
+  Fail();
+  EXPECT_THAT(retrying->events, ElementsAre("refused"));
+  [download_ release];
+
+  StartWithFile();
+  retrying->download = download_;
+  Respond(4);
+  std::filesystem::remove(Directory());
+  Receive("body");
+  EXPECT_THAT(retrying->events, ElementsAre("refused", "refused", "progress"));
+  EXPECT_EQ(2, network_.requests());
+}
+
+/// A download that only its receiver and its connection hold.
+class ReleasedDownloadTest : public KPIMDownloadTest {
+ protected:
+  ReleasedDownloadTest() { s_downloadsGone = 0; }
+
+  void StartReleasedOn(const std::string& event) {
+    network_.MakeConnectionsRetainDelegates();
+    ReleasingReceiver* releasing = [[ReleasingReceiver alloc] init];
+    [receiver_ release];
+    receiver_ = releasing;
+    download_ = [[WatchedDownload alloc] initWithURL:url_
+                                        downloadPath:String(Directory())
+                                            filename:@"body"
+                                              logger:logger_
+                                            delegate:receiver_
+                                         asyncModeOn:true];
+    releasing->download = download_;
+    releasing->when = event;
+    EXPECT_TRUE([download_ startDownload]);
+  }
+  /// Lets the connection go of the download, as it does at its end.
+  void DropConnection() { [(NSURLConnection*)network_.connection() cancel]; }
+  void ExpectGoneOnlyAfterwards() {
+    EXPECT_EQ(0, ((ReleasingReceiver*)receiver_)->goneWhileTold);
+    EXPECT_EQ(0, s_downloadsGone);
+    download_ = nil;
+    [pool_ release];
+    pool_ = nil;
+    EXPECT_EQ(1, s_downloadsGone);
+  }
+};
+
+TEST_F(ReleasedDownloadTest, OnAFileThatCannotBeCreated) {
+  StartReleasedOn("fail");
+  Respond(8);
+  std::filesystem::remove(Directory());
+  Receive("body");
+  EXPECT_THAT(receiver_->events, ElementsAre("fail", "progress"));
+  ExpectGoneOnlyAfterwards();
+}
+
+TEST_F(ReleasedDownloadTest, OnProgress) {
+  StartReleasedOn("progress");
+  Respond(8);
+  DropConnection();
+  Receive("body");
+  ExpectGoneOnlyAfterwards();
+}
+
+TEST_F(ReleasedDownloadTest, OnFailure) {
+  StartReleasedOn("fail");
+  Respond(8);
+  DropConnection();
+  Fail();
+  ExpectGoneOnlyAfterwards();
+}
+
+TEST_F(ReleasedDownloadTest, OnCompletion) {
+  StartReleasedOn("complete");
+  Respond(8);
+  DropConnection();
+  Finish();
+  ExpectGoneOnlyAfterwards();
+}
+
+TEST_F(ReleasedDownloadTest, BeforeItIsCancelled) {
+  StartReleasedOn("");
+  Respond(8);
+  [download_ release];
+  EXPECT_TRUE([download_ cancelDownload]);
+  ExpectGoneOnlyAfterwards();
+}
+
+TEST_F(ReleasedDownloadTest, BeforeItStartsAgain) {
+  StartReleasedOn("");
+  [download_ release];
+  EXPECT_TRUE([download_ startDownload]);
+  EXPECT_EQ(1, network_.cancelled());
+  EXPECT_EQ(0, s_downloadsGone);
+  DropConnection();
+  ExpectGoneOnlyAfterwards();
 }
 
 // ---- The file

@@ -7,7 +7,7 @@
 
 /// How far a download in asynchronous mode has come. The last three are final.
 enum : int {
-  /// Also after `startDownload`, until the server answers.
+  /// Also after `startDownload`, until the server answers or the connection fails.
   kDownloadStateNotStarted = 0,
   kDownloadStateStarted = 1,
   kDownloadStateCompleted = 2,
@@ -27,7 +27,8 @@ enum : int {
 @optional
 
 /// After each chunk: the fraction of the body that has arrived. It is infinite when the server
-/// announced an empty body, 0 when it announced no length, and may exceed 1 after a redirect.
+/// announced an empty body, next to 0 when it announced no length, and may exceed 1 after a
+/// redirect.
 - (void)downloadDidProgress:(float)fraction;
 
 @end
@@ -39,7 +40,7 @@ enum : int {
 /// of the thread that calls `startDownload`, in the default mode, and goes into the file too.
 ///
 /// The delegate is retained: it and the download may keep each other alive until the delegate
-/// releases the download.
+/// releases the download, which it may do from within any of its methods.
 @interface KPIMDownload : NSObject {
  @private
   NSString* m_downloadPath;
@@ -57,8 +58,9 @@ enum : int {
 }
 
 /// A download of `url` that has not started. `directory` and `filename` name the file to write;
-/// there is none when either is missing. A directory that does not exist is logged and gives no
-/// file either. Retains `logger` and `delegate`, either of which may be nil.
+/// there is none when either is missing, or when the name is not that of an item of the directory:
+/// empty, ".", ".." or with a slash or NUL in it. A directory that does not exist is logged and
+/// gives no file either. Retains `logger` and `delegate`, either of which may be nil.
 - (id)initWithURL:(NSURL*)url
      downloadPath:(NSString*)directory
          filename:(NSString*)filename
@@ -66,9 +68,11 @@ enum : int {
          delegate:(id<KPIMDownloadProgressReceiver>)delegate
       asyncModeOn:(bool)asyncModeOn;
 
-/// Sends the request, past all caches, and removes the file of an earlier download. The server may
-/// be silent for 60 seconds. Returns true when a request was sent, whatever comes of it; false,
-/// with a line in the log, when the server has already answered an earlier one.
+/// Sends the request, past all caches, and removes the file of an earlier download. In asynchronous
+/// mode the server may be silent for 60 seconds at a time; in synchronous mode everything may take
+/// 60 seconds. Returns true when a request was sent, whatever comes of it; false, with a line in
+/// the log, when the server has answered an earlier one or that one has failed, even without an
+/// answer. An earlier one that is still unanswered is dropped for the new one.
 - (bool)startDownload;
 
 /// Ends a download that the server has begun to answer; the delegate hears nothing more. Returns

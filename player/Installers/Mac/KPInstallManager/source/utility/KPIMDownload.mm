@@ -21,6 +21,18 @@ NSString* const kKeptNowhere =
     @"Downloaded data is not kept in memory and also is not saved to disk";
 NSString* const kHandleLeft = @"File handle should have been nil.";
 
+/// Whether `name` names an item of a folder. The start removes what it names, so a name that leads
+/// elsewhere, or to the folder itself, is none.
+bool IsPlainName(NSString* name) {
+  for (NSUInteger i = 0; i < [name length]; ++i) {
+    const unichar character = [name characterAtIndex:i];
+    if (character == '/' || character == '\0') {
+      return false;
+    }
+  }
+  return [name length] > 0 && ![name isEqualToString:@"."] && ![name isEqualToString:@".."];
+}
+
 }  // namespace
 
 @interface KPIMDownload (Internal)
@@ -50,12 +62,13 @@ NSString* const kHandleLeft = @"File handle should have been nil.";
   m_downloadDataReceiverDelegate = [delegate retain];
   // Before the path is known, hence always true: a file is written beside the data, never instead.
   m_keepDownloadedDataInMemory = m_downloadPath == nil;
-  // Without a name the path would be the directory's own, which the start would remove.
-  if (directory == nil || [filename length] == 0) {
+  if (directory == nil) {
     return self;
   }
   if ([[NSFileManager defaultManager] fileExistsAtPath:directory]) {
-    m_downloadPath = [[directory stringByAppendingPathComponent:filename] retain];
+    if (IsPlainName(filename)) {
+      m_downloadPath = [[directory stringByAppendingPathComponent:filename] retain];
+    }
     return self;
   }
   m_keepDownloadedDataInMemory = true;
@@ -86,8 +99,14 @@ NSString* const kHandleLeft = @"File handle should have been nil.";
     return false;
   }
 
-  [m_urlConnection release];
-  m_urlConnection = nil;
+  if (m_urlConnection != nil) {
+    // It would go on without its owner, and fill the buffer of the next one. It may also be the
+    // last that holds this object.
+    [[self retain] autorelease];
+    [m_urlConnection cancel];
+    [m_urlConnection release];
+    m_urlConnection = nil;
+  }
   NSURLRequest* request = [NSURLRequest requestWithURL:m_url
                                            cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
                                        timeoutInterval:kTimeOut];
@@ -109,6 +128,8 @@ NSString* const kHandleLeft = @"File handle should have been nil.";
   if (m_downloadState != kDownloadStateStarted) {
     return false;
   }
+  // The connection lets go of this object, perhaps as the last.
+  [[self retain] autorelease];
   [m_urlConnection cancel];
   [self _closeFile];
   m_downloadState = kDownloadStateCancelled;
@@ -128,6 +149,8 @@ NSString* const kHandleLeft = @"File handle should have been nil.";
 }
 
 // ---- Delegate of the connection
+//
+// The receiver may release the download while it is being told, hence the retains.
 
 - (void)connection:(NSURLConnection*)connection didReceiveResponse:(NSURLResponse*)response {
   (void)connection;
@@ -139,6 +162,7 @@ NSString* const kHandleLeft = @"File handle should have been nil.";
 
 - (void)connection:(NSURLConnection*)connection didReceiveData:(NSData*)chunk {
   (void)connection;
+  [[self retain] autorelease];
   [m_logger assert:m_downloadState == kDownloadStateStarted message:kNotStarted];
   [m_logger assert:m_keepDownloadedDataInMemory || m_downloadPath != nil message:kKeptNowhere];
   if (m_keepDownloadedDataInMemory) {
@@ -156,6 +180,7 @@ NSString* const kHandleLeft = @"File handle should have been nil.";
 
 - (void)connectionDidFinishLoading:(NSURLConnection*)connection {
   (void)connection;
+  [[self retain] autorelease];
   [m_logger
       logTimeStampedString:[NSString stringWithFormat:@"%d", static_cast<int>([m_data length])]
           withLoggingLevel:kLogLevelInformation];
@@ -166,6 +191,7 @@ NSString* const kHandleLeft = @"File handle should have been nil.";
 
 - (void)connection:(NSURLConnection*)connection didFailWithError:(NSError*)error {
   (void)connection;
+  [[self retain] autorelease];
   [self _logError:[NSString stringWithFormat:kDownloadFailed, [error localizedDescription]]];
   [self _closeFile];
   m_downloadState = kDownloadStateFailed;
