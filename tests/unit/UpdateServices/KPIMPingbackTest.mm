@@ -38,6 +38,7 @@ NSDictionary* s_systemVersion;
 const char* s_language;
 bool s_languageRaises;
 bool s_switchFails;
+bool s_removalFails;
 std::vector<std::string> s_events;
 bool s_isArmed;
 
@@ -104,7 +105,7 @@ BOOL FileExists(id /*self*/, SEL /*selector*/, NSString* path) {
 BOOL RemoveItem(id /*self*/, SEL /*selector*/, NSString* path, NSError** error) {
   EXPECT_EQ(nullptr, error);
   s_events.push_back("remove " + Text(path));
-  return s_files.erase(Text(path)) != 0;
+  return !s_removalFails && s_files.erase(Text(path)) != 0;
 }
 
 NSString* FileContents(id /*self*/, SEL /*selector*/, NSString* path, NSStringEncoding encoding,
@@ -140,6 +141,7 @@ class KPIMPingbackTest : public testing::Test {
     s_language = "en";
     s_languageRaises = false;
     s_switchFails = false;
+    s_removalFails = false;
     s_events.clear();
     s_isArmed = true;
   }
@@ -213,6 +215,14 @@ TEST_F(KPIMPingbackTest, RequestIsReleased) {
   EXPECT_EQ(1u, [network_.request() retainCount]) << "the recorder's own";
 }
 
+TEST_F(KPIMPingbackTest, ConnectionThatRaisesIsIgnored) {
+  network_.MakeRequestsRaise();
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  EXPECT_EQ(URLWith("15", "10.9.5", "0.0.0.0", "en", "64", "x86_64"), URL());
+  [pool release];
+  EXPECT_EQ(1u, [network_.request() retainCount]) << "the request is released all the same";
+}
+
 TEST_F(KPIMPingbackTest, ValueThatNoURLCanHoldLeavesNoURL) {
   s_files[kVectorFile] = @"7\n";
   EXPECT_EQ("(absent)", URL());
@@ -236,6 +246,14 @@ TEST_F(KPIMPingbackTest, ExpressInstallIsVectorThreeAndItsFlagIsRemoved) {
   EXPECT_EQ(std::string("remove ") + kFlag, s_events.at(0));
   EXPECT_EQ(0u, s_files.count(kFlag));
   EXPECT_EQ(1u, s_files.count(kVectorFile));
+}
+
+TEST_F(KPIMPingbackTest, FlagThatCannotBeRemovedCountsToo) {
+  s_files[kFlag] = @"";
+  s_files[kVectorFile] = @"7";
+  s_removalFails = true;
+  EXPECT_EQ(URLWith("3", "10.9.5", "0.0.0.0", "en", "64", "x86_64"), URL());
+  EXPECT_EQ(std::string("remove ") + kFlag, s_events.at(0));
 }
 
 TEST_F(KPIMPingbackTest, VectorFileStandsAsItIs) {

@@ -43,7 +43,7 @@ const char* LanguageOfUser(const passwd* entry) {
   } @catch (NSException*) {
     // Preferences that cannot be read are those of a user without a supported language.
   } @finally {
-    // 0 after a switch, which is root again; a failed one is not undone, and -1 is nobody's id.
+    // 0 after a switch, which is root again; a failed one is not undone, and -1 is no user's id.
     (void)seteuid(static_cast<uid_t>(switched));
   }
   return language;
@@ -84,18 +84,30 @@ NSString* PingbackURLText(NSString* previousVersion) {
                                  kPlayerTypeField, previous, language, wordLength, arch];
 }
 
+/// Sends one request to `urlText` and forgets the answer.
+void SendRequest(NSString* urlText) {
+  // Nothing is escaped. A field that no URL can hold leaves no URL, and the request fails.
+  NSURL* url = [NSURL URLWithString:urlText];
+  NSURLRequest* request = [[NSURLRequest alloc] initWithURL:url
+                                                cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
+                                            timeoutInterval:kTimeOut];
+  @try {
+    [NSURLConnection sendSynchronousRequest:request returningResponse:nullptr error:nullptr];
+  } @finally {
+    [request release];
+  }
+}
+
 }  // namespace
 
 @implementation KP_DECOMP_KPIMPingback
 
 + (void)doPingbackWithPreviousVersion:(NSString*)previousVersion {
-  // Nothing is escaped. A field that no URL can hold leaves no URL, and the request fails.
-  NSURL* url = [NSURL URLWithString:PingbackURLText(previousVersion)];
-  NSURLRequest* request = [[NSURLRequest alloc] initWithURL:url
-                                                cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
-                                            timeoutInterval:kTimeOut];
-  [NSURLConnection sendSynchronousRequest:request returningResponse:nullptr error:nullptr];
-  [request release];
+  @try {
+    SendRequest(PingbackURLText(previousVersion));
+  } @catch (NSException*) {
+    // The installation is done by now, and must not fail for its report.
+  }
 }
 
 @end
