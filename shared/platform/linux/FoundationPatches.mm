@@ -11,6 +11,7 @@
 #include <cstring>
 
 #import "shared/platform/linux/MethodReplacement.h"
+#import "shared/platform/linux/PropertyListCheck.h"
 
 // GNUstep Base exports it and describes it in Foundation/NSString.h, but declares it nowhere.
 extern "C" const char* GSPathHandling(const char* mode);
@@ -24,6 +25,7 @@ constexpr char kBinaryPropertyList[] = "bplist";
 
 // NSPropertyListReadCorruptError of macOS, which GNUstep lacks.
 constexpr NSInteger kPropertyListReadCorruptError = 3840;
+NSString* const kUnsafeList = @"damaged, too deeply nested or too large";
 
 constexpr long long kBeyondInt = static_cast<long long>(INT_MAX) + 1;
 
@@ -55,20 +57,29 @@ using PropertyListMethod = id (*)(id, SEL, NSData*, NSPropertyListReadOptions,
                                   NSPropertyListFormat*, NSError**);
 PropertyListMethod s_propertyList;
 
-/// For some malformed lists GNUstep raises, instead of giving the error that it gives for others.
+void SetCorrupt(NSError** error, NSString* reason) {
+  if (error == nullptr) {
+    return;
+  }
+  *error = [NSError errorWithDomain:NSCocoaErrorDomain
+                               code:kPropertyListReadCorruptError
+                           userInfo:[NSDictionary dictionaryWithObject:reason
+                                                                forKey:NSLocalizedDescriptionKey]];
+}
+
+/// For some malformed lists GNUstep raises, or crashes, instead of giving the error that it gives
+/// for others. Every list comes by here: those of dictionaries from files and URLs too.
 id PropertyList(id self, SEL selector, NSData* data, NSPropertyListReadOptions options,
                 NSPropertyListFormat* format, NSError** error) {
   [self class];  // It may be the first message: see ReplaceMethod().
+  if (!IsSafePropertyList(data)) {
+    SetCorrupt(error, kUnsafeList);
+    return nil;
+  }
   @try {
     return s_propertyList(self, selector, data, options, format, error);
   } @catch (NSException* exception) {
-    if (error != nullptr) {
-      NSDictionary* reason = [NSDictionary dictionaryWithObject:[exception reason]
-                                                         forKey:NSLocalizedDescriptionKey];
-      *error = [NSError errorWithDomain:NSCocoaErrorDomain
-                                   code:kPropertyListReadCorruptError
-                               userInfo:reason];
-    }
+    SetCorrupt(error, [exception reason]);
     return nil;
   }
 }

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <ctime>
 #include <utility>
 #include <vector>
@@ -237,6 +238,183 @@ TEST_F(FoundationTest, MalformedPropertyListsGiveAnError) {
                                                               format:nullptr
                                                                error:nullptr]);
   }
+}
+
+// ---- Property lists that would crash GNUstep's parser
+
+/// What a dictionary of a file and of its URL makes of `contents`.
+NSDictionary* Dictionary(const std::string& file, const std::string& contents) {
+  WriteWholeFile(file, contents);
+  NSDictionary* byPath = [NSDictionary dictionaryWithContentsOfFile:String(file)];
+  NSDictionary* byURL =
+      [NSDictionary dictionaryWithContentsOfURL:[NSURL fileURLWithPath:String(file)]];
+  EXPECT_EQ(byPath == nil, byURL == nil);
+  return byPath;
+}
+
+std::string Repeated(const std::string& text, size_t count) {
+  std::string result;
+  for (size_t index = 0; index < count; ++index) {
+    result += text;
+  }
+  return result;
+}
+
+std::string BigEndian(uint64_t number) {
+  std::string bytes;
+  for (unsigned int shift = 64; shift != 0; shift -= 8) {
+    bytes += static_cast<char>(number >> (shift - 8));
+  }
+  return bytes;
+}
+
+/// A binary list of `objects`, the first of which is the top. Offsets take 4 bytes, references 2.
+std::string BinaryList(const std::vector<std::string>& objects) {
+  std::string list = "bplist00";
+  std::string table;
+  for (const std::string& object : objects) {
+    table += BigEndian(list.size()).substr(4);
+    list += object;
+  }
+  const uint64_t tableOffset = list.size();
+  return list + table + std::string("\0\0\0\0\0\0\x04\x02", 8) + BigEndian(objects.size()) +
+         BigEndian(0) + BigEndian(tableOffset);
+}
+
+std::string Reference(size_t object) {
+  return {static_cast<char>(object >> 8), static_cast<char>(object)};
+}
+
+const std::string kKey = "\x53key";
+/// { key = (object 2) }
+const std::string kTop = "\xD1" + Reference(1) + Reference(2);
+
+/// Arrays in each other, `depth` of them.
+std::string NestedList(size_t depth) {
+  std::vector<std::string> objects = {kTop, kKey};
+  for (size_t level = 1; level < depth; ++level) {
+    objects.push_back("\xA1" + Reference(objects.size() + 1));
+  }
+  objects.emplace_back("\xA0");
+  return BinaryList(objects);
+}
+
+TEST_F(FoundationTest, BinaryListsWhoseLengthsAreTooLarge) {
+  const std::string file = folder_ / "file.plist";
+  EXPECT_NE(nil, Dictionary(file, BinaryList({kTop, kKey, "\x55value"})));
+  for (uint64_t length :
+       {uint64_t{0x7FFFFFFFFFFFFFFF}, UINT64_MAX, uint64_t{1} << 63, uint64_t{1000}}) {
+    // Data, strings, arrays, sets and dictionaries.
+    for (const char* marker : {"\x4F", "\x5F", "\x6F", "\xAF", "\xCF", "\xDF"}) {
+      const std::string object = marker + std::string("\x13") + BigEndian(length);
+      EXPECT_EQ(nil, Dictionary(file, BinaryList({kTop, kKey, object}))) << (marker[0] & 0xFF);
+      EXPECT_EQ(nil, Dictionary(file, BinaryList({object}))) << (marker[0] & 0xFF);
+    }
+  }
+}
+
+TEST_F(FoundationTest, BinaryListsThatReferToNothing) {
+  const std::string file = folder_ / "file.plist";
+  EXPECT_EQ(nil, Dictionary(file, BinaryList({kTop, kKey})));
+  const std::string good = BinaryList({kTop, kKey, "\x55value"});
+  ASSERT_NE(nil, Dictionary(file, good));
+  const size_t trailer = good.size() - 32;
+  for (size_t field : {8U, 16U, 24U}) {
+    for (uint64_t number : {UINT64_MAX, uint64_t{1} << 61, uint64_t{good.size()}}) {
+      std::string list = good;
+      EXPECT_EQ(nil, Dictionary(file, list.replace(trailer + field, 8, BigEndian(number))))
+          << field;
+    }
+  }
+  std::string list = good;
+  EXPECT_EQ(nil, Dictionary(file, list.replace(trailer - 4, 4, "\xFF\xFF\xFF\xFF")));
+}
+
+TEST_F(FoundationTest, BinaryListsAreAtMost512Deep) {
+  const std::string file = folder_ / "file.plist";
+  EXPECT_NE(nil, Dictionary(file, NestedList(512)));
+  EXPECT_EQ(nil, Dictionary(file, NestedList(513)));
+  EXPECT_EQ(nil, Dictionary(file, NestedList(60000)));
+  EXPECT_EQ(nil, Dictionary(file, BinaryList({kTop, kKey, "\xA1" + Reference(0)}))) << "a cycle";
+}
+
+TEST_F(FoundationTest, BinaryListsThatExpandWithoutEnd) {
+  const std::string file = folder_ / "file.plist";
+  std::vector<std::string> objects = {kTop, kKey};
+  for (int level = 0; level < 40; ++level) {
+    objects.push_back("\xA2" + Repeated(Reference(objects.size() + 1), 2));
+  }
+  objects.emplace_back("\xA0");
+  EXPECT_EQ(nil, Dictionary(file, BinaryList(objects))) << "2 to the power of 40 arrays";
+  const std::string size = std::string("\x12") + BigEndian(60000).substr(4);
+  EXPECT_EQ(nil,
+            Dictionary(file, BinaryList({kTop, kKey, "\xAF" + size + Repeated(Reference(3), 60000),
+                                         "\x5F" + size + std::string(60000, 'x')})))
+      << "3.6 GB of strings";
+}
+
+TEST_F(FoundationTest, DamagedBinaryLists) {
+  const std::string file = folder_ / "file.plist";
+  NSDictionary* properties = [NSDictionary
+      dictionaryWithObjectsAndKeys:@"v\u00e4lue", @"text", [NSNumber numberWithInt:1000], @"number",
+                                   [NSArray arrayWithObjects:@"a", [NSDate date], nil], @"array",
+                                   [NSData dataWithBytes:"12345678901234567890" length:20], @"data",
+                                   nil];
+  NSData* data = [NSPropertyListSerialization dataWithPropertyList:properties
+                                                            format:NSPropertyListBinaryFormat_v1_0
+                                                           options:0
+                                                             error:nullptr];
+  const std::string good(static_cast<const char*>([data bytes]), [data length]);
+  EXPECT_EQ(4u, [Dictionary(file, good) count]);
+  for (size_t position = 0; position < good.size(); ++position) {
+    NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+    EXPECT_EQ(nil, Dictionary(file, good.substr(0, position)));
+    for (unsigned int bit = 0; bit < 8; ++bit) {
+      std::string damaged = good;
+      damaged[position] =
+          static_cast<char>(static_cast<unsigned char>(damaged[position]) ^ (1U << bit));
+      Dictionary(file, damaged);  // Whatever it reads, it must not crash.
+    }
+    [pool release];
+  }
+}
+
+TEST_F(FoundationTest, TextListsAreAtMost512Deep) {
+  const std::string file = folder_ / "file.plist";
+  const auto nested = [](const std::string& start, const std::string& end, size_t depth) {
+    return "{ key = " + Repeated(start, depth - 1) + "x" + Repeated(end, depth - 1) + "; }";
+  };
+  EXPECT_NE(nil, Dictionary(file, nested("(", ")", 512)));
+  EXPECT_EQ(nil, Dictionary(file, nested("(", ")", 513)));
+  for (const std::string& before : {"", "/* \" */", "// \"\n", "\"\\\"\" = a; "}) {
+    EXPECT_EQ(nil, Dictionary(file, before + nested("(", ")", 200000))) << before;
+    EXPECT_EQ(nil, Dictionary(file, before + nested("{ a = ", "; }", 200000))) << before;
+    EXPECT_EQ(nil, Dictionary(file, "{ key = (!/*, " + before + Repeated("(", 200000))) << before;
+  }
+  const std::string brackets = Repeated("(<{", 1000);
+  EXPECT_NE(nil, Dictionary(file, "{ key = \"\\\"" + brackets + "\"; }")) << "quoted";
+  EXPECT_NE(nil, Dictionary(file, "{ /* " + brackets + " */ key = x; }")) << "a comment";
+  NSString* text = String(nested("(", ")", 200000));
+  ASSERT_TRUE([[text dataUsingEncoding:NSUnicodeStringEncoding] writeToFile:String(file)
+                                                                 atomically:NO]);
+  EXPECT_EQ(nil, [NSDictionary dictionaryWithContentsOfFile:String(file)]) << "UTF-16";
+}
+
+TEST_F(FoundationTest, XMLListsAreAtMost512Deep) {
+  const std::string file = folder_ / "file.plist";
+  const std::string start = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>key</key>";
+  const std::string end = "</dict></plist>";
+  const auto nested = [&](const std::string& element, size_t depth) {
+    return start + Repeated("<" + element + ">", depth) + Repeated("</" + element + ">", depth) +
+           end;
+  };
+  EXPECT_NE(nil, Dictionary(file, nested("array", 510)));
+  EXPECT_EQ(nil, Dictionary(file, nested("array", 511)));
+  EXPECT_EQ(nil, Dictionary(file, nested("array", 200000)));
+  EXPECT_EQ(nil, Dictionary(file, start + Repeated("<array a=\"/>\">", 200000)));
+  EXPECT_EQ(nil, Dictionary(file, start + Repeated("<array><!--</array>-->", 200000)));
+  EXPECT_NE(nil,
+            Dictionary(file, start + "<string>" + Repeated("it's ((", 1000) + "</string>" + end));
 }
 
 TEST_F(FoundationTest, MutableDictionariesOfFiles) {

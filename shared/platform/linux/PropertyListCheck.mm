@@ -1,0 +1,369 @@
+#import "shared/platform/linux/PropertyListCheck.h"
+
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+constexpr size_t kGreatestDepth = 512;
+
+bool BeginsWith(const char* beginning, const char* text, size_t size) {
+  const size_t length = strlen(beginning);
+  return size >= length && memcmp(text, beginning, length) == 0;
+}
+
+// ---- Binary lists: header, objects, table of their offsets, trailer
+
+// The first bytes of every version of the format, and of the only one in use.
+constexpr char kBinaryFamily[] = "bplist";
+constexpr char kBinaryHeader[] = "bplist00";
+constexpr uint64_t kHeaderSize = 8;
+
+constexpr uint64_t kTrailerSize = 32;
+constexpr uint64_t kOffsetSizeField = 6;
+constexpr uint64_t kReferenceSizeField = 7;
+constexpr uint64_t kCountField = 8;
+constexpr uint64_t kTopField = 16;
+constexpr uint64_t kTableField = 24;
+constexpr uint64_t kFieldSize = 8;
+
+/// A value that is referred to more than once is read, and takes memory, as often. So few bytes
+/// could stand for any number of them.
+constexpr uint64_t kMostVisits = 1000000;
+constexpr uint64_t kMostRepeatedBytes = 64U << 20U;
+
+constexpr unsigned int kLengthFollows = 0xF;
+
+/// The upper half of an object's first byte.
+enum ObjectType : unsigned int {
+  kSimple = 0x0,
+  kInteger = 0x1,
+  kReal = 0x2,
+  kDate = 0x3,
+  kData = 0x4,
+  kASCIIString = 0x5,
+  kUTF16String = 0x6,
+  kUID = 0x8,
+  kArray = 0xA,
+  kOrderedSet = 0xB,
+  kSet = 0xC,
+  kDictionary = 0xD,
+};
+
+class BinaryCheck {
+ public:
+  BinaryCheck(const uint8_t* bytes, uint64_t size) : mBytes(bytes), mSize(size) {}
+
+  bool Passes() {
+    if (mSize < kHeaderSize + kTrailerSize || memcmp(mBytes, kBinaryHeader, kHeaderSize) != 0) {
+      return false;
+    }
+    const uint64_t trailer = mSize - kTrailerSize;
+    mOffsetSize = mBytes[trailer + kOffsetSizeField];
+    mReferenceSize = mBytes[trailer + kReferenceSizeField];
+    mCount = Number(trailer + kCountField, kFieldSize);
+    mTable = Number(trailer + kTableField, kFieldSize);
+    const bool hasTable = IsFieldSize(mOffsetSize) && IsFieldSize(mReferenceSize) &&
+                          mTable >= kHeaderSize && mTable <= trailer &&
+                          mCount <= (trailer - mTable) / mOffsetSize;
+    return hasTable && Visit(Number(trailer + kTopField, kFieldSize), 0);
+  }
+
+ private:
+  static bool IsFieldSize(uint64_t size) { return size >= 1 && size <= kFieldSize; }
+
+  uint64_t Number(uint64_t position, uint64_t size) const {
+    uint64_t number = 0;
+    for (uint64_t index = 0; index < size; ++index) {
+      number = (number << 8U) | mBytes[position + index];
+    }
+    return number;
+  }
+
+  /// Whether `count` items of `size` bytes from `position` on lie before the table.
+  bool Fits(uint64_t position, uint64_t count, uint64_t size) const {
+    return position <= mTable && count <= (mTable - position) / size;
+  }
+
+  /// Reads the count behind a first byte that has no room for it, and moves `position` past it.
+  bool ReadCount(uint64_t& position, uint64_t& count) const {
+    if (!Fits(position, 1, 1)) {
+      return false;
+    }
+    const unsigned int marker = mBytes[position];
+    const unsigned int exponent = marker & 0xFU;
+    const uint64_t size = 1U << exponent;
+    if (marker >> 4U != kInteger || size > kFieldSize || !Fits(position + 1, size, 1)) {
+      return false;
+    }
+    count = Number(position + 1, size);
+    position += 1 + size;
+    return true;
+  }
+
+  /// Checks an object and all that it refers to. Cycles end at the greatest depth.
+  bool Visit(uint64_t object, size_t depth) {
+    if (object >= mCount || depth > kGreatestDepth || ++mVisits > kMostVisits) {
+      return false;
+    }
+    uint64_t position = Number(mTable + object * mOffsetSize, mOffsetSize);
+    if (position < kHeaderSize || !Fits(position, 1, 1)) {
+      return false;
+    }
+    const unsigned int marker = mBytes[position++];
+    const unsigned int type = marker >> 4U;
+    uint64_t count = marker & 0xFU;
+    const bool isCounted = type >= kData && type != kUID;
+    if (isCounted && count == kLengthFollows && !ReadCount(position, count)) {
+      return false;
+    }
+    switch (type) {
+      case kSimple:
+        return true;
+      case kInteger:
+      case kReal:
+      case kDate:
+        return VisitBytes(position, 1, uint64_t{1} << count);
+      case kUID:
+        return VisitBytes(position, count + 1, 1);
+      case kData:
+      case kASCIIString:
+        return VisitBytes(position, count, 1);
+      case kUTF16String:
+        return VisitBytes(position, count, sizeof(unichar));
+      case kArray:
+      case kOrderedSet:
+      case kSet:
+        return VisitReferences(position, count, 1, depth);
+      case kDictionary:
+        return VisitReferences(position, count, 2, depth);
+      default:
+        return false;
+    }
+  }
+
+  bool VisitBytes(uint64_t position, uint64_t count, uint64_t size) {
+    if (!Fits(position, count, size)) {
+      return false;
+    }
+    mVisitedBytes += count * size;
+    return mVisitedBytes <= mSize + kMostRepeatedBytes;
+  }
+
+  /// `count` entries of `references` references each: keys come first, then values.
+  bool VisitReferences(uint64_t position, uint64_t count, uint64_t references, size_t depth) {
+    if (!Fits(position, count, references * mReferenceSize)) {
+      return false;
+    }
+    for (uint64_t index = 0; index < count * references; ++index) {
+      if (!Visit(Number(position + index * mReferenceSize, mReferenceSize), depth + 1)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  const uint8_t* mBytes;
+  uint64_t mSize;
+  uint64_t mOffsetSize = 0;
+  uint64_t mReferenceSize = 0;
+  uint64_t mCount = 0;
+  uint64_t mTable = 0;
+  uint64_t mVisits = 0;
+  uint64_t mVisitedBytes = 0;
+};
+
+// ---- Text
+
+constexpr char kOpening[] = "({<";
+constexpr char kClosing[] = ")}>";
+
+// What ends a string without quotation marks. In such a string a slash begins no comment.
+constexpr char kDelimiters[] = "(){}<>,;=\" \t\r\n\v\f";
+
+bool IsOneOf(const char* characters, char character) {
+  return character == '\0' || strchr(characters, character) != nullptr;
+}
+
+/// Text in UTF-8 of a list in UTF-16, else `data` itself.
+NSData* TextOf(NSData* data) {
+  const auto* bytes = static_cast<const char*>([data bytes]);
+  if (!BeginsWith("\xFE\xFF", bytes, [data length]) &&
+      !BeginsWith("\xFF\xFE", bytes, [data length])) {
+    return data;
+  }
+  NSString* text = [[NSString alloc] initWithData:data encoding:NSUnicodeStringEncoding];
+  NSData* result = [text dataUsingEncoding:NSUTF8StringEncoding];
+  [text release];
+  return result;
+}
+
+class TextCheck {
+ public:
+  TextCheck(const char* text, size_t size) : mText(text), mEnd(text + size) {}
+
+  bool Passes() {
+    size_t depth = 0;
+    while (mText != mEnd) {
+      const char character = *mText;
+      if (character == '"') {
+        SkipString();
+      } else if (character == '/' && IsNext('/')) {
+        SkipTo("\n");
+      } else if (character == '/' && IsNext('*')) {
+        mText += 2;
+        SkipTo("*/");
+      } else if (!IsOneOf(kDelimiters, character)) {
+        SkipWord();
+      } else if (!Count(*mText++, depth)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  /// Whether a list may be as deep as it is after `character`.
+  static bool Count(char character, size_t& depth) {
+    if (character == '\0') {
+      return true;
+    }
+    if (IsOneOf(kOpening, character)) {
+      ++depth;
+    } else if (IsOneOf(kClosing, character) && depth > 0) {
+      --depth;
+    }
+    return depth <= kGreatestDepth;
+  }
+
+  bool IsNext(char character) const { return mEnd - mText > 1 && mText[1] == character; }
+
+  void SkipWord() {
+    while (mText != mEnd && !IsOneOf(kDelimiters, *mText)) {
+      ++mText;
+    }
+  }
+
+  void SkipString() {
+    for (++mText; mText != mEnd && *mText != '"'; ++mText) {
+      if (*mText == '\\' && mText + 1 != mEnd) {
+        ++mText;
+      }
+    }
+    mText += mText != mEnd ? 1 : 0;
+  }
+
+  /// Skips everything up to and with the next `mark`.
+  void SkipTo(const char* mark) {
+    const size_t length = strlen(mark);
+    const void* found = memmem(mText, static_cast<size_t>(mEnd - mText), mark, length);
+    mText = found != nullptr ? static_cast<const char*>(found) + length : mEnd;
+  }
+
+  const char* mText;
+  const char* mEnd;
+};
+
+// ---- XML
+
+constexpr char kXML[] = "<?xml";
+
+/// What stands between these is no element.
+constexpr const char* kXMLAsides[][2] = {
+    {"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}, {"<!", ">"}};
+
+class XMLCheck {
+ public:
+  explicit XMLCheck(std::string_view text) : mText(text) {}
+
+  bool Passes() {
+    while (SkipTo("<", 0)) {
+      if (!SkipAside() && !ReadTag()) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  /// Moves to the next `mark` and `beyond` it; to the end when there is none.
+  bool SkipTo(std::string_view mark, size_t beyond) {
+    const size_t found = mText.find(mark);
+    mText.remove_prefix(found != mText.npos ? found + beyond : mText.size());
+    return found != mText.npos;
+  }
+
+  bool SkipAside() {
+    for (const auto& aside : kXMLAsides) {
+      const std::string_view start = aside[0];
+      const std::string_view end = aside[1];
+      if (mText.substr(0, start.size()) == start) {
+        mText.remove_prefix(start.size());
+        SkipTo(end, end.size());
+        return true;
+      }
+    }
+    return false;
+  }
+
+  /// Size of the tag at the beginning; an attribute may have a ">" in it. 0 when it does not end.
+  size_t TagSize() const {
+    char quote = '\0';
+    for (size_t index = 0; index < mText.size(); ++index) {
+      const char character = mText[index];
+      if (quote != '\0') {
+        quote = character == quote ? '\0' : quote;
+      } else if (character == '"' || character == '\'') {
+        quote = character;
+      } else if (character == '>') {
+        return index + 1;
+      }
+    }
+    return 0;
+  }
+
+  /// Reads a tag. An element must end before the one that it is in.
+  bool ReadTag() {
+    const size_t size = TagSize();
+    if (size == 0) {
+      return false;
+    }
+    const std::string_view tag = mText.substr(1, size - 2);
+    mText.remove_prefix(size);
+    if (!tag.empty() && tag.front() == '/') {
+      const bool matches = !mOpen.empty() && mOpen.back() == Name(tag.substr(1));
+      if (matches) {
+        mOpen.pop_back();
+      }
+      return matches;
+    }
+    if (tag.empty() || tag.back() != '/') {
+      mOpen.push_back(Name(tag));
+    }
+    return mOpen.size() <= kGreatestDepth;
+  }
+
+  static std::string_view Name(std::string_view tag) {
+    return tag.substr(0, tag.find_first_of(" \t\r\n"));
+  }
+
+  std::string_view mText;
+  std::vector<std::string_view> mOpen;
+};
+
+}  // namespace
+
+bool IsSafePropertyList(NSData* data) {
+  const size_t size = [data length];
+  const auto* bytes = static_cast<const char*>([data bytes]);
+  if (BeginsWith(kBinaryFamily, bytes, size)) {
+    return BinaryCheck(reinterpret_cast<const uint8_t*>(bytes), size).Passes();
+  }
+  if (BeginsWith(kXML, bytes, size)) {
+    return XMLCheck({bytes, size}).Passes();
+  }
+  NSData* text = TextOf(data);
+  return TextCheck(static_cast<const char*>([text bytes]), [text length]).Passes();
+}
