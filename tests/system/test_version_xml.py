@@ -110,6 +110,13 @@ def test_partial_descriptions(answer):
     assert (answer(one_piece)["dialogWidth"], answer(one_piece)["dialogHeight"]) == (320, 450)
 
 
+def test_size_that_no_number_holds(answer, latest):
+    huge = EXAMPLE.replace("400 300", "1e39 1e39")
+    assert answer(huge) == {"version": "32.0.0.270", "message": "A new version is available.",
+                            "autoUpdateMode": "1", "dialogWidth": None, "dialogHeight": None}
+    assert "dialog size: inf x inf\n" in latest()
+
+
 @pytest.mark.parametrize("content, errors", [
     ("", [NO_VERSION, NO_MESSAGE]),
     ("<html>Not found</html>", [NO_VERSION, NO_MESSAGE]),
@@ -174,6 +181,18 @@ def test_reason_is_told_without_a_log(latest, download_server, install_root):
     install_root.path("/Users/alice/Library/Logs").rmdir()
     download_server.kind = "none"
     latest(status=1, errors=["URL download failed: Could not connect to the server.", NOT_FETCHED])
+
+
+def test_failure_that_nobody_could_log(latest, download_server, install_root, tmp_path):
+    """What collects the reasons writes to /dev/null, and cannot."""
+    (tmp_path / "null").touch()
+    install_root.mount(tmp_path / "null", "/dev/null")
+    reason = "no usable version description"
+    for content in ("", EXAMPLE.replace("32.0.0.270", ""), EXAMPLE.replace("message", "text")):
+        download_server.offer(path_of(), content)
+        latest(status=1, errors=[reason])
+    download_server.kind = "none"
+    latest(status=1, errors=[reason])
 
 
 # ---- The command line

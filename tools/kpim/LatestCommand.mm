@@ -1,6 +1,7 @@
 // kpim latest: the vendor's current version description.
 #import <Foundation/Foundation.h>
 
+#include <cmath>
 #include <locale>
 #include <memory>
 #include <sstream>
@@ -70,7 +71,7 @@ constexpr int kLongestTimeLimit = 24 * 60 * 60;
 
 constexpr char kFooter[] =
     "With --json, prints an object with \"version\", \"message\" (HTML), \"autoUpdateMode\" (null\n"
-    "when there is none), \"dialogWidth\" and \"dialogHeight\" (in points).";
+    "when there is none), \"dialogWidth\" and \"dialogHeight\" (in points; null when infinite).";
 
 struct LatestOptions {
   std::string kind = kPepperKind;
@@ -78,13 +79,16 @@ struct LatestOptions {
   bool json = false;
 };
 
-/// As short as it can be told apart, with a dot in every locale.
+/// With six significant digits at most, and a dot in every locale.
 std::string Number(float value) {
   std::ostringstream text;
   text.imbue(std::locale::classic());
   text << value;
   return text.str();
 }
+
+/// JSON has no infinity, which is what a number too large for a float is read as.
+std::string JSONNumber(float value) { return std::isfinite(value) ? Number(value) : "null"; }
 
 void PrintText(KPIMVersionManager* manager) {
   Print("version: " + TextOrNone([manager XMLVersionString]) + "\n");
@@ -98,8 +102,8 @@ void PrintJSON(KPIMVersionManager* manager) {
   Print("{\"version\": " + JSONOrNull([manager XMLVersionString]) +
         ", \"message\": " + JSONOrNull([manager HTMLDisplayString]) +
         ", \"autoUpdateMode\": " + JSONOrNull([manager AutoUpdateModeString]) +
-        ", \"dialogWidth\": " + Number([manager dialogWidth]) +
-        ", \"dialogHeight\": " + Number([manager dialogHeight]) + "}\n");
+        ", \"dialogWidth\": " + JSONNumber([manager dialogWidth]) +
+        ", \"dialogHeight\": " + JSONNumber([manager dialogHeight]) + "}\n");
 }
 
 /// Lets the request of `manager` go on until it has ended or `timeLimit` seconds are over. Returns
@@ -118,6 +122,12 @@ bool WaitForAnswer(KPIMVersionManager* manager, int timeLimit) {
   return true;
 }
 
+/// Whether an answer has come with a version and a message in it.
+bool HasAnswer(KPIMVersionManager* manager) {
+  return [manager downloadState] == kDownloadStateCompleted && [manager XMLVersionString] != nil &&
+         [manager HTMLDisplayString] != nil;
+}
+
 int Fetch(const LatestOptions& options) {
   // It and its download retain each other, and live as long as the process.
   static KPIMVersionManager* const s_manager = [[KPReportingVersionManager alloc] init];
@@ -133,6 +143,11 @@ int Fetch(const LatestOptions& options) {
     for (const std::string& error : s_errors) {
       ReportError(kCommand, error);
     }
+    return kExitFailed;
+  }
+  if (!HasAnswer(s_manager)) {
+    // Nobody has logged why.
+    ReportError(kCommand, "no usable version description");
     return kExitFailed;
   }
   (options.json ? PrintJSON : PrintText)(s_manager);

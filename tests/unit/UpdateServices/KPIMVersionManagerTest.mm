@@ -30,8 +30,11 @@
   EXPECT_EQ("kKPIMVersionXMLReceivedNotification", Text([notification name]));
   EXPECT_EQ(nil, [notification object]);
   EXPECT_EQ(nil, [notification userInfo]);
-  g_events.push_back("posted in state " + std::to_string([manager downloadState]) + ": " +
-                     Text([manager HTMLDisplayString]));
+  g_events.push_back(
+      "posted in state " + std::to_string([manager downloadState]) + ": " +
+      Text([manager HTMLDisplayString]) + ", version " + Text([manager XMLVersionString]) +
+      ", mode " + Text([manager AutoUpdateModeString]) + ", " +
+      std::to_string([manager dialogWidth]) + " x " + std::to_string([manager dialogHeight]));
 }
 
 @end
@@ -48,7 +51,9 @@ constexpr char kNoVersion[] =
     "[1] ERROR: Parsing error in version XML. Could not find version string.";
 constexpr char kNoMessage[] =
     "[1] ERROR: Parsing error in version XML. Could not find HTML display string.";
-constexpr char kPosted[] = "posted in state 2: A new version is available.";
+constexpr char kPosted[] =
+    "posted in state 2: A new version is available., version 32.0.0.270, mode 1, "
+    "400.000000 x 300.000000";
 
 /// Translation of the main bundle's string table; nil for none, which leaves the key.
 NSString* s_locale;
@@ -142,6 +147,19 @@ TEST_F(KPIMVersionManagerTest, IdleAtFirst) {
   EXPECT_EQ(nil, [manager_ XMLVersionString]);
   EXPECT_EQ(nil, [manager_ HTMLDisplayString]);
   EXPECT_EQ(nil, [manager_ AutoUpdateModeString]);
+  EXPECT_EQ(0.0F, [manager_ dialogWidth]);
+  EXPECT_EQ(0.0F, [manager_ dialogHeight]);
+}
+
+TEST_F(KPIMVersionManagerTest, DeallocReleasesTheDownload) {
+  KPIMVersionManager* manager = [[KPIMVersionManager alloc] init];
+  id download = [[NSObject alloc] init];
+  object_setIvar(manager, class_getInstanceVariable([KPIMVersionManager class], "mDownload"),
+                 [download retain]);
+  ASSERT_EQ(2u, [download retainCount]);
+  [manager release];
+  EXPECT_EQ(1u, [download retainCount]);
+  [download release];
 }
 
 TEST_F(KPIMVersionManagerTest, AsksForThePepperPlayersDescription) {
@@ -236,7 +254,10 @@ TEST_F(KPIMVersionManagerTest, VersionThatIsMissingKeepsTheOldOne) {
     EXPECT_EQ(2, [manager_ downloadState]);
     EXPECT_EQ("32.0.0.270", Text([manager_ XMLVersionString]));
     EXPECT_EQ("Hello", Text([manager_ HTMLDisplayString]));
-    EXPECT_THAT(Events(), ElementsAre(kNoVersion, "posted in state 2: Hello"));
+    EXPECT_THAT(
+        Events(),
+        ElementsAre(kNoVersion, "posted in state 2: Hello, version 32.0.0.270, mode (absent), "
+                                "320.000000 x 450.000000"));
   }
 }
 
@@ -271,6 +292,15 @@ TEST_F(KPIMVersionManagerTest, SizeIsResetByEveryAnswer) {
   EXPECT_EQ(2, [manager_ downloadState]);
 }
 
+TEST_F(KPIMVersionManagerTest, SizeOfOnePieceLeavesTheRest) {
+  Request();
+  // A tab is no separator.
+  Answer("<XML><update version=\"33\"><description><meta>message \"Hello\""
+         ";size 400;autoUpdateMode\t1;");
+  EXPECT_THAT(Events(), ElementsAre("posted in state 2: Hello, version 33, mode (absent), "
+                                    "320.000000 x 450.000000"));
+}
+
 TEST_F(KPIMVersionManagerTest, AnswersThatAreNoText) {
   Request();
   for (const std::string& text :
@@ -303,7 +333,10 @@ TEST_F(KPIMVersionManagerTest, FailureIsLoggedAndPosted) {
   const std::vector<std::string> events = Events();
   ASSERT_EQ(3u, events.size());
   EXPECT_EQ("[1] ERROR: Failed to download version XML.", events[1]);
-  EXPECT_EQ("posted in state 4: (absent)", events[2]);
+  EXPECT_EQ("posted in state 4: (absent), version (absent), mode (absent), 0.000000 x 0.000000",
+            events[2]);
+  EXPECT_EQ(0.0F, [manager_ dialogWidth]);
+  EXPECT_EQ(0.0F, [manager_ dialogHeight]);
 }
 
 TEST_F(KPIMVersionManagerTest, FailureKeepsWhatIsKnown) {

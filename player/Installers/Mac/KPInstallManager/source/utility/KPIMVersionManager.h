@@ -70,7 +70,8 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 /// How updates are to be installed; nil when the description does not tell.
 - (NSString*)AutoUpdateModeString;
 
-/// Size of the dialog that shows the message, in points; 320 by 450 unless the description tells.
+/// Size of the dialog that shows the message, in points: 0 by 0 until an answer has come, then
+/// 320 by 450 unless the description tells.
 - (float)dialogWidth;
 - (float)dialogHeight;
 
