@@ -93,7 +93,8 @@ def test_other_player_does_not_count(check, install_root):
 
 @pytest.mark.parametrize("content", [
     b"", b"<plist>", b"<plist><array/></plist>", b"\0" * 1000, b"bplist00", b"{ a = b; }",
-    b"(" * 200_000, b"bplist00\xd1\x01\x02\x51k\x5f\x13\x7f" + b"\xff" * 7 + b"\x08\x0b\x0d"
+    pytest.param(b"(" * 200_000, id="nested"),
+    b"bplist00\xd1\x01\x02\x51k\x5f\x13\x7f" + b"\xff" * 7 + b"\x08\x0b\x0d"
     + bytes(6) + b"\x01\x01" + b"".join(n.to_bytes(8, "big") for n in (3, 0, 23)),
     b"<plist><dict><key>CFBundleShortVersionString</key><integer>99</integer>"
     b"<key>CFBundleGetInfoString</key><array/></dict></plist>"])

@@ -87,7 +87,8 @@ int IntegerAt(NSUInteger index, NSArray* components) {
   const unsigned int channel = [self checkChannelSwitch];
   const unsigned int result = system | downgrade | channel;
   if (result == kKPIMInstallChecksPassed) {
-    [[KPIMVersionManager _logger] logTimeStampedString:kAllPassed withLoggingLevel:kLogLevelInformation];
+    [[KPIMVersionManager _logger] logTimeStampedString:kAllPassed
+                                      withLoggingLevel:kLogLevelInformation];
   }
   return result;
 }

@@ -100,8 +100,8 @@ void PostReceived() {
 - (void)downloadDidComplete {
   NSString* text = [[NSString alloc] initWithData:[mDownload downloadedData]
                                          encoding:NSUTF8StringEncoding];
-  // What cannot be read out of the answer, such as a version that ends before it starts or a size of
-  // one piece, spoils its own field only: the version stays, the size is the default.
+  // What cannot be read out of the answer, such as a version that ends before it starts or a size
+  // of one piece, spoils its own field only: the version stays, the size is the default.
   const KPIMVersionXML description = ScanVersionXML(text);
   if (description.version != nil) {
     Assign(mXMLVersionString, description.version);
