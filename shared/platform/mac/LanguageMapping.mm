@@ -36,9 +36,17 @@ constexpr const char* kSupportedCodes[] = {
 char macOSXLanguage[10];
 bool languageWasObtained;
 
+/// nil when there is none. The elements behind the first need not be strings, so the list is not
+/// read with `stringArrayForKey:`.
 NSString* FirstPreferredLanguage() {
-  NSArray* languages = [[NSUserDefaults standardUserDefaults] stringArrayForKey:kAppleLanguages];
-  return [languages count] > 0 ? [languages objectAtIndex:0] : nil;
+  NSArray* languages = [[NSUserDefaults standardUserDefaults] arrayForKey:kAppleLanguages];
+  id language = [languages count] > 0 ? [languages objectAtIndex:0] : nil;
+  return [language isKindOfClass:[NSString class]] ? language : nil;
+}
+
+/// The canonical form of `language`; nil for nil, which the platform's method does not take.
+NSString* CanonicalLanguage(NSString* language) {
+  return language == nil ? nil : [NSLocale canonicalLocaleIdentifierFromString:language];
 }
 
 }  // namespace
@@ -65,7 +73,7 @@ const char* ObtainMacOSLanguage() {
   if (languageWasObtained) {
     return macOSXLanguage;
   }
-  NSString* language = [NSLocale canonicalLocaleIdentifierFromString:FirstPreferredLanguage()];
+  NSString* language = CanonicalLanguage(FirstPreferredLanguage());
   strncpy(macOSXLanguage, KorvelLanguageFromMacOSXLanguage(language), sizeof(macOSXLanguage) - 1);
   macOSXLanguage[sizeof(macOSXLanguage) - 1] = '\0';
   languageWasObtained = true;

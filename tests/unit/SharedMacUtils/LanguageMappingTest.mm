@@ -4,8 +4,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
 #include <initializer_list>
 #include <string>
+
+#include "tests/unit/support/ScopedMethodReplacement.h"
 
 namespace {
 
@@ -24,24 +27,31 @@ void SetLanguages(id languages) {
   [defaults setVolatileDomain:domain forName:NSArgumentDomain];
 }
 
-/// The answer of ObtainMacOSLanguage() to `languages`, from a process that never asked before.
-std::string ObtainedWith(id languages) {
+/// What `question` answers in a process that never asked before.
+std::string AskedElsewhere(const std::function<std::string()>& question) {
   int answer[2];
   EXPECT_EQ(0, pipe(answer));
   const pid_t child = fork();
   if (child == 0) {
-    SetLanguages(languages);
-    const std::string code = ObtainMacOSLanguage();
-    _exit(write(answer[1], code.data(), code.size()) == static_cast<ssize_t>(code.size()) ? 0 : 1);
+    const std::string text = question();
+    _exit(write(answer[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
   }
   close(answer[1]);
-  char code[64] = {};
-  EXPECT_LE(0, read(answer[0], code, sizeof(code) - 1));
+  char text[64] = {};
+  EXPECT_LE(0, read(answer[0], text, sizeof(text) - 1));
   close(answer[0]);
   int status = 0;
   EXPECT_EQ(child, waitpid(child, &status, 0));
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  return code;
+  return text;
+}
+
+/// The answer of ObtainMacOSLanguage() to `languages`.
+std::string ObtainedWith(id languages) {
+  return AskedElsewhere([languages] {
+    SetLanguages(languages);
+    return ObtainMacOSLanguage();
+  });
 }
 
 TEST(KorvelLanguageFromMacOSXLanguage, SpecialCases) {
@@ -145,14 +155,38 @@ TEST(ObtainMacOSLanguage, NoUsableLanguageIsUnsupported) {
   EXPECT_EQ("xu", ObtainedWith([NSDictionary dictionary]));
 }
 
+TEST(ObtainMacOSLanguage, OnlyTheFirstElementCounts) {
+  NSNumber* number = [NSNumber numberWithInt:1];
+  EXPECT_EQ("fr", ObtainedWith([NSArray arrayWithObjects:@"fr", number, nil]));
+  EXPECT_EQ("xu", ObtainedWith([NSArray arrayWithObjects:number, @"fr", nil]));
+}
+
+/// Ends the process, a test's child, with an error when `string` is none, as macOS may.
+NSString* CanonicalFormOfAString(id /*self*/, SEL /*selector*/, NSString* string) {
+  if (![string isKindOfClass:[NSString class]]) {
+    _exit(1);
+  }
+  return string;
+}
+
+TEST(ObtainMacOSLanguage, OnlyAStringIsCanonicalised) {
+  const ScopedMethodReplacement replacement(
+      [NSLocale class], @selector(canonicalLocaleIdentifierFromString:),
+      (IMP)CanonicalFormOfAString, ScopedMethodReplacement::kClassMethod);
+  EXPECT_EQ("xu", ObtainedWith([NSArray array]));
+  EXPECT_EQ("xu", ObtainedWith([NSArray arrayWithObject:[NSNumber numberWithInt:1]]));
+  EXPECT_EQ("fr", ObtainedWith([NSArray arrayWithObject:@"fr"]));
+}
+
 TEST(ObtainMacOSLanguage, IsAskedOncePerProcess) {
-  SetLanguages([NSArray arrayWithObject:@"de"]);
-  const char* first = ObtainMacOSLanguage();
-  EXPECT_STREQ("de", first);
-  SetLanguages([NSArray arrayWithObject:@"fr"]);
-  EXPECT_EQ(first, ObtainMacOSLanguage());
-  EXPECT_STREQ("de", first);
-  SetLanguages(nil);
+  EXPECT_EQ("de de, the same", AskedElsewhere([] {
+              SetLanguages([NSArray arrayWithObject:@"de"]);
+              const char* first = ObtainMacOSLanguage();
+              const std::string firstAnswer = first;
+              SetLanguages([NSArray arrayWithObject:@"fr"]);
+              const char* second = ObtainMacOSLanguage();
+              return firstAnswer + " " + second + (second == first ? ", the same" : ", another");
+            }));
 }
 
 }  // namespace
