@@ -1,14 +1,14 @@
 // The user's languages: AppleLanguages of the user defaults, and canonical locale identifiers.
 #import <Foundation/Foundation.h>
 
-#include <fcntl.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <initializer_list>
+#include <mutex>
 
+#import "shared/platform/linux/DefaultsFile.h"
 #import "shared/platform/linux/MethodReplacement.h"
 
 namespace {
@@ -16,11 +16,11 @@ namespace {
 NSString* const kAppleLanguages = @"AppleLanguages";
 NSString* const kGlobalDomainFile = @"NSGlobalDomain.plist";
 
-/// The domain files of user defaults are small; more than this is something else.
-constexpr off_t kLongestDomainFile = 1 << 20;
-
 /// Enough for every entry that libc's own tools accept.
 constexpr size_t kPasswordEntrySize = size_t{64} * 1024;
+
+/// Identifiers are far shorter. The time that it takes to rewrite one grows with its square.
+constexpr NSUInteger kLongestIdentifier = 256;
 
 struct Renaming {
   NSString* from;
@@ -122,42 +122,17 @@ NSArray* LanguagesOfEnvironment() {
   return [languages count] > 0 ? languages : nil;
 }
 
-/// Contents of the regular file at `path`; nil when there is none, it cannot be read, or it is
-/// longer than a domain file ever is. A FIFO or a device in its place is not waited for: the folder
-/// belongs to a user whom the process need not trust.
-NSData* ContentsOfDomainFile(NSString* path) {
-  const int descriptor =
-      open([path fileSystemRepresentation], O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-  if (descriptor < 0) {
-    return nil;
-  }
-  NSMutableData* contents = nil;
-  struct stat status;
-  if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
-      status.st_size <= kLongestDomainFile) {
-    contents = [NSMutableData dataWithLength:static_cast<NSUInteger>(status.st_size)];
-    const ssize_t count = read(descriptor, [contents mutableBytes], [contents length]);
-    [contents setLength:count < 0 ? 0 : static_cast<NSUInteger>(count)];
-  }
-  close(descriptor);
-  return contents;
-}
-
-/// AppleLanguages in the defaults file at `path`; nil when it holds none.
-id LanguagesOfDomainFile(NSString* path) {
-  NSData* contents = ContentsOfDomainFile(path);
-  if ([contents length] == 0) {
-    return nil;
+/// The folder of the defaults that the user named `name`, in UTF-8, saved; nil when Foundation
+/// cannot tell.
+NSString* DefaultsFolderOfUser(const char* name) {
+  NSString* user = [NSString stringWithUTF8String:name];
+  if (user == nil) {
+    return nil;  // For nil, Foundation looks the name up by itself, and may end the process.
   }
   @try {
-    id domain = [NSPropertyListSerialization propertyListWithData:contents
-                                                          options:NSPropertyListImmutable
-                                                           format:nullptr
-                                                            error:nullptr];
-    return [domain isKindOfClass:[NSDictionary class]] ? [domain objectForKey:kAppleLanguages]
-                                                       : nil;
+    return GSDefaultsRootForUser(user);
   } @catch (NSException*) {
-    return nil;  // The parser raises on some broken files.
+    return nil;  // Raised for a name that Foundation's string encoding lacks.
   }
 }
 
@@ -172,10 +147,19 @@ id LanguagesSavedByUser(uid_t userID) {
       found == nullptr) {
     return nil;
   }
-  NSString* folder = GSDefaultsRootForUser([NSString stringWithUTF8String:found->pw_name]);
-  NSString* ownFile = [[[NSProcessInfo processInfo] processName] stringByAppendingString:@".plist"];
-  return LanguagesOfDomainFile([folder stringByAppendingPathComponent:ownFile])
-             ?: LanguagesOfDomainFile([folder stringByAppendingPathComponent:kGlobalDomainFile]);
+  NSString* folder = DefaultsFolderOfUser(found->pw_name);
+  if (folder == nil) {
+    return nil;
+  }
+  NSString* program = [[[NSProcessInfo processInfo] processName] stringByAppendingString:@".plist"];
+  for (NSString *file in [NSArray arrayWithObjects:program, kGlobalDomainFile, nil]) {
+    NSDictionary* domain = DictionaryOfDefaultsFile([folder stringByAppendingPathComponent:file]);
+    id languages = [domain objectForKey:kAppleLanguages];
+    if (languages != nil) {
+      return languages;
+    }
+  }
+  return nil;
 }
 
 using StandardUserDefaultsMethod = NSUserDefaults* (*)(id, SEL);
@@ -186,12 +170,14 @@ ObjectForKeyMethod s_objectForKey;
 
 /// The shared defaults, and the effective user whose files were read into them: Foundation keeps
 /// the object when the effective user changes, as macOS does not.
+std::mutex s_sharedDefaultsMutex;
 NSUserDefaults* s_sharedDefaults;
 uid_t s_sharedDefaultsUser;
 
 NSUserDefaults* StandardUserDefaults(id self, SEL selector) {
   const uid_t user = geteuid();
   NSUserDefaults* defaults = s_standardUserDefaults(self, selector);
+  const std::lock_guard<std::mutex> lock(s_sharedDefaultsMutex);
   if (defaults != s_sharedDefaults) {
     s_sharedDefaults = defaults;
     s_sharedDefaultsUser = user;
@@ -199,14 +185,25 @@ NSUserDefaults* StandardUserDefaults(id self, SEL selector) {
   return defaults;
 }
 
+/// Whether `defaults` holds what another user than `user` saved.
+BOOL IsOfAnotherUser(NSUserDefaults* defaults, uid_t user) {
+  const std::lock_guard<std::mutex> lock(s_sharedDefaultsMutex);
+  return defaults == s_sharedDefaults && user != s_sharedDefaultsUser;
+}
+
+/// AppleLanguages among the arguments of the program, which stand whoever the user is; nil without.
+id LanguagesOfArguments(NSUserDefaults* defaults) {
+  return [[defaults volatileDomainForName:NSArgumentDomain] objectForKey:kAppleLanguages];
+}
+
 id ObjectForKey(id self, SEL selector, NSString* key) {
   if (![key isEqual:kAppleLanguages]) {
     return s_objectForKey(self, selector, key);
   }
   const uid_t user = geteuid();
-  const BOOL isForAnotherUser = self == s_sharedDefaults && user != s_sharedDefaultsUser;
-  id languages =
-      isForAnotherUser ? LanguagesSavedByUser(user) : s_objectForKey(self, selector, key);
+  id languages = IsOfAnotherUser(self, user)
+                     ? LanguagesOfArguments(self) ?: LanguagesSavedByUser(user)
+                     : s_objectForKey(self, selector, key);
   return languages ?: LanguagesOfEnvironment();
 }
 
@@ -226,11 +223,14 @@ NSString* CanonicalSubtag(NSString* text, NSUInteger position) {
 /// The canonical form of the identifier `string`: letter case as in BCP 47, current language codes,
 /// a code for the language names of old. The separators stay as they are, since macOS tells
 /// "en-GB", a language with a regional variant, from "en_GB", a locale. What follows a "." or "@"
-/// stays too. nil for nil, and for an object that is not a string. GNUstep's drops the subtags
-/// between hyphens and raises for "en-GB".
+/// stays too, and so does a string that is too long for an identifier. nil for nil, and for an
+/// object that is not a string. GNUstep's drops the subtags between hyphens and raises for "en-GB".
 NSString* CanonicalIdentifier(id /*self*/, SEL /*selector*/, NSString* string) {
   if (![string isKindOfClass:[NSString class]]) {
     return nil;
+  }
+  if ([string length] > kLongestIdentifier) {
+    return string;
   }
   NSString* code = Renamed(string, kLanguageNames);
   if (code != nil) {

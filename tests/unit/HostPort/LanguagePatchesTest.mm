@@ -4,16 +4,44 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <initializer_list>
 #include <string>
 #include <utility>
+
+#import "shared/platform/mac/LanguageMapping.h"
+
+namespace {
+
+/// While it is set, every other read is interrupted, and the ones between give a few bytes.
+bool g_readsHaltingly;
+constexpr size_t kHaltingReadSize = 7;
+
+}  // namespace
+
+/// In place of the C library's.
+extern "C" ssize_t read(int descriptor, void* buffer, size_t size) {
+  static bool s_isInterrupted;
+  if (g_readsHaltingly) {
+    s_isInterrupted = !s_isInterrupted;
+    if (s_isInterrupted) {
+      errno = EINTR;
+      return -1;
+    }
+    size = std::min(size, kHaltingReadSize);
+  }
+  return syscall(SYS_read, descriptor, buffer, size);
+}
 
 namespace {
 
@@ -57,12 +85,16 @@ void SetEnvironment(Variables variables) {
   }
 }
 
-std::string LanguagesWith(Variables variables) {
-  return AskedElsewhere([variables] {
+/// The same, where no domain of the defaults counts.
+std::string AskedWith(Variables variables, const std::function<std::string()>& question) {
+  return AskedElsewhere([variables, &question] {
     SetEnvironment(variables);
-    return Languages();
+    [Defaults() setSearchList:[NSArray array]];
+    return question();
   });
 }
+
+std::string LanguagesWith(Variables variables) { return AskedWith(variables, Languages); }
 
 std::string Canonical(NSString* identifier) {
   return [[NSLocale canonicalLocaleIdentifierFromString:identifier] UTF8String];
@@ -129,6 +161,18 @@ TEST(AppleLanguages, OfTheDefaultsComeFirst) {
             }));
 }
 
+/// The player's code for the user's language.
+std::string PlayerLanguageWith(Variables variables) {
+  return AskedWith(variables, ObtainMacOSLanguage);
+}
+
+TEST(AppleLanguages, BecomeThePlayersLanguage) {
+  EXPECT_EQ("en_gb", PlayerLanguageWith({{"LANG", "en_GB.UTF-8"}}));
+  EXPECT_EQ("zh-TW", PlayerLanguageWith({{"LANG", "zh_HK.UTF-8"}}));
+  EXPECT_EQ("xu", PlayerLanguageWith({{"LANG", "C"}}));
+  EXPECT_EQ("xu", PlayerLanguageWith({}));
+}
+
 TEST(AppleLanguages, OtherKeysAreLeftAlone) {
   EXPECT_EQ(nil, [Defaults() objectForKey:@"KPNoSuchKey"]);
   [Defaults() registerDefaults:[NSDictionary dictionaryWithObject:@"yes" forKey:@"KPTestKey"]];
@@ -148,9 +192,6 @@ class AppleLanguagesOfAnotherUser : public testing::Test {
     ASSERT_EQ(0, chmod(folder, 0755));
     defaults_ = folder_ + "/home/GNUstep/Defaults";
     std::filesystem::create_directories(defaults_);
-    WriteFile(folder_ + "/passwd", "root:x:0:0::/root:/bin/sh\nalice:x:" + std::to_string(kAlice) +
-                                       ":" + std::to_string(kAlice) + "::" + folder_ +
-                                       "/home:/bin/sh\n");
   }
 
   void TearDown() override {
@@ -167,31 +208,42 @@ class AppleLanguagesOfAnotherUser : public testing::Test {
     WriteFile(defaults_ + "/" + domain + ".plist", text);
   }
 
+  void SaveDefaultsOfRoot(const std::string& domain, const std::string& text) const {
+    const std::string defaults = folder_ + "/root/GNUstep/Defaults";
+    std::filesystem::create_directories(defaults);
+    WriteFile(defaults + "/" + domain + ".plist", text);
+  }
+
   /// The languages of root, of `user`, and of root again, where the environment says Italian and
-  /// root's own defaults say `rootLanguage`, if anything.
-  std::string AroundASwitch(uid_t user = kAlice, NSString* rootLanguage = nil) const {
-    return AskedElsewhere([this, user, rootLanguage]() -> std::string {
-      const std::string passwd = folder_ + "/passwd";
+  /// `prepare` changed the defaults of root's process.
+  std::string AroundASwitch(
+      uid_t user = kAlice, const std::function<void()>& prepare = [] {}) const {
+    const std::string passwd = folder_ + "/passwd";
+    WriteFile(passwd, "root:x:0:0::" + folder_ + "/root:/bin/sh\n" + userName_ +
+                          ":x:" + std::to_string(kAlice) + ":" + std::to_string(kAlice) +
+                          "::" + folder_ + "/home:/bin/sh\n");
+    return AskedElsewhere([&]() -> std::string {
       if (unshare(CLONE_NEWNS) != 0 ||
           mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
           mount(passwd.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) != 0) {
         return "cannot mount";
       }
       SetEnvironment({{"LANG", "it"}});
-      if (rootLanguage != nil) {
-        [Defaults() registerDefaults:[NSDictionary
-                                         dictionaryWithObject:[NSArray arrayWithObject:rootLanguage]
-                                                       forKey:@"AppleLanguages"]];
-      }
+      [NSUserDefaults resetStandardUserDefaults];  // They may be those of the real root.
+      prepare();
       std::string answers = Languages();
       if (seteuid(user) != 0) {
         return "cannot switch";
       }
+      g_readsHaltingly = readsHaltingly_;
       answers += " " + Languages();
+      g_readsHaltingly = false;
       return seteuid(0) == 0 ? answers + " " + Languages() : "cannot switch back";
     });
   }
 
+  std::string userName_ = "alice";
+  bool readsHaltingly_ = false;
   std::string folder_;
   std::string defaults_;
 };
@@ -201,12 +253,25 @@ TEST_F(AppleLanguagesOfAnotherUser, ComeFromTheEnvironmentWithoutDefaults) {
 }
 
 TEST_F(AppleLanguagesOfAnotherUser, AreNotThoseOfTheFirst) {
-  EXPECT_EQ("ja it ja", AroundASwitch(kAlice, @"ja"));
+  SaveDefaultsOfRoot("NSGlobalDomain", "{ AppleLanguages = (ja); }");
+  EXPECT_EQ("ja it ja", AroundASwitch());
 }
 
 TEST_F(AppleLanguagesOfAnotherUser, ComeFromTheUsersOwnDefaults) {
+  SaveDefaultsOfRoot("NSGlobalDomain", "{ AppleLanguages = (ja); }");
   SaveDefaults("NSGlobalDomain", "{ AppleLanguages = (fr, \"en-GB\"); }");
-  EXPECT_EQ("ja fr,en-GB ja", AroundASwitch(kAlice, @"ja"));
+  EXPECT_EQ("ja fr,en-GB ja", AroundASwitch());
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, ComeAfterTheArguments) {
+  SaveDefaults("NSGlobalDomain", "{ AppleLanguages = (fr); }");
+  EXPECT_EQ("ja ja ja", AroundASwitch(kAlice, [] {
+              [Defaults() removeVolatileDomainForName:NSArgumentDomain];
+              [Defaults() setVolatileDomain:[NSDictionary
+                                                dictionaryWithObject:[NSArray arrayWithObject:@"ja"]
+                                                              forKey:@"AppleLanguages"]
+                                    forName:NSArgumentDomain];
+            }));
 }
 
 TEST_F(AppleLanguagesOfAnotherUser, ComeFromTheProgramsDomainFirst) {
@@ -217,14 +282,103 @@ TEST_F(AppleLanguagesOfAnotherUser, ComeFromTheProgramsDomainFirst) {
   EXPECT_EQ("it fr it", AroundASwitch());
 }
 
+constexpr size_t kLongestFile = 64 * 1024;
+const std::string kFrench = "{ AppleLanguages = (fr); }";
+const std::string kXMLDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+const std::string kFrenchXML =
+    "<dict><key>AppleLanguages</key><array><string>fr</string></array></dict>";
+
+std::string Repeated(size_t count, const std::string& text) {
+  std::string repeated;
+  for (size_t i = 0; i < count; ++i) {
+    repeated += text;
+  }
+  return repeated;
+}
+
+/// The file, as `defaults` writes it, with `elements` before the languages.
+std::string XML(const std::string& elements) {
+  return kXMLDeclaration +
+         "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">\n<dict>" +
+         elements + kFrenchXML.substr(strlen("<dict>")) + "\n</plist>";
+}
+
+std::string NestedXML(size_t depth) {
+  return XML("<key>Other</key>" + Repeated(depth, "<array>") + Repeated(depth, "</array>"));
+}
+
+std::string NestedText(size_t brackets) {
+  return "{ Other = " + Repeated(brackets, "(") + Repeated(brackets, ")") +
+         "; AppleLanguages = (fr); }";
+}
+
+/// AppleLanguages in the format `format`.
+std::string Serialized(NSPropertyListFormat format) {
+  NSDictionary* domain = [NSDictionary dictionaryWithObject:[NSArray arrayWithObject:@"fr"]
+                                                     forKey:@"AppleLanguages"];
+  NSData* data = [NSPropertyListSerialization dataWithPropertyList:domain
+                                                            format:format
+                                                           options:0
+                                                             error:nullptr];
+  return {static_cast<const char*>([data bytes]), [data length]};
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, ComeFromFilesOfEveryPlainForm) {
+  for (const std::string& text :
+       {Serialized(NSPropertyListXMLFormat_v1_0), Serialized(NSPropertyListOpenStepFormat),
+        Serialized(NSPropertyListGNUstepFormat), XML(""), NestedXML(62),
+        XML(Repeated(1000, "<key>On</key><true/>")), kXMLDeclaration + kFrenchXML, NestedText(510),
+        "\n // Mine\n" + kFrench, "/* { */ " + kFrench,
+        std::string(kLongestFile - kFrench.size(), ' ') + kFrench}) {
+    SaveDefaults("NSGlobalDomain", text);
+    EXPECT_EQ("it fr it", AroundASwitch()) << text.substr(0, 200);
+  }
+}
+
 TEST_F(AppleLanguagesOfAnotherUser, IgnoreBrokenFiles) {
   for (const std::string& text :
        {std::string(), std::string("{ AppleLanguages = (fr"), std::string("(fr)"),
         std::string("<plist><dict><key>AppleLanguages</key>"), std::string("bplist00\xff\xff"),
-        std::string(64, '\0'), std::string((1 << 20) + 1, ' ') + "{ AppleLanguages = (fr); }"}) {
+        std::string(64, '\0'), kXMLDeclaration, XML("<"), XML("</"), XML("<>"), XML("</>"),
+        XML("</dict></plist></plist>"), XML("<array>")}) {
     SaveDefaults("NSGlobalDomain", text);
-    EXPECT_EQ("it it it", AroundASwitch()) << text.substr(0, 80);
+    EXPECT_EQ("it it it", AroundASwitch()) << text.substr(0, 200);
   }
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, IgnoreFilesThatTheParsersDoNotBear) {
+  for (const std::string& text :
+       {std::string(kLongestFile - kFrench.size() + 1, ' ') + kFrench,
+        "{ AppleLanguages = (fr); Other = \"" + std::string(kLongestFile, ' ') + "\"; }",
+        std::string(120000, '('), std::string(kLongestFile, '('), Repeated(32768, "{("),
+        NestedText(511), "{ Other = \"" + Repeated(511, "{") + "\"; AppleLanguages = (fr); }",
+        "/*" + Repeated(511, "(") + "*/" + kFrench, Serialized(NSPropertyListBinaryFormat_v1_0),
+        Serialized(NSPropertyListGNUstepBinaryFormat)}) {
+    SaveDefaults("NSGlobalDomain", text);
+    EXPECT_EQ("it it it", AroundASwitch()) << text.substr(0, 200);
+  }
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, IgnoreXMLThatIsNotPlain) {
+  for (const std::string& text :
+       {NestedXML(63), kXMLDeclaration + Repeated(9000, "<array>"), XML("<!-- </dict> -->"),
+        XML("<key>Other</key><string><![CDATA[<]]></string>"), XML("<?other?>"),
+        XML("<key a=\"/>\">Other</key><true/>"), XML("<key >Other</key><true/>"), " " + XML(""),
+        "<?xml version=\"1.0\"?>" + kFrenchXML,
+        "<?xml version=\"1.0\" encoding=\"UTF-7\"?>" + kFrenchXML,
+        kXMLDeclaration + "<!DOCTYPE plist [<!ENTITY a \"fr\">]>" + kFrenchXML,
+        kXMLDeclaration + "<!DOCTYPE plist PUBLIC \"\" [<!ENTITY a \"fr\">]>" + kFrenchXML,
+        kXMLDeclaration + "<plist version=\"1.0\" other=\"\">" + kFrenchXML + "</plist>"}) {
+    SaveDefaults("NSGlobalDomain", text);
+    EXPECT_EQ("it it it", AroundASwitch()) << text.substr(0, 200);
+  }
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, AreReadWholly) {
+  SaveDefaults("NSGlobalDomain", kFrench);
+  readsHaltingly_ = true;
+  EXPECT_EQ("it fr it", AroundASwitch());
 }
 
 TEST_F(AppleLanguagesOfAnotherUser, AreNoListOfAnotherKind) {
@@ -252,6 +406,29 @@ TEST_F(AppleLanguagesOfAnotherUser, AreReadWithTheUsersRights) {
 
 TEST_F(AppleLanguagesOfAnotherUser, WithoutAPasswdEntry) {
   EXPECT_EQ("it it it", AroundASwitch(kAlice + 1));
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, WhoseNameIsNotUTF8) {
+  SaveDefaults("NSGlobalDomain", kFrench);
+  userName_ = "al\xff"
+              "ce";
+  EXPECT_EQ("it it it", AroundASwitch());
+}
+
+TEST_F(AppleLanguagesOfAnotherUser, WhoseNameIsNotASCII) {
+  SaveDefaults("NSGlobalDomain", kFrench);
+  userName_ = "\xd0\xb0\xd0\xbb";
+  const bool isInTheEncoding = [[NSString stringWithUTF8String:userName_.c_str()]
+      canBeConvertedToEncoding:[NSString defaultCStringEncoding]];
+  EXPECT_EQ(isInTheEncoding ? "it fr it" : "it it it", AroundASwitch());
+}
+
+/// The test above, in a program whose Foundation knows ASCII only.
+TEST_F(AppleLanguagesOfAnotherUser, WhoseNameIsNotInTheEncoding) {
+  const std::string program = std::filesystem::read_symlink("/proc/self/exe");
+  EXPECT_EQ(0, system(("GNUSTEP_STRING_ENCODING=NSASCIIStringEncoding '" + program +
+                       "' --gtest_filter='*.WhoseNameIsNotASCII' >/dev/null")
+                          .c_str()));
 }
 
 TEST(CanonicalLocaleIdentifier, KeepsTheSeparators) {
@@ -287,9 +464,15 @@ TEST(CanonicalLocaleIdentifier, LeavesWhatIsNoSubtag) {
   EXPECT_EQ("_GB", Canonical(@"_gb"));
   EXPECT_EQ("en--GB-", Canonical(@"en--gb-"));
   EXPECT_EQ("\xc3\xa9t\xc3\xa9", Canonical(@"\u00e9t\u00e9"));
-  EXPECT_EQ(std::string(5000, 'a'), Canonical([@"" stringByPaddingToLength:5000
-                                                                withString:@"A"
-                                                           startingAtIndex:0]));
+}
+
+TEST(CanonicalLocaleIdentifier, LeavesWhatIsTooLong) {
+  const auto repeatedA = [](NSUInteger length) {
+    return [@"" stringByPaddingToLength:length withString:@"A" startingAtIndex:0];
+  };
+  EXPECT_EQ(std::string(256, 'a'), Canonical(repeatedA(256)));
+  EXPECT_EQ(std::string(257, 'A'), Canonical(repeatedA(257)));
+  EXPECT_EQ(std::string(1000000, 'A'), Canonical(repeatedA(1000000)));
 }
 
 TEST(CanonicalLocaleIdentifier, IsNilForNoString) {
