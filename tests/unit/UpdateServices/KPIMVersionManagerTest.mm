@@ -84,9 +84,10 @@ class KPIMVersionManagerTest : public testing::Test {
     [[NSNotificationCenter defaultCenter] removeObserver:observer_];
     [observer_ release];
     [TakeDownload() release];
+    // A download lives on until the pool of the callback that it was released in is drained.
+    [pool_ release];
     EXPECT_EQ(1u, [manager_ retainCount]) << "nothing but the download retains it";
     [manager_ release];
-    [pool_ release];
   }
 
   /// Takes the download from the manager: they retain each other.
