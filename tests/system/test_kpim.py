@@ -630,14 +630,14 @@ def test_pack_reads_each_file_once(run, tmp_path):
 
 
 @pytest.mark.parametrize("files, what", [
-    ({"a": 110, "b": 1}, "B/a"),  # reading
-    ({"a": 30, "b": 30}, "B"),  # encoding
+    ({"a": 900, "b": 1}, "B/a"),  # reading
+    ({"a": 200, "b": 200}, "B"),  # encoding
 ])
 def test_pack_that_runs_out_of_memory(run, tmp_path, files, what):
     bundle = make_bundle(tmp_path / "B", {name: b"" for name in files})
     for name, megabytes in files.items():
         os.truncate(bundle / name, megabytes * 1_000_000)
-    result = run.with_memory(100, "pack", "B")
+    result = run.with_memory(700, "pack", "B")
     assert (result.returncode, result.stdout) == (FAILED, "")
     assert error(what, "Cannot allocate memory") == "".join(
         line for line in result.stderr.splitlines(keepends=True) if line.startswith("kpim: "))
@@ -1034,8 +1034,8 @@ def test_blob_is_read_through_signals(run, small_blob, reader):
 @pytest.mark.parametrize("reader", READERS, ids=" ".join)
 def test_blob_that_does_not_fit_in_memory(run, tmp_path, reader):
     (tmp_path / "blob").touch()
-    os.truncate(tmp_path / "blob", 200_000_000)
-    result = run.with_memory(100, *arguments_for(reader, "blob"))
+    os.truncate(tmp_path / "blob", 900_000_000)
+    result = run.with_memory(700, *arguments_for(reader, "blob"))
     assert (result.returncode, result.stdout) == (FAILED, "")
     assert result.stderr.endswith(error("blob", "Cannot allocate memory"))
     assert names(tmp_path) == ["blob"]
