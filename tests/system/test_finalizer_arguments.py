@@ -83,11 +83,11 @@ def test_what_is_not_the_switch_is_ignored(install_root, finalizer_run, bundle_b
 
 def test_switch_as_first_argument_is_the_install_root_too(install_root, finalizer_run,
                                                           bundle_blob, installed):
-    install_root.lay_blob(bundle_blob, "/work/" + SWITCH)
-    finalizer_run([SWITCH], cwd="/work")
+    install_root.lay_blob(bundle_blob, "/folder/" + SWITCH)
+    finalizer_run([SWITCH], cwd="/folder")
     assert install_root.log("alice") == finalizer_log.success(
         SWITCH, finalizer_log.DISABLING_ANALYTICS)
-    assert install_root.tree(f"/work/{SWITCH}{BUNDLE}") == installed
+    assert install_root.tree(f"/folder/{SWITCH}{BUNDLE}") == installed
 
 
 def test_switch_alone_finds_no_blob(install_root, finalizer_run, bundle_blob):
