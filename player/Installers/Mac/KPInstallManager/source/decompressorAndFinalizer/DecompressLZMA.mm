@@ -1,13 +1,12 @@
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/DecompressLZMA.h"
 
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/GlobalLogger.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
 #include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 
 namespace {
 
-NSString* const kBundlePath =
-    @"/Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin";
 NSString* const kBlobExtension = @"lzma";
 
 void Log(unsigned int level, NSString* format, NSString* argument) {
@@ -39,8 +38,9 @@ fileChunk* DecodeBlob(NSString* path) {
 
 int DecompressLZMA(NSString* installRoot) {
   NSFileManager* fileManager = [NSFileManager defaultManager];
-  NSString* outputPath =
-      installRoot != nil ? [installRoot stringByAppendingPathComponent:kBundlePath] : kBundlePath;
+  NSString* outputPath = installRoot != nil
+                             ? [installRoot stringByAppendingPathComponent:kPluginBundlePath]
+                             : kPluginBundlePath;
   NSString* inputPath = [outputPath stringByAppendingPathExtension:kBlobExtension];
   Log(kLogLevelInformation, @"Compression Output Path: '%@'.", outputPath);
   Log(kLogLevelInformation, @"Compression Input Path: '%@'.", inputPath);

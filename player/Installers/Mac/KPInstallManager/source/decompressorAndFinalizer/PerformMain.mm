@@ -11,18 +11,17 @@
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/RemoveObsoletePluginFiles.h"
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/UserHomeDirectory.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPingback.h"
 
 namespace {
 
-NSString* const kLogFile = @"Library/Logs/KorvelPlayerInstallManager.log";
 NSString* const kUserLogPathFormat = @"/Users/%@/%@";
 NSString* const kLogPrefix = @"FIN: ";
 
 NSString* const kBootVolume = @"/";
 NSString* const kPreviousVersionFile = @"/Library/Application Support/Velmora/previous_version.txt";
 
-NSString* const kExpressInstallFlag = @"/tmp/KPExpressInstall.flag";
 NSString* const kUpdaterFile =
     @"/Library/Preferences/Velmora/Korvel Player/" KP_VENDOR_WEB_HOST "/bin/kpupdatepl/kpupdatepl";
 NSString* const kLauncher = @"/usr/bin/open";
@@ -36,10 +35,10 @@ void LogInformation(NSString* message) {
 /// Log of the console user, in the home that the name stands for by convention, or the machine's.
 NSString* InstallLogPath() {
   if (![KPIMCommonUtil isUserLoggedIn]) {
-    return [@"/" stringByAppendingPathComponent:kLogFile];
+    return [@"/" stringByAppendingPathComponent:kInstallLogFile];
   }
   CFStringRef user = SCDynamicStoreCopyConsoleUser(nullptr, nullptr, nullptr);
-  NSString* path = [NSString stringWithFormat:kUserLogPathFormat, (NSString*)user, kLogFile];
+  NSString* path = [NSString stringWithFormat:kUserLogPathFormat, (NSString*)user, kInstallLogFile];
   // The user may have logged out since the test above.
   if (user != nullptr) {
     CFRelease(user);

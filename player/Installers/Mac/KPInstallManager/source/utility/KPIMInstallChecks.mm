@@ -2,12 +2,11 @@
 
 #include "KPVendorConfig.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
 
 namespace {
 
-NSString* const kPepperPlugin =
-    @"/Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin";
 NSString* const kOtherPlugin = @"/Library/Internet Plug-Ins/Korvel Player.plugin";
 NSString* const kInfoFile = @"Contents/Info.plist";
 
@@ -68,7 +67,7 @@ int IntegerAt(NSUInteger index, NSArray* components) {
 }
 
 + (NSString*)versionOfPlayerOnSystemFor:(int)kind {
-  NSString* infoFile = InfoFileOf(kind == kKPIMPlayerKindPepper ? kPepperPlugin : kOtherPlugin);
+  NSString* infoFile = InfoFileOf(kind == kKPIMPlayerKindPepper ? kPluginBundlePath : kOtherPlugin);
   if (![[NSFileManager defaultManager] fileExistsAtPath:infoFile]) {
     return nil;
   }
@@ -116,7 +115,7 @@ int IntegerAt(NSUInteger index, NSArray* components) {
 }
 
 + (unsigned int)checkChannelSwitch {
-  NSString* infoFile = InfoFileOf(kPepperPlugin);
+  NSString* infoFile = InfoFileOf(kPluginBundlePath);
   if (![[NSFileManager defaultManager] fileExistsAtPath:infoFile]) {
     return kKPIMInstallChecksPassed;
   }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "KPVendorConfig.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
 #include "shared/platform/mac/LanguageMapping.h"
 
 namespace {
@@ -29,7 +30,6 @@ constexpr char kUnsupportedLanguage[] = "xu";
 constexpr NSTimeInterval kTimeOut = 30;
 
 NSString* const kSystemVersionFile = @"/System/Library/CoreServices/SystemVersion.plist";
-NSString* const kExpressInstallFlag = @"/tmp/KPExpressInstall.flag";
 NSString* const kExpressInstallVector = @"3";
 NSString* const kInstallVectorFile = @"/Library/Application Support/Velmora/install_vector.txt";
 NSString* const kDefaultInstallVector = @"15";

@@ -3,6 +3,7 @@
 
 #include "KPVendorConfig.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionXML.h"
 
 NSString* const kKPIMVersionXMLReceivedNotification = @"kKPIMVersionXMLReceivedNotification";
@@ -10,7 +11,6 @@ NSString* const kKPIMVersionXMLReceivedNotification = @"kKPIMVersionXMLReceivedN
 namespace {
 
 NSString* const kMachineRoot = @"/";
-NSString* const kLogFile = @"Library/Logs/KorvelPlayerInstallManager.log";
 NSString* const kLogPrefix = @" VM: ";
 
 NSString* const kURLFormat = @"%@%@%@";
@@ -62,7 +62,7 @@ void PostReceived() {
     return sLogger;
   }
   NSString* directory = [KPIMCommonUtil isUserLoggedIn] ? NSHomeDirectory() : kMachineRoot;
-  NSString* path = [directory stringByAppendingPathComponent:kLogFile];
+  NSString* path = [directory stringByAppendingPathComponent:kInstallLogFile];
   sLogger = [[KPIMLogger alloc] initWithPath:path];
   [sLogger setLoggingLevel:kLogLevelDetail];
   [sLogger setPrefix:kLogPrefix];
