@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import random
 import shutil
 
 import pytest
@@ -116,3 +117,18 @@ SMALL_BUNDLE = {
     "Contents/Resources/" + "n" * 255: b"the longest name",
     "PkgInfo": b"BRPL????",
 }
+
+
+@pytest.fixture
+def large_bundle(tmp_path):
+    """Some hundred files of all sizes up to 60 kB, in nested folders."""
+    numbers = random.Random(20161116)
+    folder = tmp_path / "Large.plugin"
+    for number in range(400):
+        depth = numbers.randrange(5)
+        path = folder.joinpath(*(f"folder {numbers.randrange(4)}" for _ in range(depth)),
+                               f"file {number} é")
+        path.parent.mkdir(parents=True, exist_ok=True)
+        size = int(60000 ** numbers.random())
+        path.write_bytes(numbers.randbytes(size // 2) + b"text " * (size // 10))
+    return folder

@@ -362,21 +362,6 @@ def test_modes_are_not_taken_from_the_source(install_root, finalizer_run, bundle
     assert install_root.tree(BUNDLE) == as_installed(bundle)
 
 
-@pytest.fixture
-def large_bundle(tmp_path):
-    """Some hundred files of all sizes up to 60 kB, in nested folders."""
-    numbers = random.Random(20161116)
-    folder = tmp_path / "Large.plugin"
-    for number in range(400):
-        depth = numbers.randrange(5)
-        path = folder.joinpath(*(f"folder {numbers.randrange(4)}" for _ in range(depth)),
-                               f"file {number} é")
-        path.parent.mkdir(parents=True, exist_ok=True)
-        size = int(60000 ** numbers.random())
-        path.write_bytes(numbers.randbytes(size // 2) + b"text " * (size // 10))
-    return folder
-
-
 def test_large_bundle_comes_back(install_root, finalizer_run, large_bundle):
     install_root.lay_blob(blob.pack(large_bundle))
     finalizer_run(["/"])

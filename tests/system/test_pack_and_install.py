@@ -1,27 +1,11 @@
 """From a bundle through kpim's blob to the installed bundle."""
 
-import random
 import subprocess
 
 import pytest
 
 import blob
 from install_root import BUNDLE, Node, tree_of
-
-
-@pytest.fixture
-def large_bundle(tmp_path):
-    """Some hundred files of all sizes up to 60 kB, in nested folders."""
-    numbers = random.Random(20161117)
-    folder = tmp_path / "PepperKorvelPlayer.plugin"
-    for number in range(400):
-        depth = numbers.randrange(5)
-        path = folder.joinpath(*(f"folder {numbers.randrange(4)}" for _ in range(depth)),
-                               f"file {number} é")
-        path.parent.mkdir(parents=True, exist_ok=True)
-        size = int(60000 ** numbers.random())
-        path.write_bytes(numbers.randbytes(size // 2) + b"text " * (size // 10))
-    return folder
 
 
 @pytest.mark.parametrize("options", [[], ["--sort"]])

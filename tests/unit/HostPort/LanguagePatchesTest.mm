@@ -21,6 +21,8 @@
 
 #import "shared/platform/mac/LanguageMapping.h"
 
+#include "tests/unit/support/AskedElsewhere.h"
+
 namespace {
 
 /// While it is set, every other read is interrupted, and the ones between give a few bytes.
@@ -53,25 +55,6 @@ NSUserDefaults* Defaults() { return [NSUserDefaults standardUserDefaults]; }
 std::string Languages() {
   NSArray* languages = [Defaults() stringArrayForKey:@"AppleLanguages"];
   return languages == nil ? "absent" : [[languages componentsJoinedByString:@","] UTF8String];
-}
-
-/// What `question` answers in a process of its own, which it may spoil.
-std::string AskedElsewhere(const std::function<std::string()>& question) {
-  int answer[2];
-  EXPECT_EQ(0, pipe(answer));
-  const pid_t child = fork();
-  if (child == 0) {
-    const std::string text = question();
-    _exit(write(answer[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
-  }
-  close(answer[1]);
-  char text[256] = {};
-  EXPECT_LE(0, read(answer[0], text, sizeof(text) - 1));
-  close(answer[0]);
-  int status = 0;
-  EXPECT_EQ(child, waitpid(child, &status, 0));
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  return text;
 }
 
 using Variables = std::initializer_list<std::pair<const char*, const char*>>;

@@ -1,13 +1,11 @@
 #import "shared/platform/mac/LanguageMapping.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <functional>
 #include <initializer_list>
 #include <string>
 
+#include "tests/unit/support/AskedElsewhere.h"
 #include "tests/unit/support/ScopedMethodReplacement.h"
 
 namespace {
@@ -25,25 +23,6 @@ void SetLanguages(id languages) {
   NSUserDefaults* defaults = [NSUserDefaults standardUserDefaults];
   [defaults removeVolatileDomainForName:NSArgumentDomain];
   [defaults setVolatileDomain:domain forName:NSArgumentDomain];
-}
-
-/// What `question` answers in a process that never asked before.
-std::string AskedElsewhere(const std::function<std::string()>& question) {
-  int answer[2];
-  EXPECT_EQ(0, pipe(answer));
-  const pid_t child = fork();
-  if (child == 0) {
-    const std::string text = question();
-    _exit(write(answer[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
-  }
-  close(answer[1]);
-  char text[64] = {};
-  EXPECT_LE(0, read(answer[0], text, sizeof(text) - 1));
-  close(answer[0]);
-  int status = 0;
-  EXPECT_EQ(child, waitpid(child, &status, 0));
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  return text;
 }
 
 /// The answer of ObtainMacOSLanguage() to `languages`.

@@ -1,0 +1,28 @@
+// Questions that only a process of its own can answer: about what is cached once per process.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+
+/// What `question` answers in a process of its own, which it may spoil.
+inline std::string AskedElsewhere(const std::function<std::string()>& question) {
+  int answer[2];
+  EXPECT_EQ(0, pipe(answer));
+  const pid_t child = fork();
+  if (child == 0) {
+    const std::string text = question();
+    _exit(write(answer[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
+  }
+  close(answer[1]);
+  char text[256] = {};
+  EXPECT_LE(0, read(answer[0], text, sizeof(text) - 1));
+  close(answer[0]);
+  int status = 0;
+  EXPECT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  return text;
+}
