@@ -1,5 +1,8 @@
 // The platform utilities, all of them.
 #pragma once
 
+#import "shared/platform/mac/ElevatedLaunch.h"
 #import "shared/platform/mac/LanguageMapping.h"
 #include "shared/platform/mac/MacSystemVersion.h"
+#include "shared/platform/mac/ProcessLookup.h"
+#include "shared/platform/mac/TickCount.h"

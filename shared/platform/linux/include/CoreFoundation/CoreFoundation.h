@@ -10,6 +10,9 @@ typedef unsigned char Boolean;
 
 typedef const void* CFTypeRef;
 typedef const struct __CFString* CFStringRef;
+typedef const struct __CFDictionary* CFDictionaryRef;
+/// An NSError.
+typedef struct __CFError* CFErrorRef;
 
 /// A constant string. In Objective-C only, whose compiler makes it.
 #ifdef __OBJC__
@@ -22,6 +25,9 @@ void CFRelease(CFTypeRef object);
 /// True when the two are equal as Foundation's `isEqual:` sees it. NULL ends the process, as
 /// on macOS.
 Boolean CFEqual(CFTypeRef left, CFTypeRef right);
+
+/// The reason of an error, in a sentence for people. The caller releases it.
+CFStringRef CFErrorCopyDescription(CFErrorRef error);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,29 @@
+// The two questions about the process table that the product asks of macOS's <libproc.h>,
+// answered from /proc: proc(5).
+#pragma once
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/// Every process: the only kind of list that is known here.
+#define PROC_ALL_PIDS 1
+
+/// Lists process ids, each an `int`, the newest process first. `type` must be PROC_ALL_PIDS;
+/// `typeinfo` is ignored. Returns the number of bytes written to `buffer`, which is never more than
+/// `buffersize`: a list that is longer is cut. With a NULL buffer, returns how many bytes the list
+/// takes now, and some for processes that start meanwhile. 0 with errno on failure: EINVAL for
+/// another type, or why /proc cannot be read.
+int proc_listpids(uint32_t type, uint32_t typeinfo, void* buffer, int buffersize);
+
+/// Writes the absolute path of the executable that process `pid` runs to `buffer`, and a zero byte
+/// behind it. Returns the path's length without that byte; 0 with errno on failure: ESRCH when
+/// there is no such process or it runs no file, EPERM when it may not be looked at, ENOMEM when the
+/// buffer of `buffersize` bytes is too small.
+int proc_pidpath(int pid, void* buffer, uint32_t buffersize);
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,239 @@
+#import "shared/platform/mac/ElevatedLaunch.h"
+
+#include <ServiceManagement/ServiceManagement.h>
+#include <errno.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "shared/platform/mac/MacSystemVersion.h"
+#include "shared/platform/mac/ProcessLookup.h"
+
+namespace {
+
+constexpr char kRight[] = "com.apple.ServiceManagement.blesshelper";
+
+/// The last system, as (major << 16) | minor, that runs the tool directly.
+constexpr int kLastDirectVersion = 0x0A0006;
+
+NSString* const kLabelKey = @"Label";
+NSString* const kRunAtLoadKey = @"RunAtLoad";
+NSString* const kKeepAliveKey = @"KeepAlive";
+NSString* const kStandardOutPathKey = @"StandardOutPath";
+NSString* const kProgramArgumentsKey = @"ProgramArguments";
+
+constexpr char kOutputFileTemplate[] = "/tmp/tarvixsmuoutpXXXXXX";
+
+/// How long the tool's process may take to appear.
+constexpr time_t kAppearanceSeconds = 3;
+
+constexpr size_t kLineCapacity = 4096;
+
+bool HasLaunchJobs() {
+  MacSystemVersion& version = MacSystemVersion::sCachedSystemVersion;
+  if (version == MacSystemVersion::sMacSystemVersionUninitialized) {
+    version = MacSystemVersion::GetSystemVersion();
+  }
+  return ((version.major << 16) | version.minor) > kLastDirectVersion;
+}
+
+/// `text` in UTF-8, for as long as the autorelease pool holds it; null for nil, and for text that
+/// no C string can hold, such as one with a zero character in it.
+const char* CString(NSString* text) {
+  const char* bytes = [text UTF8String];
+  const bool isWhole =
+      bytes != nullptr && strlen(bytes) == [text lengthOfBytesUsingEncoding:NSUTF8StringEncoding];
+  return isWhole ? bytes : nullptr;
+}
+
+void RemoveJob(AuthorizationRef authorization, NSString* label) {
+  SMJobRemove(kSMDomainSystemLaunchd, (CFStringRef)label, authorization, true, nullptr);
+}
+
+/// The path of a new, empty file, which only the caller's user can read; nil when none can be made.
+NSString* MakeOutputFile() {
+  char path[sizeof(kOutputFileTemplate)];
+  memcpy(path, kOutputFileTemplate, sizeof(path));
+  const int file = mkstemp(path);
+  if (file < 0) {
+    return nil;
+  }
+  close(file);
+  return [NSString stringWithUTF8String:path];
+}
+
+NSDictionary* JobDictionary(NSString* label, NSString* outputPath, NSString* toolPath,
+                            NSArray* arguments) {
+  NSMutableArray* program = [NSMutableArray arrayWithObject:toolPath];
+  if (arguments != nil) {
+    [program addObjectsFromArray:arguments];
+  }
+  return [NSDictionary dictionaryWithObjectsAndKeys:label, kLabelKey, [NSNumber numberWithBool:YES],
+                                                    kRunAtLoadKey, [NSNumber numberWithBool:NO],
+                                                    kKeepAliveKey, outputPath, kStandardOutPathKey,
+                                                    program, kProgramArgumentsKey, nil];
+}
+
+/// Waits for a process of `executablePath` to come and go. False when none has come in time.
+bool AwaitProcess(const char* executablePath) {
+  const time_t start = time(nullptr);
+  for (;;) {
+    const pid_t pid = findPID(executablePath);
+    if (pid != 0) {
+      while (isPIDAlive(pid)) {
+      }
+      return true;
+    }
+    if (time(nullptr) >= start + kAppearanceSeconds) {
+      return false;
+    }
+  }
+}
+
+/// The job path, with the tool's real path.
+bool RunJob(AuthorizationRef authorization, NSString* label, NSString* toolPath,
+            const char* executablePath, NSArray* arguments, NSString** output) {
+  NSString* outputPath = MakeOutputFile();
+  if (outputPath == nil) {
+    return false;
+  }
+  NSDictionary* job = JobDictionary(label, outputPath, toolPath, arguments);
+  if (!SMJobSubmit(kSMDomainSystemLaunchd, (CFDictionaryRef)job, authorization, nullptr)) {
+    return false;
+  }
+  if (output == nullptr) {
+    return true;
+  }
+  if (!AwaitProcess(executablePath)) {
+    return false;
+  }
+  *output = [NSString stringWithContentsOfFile:outputPath
+                                      encoding:NSUTF8StringEncoding
+                                         error:nullptr];
+  RemoveJob(authorization, label);
+  return true;
+}
+
+/// The zero-terminated vector of the arguments' texts, which the caller frees and the arguments
+/// own; null when one of them is no C string, or without memory.
+char** CopyArgumentVector(NSArray* arguments) {
+  const NSUInteger count = [arguments count];
+  char** vector = static_cast<char**>(calloc(count + 1, sizeof(char*)));
+  for (NSUInteger i = 0; vector != nullptr && i < count; ++i) {
+    vector[i] = const_cast<char*>(CString([arguments objectAtIndex:i]));
+    if (vector[i] == nullptr) {
+      free(vector);
+      return nullptr;
+    }
+  }
+  return vector;
+}
+
+/// The next byte, or EOF. A signal is no end.
+int ReadByte(FILE* pipe) {
+  for (;;) {
+    errno = 0;
+    const int byte = getc(pipe);
+    if (byte != EOF || !ferror(pipe) || errno != EINTR) {
+      return byte;
+    }
+    clearerr(pipe);
+  }
+}
+
+void AppendLine(NSMutableString* text, const char* line, size_t length) {
+  NSString* decoded = [[NSString alloc] initWithBytes:line
+                                               length:length
+                                             encoding:NSUTF8StringEncoding];
+  if (decoded == nil) {
+    decoded = [[NSString alloc] initWithBytes:line
+                                       length:length
+                                     encoding:NSISOLatin1StringEncoding];
+  }
+  [text appendString:decoded];
+  [decoded release];
+}
+
+/// Appends the lines of `pipe` to `text`, which may be nil, until the end or a line that is too
+/// long.
+void ReadLines(FILE* pipe, NSMutableString* text) {
+  char line[kLineCapacity];
+  size_t length = 0;
+  int byte = ReadByte(pipe);
+  while (byte != EOF && length < kLineCapacity) {
+    line[length++] = static_cast<char>(byte);
+    if (byte == '\n') {
+      AppendLine(text, line, length);
+      length = 0;
+    }
+    if (length < kLineCapacity) {
+      byte = ReadByte(pipe);
+    }
+  }
+  AppendLine(text, line, length);
+}
+
+}  // namespace
+
+bool launchElevated(NSString* label, NSString* toolPath, NSArray* arguments, NSString** output) {
+  AuthorizationItem right = {kRight, 0, nullptr, 0};
+  const AuthorizationRights rights = {1, &right};
+  const AuthorizationFlags flags = kAuthorizationFlagInteractionAllowed |
+                                   kAuthorizationFlagExtendRights | kAuthorizationFlagPreAuthorize;
+  AuthorizationRef authorization = nullptr;
+  if (AuthorizationCreate(&rights, nullptr, flags, &authorization) != errAuthorizationSuccess) {
+    return false;
+  }
+  const bool result =
+      launchElevatedWithAuthorization(authorization, label, toolPath, arguments, output);
+  AuthorizationFree(authorization, kAuthorizationFlagDefaults);
+  return result;
+}
+
+bool launchElevatedWithAuthorization(AuthorizationRef authorization, NSString* label,
+                                     NSString* toolPath, NSArray* arguments, NSString** output) {
+  if (!HasLaunchJobs()) {
+    return launchElevatedWithAuthorizationOnSnowLeopard(authorization, toolPath, arguments, output);
+  }
+  if (output != nullptr) {
+    *output = nil;
+  }
+  if (label == nil) {
+    return false;  // A dictionary cannot hold it.
+  }
+  RemoveJob(authorization, label);
+  const char* tool = CString(toolPath);
+  char executablePath[PATH_MAX];
+  if (tool == nullptr || realpath(tool, executablePath) == nullptr) {
+    return false;
+  }
+  return RunJob(authorization, label, toolPath, executablePath, arguments, output);
+}
+
+bool launchElevatedWithAuthorizationOnSnowLeopard(AuthorizationRef authorization,
+                                                  NSString* toolPath, NSArray* arguments,
+                                                  NSString** output) {
+  NSMutableString* text = nil;
+  if (output != nullptr) {
+    text = [NSMutableString string];
+    *output = text;
+  }
+  const char* tool = CString(toolPath);
+  char** vector = CopyArgumentVector(arguments);
+  if (tool == nullptr || vector == nullptr) {
+    free(vector);
+    return false;
+  }
+  FILE* pipe = nullptr;
+  const OSStatus status = AuthorizationExecuteWithPrivileges(
+      authorization, tool, kAuthorizationFlagDefaults, vector, &pipe);
+  free(vector);
+  if (status != errAuthorizationSuccess) {
+    return false;
+  }
+  ReadLines(pipe, text);
+  (void)fclose(pipe);
+  return true;
+}

@@ -1,0 +1,56 @@
+// Process table, authorization, launch jobs and the clock of a test: they do what the test says
+// and write down what they were asked.
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+#include <Security/Authorization.h>
+#include <ServiceManagement/ServiceManagement.h>
+#include <sys/types.h>
+#include <time.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+struct FakePlatform {
+  /// The list of processes at each call of proc_listpids() with a buffer; the last stays.
+  std::vector<std::vector<pid_t>> tables;
+  /// What proc_listpids() without a buffer says; -1 for the size of the list.
+  int announcedSize = -1;
+  /// Executables of the processes; any other has none that can be read.
+  std::map<pid_t, std::string> paths;
+  std::vector<int> bufferSizes;
+  std::vector<uint32_t> pathCapacities;
+  std::vector<pid_t> askedPaths;
+  size_t listings = 0;
+
+  OSStatus createStatus = errAuthorizationSuccess;
+  OSStatus executeStatus = errAuthorizationSuccess;
+  bool submitResult = true;
+  bool removeResult = false;
+  /// What the tool of AuthorizationExecuteWithPrivileges() prints.
+  std::string printed;
+  /// Called when a job has been submitted.
+  std::function<void()> onSubmit;
+  /// Called at each look at the processes or the clock, with their number so far.
+  std::function<void(size_t)> onPoll;
+
+  /// The functions called, in order, with what matters of their arguments.
+  std::vector<std::string> calls;
+  /// The job of the last SMJobSubmit(); retained.
+  NSDictionary* job = nil;
+  std::vector<std::string> toolArguments;
+  std::string toolPath;
+
+  /// Times that time() tells, one after the other; the last stays. Empty for the real clock.
+  std::vector<time_t> times;
+  size_t timesTold = 0;
+};
+
+/// The one that the functions go by. ResetFakePlatform() makes it anew.
+extern FakePlatform* fakePlatform;
+void ResetFakePlatform();
+/// The object that AuthorizationCreate() gives.
+extern const AuthorizationRef kFakeAuthorization;
