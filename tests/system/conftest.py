@@ -11,6 +11,7 @@ import pytest
 pytest.register_assert_rewrite("install_root")
 
 import blob
+import booted_root
 import download_server as servers
 from install_root import InstallRoot, Node, REPOSITORY
 
@@ -52,6 +53,18 @@ def install_root(build, tmp_path, tmp_path_factory):
     folder = tmp_path / "root"
     yield InstallRoot(folder, build, shared=tmp_path_factory.getbasetemp())
     shutil.rmtree(folder)
+
+
+@pytest.fixture(scope="session")
+def booted(build, tmp_path_factory):
+    """A system that is really booted, one for all tests."""
+    if os.geteuid() != 0:
+        pytest.skip("booting a system needs root")
+    try:
+        with booted_root.BootedRoot(build, tmp_path_factory.mktemp("booted") / "console") as system:
+            yield system
+    except booted_root.CannotBoot as reason:
+        pytest.skip(f"systemd-nspawn is not allowed here: {reason}")
 
 
 @pytest.fixture(scope="session")

@@ -191,12 +191,14 @@ int AppendUnit(sd_bus_message* message, const Job& job) {
   int result = sd_bus_message_append(message, "ss", job.unit.c_str(), "fail");
   result = result < 0 ? result : sd_bus_message_open_container(message, 'a', "(sv)");
   result = result < 0 ? result : AppendCommand(message, job);
-  // Active means executed, also after the program's end: the job stays registered.
+  // Active means executed, also after the program's end: the job stays registered. The descriptor
+  // takes the place of StandardOutput, which must not be StandardError's own: systemd would then
+  // send both to the descriptor.
   result = result < 0 ? result
-                      : sd_bus_message_append(message, "(sv)(sv)(sv)(sv)", "Type", "s", "exec",
+                      : sd_bus_message_append(message, "(sv)(sv)(sv)(sv)(sv)", "Type", "s", "exec",
                                               "RemainAfterExit", "b", 1, "Restart", "s",
-                                              job.isKeptAlive ? "always" : "no", "StandardError",
-                                              "s", "journal");
+                                              job.isKeptAlive ? "always" : "no", "StandardOutput",
+                                              "s", "null", "StandardError", "s", "journal");
   if (job.output >= 0) {
     result = result < 0 ? result
                         : sd_bus_message_append(message, "(sv)", "StandardOutputFileDescriptor",

@@ -1,0 +1,250 @@
+"""A Debian system that is really booted, for what needs a service manager.
+
+BootedRoot boots a root made by debootstrap with systemd-nspawn: own processes, own network, a
+writable layer that is gone afterwards. The root itself is made once and kept in CACHE.
+"""
+
+import fcntl
+import hashlib
+import os
+import pathlib
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import uuid
+
+from install_root import LINE, REPOSITORY, Result, SANITIZER, SanitizerReport
+
+CACHE = pathlib.Path(os.environ.get("KP_BOOTED_ROOT_CACHE", "/var/cache/kpinstallmanager"))
+SUITE = "bookworm"
+MIRROR = "http://deb.debian.org/debian"
+# The service manager and who it asks, and what our programs are linked with.
+PACKAGES = ["ca-certificates", "dbus", "libcurl4", "libgnustep-base1.28", "libobjc4",
+            "libpam-systemd", "libsystemd0", "pkexec", "polkitd", "procps", "systemd",
+            "systemd-sysv"]
+NEEDED = ["debootstrap", "nsenter", "setpriv", "systemd-nspawn"]
+
+# Where the build folder appears inside.
+BUILD = "/opt/build"
+PROGRAMS = BUILD + "/bin"
+TEST_PROGRAMS = BUILD + "/tests/programs"
+
+# What alice may do everything with, carol only half of, and bob nothing.
+USERS = {"alice": 1001, "bob": 1002, "carol": 1003}
+RULES = """polkit.addRule(function(action, subject) {
+  var jobs = action.id == "org.freedesktop.systemd1.manage-units";
+  var tools = action.id == "org.freedesktop.policykit.exec";
+  if (subject.user == "alice" && (jobs || tools) || subject.user == "carol" && jobs) {
+    return polkit.Result.YES;
+  }
+});
+"""
+
+MAKE_SECONDS = 900
+BOOT_SECONDS = 90
+# What nspawn says where it may not do its work, as in most containers.
+FORBIDDEN = re.compile("Operation not permitted|Permission denied|Read-only file system|"
+                       "Function not implemented")
+
+
+class CannotBoot(Exception):
+    """This machine does not allow systemd-nspawn."""
+
+
+class BootedRoot:
+    """A booted system with the programs of the build folder `build` in it. Use it in a `with`."""
+
+    def __init__(self, build, console):
+        self.build = pathlib.Path(build).resolve()
+        self._console = pathlib.Path(console)
+        self._nspawn = None
+        self.leader = None
+
+    def __enter__(self):
+        missing = [name for name in NEEDED if shutil.which(name) is None]
+        assert not missing, f"{missing} missing: run scripts/bootstrap.sh"
+        root = cached_root()
+        command = ["systemd-nspawn", "--quiet", "--boot", f"--directory={root}",
+                   "--volatile=overlay", "--private-network", "--register=no", "--keep-unit",
+                   "--console=pipe", f"--machine=kp-{uuid.uuid4().hex[:8]}",
+                   f"--bind-ro={self.build}:{BUILD}",
+                   f"--bind-ro={REPOSITORY}/tests/lsan.supp:/opt/lsan.supp"]
+        profile = os.environ.get("LLVM_PROFILE_FILE")
+        if profile:
+            folder = os.path.dirname(profile)
+            command.append(f"--bind={folder}:{folder}")
+        with open(self._console, "wb") as console:
+            self._nspawn = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=console,
+                                            stderr=subprocess.STDOUT)
+        try:
+            self._await_boot()
+            self._add_users()
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        # The first process of the namespace takes all others with it, and nspawn then clears up.
+        if self.leader is not None and self._nspawn.poll() is None:
+            os.kill(self.leader, signal.SIGKILL)
+        else:
+            self._nspawn.terminate()
+        try:
+            self._nspawn.wait(30)
+        except subprocess.TimeoutExpired:
+            self._nspawn.kill()
+            self._nspawn.wait()
+
+    def path(self, inside):
+        """Where the absolute path `inside` can be reached on the host. A link in it that is
+        absolute would lead to the host's files: none is followed but in `inside` itself."""
+        return pathlib.Path(f"/proc/{self.leader}/root", str(inside).lstrip("/"))
+
+    def write(self, inside, content, mode=0o644):
+        """Writes a file, its parents too."""
+        path = self.path(inside)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content.encode() if isinstance(content, str) else content)
+        path.chmod(mode)
+        return path
+
+    def run(self, command, user=None, timeout=60, cwd="/", env=None):
+        """Runs a command inside and gives its Result, with bytes for what it wrote. Raises
+        SanitizerReport when a sanitizer spoke."""
+        variables = {
+            "LANG": "C.UTF-8",
+            "HOME": f"/Users/{user}" if user else "/root",
+            "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+            "TZ": "UTC",
+            "ASAN_OPTIONS": "detect_leaks=1:fast_unwind_on_malloc=0:"
+                            f"log_path={SANITIZER}/report",
+            "LSAN_OPTIONS": "suppressions=/opt/lsan.supp:print_suppressions=0",
+            "UBSAN_OPTIONS":
+                f"print_stacktrace=1:halt_on_error=1:log_path={SANITIZER}/report",
+        }
+        if "LLVM_PROFILE_FILE" in os.environ:
+            variables["LLVM_PROFILE_FILE"] = os.environ["LLVM_PROFILE_FILE"]
+        variables.update(env or {})
+        prefix = ["nsenter", f"--target={self.leader}", "--mount", "--uts", "--ipc", "--net", "--pid",
+                  "env", "-i", "-C", cwd, *(f"{n}={v}" for n, v in variables.items())]
+        if user:
+            prefix += ["setpriv", f"--reuid={user}", f"--regid={user}", "--init-groups", "--"]
+        done = subprocess.run(prefix + [str(each) for each in command], stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout,
+                              check=False)
+        self._raise_sanitizer_reports()
+        return Result(done.returncode, done.stdout, done.stderr)
+
+    def ask(self, *command):
+        """What a command that must succeed prints, as text without blanks at its ends."""
+        result = self.run(command)
+        assert result.status == 0, (command, result)
+        return result.stdout.decode().strip()
+
+    def unit(self, name):
+        """Properties of a unit, as systemd tells them."""
+        lines = self.ask("systemctl", "show", name, "--property=LoadState,ActiveState,SubState,"
+                         "MainPID,InvocationID,Result,ExecMainStatus").splitlines()
+        return dict(line.split("=", 1) for line in lines)
+
+    def log(self, inside):
+        """The lines of a log without their time stamps."""
+        lines = self.path(inside).read_text(encoding="utf-8").splitlines()
+        return [LINE.fullmatch(line).group(2) for line in lines]
+
+    def _await_boot(self):
+        end = time.monotonic() + BOOT_SECONDS
+        while time.monotonic() < end:
+            if self._nspawn.poll() is not None:
+                said = self._console.read_text(errors="replace").strip()
+                if FORBIDDEN.search(said):
+                    raise CannotBoot(said.splitlines()[-1])
+                raise AssertionError(f"systemd-nspawn ended with {self._nspawn.returncode}: {said}")
+            self.leader = self.leader or _first_process_of(self._nspawn.pid)
+            if self.leader is not None and self._is_up():
+                return
+            time.sleep(0.1)
+        raise AssertionError("not booted in time: "
+                             + self._console.read_text(errors="replace")[-2000:])
+
+    def _is_up(self):
+        try:
+            state = self.run(["systemctl", "is-system-running"], timeout=20).stdout.strip()
+        except FileNotFoundError:
+            return False
+        return state in (b"running", b"degraded")
+
+    def _add_users(self):
+        self.path(SANITIZER).mkdir(exist_ok=True)
+        self.path(SANITIZER).chmod(0o1777)
+        self.path("/Users").mkdir()
+        for name, uid in USERS.items():
+            self.ask("useradd", "--create-home", f"--home-dir=/Users/{name}", f"--uid={uid}", name)
+        self.write("/etc/polkit-1/rules.d/10-test.rules", RULES)
+        # polkit looks into the folder when it starts.
+        self.ask("systemctl", "restart", "polkit")
+
+    def _raise_sanitizer_reports(self):
+        reports = sorted(self.path(SANITIZER).glob("report*"))
+        if reports:
+            text = "\n".join(report.read_text(errors="replace") for report in reports)
+            for report in reports:
+                report.unlink()
+            raise SanitizerReport(text)
+
+
+def cached_root():
+    """The root's folder, made when it is missing. A half-made one is never used."""
+    made_of = hashlib.sha256(" ".join([SUITE, *sorted(PACKAGES)]).encode()).hexdigest()[:12]
+    root = CACHE / f"booted-root-{made_of}"
+    CACHE.mkdir(parents=True, exist_ok=True)
+    with open(CACHE / "lock", "w", encoding="utf-8") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if root.is_dir():
+            return root
+        making = pathlib.Path(tempfile.mkdtemp(prefix="making-", dir=CACHE))
+        try:
+            made = subprocess.run(
+                ["debootstrap", "--variant=minbase", f"--include={','.join(PACKAGES)}", SUITE,
+                 making, _mirror()],
+                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                timeout=MAKE_SECONDS, check=False)
+            assert made.returncode == 0, made.stdout.decode(errors="replace")[-3000:]
+            making.chmod(0o755)
+            making.rename(root)
+        finally:
+            shutil.rmtree(making, ignore_errors=True)
+    return root
+
+
+def _mirror():
+    """Where the host's own packages come from, or Debian's own mirror."""
+    for path in sorted(pathlib.Path("/etc/apt").rglob("*.list")):
+        found = re.search(rf"^deb\s+(?:\[.*?\]\s*)?(\S+)\s+{SUITE}\s.*\bmain\b", path.read_text(), re.M)
+        if found:
+            return found.group(1)
+    for path in sorted(pathlib.Path("/etc/apt").rglob("*.sources")):
+        for paragraph in path.read_text().split("\n\n"):
+            uri = re.search(r"^URIs:\s*(\S+)", paragraph, re.M)
+            suites = re.search(r"^Suites:(.*)$", paragraph, re.M)
+            if uri and suites and SUITE in suites.group(1).split():
+                return uri.group(1)
+    return MIRROR
+
+
+def _first_process_of(nspawn):
+    """The host's id of the process that is 1 in the namespace which nspawn made, or None."""
+    for status in pathlib.Path("/proc").glob("[0-9]*/status"):
+        try:
+            text = status.read_text()
+        except (FileNotFoundError, ProcessLookupError):
+            continue
+        parent = re.search(r"^PPid:\s+(\d+)$", text, re.M)
+        inside = re.search(r"^NSpid:\s+(\d+)\s+1$", text, re.M)
+        if parent and inside and int(parent.group(1)) == nspawn:
+            return int(inside.group(1))
+    return None
