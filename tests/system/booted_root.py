@@ -25,12 +25,16 @@ MIRROR = "http://deb.debian.org/debian"
 PACKAGES = ["ca-certificates", "dbus", "libcurl4", "libgnustep-base1.28", "libobjc4",
             "libpam-systemd", "libsystemd0", "pkexec", "polkitd", "procps", "systemd",
             "systemd-sysv"]
-NEEDED = ["debootstrap", "nsenter", "setpriv", "systemd-nspawn"]
+NEEDED = ["debootstrap", "llvm-symbolizer", "nsenter", "setpriv", "systemd-nspawn"]
 
 # Where the build folder appears inside.
 BUILD = "/opt/build"
 PROGRAMS = BUILD + "/bin"
 TEST_PROGRAMS = BUILD + "/tests/programs"
+
+# The host's programs, of which a sanitizer needs one: leaks are told apart by names on the stack.
+HOST_USR = "/opt/host-usr"
+SYMBOLIZER = "/usr/local/bin/llvm-symbolizer"
 
 # What alice may do everything with, carol only half of, and bob nothing.
 USERS = {"alice": 1001, "bob": 1002, "carol": 1003}
@@ -70,7 +74,7 @@ class BootedRoot:
         command = ["systemd-nspawn", "--quiet", "--boot", f"--directory={root}",
                    "--volatile=overlay", "--private-network", "--register=no", "--keep-unit",
                    "--console=pipe", f"--machine=kp-{uuid.uuid4().hex[:8]}",
-                   f"--bind-ro={self.build}:{BUILD}",
+                   f"--bind-ro={self.build}:{BUILD}", f"--bind-ro=/usr:{HOST_USR}",
                    f"--bind-ro={REPOSITORY}/tests/lsan.supp:/opt/lsan.supp"]
         profile = os.environ.get("LLVM_PROFILE_FILE")
         if profile:
@@ -122,6 +126,7 @@ class BootedRoot:
             "TZ": "UTC",
             "ASAN_OPTIONS": "detect_leaks=1:fast_unwind_on_malloc=0:"
                             f"log_path={SANITIZER}/report",
+            "ASAN_SYMBOLIZER_PATH": SYMBOLIZER,
             "LSAN_OPTIONS": "suppressions=/opt/lsan.supp:print_suppressions=0",
             "UBSAN_OPTIONS":
                 f"print_stacktrace=1:halt_on_error=1:log_path={SANITIZER}/report",
@@ -181,6 +186,9 @@ class BootedRoot:
     def _add_users(self):
         self.path(SANITIZER).mkdir(exist_ok=True)
         self.path(SANITIZER).chmod(0o1777)
+        self.write(SYMBOLIZER, f"""#!/bin/sh
+LD_LIBRARY_PATH={HOST_USR}/lib/$(uname -m)-linux-gnu exec {HOST_USR}/bin/llvm-symbolizer "$@"
+""", 0o755)
         self.path("/Users").mkdir()
         for name, uid in USERS.items():
             self.ask("useradd", "--create-home", f"--home-dir=/Users/{name}", f"--uid={uid}", name)

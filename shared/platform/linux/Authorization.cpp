@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -126,7 +127,7 @@ struct Pipe {
 [[noreturn]] void ExecuteInChild(char* const* arguments, const Pipe& output, const Pipe& status,
                                  bool hasOutput, bool isPkexec) {
   for (int each = 1; each < NSIG; ++each) {
-    signal(each, SIG_DFL);
+    (void)signal(each, SIG_DFL);
   }
   sigset_t none;
   sigemptyset(&none);
@@ -175,8 +176,9 @@ bool IsStillPkexec(pid_t child) {
   return name == kPkexecName;
 }
 
-void* ReapChild(void* child) {
-  AwaitExit(static_cast<pid_t>(reinterpret_cast<intptr_t>(child)));
+void* ReapChild(void* argument) {
+  const std::unique_ptr<pid_t> child(static_cast<pid_t*>(argument));
+  AwaitExit(*child);
   return nullptr;
 }
 
@@ -186,9 +188,11 @@ void ReapInBackground(pid_t child) {
   sigset_t before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
+  std::unique_ptr<pid_t> argument(new pid_t(child));
   pthread_t thread;
-  if (pthread_create(&thread, nullptr, ReapChild,
-                     reinterpret_cast<void*>(static_cast<intptr_t>(child))) == 0) {
+  if (pthread_create(&thread, nullptr, ReapChild, argument.get()) == 0) {
+    // The thread's now.
+    (void)argument.release();
     pthread_detach(thread);
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -273,6 +277,7 @@ OSStatus AuthorizationExecuteWithPrivileges(AuthorizationRef authorization, cons
     return errAuthorizationToolExecuteFailure;
   }
   std::vector<char*> pointers;
+  pointers.reserve(line.size() + 1);
   for (std::string& each : line) {
     pointers.push_back(&each[0]);
   }
