@@ -1,6 +1,6 @@
 // The comparison of versions: three texts, one per line, of any content.
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
-#include "tests/fuzz/FuzzSupport.h"
+#include "tests/fuzz/FuzzText.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The scanner of version descriptions: any reply of the server.
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionXML.h"
 
-#include "tests/fuzz/FuzzSupport.h"
+#include "tests/fuzz/FuzzText.h"
 
 namespace {
 
