@@ -1,5 +1,8 @@
 #import "player/Installers/Mac/KPInstallManager/source/application/KPIMLogger.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "KPVendorConfig.h"
 
 namespace {
@@ -46,6 +49,22 @@ NSString* SessionStamp(NSString* format) {
                                     KP_VERSION_BUGFIX, KP_VERSION_BUILD];
 }
 
+/// Makes an empty file, unless another logger has made it meanwhile: its lines stay.
+void CreateFile(NSString* path) {
+  const int file = open([path fileSystemRepresentation], O_WRONLY | O_CREAT, 0666);
+  if (file >= 0) {
+    close(file);
+  }
+}
+
+/// Two processes may log at once, and between seeking and writing the other may have written.
+void AppendAtEachWrite(int file) {
+  const int flags = fcntl(file, F_GETFL);
+  if (flags >= 0) {
+    (void)fcntl(file, F_SETFL, flags | O_APPEND);
+  }
+}
+
 }  // namespace
 
 @implementation KP_DECOMP_KPIMLogger
@@ -61,9 +80,8 @@ NSString* SessionStamp(NSString* format) {
     return nil;
   }
 
-  NSFileManager* fileManager = [NSFileManager defaultManager];
-  if (![fileManager fileExistsAtPath:path]) {
-    [fileManager createFileAtPath:path contents:nil attributes:nil];
+  if (![[NSFileManager defaultManager] fileExistsAtPath:path]) {
+    CreateFile(path);
   }
 
   mLogFH = [[NSFileHandle fileHandleForWritingAtPath:path] retain];
@@ -71,6 +89,7 @@ NSString* SessionStamp(NSString* format) {
     [self autorelease];
     return nil;
   }
+  AppendAtEachWrite([mLogFH fileDescriptor]);
   @try {
     [mLogFH seekToEndOfFile];
   } @catch (NSException*) {
