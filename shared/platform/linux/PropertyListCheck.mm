@@ -7,6 +7,10 @@
 
 namespace {
 
+/// GNUstep's own serialization of lists begins with it, whose counts are believed, and allocated
+/// for, too. No macOS reads it.
+constexpr char kSerialization = '\0';
+
 constexpr size_t kGreatestDepth = 512;
 
 bool BeginsWith(const char* beginning, const char* text, size_t size) {
@@ -358,6 +362,9 @@ class XMLCheck {
 bool IsSafePropertyList(NSData* data) {
   const size_t size = [data length];
   const auto* bytes = static_cast<const char*>([data bytes]);
+  if (size > 0 && bytes[0] == kSerialization) {
+    return false;
+  }
   if (BeginsWith(kBinaryFamily, bytes, size)) {
     return BinaryCheck(reinterpret_cast<const uint8_t*>(bytes), size).Passes();
   }

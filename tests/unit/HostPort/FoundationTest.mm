@@ -222,6 +222,21 @@ TEST_F(FoundationTest, FilesThatAreNoPropertyLists) {
   EXPECT_EQ(nil, ValueInFile(folder_.Path().string()));
 }
 
+TEST_F(FoundationTest, GNUstepsOwnSerializationIsNoPropertyList) {
+  NSData* data = [NSPropertyListSerialization dataWithPropertyList:[NSArray arrayWithObject:@"a"]
+                                                            format:NSPropertyListGNUstepBinaryFormat
+                                                           options:0
+                                                             error:nullptr];
+  ASSERT_GT([data length], 0u);
+  ASSERT_EQ(0, *static_cast<const char*>([data bytes]));
+  NSError* error = nil;
+  EXPECT_EQ(nil, [NSPropertyListSerialization propertyListWithData:data
+                                                           options:NSPropertyListImmutable
+                                                            format:nullptr
+                                                             error:&error]);
+  EXPECT_NE(nil, error);
+}
+
 TEST_F(FoundationTest, MalformedPropertyListsGiveAnError) {
   for (const std::string& contents :
        {"bplist00" + std::string(38, '\xFF'), std::string("{ key = ")}) {
