@@ -22,7 +22,7 @@ CACHE = pathlib.Path(os.environ.get("KP_BOOTED_ROOT_CACHE", "/var/cache/kpinstal
 SUITE = "bookworm"
 MIRROR = "http://deb.debian.org/debian"
 # The service manager and who it asks, and what our programs are linked with.
-PACKAGES = ["ca-certificates", "dbus", "libcurl4", "libgnustep-base1.28", "libobjc4",
+PACKAGES = ["ca-certificates", "dbus", "gnustep-base-runtime", "libcurl4", "libgnustep-base1.28", "libobjc4",
             "libpam-systemd", "libsystemd0", "pkexec", "polkitd", "procps", "systemd",
             "systemd-sysv"]
 NEEDED = ["debootstrap", "llvm-symbolizer", "nsenter", "setpriv", "systemd-nspawn"]

@@ -1,0 +1,25 @@
+# What cpack makes of an installation: a Debian package and a tarball that runs from any folder.
+set(CPACK_PACKAGE_NAME kpinstallmanager)
+set(CPACK_PACKAGE_VENDOR "Tarvix")
+set(CPACK_PACKAGE_CONTACT "Installer engineering <installers@tarvix.example>" CACHE STRING
+  "Who answers for the packages")
+set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Finalizer of the Korvel Player installer, and its blob tool")
+set(CPACK_PACKAGE_DESCRIPTION
+  "kpim packs, lists, verifies and unpacks the payload blobs of the Korvel Player installer, runs its\
+ install checks and fetches the current version description. The finalizer is what the installer runs.")
+set(CPACK_RESOURCE_FILE_LICENSE "${CMAKE_SOURCE_DIR}/LICENSE")
+set(CPACK_OUTPUT_FILE_PREFIX "${CMAKE_BINARY_DIR}/packages")
+set(CPACK_STRIP_FILES ON)
+
+set(CPACK_GENERATOR TGZ)
+if(NOT APPLE)
+  list(APPEND CPACK_GENERATOR DEB)
+endif()
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION utils)
+# The libraries, as the linked files name them.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS ca-certificates)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+include(CPack)
