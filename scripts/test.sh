@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Every test: both builds, unit and system tests in both, the fuzz targets for a moment, format, clang-tidy, shellcheck.
-# All of them run, also after a failure; then each failure and the reason of each skip is
+# Every test: both builds, unit and system tests in both, the fuzz targets for a moment, format,
+# clang-tidy, shellcheck. With --coverage instead: unit and system tests in an instrumented build,
+# and which lines of the product they reach. All of them run, also after a failure; then each failure and the reason of each skip is
 # listed. The last line counts them, the exit status is not 0 when one failed.
 # Results are left in build/test-results.
 set -uo pipefail
@@ -73,7 +74,39 @@ check_scripts() {
     shellcheck $(git ls-files 'scripts/*.sh') .ci/run
 }
 
+# Which lines of the product the tests reach. The instrumented programs write a file of their own at
+# their end, which some tests notice, so here no test is judged.
+coverage() {
+    local profiles=$PWD/build/coverage/profiles executable
+    rm -rf "$profiles"
+    mkdir "$profiles"
+    chmod 1777 "$profiles"
+    export LLVM_PROFILE_FILE=$profiles/%p-%m.profraw
+    {
+        for executable in build/coverage/tests/*Test; do
+            HOME=$results/home timeout 600 "$executable" --gtest_brief=1
+        done
+        timeout 1200 /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/system \
+            --build build/coverage
+    } < /dev/null > "$results/coverage-tests.log" 2>&1
+    unset LLVM_PROFILE_FILE
+    check coverage scripts/coverage.py build/coverage "$profiles" --uncovered
+    cat "$results/coverage.log"
+}
+
+case ${1-} in
+    '' | --coverage) ;;
+    *)
+        echo "usage: scripts/test.sh [--coverage]" >&2
+        exit 2
+        ;;
+esac
+
 check bootstrap scripts/bootstrap.sh
+if [ "${1-}" = --coverage ]; then
+    if check build-coverage build coverage; then coverage; fi
+    exec /usr/bin/python3 scripts/summarize_tests.py "$results"
+fi
 if check build-release build release; then
     unit_tests release build
     system_tests release build

@@ -16,14 +16,15 @@ import tempfile
 import time
 import uuid
 
-from install_root import LINE, REPOSITORY, Result, SANITIZER, SanitizerReport
+from install_root import (LINE, REPOSITORY, Result, SANITIZER, SanitizerReport,
+                          profile_of_this_run)
 
 CACHE = pathlib.Path(os.environ.get("KP_BOOTED_ROOT_CACHE", "/var/cache/kpinstallmanager"))
 SUITE = "bookworm"
 MIRROR = "http://deb.debian.org/debian"
 # The service manager and who it asks, and what our programs are linked with.
-PACKAGES = ["ca-certificates", "dbus", "gnustep-base-runtime", "libcurl4", "libgnustep-base1.28", "libobjc4",
-            "libpam-systemd", "libsystemd0", "pkexec", "polkitd", "procps", "systemd",
+PACKAGES = ["ca-certificates", "dbus", "gnustep-base-runtime", "libcurl4", "libgnustep-base1.28",
+            "libobjc4", "libpam-systemd", "libsystemd0", "pkexec", "polkitd", "procps", "systemd",
             "systemd-sysv"]
 NEEDED = ["debootstrap", "llvm-symbolizer", "nsenter", "setpriv", "systemd-nspawn"]
 
@@ -131,8 +132,9 @@ class BootedRoot:
             "UBSAN_OPTIONS":
                 f"print_stacktrace=1:halt_on_error=1:log_path={SANITIZER}/report",
         }
-        if "LLVM_PROFILE_FILE" in os.environ:
-            variables["LLVM_PROFILE_FILE"] = os.environ["LLVM_PROFILE_FILE"]
+        profile = profile_of_this_run()
+        if profile:
+            variables["LLVM_PROFILE_FILE"] = profile
         variables.update(env or {})
         prefix = ["nsenter", f"--target={self.leader}", "--mount", "--uts", "--ipc", "--net", "--pid",
                   "env", "-i", "-C", cwd, *(f"{n}={v}" for n, v in variables.items())]

@@ -16,6 +16,7 @@ import signal
 import stat
 import subprocess
 import tempfile
+import uuid
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 
@@ -268,7 +269,7 @@ class InstallRoot:
             "UBSAN_OPTIONS":
                 f"print_stacktrace=1:halt_on_error=1:log_path={SANITIZER}/report",
         }
-        profile = os.environ.get("LLVM_PROFILE_FILE")
+        profile = profile_of_this_run()
         if profile:
             variables["LLVM_PROFILE_FILE"] = profile
             folder = os.path.dirname(profile)
@@ -309,6 +310,13 @@ class InstallRoot:
             for report in reports:
                 report.unlink()
             raise SanitizerReport(text)
+
+
+def profile_of_this_run():
+    """What LLVM_PROFILE_FILE is to be for one run, or None without one. Each has files of its own:
+    process ids in a namespace repeat, and another user's file cannot be added to."""
+    profile = os.environ.get("LLVM_PROFILE_FILE")
+    return profile and profile.replace("%p", f"%p-{uuid.uuid4().hex}")
 
 
 def as_user(name):
