@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -30,18 +31,25 @@ constexpr AuthorizationFlags kKnownFlags =
 constexpr char kPolkitService[] = "org.freedesktop.PolicyKit1";
 constexpr char kPolkitObject[] = "/org/freedesktop/PolicyKit1/Authority";
 constexpr char kPolkitInterface[] = "org.freedesktop.PolicyKit1.Authority";
-constexpr char kAction[] = "org.freedesktop.systemd1.manage-units";
+constexpr char kManageUnits[] = "org.freedesktop.systemd1.manage-units";
+constexpr char kExecute[] = "org.freedesktop.policykit.exec";
 constexpr uint32_t kAllowUserInteraction = 1;
 
 constexpr char kPkexec[] = "/usr/bin/pkexec";
+constexpr char kKeepFolder[] = "--keep-cwd";
 constexpr char kPkexecName[] = "pkexec";
 // Exit status of pkexec(1) when the user closed its dialog.
 constexpr int kPkexecDismissed = 126;
 
+// Readable by everybody, unless /proc hides the processes of others: proc(5), hidepid.
+constexpr char kForeignProcess[] = "/proc/1/cmdline";
+constexpr useconds_t kPollMicroseconds = 1'000;
+
 constexpr char kNullDevice[] = "/dev/null";
 
-/// Asks polkit about the calling process. Its start time is left for polkit to find out.
-OSStatus AskPolkit(bool mayInteract) {
+/// Asks polkit whether the calling process may do `action`. The process is named by its connection,
+/// which, unlike a process id, cannot become another's meanwhile.
+OSStatus AskPolkit(const char* action, bool mayInteract) {
   int error = 0;
   const BusConnection bus = OpenSystemBus(error);
   if (bus == nullptr) {
@@ -50,13 +58,15 @@ OSStatus AskPolkit(bool mayInteract) {
   if (mayInteract) {
     sd_bus_set_method_call_timeout(bus.get(), kInteractionMicroseconds);
   }
-  BusError busError;
+  const char* name = nullptr;
   sd_bus_message* reply = nullptr;
-  const int result = sd_bus_call_method(
-      bus.get(), kPolkitService, kPolkitObject, kPolkitInterface, "CheckAuthorization",
-      busError.get(), &reply, "(sa{sv})sa{ss}us", "unix-process", 3, "pid", "u",
-      static_cast<uint32_t>(getpid()), "start-time", "t", uint64_t{0}, "uid", "i",
-      static_cast<int32_t>(getuid()), kAction, 0, mayInteract ? kAllowUserInteraction : 0, "");
+  int result = sd_bus_get_unique_name(bus.get(), &name);
+  result = result < 0
+               ? result
+               : sd_bus_call_method(bus.get(), kPolkitService, kPolkitObject, kPolkitInterface,
+                                    "CheckAuthorization", nullptr, &reply, "(sa{sv})sa{ss}us",
+                                    "system-bus-name", 1, "name", "s", name, action, 0,
+                                    mayInteract ? kAllowUserInteraction : 0, "");
   const BusMessage owner(reply);
   if (result < 0) {
     return errAuthorizationInternal;
@@ -92,15 +102,23 @@ struct Pipe {
     }
   }
   ~Pipe() {
-    CloseReadEnd();
-    CloseWriteEnd();
+    Close(readEnd);
+    Close(writeEnd);
   }
   Pipe(const Pipe&) = delete;
   Pipe& operator=(const Pipe&) = delete;
 
   bool IsOpen() const { return readEnd >= 0 && writeEnd >= 0; }
-  void CloseReadEnd() { Close(readEnd); }
   void CloseWriteEnd() { Close(writeEnd); }
+  /// Hands the end to read over as a stream.
+  OSStatus OpenReadEnd(FILE** stream) {
+    *stream = fdopen(readEnd, "r");
+    if (*stream == nullptr) {
+      return errAuthorizationInternal;
+    }
+    readEnd = -1;
+    return errAuthorizationSuccess;
+  }
 
   int readEnd = -1;
   int writeEnd = -1;
@@ -135,8 +153,8 @@ struct Pipe {
   const int null = open(kNullDevice, O_RDONLY | O_CLOEXEC);
   if (null >= 0 &&
       (null == STDIN_FILENO ? fcntl(null, F_SETFD, 0) : dup2(null, STDIN_FILENO)) >= 0 &&
-      (!hasOutput || dup2(output.writeEnd, STDOUT_FILENO) >= 0)) {
-    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+      (!hasOutput || dup2(output.writeEnd, STDOUT_FILENO) >= 0) &&
+      close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
     if (isPkexec) {
       // It stays open until pkexec becomes the tool, or ends.
       fcntl(status.writeEnd, F_SETFD, 0);
@@ -167,13 +185,33 @@ int AwaitExit(pid_t child) {
   return status;
 }
 
-/// Whether the child, which has closed its status pipe, is pkexec still: it has been refused, and
-/// ends. A process that has ended keeps its name until it is waited for.
-bool IsStillPkexec(pid_t child) {
-  std::ifstream file("/proc/" + std::to_string(child) + "/comm");
-  std::string name;
-  std::getline(file, name);
-  return name == kPkexecName;
+/// The start of a file of /proc/PID, up to `end`; empty when there is none.
+std::string ReadStart(pid_t pid, const char* file, char end) {
+  std::ifstream stream("/proc/" + std::to_string(pid) + "/" + file);
+  std::string start;
+  std::getline(stream, start, end);
+  return start;
+}
+
+/// Whether the child, which has closed its status pipe, has become the tool; else it is pkexec
+/// still, has been refused, and ends. Files are closed in the midst of exec and of exit, so it may
+/// take a moment to show which of them it is. A process that has ended keeps its name until it is
+/// waited for; when the caller ignores SIGCHLD that is at once, and nobody can tell any more.
+bool BecameTool(pid_t child) {
+  for (;;) {
+    const std::string program = ReadStart(child, "cmdline", '\0');
+    if (!program.empty() && program != kPkexec) {
+      return true;
+    }
+    siginfo_t ended = {};
+    if (waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT) != 0) {
+      return false;
+    }
+    if (ended.si_pid == child) {
+      return ReadStart(child, "comm", '\n') != kPkexecName;
+    }
+    usleep(kPollMicroseconds);
+  }
 }
 
 void* ReapChild(void* argument) {
@@ -198,21 +236,24 @@ void ReapInBackground(pid_t child) {
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
+/// Whether pkexec can be used: 0, or why not. pkexec itself would ask the user in any case.
+OSStatus CheckPkexec(bool mayInteract) {
+  if (access(kForeignProcess, R_OK) != 0) {
+    return errAuthorizationToolEnvironmentError;  // It could not be told what becomes of pkexec.
+  }
+  return mayInteract ? OSStatus{errAuthorizationSuccess} : AskPolkit(kExecute, false);
+}
+
 /// What is executed: the tool, or pkexec with the tool's absolute path, since it would look a
 /// relative one up in its own list of folders. Empty when there is no such tool.
-std::vector<std::string> CommandLine(const AuthorizationObject& authorization, const char* tool,
-                                     char* const* arguments, bool isPkexec) {
+std::vector<std::string> CommandLine(const char* tool, char* const* arguments, bool isPkexec) {
   std::vector<std::string> line;
   if (isPkexec) {
     char absolute[PATH_MAX];
     if (realpath(tool, absolute) == nullptr) {
       return line;
     }
-    line.push_back(kPkexec);
-    if (!authorization.mayInteract) {
-      line.push_back("--disable-internal-agent");
-    }
-    line.push_back(absolute);
+    line.insert(line.end(), {kPkexec, kKeepFolder, absolute});
   } else {
     line.push_back(tool);
   }
@@ -222,28 +263,85 @@ std::vector<std::string> CommandLine(const AuthorizationObject& authorization, c
   return line;
 }
 
+/// fork(2), with all signals blocked in the child: the caller's handlers are not for it.
+pid_t ForkBlocked() {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const pid_t child = fork();
+  if (child != 0) {
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }
+  return child;
+}
+
+/// Starts what is to be executed, and gives the reading end of its output when that is asked for.
+OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicationsPipe) {
+  std::vector<char*> arguments;
+  arguments.reserve(line.size() + 1);
+  for (std::string& each : line) {
+    arguments.push_back(&each[0]);
+  }
+  arguments.push_back(nullptr);
+  Pipe output;
+  Pipe status;
+  if (!output.IsOpen() || !status.IsOpen()) {
+    return errAuthorizationInternal;
+  }
+  const pid_t child = ForkBlocked();
+  if (child < 0) {
+    return errAuthorizationInternal;
+  }
+  if (child == 0) {
+    ExecuteInChild(arguments.data(), output, status, communicationsPipe != nullptr, isPkexec);
+  }
+  output.CloseWriteEnd();
+  status.CloseWriteEnd();
+  if (AwaitExecution(status) != 0) {
+    AwaitExit(child);
+    return errAuthorizationToolExecuteFailure;
+  }
+  if (isPkexec && !BecameTool(child)) {
+    const int ended = AwaitExit(child);
+    return WIFEXITED(ended) && WEXITSTATUS(ended) == kPkexecDismissed ? errAuthorizationCanceled
+                                                                      : errAuthorizationDenied;
+  }
+  ReapInBackground(child);
+  return communicationsPipe == nullptr ? OSStatus{errAuthorizationSuccess}
+                                       : output.OpenReadEnd(communicationsPipe);
+}
+
+bool AreNamed(const AuthorizationRights& rights) {
+  return rights.items != nullptr &&
+         std::all_of(rights.items, rights.items + rights.count,
+                     [](const AuthorizationItem& item) { return item.name != nullptr; });
+}
+
 }  // namespace
 
 OSStatus AuthorizationCreate(const AuthorizationRights* rights,
                              const AuthorizationEnvironment* /*environment*/,
                              AuthorizationFlags flags, AuthorizationRef* authorization) {
-  if (authorization == nullptr) {
-    return errAuthorizationInvalidPointer;
+  if (authorization != nullptr) {
+    *authorization = nullptr;
   }
-  *authorization = nullptr;
   if ((flags & ~kKnownFlags) != 0) {
     return errAuthorizationInvalidFlags;
   }
   const bool wantsRights = rights != nullptr && rights->count > 0;
-  if (wantsRights && rights->items == nullptr) {
+  if (wantsRights && !AreNamed(*rights)) {
     return errAuthorizationInvalidSet;
   }
   const bool mayInteract = (flags & kAuthorizationFlagInteractionAllowed) != 0;
   if (wantsRights && geteuid() != 0) {
-    const OSStatus status = AskPolkit(mayInteract);
+    const OSStatus status = AskPolkit(kManageUnits, mayInteract);
     if (status != errAuthorizationSuccess) {
       return status;
     }
+  }
+  if (authorization == nullptr) {
+    return errAuthorizationSuccess;
   }
   AuthorizationObject* object = new (std::nothrow) AuthorizationObject{mayInteract};
   *authorization = reinterpret_cast<AuthorizationRef>(object);
@@ -271,49 +369,15 @@ OSStatus AuthorizationExecuteWithPrivileges(AuthorizationRef authorization, cons
     return errAuthorizationInvalidFlags;
   }
   const bool isPkexec = geteuid() != 0;
-  std::vector<std::string> line =
-      CommandLine(*ObjectOf(authorization), pathToTool, arguments, isPkexec);
+  std::vector<std::string> line = CommandLine(pathToTool, arguments, isPkexec);
   if (line.empty()) {
     return errAuthorizationToolExecuteFailure;
   }
-  std::vector<char*> pointers;
-  pointers.reserve(line.size() + 1);
-  for (std::string& each : line) {
-    pointers.push_back(&each[0]);
+  if (isPkexec) {
+    const OSStatus refusal = CheckPkexec(ObjectOf(authorization)->mayInteract);
+    if (refusal != errAuthorizationSuccess) {
+      return refusal;
+    }
   }
-  pointers.push_back(nullptr);
-
-  Pipe output;
-  Pipe status;
-  if (!output.IsOpen() || !status.IsOpen()) {
-    return errAuthorizationInternal;
-  }
-  const pid_t child = fork();
-  if (child < 0) {
-    return errAuthorizationInternal;
-  }
-  if (child == 0) {
-    ExecuteInChild(pointers.data(), output, status, communicationsPipe != nullptr, isPkexec);
-  }
-  output.CloseWriteEnd();
-  status.CloseWriteEnd();
-  if (AwaitExecution(status) != 0) {
-    AwaitExit(child);
-    return errAuthorizationToolExecuteFailure;
-  }
-  if (isPkexec && IsStillPkexec(child)) {
-    const int ended = AwaitExit(child);
-    return WIFEXITED(ended) && WEXITSTATUS(ended) == kPkexecDismissed ? errAuthorizationCanceled
-                                                                      : errAuthorizationDenied;
-  }
-  ReapInBackground(child);
-  if (communicationsPipe == nullptr) {
-    return errAuthorizationSuccess;
-  }
-  *communicationsPipe = fdopen(output.readEnd, "r");
-  if (*communicationsPipe == nullptr) {
-    return errAuthorizationInternal;
-  }
-  output.readEnd = -1;
-  return errAuthorizationSuccess;
+  return Start(line, isPkexec, communicationsPipe);
 }

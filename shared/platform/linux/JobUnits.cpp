@@ -56,6 +56,11 @@ std::string ExecStartPath(sd_bus* bus, const char* object) {
   return path;
 }
 
+bool IsScript(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return file.get() == '#' && file.get() == '!';
+}
+
 /// Whether the unit is active: of a service of type "exec", that its program has been executed.
 bool IsActive(sd_bus* bus, const char* object) {
   char* state = nullptr;
@@ -109,5 +114,6 @@ std::string JobExecutable(pid_t pid) {
       static_cast<pid_t>(mainPID) != pid || !IsActive(bus.get(), object)) {
     return std::string();
   }
-  return ExecStartPath(bus.get(), object);
+  const std::string path = ExecStartPath(bus.get(), object);
+  return IsScript(path) ? std::string() : path;
 }

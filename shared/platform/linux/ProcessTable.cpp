@@ -149,6 +149,10 @@ int proc_listpids(uint32_t type, uint32_t /*typeinfo*/, void* buffer, int buffer
 }
 
 int proc_pidpath(int pid, void* buffer, uint32_t buffersize) {
+  if (buffer == nullptr) {
+    errno = EFAULT;
+    return 0;
+  }
   char link[64];
   (void)snprintf(link, sizeof(link), "/proc/%d/exe", pid);
   std::string path = ReadExecutable(link);

@@ -30,10 +30,15 @@ constexpr char kNoSuchUnit[] = "org.freedesktop.systemd1.NoSuchUnit";
 
 constexpr mode_t kOutputFileMode = 0600;
 
-// How often, and how many times, it is looked whether a job is gone. systemd kills what does not
-// end within 90 seconds.
+// launchd.plist(5)'s defaults: how long a job may take to end (ExitTimeOut) before it is killed,
+// and how long one that is kept alive waits before it is started again (ThrottleInterval).
+constexpr uint64_t kExitMicroseconds = 20'000'000;
+constexpr uint64_t kThrottleMicroseconds = 10'000'000;
+
+// How often, and how many times, it is looked whether a job is gone: for twice as long as systemd
+// takes to end it and then to kill it.
 constexpr useconds_t kRemovalPollMicroseconds = 10'000;
-constexpr int kRemovalPolls = 12'000;
+constexpr int kRemovalPolls = 8'000;
 
 /// A job as systemd is to be told of it.
 struct Job {
@@ -71,18 +76,18 @@ Boolean FailOnBus(CFErrorRef* outError, int result, NSString* what, const BusErr
               error.Message() != nullptr ? error.Message() : strerror(-result));
 }
 
-/// A non-empty string that a C string can hold; false for anything else.
+/// A string that a C string can hold; false for anything else. (UTF8String would raise an exception
+/// for half of a surrogate pair.)
 bool ReadText(id value, std::string& text) {
   if (![value isKindOfClass:[NSString class]]) {
     return false;
   }
-  const char* bytes = [value UTF8String];
-  if (bytes == nullptr ||
-      strlen(bytes) != [value lengthOfBytesUsingEncoding:NSUTF8StringEncoding]) {
+  NSData* bytes = [value dataUsingEncoding:NSUTF8StringEncoding];
+  if (bytes == nil) {
     return false;
   }
-  text = bytes;
-  return true;
+  text.assign(static_cast<const char*>([bytes bytes]), [bytes length]);
+  return text.find('\0') == std::string::npos;
 }
 
 /// What is wrong with the job's keys; nil when nothing is. Fills `job` but for the files.
@@ -90,6 +95,10 @@ NSString* ReadKeys(NSDictionary* dictionary, Job& job) {
   NSArray* known = [NSArray arrayWithObjects:kLabelKey, kRunAtLoadKey, kKeepAliveKey,
                                              kStandardOutPathKey, kProgramArgumentsKey, nil];
   for (id key in dictionary) {
+    std::string name;
+    if (!ReadText(key, name)) {
+      return @"a key is not a string";
+    }
     if (![known containsObject:key]) {
       return [NSString stringWithFormat:@"the key \"%@\" is not supported", key];
     }
@@ -126,7 +135,7 @@ NSString* ReadKeys(NSDictionary* dictionary, Job& job) {
 }
 
 /// Opens the job's output with the caller's own rights, so that no job writes where its submitter
-/// may not. False with errno.
+/// may not. A FIFO that nobody reads is an error and not waited for. False with errno.
 bool OpenOutput(NSDictionary* dictionary, Job& job) {
   id path = [dictionary objectForKey:kStandardOutPathKey];
   if (path == nil) {
@@ -139,7 +148,8 @@ bool OpenOutput(NSDictionary* dictionary, Job& job) {
   }
   job.output = open(text.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
                     kOutputFileMode);
-  return job.output >= 0;
+  // The flag is for opening only: the program shares it, and writes as if it had opened the file.
+  return job.output >= 0 && fcntl(job.output, F_SETFL, O_APPEND) == 0;
 }
 
 bool FindExecutable(Job& job) {
@@ -186,19 +196,27 @@ int AppendCommand(sd_bus_message* message, const Job& job) {
   return result;
 }
 
+/// Appends what makes the job stay registered after its program's end: systemd starts the program
+/// again, however often it ends, or keeps the service without it. It does not do both.
+int AppendLifetime(sd_bus_message* message, const Job& job) {
+  return job.isKeptAlive ? sd_bus_message_append(message, "(sv)(sv)(sv)", "Restart", "s", "always",
+                                                 "RestartUSec", "t", kThrottleMicroseconds,
+                                                 "StartLimitIntervalUSec", "t", uint64_t{0})
+                         : sd_bus_message_append(message, "(sv)", "RemainAfterExit", "b", 1);
+}
+
 /// Appends what StartTransientUnit takes: name, mode, properties, and no further units.
 int AppendUnit(sd_bus_message* message, const Job& job) {
   int result = sd_bus_message_append(message, "ss", job.unit.c_str(), "fail");
   result = result < 0 ? result : sd_bus_message_open_container(message, 'a', "(sv)");
   result = result < 0 ? result : AppendCommand(message, job);
-  // Active means executed, also after the program's end: the job stays registered. The descriptor
-  // takes the place of StandardOutput, which must not be StandardError's own: systemd would then
-  // send both to the descriptor.
+  // The descriptor takes the place of StandardOutput, which must not be StandardError's own:
+  // systemd would then send both to the descriptor.
   result = result < 0 ? result
-                      : sd_bus_message_append(message, "(sv)(sv)(sv)(sv)(sv)", "Type", "s", "exec",
-                                              "RemainAfterExit", "b", 1, "Restart", "s",
-                                              job.isKeptAlive ? "always" : "no", "StandardOutput",
-                                              "s", "null", "StandardError", "s", "journal");
+                      : sd_bus_message_append(message, "(sv)(sv)(sv)(sv)", "Type", "s", "exec",
+                                              "StandardOutput", "s", "null", "StandardError", "s",
+                                              "journal", "TimeoutStopUSec", "t", kExitMicroseconds);
+  result = result < 0 ? result : AppendLifetime(message, job);
   if (job.output >= 0) {
     result = result < 0 ? result
                         : sd_bus_message_append(message, "(sv)", "StandardOutputFileDescriptor",
@@ -250,19 +268,23 @@ int ReadState(sd_bus* bus, const std::string& unit, std::string& state, BusError
   return result;
 }
 
+/// Whether a call failed because systemd does not know the unit.
+bool IsGone(const BusError& error) {
+  return error.Is(kNoSuchUnit) || error.Is(SD_BUS_ERROR_UNKNOWN_OBJECT);
+}
+
 /// Waits until systemd has forgotten the unit; one that has failed is remembered until it is
-/// told not to. 0, or a negative errno.
-int AwaitRemoval(sd_bus* bus, const std::string& unit, AuthorizationRef authorization) {
+/// told not to. 0, or a negative errno and perhaps the bus's error.
+int AwaitRemoval(sd_bus* bus, const std::string& unit, AuthorizationRef authorization,
+                 BusError& error) {
   for (int i = 0; i < kRemovalPolls; ++i) {
-    BusError error;
     std::string state;
-    const int result = ReadState(bus, unit, state, error);
-    if (result < 0) {
-      return error.Is(kNoSuchUnit) || error.Is(SD_BUS_ERROR_UNKNOWN_OBJECT) ? 0 : result;
+    int result = ReadState(bus, unit, state, error);
+    if (result >= 0 && state == "failed") {
+      result = CallForUnit(bus, "ResetFailedUnit", unit, nullptr, authorization, error);
     }
-    if (state == "failed") {
-      BusError ignored;
-      CallForUnit(bus, "ResetFailedUnit", unit, nullptr, authorization, ignored);
+    if (result < 0) {
+      return IsGone(error) ? 0 : result;
     }
     usleep(kRemovalPollMicroseconds);
   }
@@ -338,6 +360,6 @@ Boolean SMJobRemove(CFStringRef domain, CFStringRef jobLabel, AuthorizationRef a
     CallForUnit(bus.get(), "ResetFailedUnit", unit, nullptr, auth, ignored);
     return 1;
   }
-  result = AwaitRemoval(bus.get(), unit, auth);
-  return result < 0 ? Fail(outError, -result, what, strerror(-result)) : 1;
+  result = AwaitRemoval(bus.get(), unit, auth, error);
+  return result < 0 ? FailOnBus(outError, result, what, error) : 1;
 }

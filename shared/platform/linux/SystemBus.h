@@ -5,9 +5,11 @@
 
 #include <memory>
 
-/// A connection that is closed with the object. Null when the bus cannot be reached.
+/// A connection that is closed with the object. Null when the bus cannot be reached. Every call
+/// waits for its answer, so nothing is left to flush, which could wait forever for a bus that
+/// hangs.
 struct BusCloser {
-  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
 };
 using BusConnection = std::unique_ptr<sd_bus, BusCloser>;
 

@@ -3,15 +3,44 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <string>
+#include <vector>
 
+#include "tests/unit/HostPort/FakeSystemBus.h"
 #include "tests/unit/support/TemporaryFolder.h"
 
+// ---- Who runs the test, and pkexec, as a test says
+
+static uid_t s_user;
+
+extern "C" uid_t geteuid() { return s_user; }
+
+/// Whether /proc hides the processes of others.
+static bool s_isHidden;
+
+extern "C" int access(const char* path, int mode) {
+  if (s_isHidden && strcmp(path, "/proc/1/cmdline") == 0) {
+    errno = ENOENT;
+    return -1;
+  }
+  return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, path, mode));
+}
+
+extern "C" int execv(const char* path, char* const* arguments) {
+  const char* program = strcmp(path, "/usr/bin/pkexec") == 0 ? KP_FAKE_PKEXEC_PROGRAM : path;
+  return static_cast<int>(syscall(SYS_execve, program, arguments, environ));
+}
+
 namespace {
+
+constexpr uid_t kOrdinaryUser = 65534;
 
 AuthorizationItem right = {"com.example.right", 0, nullptr, 0};
 const AuthorizationRights rights = {1, &right};
@@ -19,37 +48,52 @@ const AuthorizationRights rights = {1, &right};
 /// The effective user of a scope.
 class ScopedUser {
  public:
-  explicit ScopedUser(uid_t user) { EXPECT_EQ(0, seteuid(user)); }
-  ~ScopedUser() { EXPECT_EQ(0, seteuid(0)); }
+  explicit ScopedUser(uid_t user) { s_user = user; }
+  ~ScopedUser() { s_user = 0; }
   ScopedUser(const ScopedUser&) = delete;
   ScopedUser& operator=(const ScopedUser&) = delete;
 };
+
+/// Whether a child of the test is left, running or not. One that has ended may take a moment to go.
+bool HasChildren() {
+  for (int i = 0; i < 1000; ++i) {
+    siginfo_t info = {};
+    if (waitid(P_ALL, 0, &info, WEXITED | WNOWAIT | WNOHANG) != 0) {
+      return false;
+    }
+    usleep(10'000);
+  }
+  return true;
+}
 
 class AuthorizationTest : public testing::Test {
  protected:
   void SetUp() override {
     // Nobody's bus is asked.
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent", 1);
-    if (geteuid() != 0) {
-      GTEST_SKIP() << "authorization without a bus needs root";
-    }
+    unsetenv("KP_FAKE_PKEXEC");
     ASSERT_EQ(0, AuthorizationCreate(&rights, nullptr, 19, &authorization_));
   }
   void TearDown() override {
     if (authorization_ != nullptr) {
       EXPECT_EQ(0, AuthorizationFree(authorization_, kAuthorizationFlagDefaults));
     }
+    EXPECT_FALSE(HasChildren());
   }
 
-  /// Runs /bin/sh with `script` and gives what it printed.
-  std::string RunShell(std::string script) {
-    char option[] = "-c";
-    char* arguments[] = {option, &script[0], nullptr};
+  /// Runs a tool and gives what it printed; "(refused)" when it could not be started.
+  std::string Run(const char* tool, std::vector<std::string> texts) {
+    std::vector<char*> arguments;
+    for (std::string& text : texts) {
+      arguments.push_back(&text[0]);
+    }
+    arguments.push_back(nullptr);
     FILE* pipe = nullptr;
-    EXPECT_EQ(0,
-              AuthorizationExecuteWithPrivileges(authorization_, "/bin/sh", 0, arguments, &pipe));
-    return ReadAll(pipe);
+    status_ = AuthorizationExecuteWithPrivileges(authorization_, tool, 0, arguments.data(), &pipe);
+    return status_ == errAuthorizationSuccess ? ReadAll(pipe) : "(refused)";
   }
+  /// Runs /bin/sh with `script` and gives what it printed.
+  std::string RunShell(const std::string& script) { return Run("/bin/sh", {"-c", script}); }
   static std::string ReadAll(FILE* pipe) {
     std::string text;
     for (int byte = getc(pipe); byte != EOF; byte = getc(pipe)) {
@@ -60,6 +104,7 @@ class AuthorizationTest : public testing::Test {
   }
 
   AuthorizationRef authorization_ = nullptr;
+  OSStatus status_ = errAuthorizationSuccess;
 };
 
 TEST_F(AuthorizationTest, FlagsHaveTheirSystemsValues) {
@@ -69,11 +114,13 @@ TEST_F(AuthorizationTest, FlagsHaveTheirSystemsValues) {
 
 TEST_F(AuthorizationTest, FaultyCallsAreRefused) {
   AuthorizationRef other = authorization_;
-  EXPECT_EQ(errAuthorizationInvalidPointer, AuthorizationCreate(&rights, nullptr, 0, nullptr));
   EXPECT_EQ(errAuthorizationInvalidFlags, AuthorizationCreate(&rights, nullptr, 1 << 9, &other));
   EXPECT_EQ(nullptr, other);
   const AuthorizationRights noItems = {1, nullptr};
   EXPECT_EQ(errAuthorizationInvalidSet, AuthorizationCreate(&noItems, nullptr, 0, &other));
+  AuthorizationItem unnamed = {nullptr, 0, nullptr, 0};
+  const AuthorizationRights nameless = {1, &unnamed};
+  EXPECT_EQ(errAuthorizationInvalidSet, AuthorizationCreate(&nameless, nullptr, 0, &other));
   EXPECT_EQ(errAuthorizationInvalidRef, AuthorizationFree(nullptr, 0));
 
   char* none[] = {nullptr};
@@ -88,17 +135,23 @@ TEST_F(AuthorizationTest, FaultyCallsAreRefused) {
 }
 
 TEST_F(AuthorizationTest, WithoutABusAnOrdinaryUserIsNotAuthorized) {
-  const ScopedUser user(65534);
+  const ScopedUser user(kOrdinaryUser);
   AuthorizationRef other = authorization_;
   EXPECT_EQ(errAuthorizationInternal, AuthorizationCreate(&rights, nullptr, 19, &other));
   EXPECT_EQ(nullptr, other);
 }
 
 TEST_F(AuthorizationTest, AnObjectWithoutRightsNeedsNobody) {
-  const ScopedUser user(65534);
+  const ScopedUser user(kOrdinaryUser);
   AuthorizationRef other = nullptr;
   EXPECT_EQ(0, AuthorizationCreate(nullptr, nullptr, 0, &other));
   EXPECT_EQ(0, AuthorizationFree(other, 0));
+}
+
+TEST_F(AuthorizationTest, TheAnswerAloneNeedsNoObject) {
+  EXPECT_EQ(0, AuthorizationCreate(&rights, nullptr, 19, nullptr));
+  const ScopedUser user(kOrdinaryUser);
+  EXPECT_EQ(errAuthorizationInternal, AuthorizationCreate(&rights, nullptr, 19, nullptr));
 }
 
 TEST_F(AuthorizationTest, OutputIsAPipeAndInputIsEmpty) {
@@ -136,19 +189,25 @@ TEST_F(AuthorizationTest, WhatCannotBeExecutedIsRefused) {
 }
 
 TEST_F(AuthorizationTest, NoFileAndNoSignalSettingIsPassedOn) {
-  ASSERT_EQ(50, dup2(STDERR_FILENO, 50));
+  const int leaked = open("/dev/null", O_RDONLY);
+  ASSERT_EQ(100, dup2(leaked, 100));
+  close(leaked);
   signal(SIGUSR1, SIG_IGN);
   sigset_t blocked;
   sigset_t before;
   sigemptyset(&blocked);
   sigaddset(&blocked, SIGUSR2);
   sigprocmask(SIG_BLOCK, &blocked, &before);
-  const std::string status =
-      RunShell("[ -e /proc/$$/fd/50 ] && echo leaked; grep -E 'SigBlk|SigIgn' /proc/$$/status");
-  sigprocmask(SIG_SETMASK, &before, nullptr);
+  const std::string files = Run("/bin/ls", {"/proc/self/fd"});
+  const std::string signals = Run("/bin/grep", {"-E", "SigBlk|SigIgn", "/proc/self/status"});
+  sigset_t after;
+  sigprocmask(SIG_SETMASK, &before, &after);
   signal(SIGUSR1, SIG_DFL);
-  close(50);
-  EXPECT_EQ("SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n", status);
+  close(100);
+  EXPECT_EQ("0\n1\n2\n3\n", files) << "3 is the folder that is read";
+  EXPECT_EQ("SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n", signals);
+  EXPECT_EQ(1, sigismember(&after, SIGUSR2)) << "the caller's own are as they were";
+  EXPECT_EQ(0, sigismember(&after, SIGTERM));
 }
 
 TEST_F(AuthorizationTest, StandardStreamsMayBeClosed) {
@@ -162,13 +221,7 @@ TEST_F(AuthorizationTest, StandardStreamsMayBeClosed) {
 
 TEST_F(AuthorizationTest, NoZombieIsLeft) {
   EXPECT_EQ("x\n", RunShell("echo x"));
-  bool isGone = false;
-  for (int i = 0; i < 1000 && !isGone; ++i) {
-    usleep(10'000);
-    siginfo_t info = {};
-    isGone = waitid(P_ALL, 0, &info, WEXITED | WNOWAIT | WNOHANG) == -1;
-  }
-  EXPECT_TRUE(isGone);
+  EXPECT_FALSE(HasChildren());
 }
 
 TEST_F(AuthorizationTest, WithoutAPipeTheStandardOutputIsShared) {
@@ -189,6 +242,183 @@ TEST_F(AuthorizationTest, WithoutAPipeTheStandardOutputIsShared) {
     usleep(10'000);
   }
   EXPECT_EQ("shared\n", ReadWholeFile(path));
+}
+
+// ---- polkit
+
+class PolkitTest : public AuthorizationTest {
+ protected:
+  /// What an ordinary user is told when polkit replies so.
+  OSStatus Ask(int isAuthorized, int isChallenge, const char* detail, AuthorizationFlags flags) {
+    const FakeSystemBus bus([=](sd_bus_message* call) {
+      return detail == nullptr
+                 ? sd_bus_reply_method_return(call, "(bba{ss})", isAuthorized, isChallenge, 0)
+                 : sd_bus_reply_method_return(call, "(bba{ss})", isAuthorized, isChallenge, 2,
+                                              "polkit.other", "true", detail, "true");
+    });
+    const ScopedUser user(kOrdinaryUser);
+    AuthorizationRef other = authorization_;
+    const OSStatus status = AuthorizationCreate(&rights, nullptr, flags, &other);
+    EXPECT_EQ(status == errAuthorizationSuccess, other != nullptr);
+    if (other != nullptr) {
+      AuthorizationFree(other, 0);
+    }
+    calls_ = bus.calls();
+    return status;
+  }
+
+  std::vector<FakeSystemBus::Call> calls_;
+};
+
+TEST_F(PolkitTest, IsAskedAboutTheCallersConnection) {
+  EXPECT_EQ(errAuthorizationSuccess, Ask(1, 0, nullptr, 19));
+  ASSERT_EQ(1u, calls_.size());
+  EXPECT_EQ("CheckAuthorization", calls_[0].name);
+  EXPECT_NE(std::string::npos,
+            calls_[0].text.find("STRUCT \"sa{sv}\" { STRING \"system-bus-name\"; ARRAY \"{sv}\" { "
+                                "DICT_ENTRY \"sv\" { STRING \"name\"; VARIANT \"s\" { STRING "
+                                "\":1.1\"; }; }; }; }; STRING "
+                                "\"org.freedesktop.systemd1.manage-units\"; ARRAY \"{ss}\" { }; "
+                                "UINT32 1; STRING \"\";"))
+      << calls_[0].text;
+  EXPECT_EQ(errAuthorizationSuccess, Ask(1, 0, nullptr, kAuthorizationFlagExtendRights));
+  EXPECT_NE(std::string::npos, calls_[0].text.find("UINT32 0;")) << "nobody may be asked";
+}
+
+TEST_F(PolkitTest, RefusalsAreToldApart) {
+  EXPECT_EQ(errAuthorizationDenied, Ask(0, 0, nullptr, 19));
+  EXPECT_EQ(errAuthorizationDenied, Ask(0, 0, nullptr, 0));
+  EXPECT_EQ(errAuthorizationDenied, Ask(0, 1, nullptr, 19)) << "there is nobody to ask";
+  EXPECT_EQ(errAuthorizationInteractionNotAllowed, Ask(0, 1, nullptr, 0));
+  EXPECT_EQ(errAuthorizationCanceled, Ask(0, 0, "polkit.dismissed", 19));
+  EXPECT_EQ(errAuthorizationDenied, Ask(0, 0, "polkit.another", 19));
+}
+
+TEST_F(PolkitTest, FailuresAreNoAuthorization) {
+  for (const FakeSystemBus::Answer& answer : {
+           FakeSystemBus::Answer([](sd_bus_message* call) {
+             return sd_bus_reply_method_errorf(call, SD_BUS_ERROR_SERVICE_UNKNOWN, "no polkit");
+           }),
+           FakeSystemBus::Answer(
+               [](sd_bus_message* call) { return sd_bus_reply_method_return(call, "s", "yes"); }),
+           FakeSystemBus::Answer(
+               [](sd_bus_message* call) { return sd_bus_reply_method_return(call, ""); }),
+           FakeSystemBus::Answer([](sd_bus_message*) { return -ECONNRESET; }),
+       }) {
+    const FakeSystemBus bus(answer);
+    const ScopedUser user(kOrdinaryUser);
+    AuthorizationRef other = authorization_;
+    EXPECT_EQ(errAuthorizationInternal, AuthorizationCreate(&rights, nullptr, 19, &other));
+    EXPECT_EQ(nullptr, other);
+  }
+}
+
+TEST_F(PolkitTest, TheSuperuserIsNotAskedAbout) {
+  const FakeSystemBus bus([](sd_bus_message*) { return -ECONNRESET; });
+  AuthorizationRef other = nullptr;
+  EXPECT_EQ(0, AuthorizationCreate(&rights, nullptr, 19, &other));
+  EXPECT_EQ(0, AuthorizationFree(other, 0));
+  EXPECT_EQ(0u, bus.calls().size());
+}
+
+// ---- pkexec
+
+class PkexecTest : public AuthorizationTest {
+ protected:
+  void SetUp() override {
+    AuthorizationTest::SetUp();
+    s_user = kOrdinaryUser;
+  }
+  void TearDown() override {
+    s_user = 0;
+    AuthorizationTest::TearDown();
+  }
+};
+
+TEST_F(PkexecTest, BecomesTheTool) {
+  EXPECT_EQ("a b||$HOME|", Run("/usr/bin/printf", {"%s|", "a b", "", "$HOME"}));
+}
+
+TEST_F(PkexecTest, ARelativePathIsMadeAbsolute) {
+  const TemporaryFolder folder;
+  const std::string before = std::filesystem::current_path();
+  std::filesystem::create_symlink("/bin/echo", folder / "tool");
+  ASSERT_EQ(0, chdir(folder.Path().c_str()));
+  const std::string text = Run("./tool", {"x"});
+  const std::string missing = Run("./missing", {});
+  ASSERT_EQ(0, chdir(before.c_str()));
+  EXPECT_EQ("x\n", text);
+  EXPECT_EQ("(refused)", missing);
+  EXPECT_EQ(errAuthorizationToolExecuteFailure, status_);
+}
+
+TEST_F(PkexecTest, RefusalsAreToldApart) {
+  setenv("KP_FAKE_PKEXEC", "refuse", 1);
+  EXPECT_EQ("(refused)", Run("/bin/echo", {}));
+  EXPECT_EQ(errAuthorizationDenied, status_);
+  setenv("KP_FAKE_PKEXEC", "dismiss", 1);
+  EXPECT_EQ("(refused)", Run("/bin/echo", {}));
+  EXPECT_EQ(errAuthorizationCanceled, status_);
+}
+
+TEST_F(PkexecTest, AToolThatEndsAtOnceHasRunWhateverItsStatus) {
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_EQ("x\n", Run("/bin/echo", {"x"}));
+    ASSERT_EQ("", RunShell("exit 127"));
+    ASSERT_EQ("", RunShell("exit 126"));
+  }
+}
+
+TEST_F(PkexecTest, IsNotTriedWhereNobodyCouldTellWhatBecomesOfIt) {
+  s_isHidden = true;
+  const std::string text = Run("/bin/echo", {"x"});
+  s_isHidden = false;
+  EXPECT_EQ("(refused)", text);
+  EXPECT_EQ(errAuthorizationToolEnvironmentError, status_);
+}
+
+TEST_F(PkexecTest, ARefusalIsNeverTakenForATool) {
+  setenv("KP_FAKE_PKEXEC", "refuse", 1);
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_EQ("(refused)", Run("/bin/echo", {"x"}));
+    ASSERT_EQ(errAuthorizationDenied, status_);
+  }
+}
+
+TEST_F(PkexecTest, AToolThatRunsOnIsNotWaitedFor) {
+  char seconds[] = "60";
+  char* arguments[] = {seconds, nullptr};
+  FILE* pipe = nullptr;
+  ASSERT_EQ(0,
+            AuthorizationExecuteWithPrivileges(authorization_, "/bin/sleep", 0, arguments, &pipe));
+  siginfo_t info = {};
+  EXPECT_EQ(0, waitid(P_ALL, 0, &info, WEXITED | WNOWAIT | WNOHANG));
+  EXPECT_EQ(0, info.si_pid) << "it runs";
+  fclose(pipe);
+  const std::string children = "/proc/self/task/" + std::to_string(getpid()) + "/children";
+  const pid_t tool = atoi(ReadWholeFile(children).c_str());
+  ASSERT_GT(tool, 1);
+  EXPECT_EQ(0, kill(tool, SIGKILL));
+}
+
+TEST_F(PkexecTest, WithoutInteractionOnlyPolkitIsAsked) {
+  for (const int isAuthorized : {0, 1}) {
+    const FakeSystemBus bus([isAuthorized](sd_bus_message* call) {
+      return sd_bus_reply_method_return(call, "(bba{ss})", isAuthorized, !isAuthorized, 0);
+    });
+    AuthorizationRef silent = nullptr;
+    ASSERT_EQ(0, AuthorizationCreate(nullptr, nullptr, 0, &silent));
+    std::swap(silent, authorization_);
+    EXPECT_EQ(isAuthorized != 0 ? "x\n" : "(refused)", Run("/bin/echo", {"x"}));
+    std::swap(silent, authorization_);
+    AuthorizationFree(silent, 0);
+    ASSERT_EQ(1u, bus.calls().size());
+    EXPECT_NE(std::string::npos,
+              bus.calls()[0].text.find("STRING \"org.freedesktop.policykit.exec\"; ARRAY "
+                                       "\"{ss}\" { }; UINT32 0;"));
+    EXPECT_EQ(isAuthorized != 0 ? errAuthorizationSuccess : errAuthorizationInteractionNotAllowed,
+              status_);
+  }
 }
 
 }  // namespace

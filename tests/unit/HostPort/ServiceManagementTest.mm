@@ -1,15 +1,26 @@
 #import <Foundation/Foundation.h>
 #import <ServiceManagement/ServiceManagement.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
+#include <vector>
 
+#include "tests/unit/HostPort/FakeSystemBus.h"
 #include "tests/unit/support/TemporaryFolder.h"
 
 namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
 
 class ServiceManagementTest : public testing::Test {
  protected:
@@ -83,6 +94,22 @@ TEST_F(ServiceManagementTest, LabelMustNameAUnit) {
   }
 }
 
+TEST_F(ServiceManagementTest, TextThatIsNoUnicodeIsRefused) {
+  const unichar half = 0xD800;
+  NSString* broken = [NSString stringWithFormat:@"a%C", half];
+  ASSERT_EQ(2u, [broken length]);
+  const std::string what = "the job cannot be submitted: ";
+  EXPECT_EQ(what + "\"Label\" is not a string", ReasonWith(@"Label", broken));
+  EXPECT_EQ(what + "a key is not a string", ReasonWith(broken, @"x"));
+  EXPECT_EQ(what + "a key is not a string",
+            ReasonWith((NSString*)[NSNumber numberWithInt:1], @"x"));
+  EXPECT_EQ(what + "\"ProgramArguments\" holds something that no argument can be",
+            ReasonWith(@"ProgramArguments", [NSArray arrayWithObjects:@"/bin/true", broken, nil]));
+  EXPECT_EQ("the job's output cannot be opened: Invalid argument",
+            ReasonWith(@"StandardOutPath", broken));
+  EXPECT_EQ("the job cannot be removed: no job has such a label", ReasonOfRemoval(broken));
+}
+
 TEST_F(ServiceManagementTest, WhatIsNotSupportedIsRefused) {
   const std::string what = "the job cannot be submitted: ";
   EXPECT_EQ(what + "the key \"UserName\" is not supported", ReasonWith(@"UserName", @"alice"));
@@ -132,6 +159,11 @@ TEST_F(ServiceManagementTest, OutputIsOpenedWithTheCallersRights) {
   EXPECT_EQ("the job's output cannot be opened: Is a directory", ReasonWith(key, @"/"));
   const std::string path = folder / "output";
   EXPECT_EQ(kNoBus, ReasonWith(key, [NSString stringWithUTF8String:path.c_str()]));
+  const std::string fifo = folder / "fifo";
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  EXPECT_EQ("the job's output cannot be opened: No such device or address",
+            ReasonWith(key, [NSString stringWithUTF8String:fifo.c_str()]))
+      << "nobody reads it";
   struct stat status = {};
   ASSERT_EQ(0, stat(path.c_str(), &status));
   EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0600), status.st_mode);
@@ -142,6 +174,197 @@ TEST_F(ServiceManagementTest, OutputIsOpenedWithTheCallersRights) {
   const std::string reason = ReasonWith(key, [NSString stringWithUTF8String:path.c_str()]);
   ASSERT_EQ(0, seteuid(0));
   EXPECT_EQ("the job's output cannot be opened: Permission denied", reason);
+}
+
+// ---- systemd
+
+constexpr char kObject[] = "/org/freedesktop/systemd1/unit/x";
+
+/// systemd with one unit, or none: what it says of the unit, one answer after the other.
+class SystemdTest : public ServiceManagementTest {
+ protected:
+  /// Answers as systemd does, by the fields below.
+  int Answer(sd_bus_message* call) {
+    const std::string member = sd_bus_message_get_member(call);
+    if (member == refusedMember_) {
+      return sd_bus_reply_method_errorf(call, refusal_, "not today");
+    }
+    if (member == "GetUnit" && stateIndex_ >= states_.size()) {
+      return sd_bus_reply_method_errorf(call, "org.freedesktop.systemd1.NoSuchUnit", "Unit gone.");
+    }
+    if (member == "GetUnit") {
+      return sd_bus_reply_method_return(call, "o", kObject);
+    }
+    if (member == "Get") {
+      return sd_bus_reply_method_return(call, "v", "s", states_[stateIndex_++]);
+    }
+    if (member == "StartTransientUnit") {
+      outputFlags_ = FlagsOfFile(call);
+    }
+    return member == "ResetFailedUnit" ? sd_bus_reply_method_return(call, "")
+                                       : sd_bus_reply_method_return(call, "o", "/job/1");
+  }
+  /// The flags of the file that the call passes; -1 when it passes none.
+  static int FlagsOfFile(sd_bus_message* call) {
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* stream = open_memstream(&text, &size);
+    sd_bus_message_dump(call, stream, 0);
+    fclose(stream);
+    const char* file = strstr(text, "UNIX_FD ");
+    const int flags = file == nullptr ? -1 : fcntl(atoi(file + strlen("UNIX_FD ")), F_GETFL);
+    free(text);
+    return flags;
+  }
+  bool Submit(AuthorizationRef authorization = nullptr) {
+    return SMJobSubmit(kSMDomainSystemLaunchd, (CFDictionaryRef)job_, authorization, nullptr);
+  }
+  static bool Remove(Boolean wait) {
+    return SMJobRemove(kSMDomainSystemLaunchd, CFSTR("com.example.tool"), nullptr, wait, nullptr);
+  }
+
+  std::vector<const char*> states_;
+  size_t stateIndex_ = 0;
+  std::string refusedMember_;
+  const char* refusal_ = SD_BUS_ERROR_ACCESS_DENIED;
+  int outputFlags_ = -1;
+  FakeSystemBus bus_{[this](sd_bus_message* call) { return Answer(call); }};
+};
+
+constexpr char kUnit[] = "launch-job-com.example.tool.service";
+const std::string kGet = std::string("GetUnit ") + kUnit;
+const std::string kState = "Get org.freedesktop.systemd1.Unit";
+const std::string kStop = std::string("StopUnit ") + kUnit;
+const std::string kReset = std::string("ResetFailedUnit ") + kUnit;
+
+TEST_F(SystemdTest, AJobIsATransientService) {
+  const TemporaryFolder folder;
+  std::filesystem::create_symlink("/bin/echo", folder / "tool");
+  char path[PATH_MAX];
+  ASSERT_NE(nullptr, realpath("/bin/echo", path));
+  const std::string tool = folder / "tool";
+  [job_ setObject:[NSArray arrayWithObjects:[NSString stringWithUTF8String:tool.c_str()],
+                                            @"$HOME %n", @"", nil]
+           forKey:@"ProgramArguments"];
+  ASSERT_TRUE(Submit());
+  ASSERT_EQ(1u, bus_.calls().size());
+  const FakeSystemBus::Call call = bus_.calls()[0];
+  EXPECT_EQ(std::string("StartTransientUnit ") + kUnit, call.name);
+  EXPECT_FALSE(call.mayInteract);
+  EXPECT_THAT(call.text, HasSubstr(std::string("STRING \"") + kUnit + "\"; STRING \"fail\";"));
+  // Path, then arguments with the path as it was given, then that nothing in them is expanded.
+  EXPECT_THAT(call.text, HasSubstr(std::string("STRUCT \"sasas\" { STRING \"") + path +
+                                   "\"; ARRAY \"s\" { STRING \"" + tool +
+                                   "\"; STRING \"$HOME %n\"; STRING \"\"; }; "
+                                   "ARRAY \"s\" { STRING \"no-env-expand\"; }; };"));
+  EXPECT_THAT(call.text, HasSubstr("STRING \"Type\"; VARIANT \"s\" { STRING \"exec\"; }"));
+  EXPECT_THAT(call.text, HasSubstr("STRING \"RemainAfterExit\"; VARIANT \"b\" { BOOLEAN true; }"));
+  EXPECT_THAT(call.text,
+              HasSubstr("STRING \"TimeoutStopUSec\"; VARIANT \"t\" { UINT64 20000000; }"));
+  EXPECT_THAT(call.text, Not(HasSubstr("\"Restart\"")));
+  EXPECT_THAT(call.text, Not(HasSubstr("StandardOutputFileDescriptor")));
+}
+
+TEST_F(SystemdTest, AJobThatIsKeptAliveIsRestartedForEver) {
+  [job_ setObject:[NSNumber numberWithBool:YES] forKey:@"KeepAlive"];
+  ASSERT_TRUE(Submit());
+  const std::string text = bus_.calls()[0].text;
+  EXPECT_THAT(text, HasSubstr("STRING \"Restart\"; VARIANT \"s\" { STRING \"always\"; }"));
+  EXPECT_THAT(text, HasSubstr("STRING \"RestartUSec\"; VARIANT \"t\" { UINT64 10000000; }"));
+  EXPECT_THAT(text, HasSubstr("STRING \"StartLimitIntervalUSec\"; VARIANT \"t\" { UINT64 0; }"));
+  EXPECT_THAT(text, Not(HasSubstr("RemainAfterExit"))) << "systemd would not restart it";
+}
+
+TEST_F(SystemdTest, TheProgramWritesToTheFileThatTheCallerOpened) {
+  const TemporaryFolder folder;
+  const std::string fifo = folder / "fifo";
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+  [job_ setObject:[NSString stringWithUTF8String:fifo.c_str()] forKey:@"StandardOutPath"];
+  EXPECT_TRUE(Submit());
+  close(reader);
+  ASSERT_NE(-1, outputFlags_);
+  EXPECT_EQ(O_WRONLY, outputFlags_ & O_ACCMODE);
+  EXPECT_EQ(O_APPEND, outputFlags_ & (O_APPEND | O_NONBLOCK)) << "writing waits";
+}
+
+TEST_F(SystemdTest, TheUserIsAskedOnlyWhenTheAuthorizationAllowsIt) {
+  for (const AuthorizationFlags flags : {0u, 1u}) {
+    AuthorizationRef authorization = nullptr;
+    ASSERT_EQ(0, AuthorizationCreate(nullptr, nullptr, flags, &authorization));
+    EXPECT_TRUE(Submit(authorization));
+    EXPECT_EQ(flags == 1, bus_.calls().back().mayInteract);
+    AuthorizationFree(authorization, 0);
+  }
+}
+
+TEST_F(SystemdTest, ARefusedJobHasSystemdsReason) {
+  refusedMember_ = "StartTransientUnit";
+  refusal_ = "org.freedesktop.systemd1.UnitExists";
+  EXPECT_EQ("the job cannot be submitted: not today", ReasonOfSubmission());
+}
+
+TEST_F(SystemdTest, RemovalReturnsOnceTheUnitIsGone) {
+  states_ = {"active", "deactivating", "deactivating"};
+  EXPECT_TRUE(Remove(1));
+  EXPECT_THAT(bus_.names(), ElementsAre(kGet, kState, kStop, kGet, kState, kGet, kState, kGet));
+}
+
+TEST_F(SystemdTest, ARemovalNeedNotBeWaitedFor) {
+  states_ = {"active", "deactivating", "deactivating"};
+  EXPECT_TRUE(Remove(0));
+  EXPECT_THAT(bus_.names(), ElementsAre(kGet, kState, kStop, kReset));
+}
+
+TEST_F(SystemdTest, AFailedUnitIsForgottenToo) {
+  states_ = {"failed", "failed"};
+  EXPECT_TRUE(Remove(1));
+  EXPECT_THAT(bus_.names(), ElementsAre(kGet, kState, kStop, kGet, kState, kReset, kGet));
+}
+
+TEST_F(SystemdTest, ARefusedRemovalIsTriedOnce) {
+  states_ = {"failed", "failed"};
+  refusedMember_ = "ResetFailedUnit";
+  CFErrorRef error = nullptr;
+  const Boolean result =
+      SMJobRemove(kSMDomainSystemLaunchd, CFSTR("com.example.tool"), nullptr, 1, &error);
+  EXPECT_EQ("the job cannot be removed: not today", Reason(result, error));
+  EXPECT_THAT(bus_.names(), ElementsAre(kGet, kState, kStop, kGet, kState, kReset));
+}
+
+TEST_F(SystemdTest, AUnitThatIsGoneMeanwhileIsRemoved) {
+  states_ = {"failed", "failed"};
+  refusedMember_ = "ResetFailedUnit";
+  refusal_ = "org.freedesktop.systemd1.NoSuchUnit";
+  EXPECT_TRUE(Remove(1));
+}
+
+TEST_F(SystemdTest, AUserWithoutTheRightRemovesNothing) {
+  states_ = {"active", "active"};
+  refusedMember_ = "StopUnit";
+  EXPECT_FALSE(Remove(1));
+  EXPECT_THAT(bus_.names(), ElementsAre(kGet, kState, kStop));
+}
+
+TEST_F(SystemdTest, ALabelThatIsNotRegisteredIsAnError) {
+  EXPECT_EQ("the job cannot be removed: Unit gone.", ReasonOfRemoval(@"com.example.tool"));
+  EXPECT_THAT(bus_.names(), ElementsAre(kGet, kGet));
+}
+
+TEST_F(SystemdTest, ABusThatNeverAnswersIsAnError) {
+  const FakeSystemBus other([](sd_bus_message*) { return 0; });
+  setenv("SYSTEMD_BUS_TIMEOUT", "100ms", 1);
+  const std::string reason = ReasonOfSubmission();
+  const std::string reasonOfRemoval = ReasonOfRemoval(@"com.example.tool");
+  unsetenv("SYSTEMD_BUS_TIMEOUT");
+  EXPECT_EQ("the job cannot be submitted: Connection timed out", reason);
+  EXPECT_EQ("the job cannot be removed: Connection timed out", reasonOfRemoval);
+}
+
+TEST_F(SystemdTest, ABusThatHangsUpIsAnError) {
+  const FakeSystemBus other([](sd_bus_message*) { return -ECONNRESET; });
+  EXPECT_THAT(ReasonOfSubmission(), HasSubstr("the job cannot be submitted: "));
+  EXPECT_THAT(ReasonOfRemoval(@"com.example.tool"), HasSubstr("the job cannot be removed: "));
 }
 
 }  // namespace

@@ -63,7 +63,11 @@ typedef AuthorizationItemSet AuthorizationEnvironment;
 /// Authorizes the calling process, by polkit's action "org.freedesktop.systemd1.manage-units" for
 /// whatever `rights` names, since that is what a job needs here. The superuser is authorized. The
 /// user is asked only with kAuthorizationFlagInteractionAllowed. `environment` is ignored. On
-/// success `*authorization` is the caller's, else NULL.
+/// success `*authorization` is the caller's, else NULL; without a place for it, only the answer is
+/// given. errAuthorizationDenied when polkit says no, errAuthorizationCanceled when the user closed
+/// its dialog, errAuthorizationInteractionNotAllowed when the user would have had to be asked,
+/// errAuthorizationInternal when polkit cannot be asked, errAuthorizationInvalidSet for a right
+/// without a name.
 OSStatus AuthorizationCreate(const AuthorizationRights* rights,
                              const AuthorizationEnvironment* environment, AuthorizationFlags flags,
                              AuthorizationRef* authorization);
@@ -72,10 +76,16 @@ OSStatus AuthorizationCreate(const AuthorizationRights* rights,
 OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags);
 
 /// Starts the tool at `pathToTool` as the superuser with the zero-terminated `arguments` behind its
-/// path, without a shell, and does not wait for it. Not the superuser oneself, polkit's pkexec(1)
-/// decides. `options` must be kAuthorizationFlagDefaults. On success `*communicationsPipe`, which
-/// the caller closes, reads what the tool writes to its standard output; when the pointer is
-/// NULL, the tool shares the caller's standard output.
+/// path, without a shell, in the same folder, and does not wait for it. Its standard input is
+/// empty, its standard error the caller's. Not the superuser oneself, polkit's pkexec(1) decides,
+/// which gives the tool its real path and an environment of pkexec's own; where `authorization`
+/// does not allow to ask the user, it is only tried when polkit need not. `options` must be
+/// kAuthorizationFlagDefaults. On success `*communicationsPipe`, which the caller closes, reads
+/// what the tool writes to its standard output; when the pointer is NULL, the tool shares the
+/// caller's standard output. errAuthorizationToolExecuteFailure when there is no such program,
+/// errAuthorizationDenied or errAuthorizationCanceled when pkexec did not become the tool,
+/// errAuthorizationToolEnvironmentError for an ordinary user from whom /proc hides the processes of
+/// others. A caller that ignores SIGCHLD may be refused a tool that ended at once.
 OSStatus AuthorizationExecuteWithPrivileges(AuthorizationRef authorization, const char* pathToTool,
                                             AuthorizationFlags options, char* const* arguments,
                                             FILE** communicationsPipe);

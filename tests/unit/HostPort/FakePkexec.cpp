@@ -1,0 +1,25 @@
+// Stands for pkexec(1) in AuthorizationTest: does what KP_FAKE_PKEXEC says. "refuse" and "dismiss"
+// end as pkexec does; otherwise the tool is executed as pkexec does, files and all.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+int main(int /*argc*/, char** argv) {
+  const char* answer = getenv("KP_FAKE_PKEXEC");
+  if (answer != nullptr && strcmp(answer, "refuse") == 0) {
+    return 127;
+  }
+  if (answer != nullptr && strcmp(answer, "dismiss") == 0) {
+    return 126;
+  }
+  if (strcmp(argv[1], "--keep-cwd") != 0) {
+    return 127;
+  }
+  for (int file = STDERR_FILENO + 1; file < 1024; ++file) {
+    fcntl(file, F_SETFD, FD_CLOEXEC);
+  }
+  execv(argv[2], argv + 2);
+  return 127;
+}
