@@ -166,6 +166,16 @@ def test_job_that_is_quicker_than_the_look(tool, user):
 
 
 @pytest.mark.parametrize("user", ALLOWED)
+def test_script_is_not_found_as_a_job_though_it_runs(tool, user):
+    script = tool.path + "-script"
+    tool.booted.write(script, f"#!/bin/sh\n{tool.path} print x 0\nsleep 5\n", 0o755)
+    assert tool.launch(JOBS, user=user, path=script) == (False, None)
+    assert tool.ran() == [(0, ["print", "x", "0"])]
+    assert tool.is_registered()
+    assert tool.launch(JOBS, "print", "y", user=user) == (True, b"y")
+
+
+@pytest.mark.parametrize("user", ALLOWED)
 def test_without_output_the_job_stays_registered(tool, user):
     assert tool.launch(JOBS, "print", "x", "0", user=user, output=False) == (True, "none")
     for _ in range(100):
@@ -207,7 +217,7 @@ def test_jobs_that_failed_do_not_stand_in_the_way(tool):
     assert len(tool.ran()) == 2
 
 
-@pytest.mark.parametrize("label", ["com.example/a-b", ".hidden", "é %n $HOME", "x" * 200, "a\\b@c"])
+@pytest.mark.parametrize("label", ["com.example/a-b", ".hidden", "é %n $HOME", "x" * 236, "a\\b@c"])
 def test_any_label_names_one_unit(booted, label):
     tool = Tool(booted, label)
     assert tool.launch(JOBS, "print", "x", "0", output=False) == (True, "none")
@@ -216,7 +226,7 @@ def test_any_label_names_one_unit(booted, label):
     assert not tool.is_registered()
 
 
-@pytest.mark.parametrize("label", ["", "x" * 256, "é" * 100])
+@pytest.mark.parametrize("label", ["", "x" * 237, "é" * 100])
 def test_labels_that_name_no_unit_are_refused(booted, label):
     tool = Tool(booted, label)
     assert tool.launch(JOBS, "print", "x") == (False, None)

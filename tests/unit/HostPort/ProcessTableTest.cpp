@@ -187,6 +187,12 @@ TEST(ProcessPath, ZeroByteMustFit) {
   EXPECT_EQ(0, proc_pidpath(getpid(), buffer.data(), 0));
 }
 
+TEST(ProcessPath, ThereMustBeABuffer) {
+  errno = 0;
+  EXPECT_EQ(0, proc_pidpath(getpid(), nullptr, 4096));
+  EXPECT_EQ(EFAULT, errno);
+}
+
 TEST(ProcessPath, OfNoProcessIsNone) {
   char path[64];
   for (const int pid : {-1, 0, INT_MAX}) {

@@ -21,8 +21,8 @@ int proc_listpids(uint32_t type, uint32_t typeinfo, void* buffer, int buffersize
 /// Writes the absolute path of the executable that process `pid` runs to `buffer`, and a zero byte
 /// behind it. Returns the path's length without that byte; 0 with errno on failure: ESRCH when
 /// there is no such process or it runs no file, EPERM when it may not be looked at, ENOMEM when the
-/// buffer of `buffersize` bytes is too small, EFAULT when it is NULL. Of another user's process only
-/// a launch job's is told (SMJobSubmit), as the path that systemd executed, unless that is a
+/// buffer of `buffersize` bytes is too small, EFAULT when it is NULL. Of another user's process
+/// only a launch job's is told (SMJobSubmit), as the path that systemd executed, unless that is a
 /// script. An executable that has been removed has the path that it had.
 int proc_pidpath(int pid, void* buffer, uint32_t buffersize);
 
