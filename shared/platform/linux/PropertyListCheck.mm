@@ -284,7 +284,8 @@ class XMLCheck {
 
   bool Passes() {
     while (SkipTo("<", 0)) {
-      if (!SkipAside() && !ReadTag()) {
+      const char* const* aside = AsideHere();
+      if (aside != nullptr ? !SkipAside(aside[0], aside[1]) : !ReadTag()) {
         return false;
       }
     }
@@ -299,17 +300,21 @@ class XMLCheck {
     return found != mText.npos;
   }
 
-  bool SkipAside() {
+  /// Start and end of the aside that begins here; null when none does.
+  const char* const* AsideHere() const {
     for (const auto& aside : kXMLAsides) {
       const std::string_view start = aside[0];
-      const std::string_view end = aside[1];
       if (mText.substr(0, start.size()) == start) {
-        mText.remove_prefix(start.size());
-        SkipTo(end, end.size());
-        return true;
+        return aside;
       }
     }
-    return false;
+    return nullptr;
+  }
+
+  /// An aside must end: GNUstep takes up the text again at a place of its own.
+  bool SkipAside(std::string_view start, std::string_view end) {
+    mText.remove_prefix(start.size());
+    return SkipTo(end, end.size());
   }
 
   /// Size of the tag at the beginning; an attribute may have a ">" in it. 0 when it does not end.

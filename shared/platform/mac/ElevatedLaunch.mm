@@ -40,12 +40,15 @@ bool HasLaunchJobs() {
 }
 
 /// `text` in UTF-8, for as long as the autorelease pool holds it; null for nil, and for text that
-/// no C string can hold, such as one with a zero character in it.
+/// no C string can hold: with a zero character in it, or half of a surrogate pair.
 const char* CString(NSString* text) {
-  const char* bytes = [text UTF8String];
-  const bool isWhole =
-      bytes != nullptr && strlen(bytes) == [text lengthOfBytesUsingEncoding:NSUTF8StringEncoding];
-  return isWhole ? bytes : nullptr;
+  NSMutableData* bytes = [[[text dataUsingEncoding:NSUTF8StringEncoding] mutableCopy] autorelease];
+  const size_t length = [bytes length];
+  if (bytes == nil || memchr([bytes bytes], 0, length) != nullptr) {
+    return nullptr;
+  }
+  [bytes setLength:length + 1];  // The new byte is zero.
+  return static_cast<const char*>([bytes bytes]);
 }
 
 void RemoveJob(AuthorizationRef authorization, NSString* label) {

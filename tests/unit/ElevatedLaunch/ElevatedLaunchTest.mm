@@ -31,9 +31,8 @@ const char kExecute[] = "execute authorized 0";
 
 std::string Text(NSString* text) { return text == nil ? "(nil)" : [text UTF8String]; }
 
-NSString* ZeroCharacter() {
-  const unichar zero = 0;
-  return [NSString stringWithCharacters:&zero length:1];
+NSString* Character(unichar character) {
+  return [NSString stringWithCharacters:&character length:1];
 }
 
 class ElevatedLaunchTest : public testing::Test {
@@ -220,7 +219,7 @@ TEST_F(ElevatedLaunchTest, ToolThatIsMissingIsNotSubmitted) {
 }
 
 TEST_F(ElevatedLaunchTest, ToolPathWithAZeroCharacterIsNotCut) {
-  NSString* path = [Tool() stringByAppendingString:ZeroCharacter()];
+  NSString* path = [Tool() stringByAppendingString:Character(0)];
   EXPECT_FALSE(launchElevatedWithAuthorization(kFakeAuthorization, kLabel, path, nil, nullptr));
   EXPECT_FALSE(
       launchElevatedWithAuthorizationOnSnowLeopard(kFakeAuthorization, path, nil, nullptr));
@@ -342,11 +341,22 @@ TEST_F(ElevatedLaunchTest, ArgumentsReachTheToolUnchanged) {
 }
 
 TEST_F(ElevatedLaunchTest, ArgumentWithAZeroCharacterIsNotCut) {
-  NSString* argument = [@"--only=a" stringByAppendingString:ZeroCharacter()];
+  NSString* argument = [@"--only=a" stringByAppendingString:Character(0)];
   NSString* output = nil;
   EXPECT_FALSE(LaunchDirectly([NSArray arrayWithObject:argument], &output));
   EXPECT_EQ("", Text(output));
   EXPECT_THAT(fakePlatform->calls, ElementsAre());
+}
+
+TEST_F(ElevatedLaunchTest, HalfOfASurrogatePairIsRefusedOrKeptAndRaisesNothing) {
+  NSString* argument =
+      [[@"a" stringByAppendingString:Character(0xD800)] stringByAppendingString:@"b"];
+  const bool result = LaunchDirectly([NSArray arrayWithObject:argument], nullptr);
+  EXPECT_EQ(result ? 1u : 0u, fakePlatform->toolArguments.size());
+  for (const std::string& each : fakePlatform->toolArguments) {
+    EXPECT_EQ('a', each.front());
+    EXPECT_EQ('b', each.back());
+  }
 }
 
 TEST_F(ElevatedLaunchTest, RefusedExecutionLeavesEmptyText) {

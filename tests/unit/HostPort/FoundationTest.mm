@@ -239,7 +239,10 @@ TEST_F(FoundationTest, GNUstepsOwnSerializationIsNoPropertyList) {
 
 TEST_F(FoundationTest, MalformedPropertyListsGiveAnError) {
   for (const std::string& contents :
-       {"bplist00" + std::string(38, '\xFF'), std::string("{ key = ")}) {
+       {"bplist00" + std::string(38, '\xFF'), std::string("{ key = "),
+        std::string("<?xml(\n<plist version=\"1.0\">de<"),
+        std::string("<?xml version=\"1.0\"?><plist><!-- <string>x</string></plist>"),
+        std::string("<?xml version=\"1.0\"?><plist><![CDATA[ <string>x</string></plist>")}) {
     NSData* data = [NSData dataWithBytes:contents.data() length:contents.size()];
     NSError* error = nil;
     EXPECT_EQ(nil, [NSPropertyListSerialization propertyListWithData:data
