@@ -12,7 +12,7 @@ packages=(
     gnustep-make libgnustep-base-dev libobjc-12-dev make
     # test and demo
     bubblewrap ca-certificates debootstrap dpkg-dev libbenchmark-dev libgmock-dev libgtest-dev nginx-light
-    openssl python3 python3-pytest shellcheck strace systemd-container util-linux
+    openssl python3 python3-pytest shellcheck strace systemd-container util-linux valgrind
     # peers in the benchmarks
     7zip libarchive-tools xz-utils
 )
