@@ -140,8 +140,10 @@ class BootedRoot:
                   "env", "-i", "-C", cwd, *(f"{n}={v}" for n, v in variables.items())]
         if user:
             prefix += ["setpriv", f"--reuid={user}", f"--regid={user}", "--init-groups", "--"]
+        # What is inside would go on without nsenter.
+        prefix += ["timeout", "--kill-after=5", str(timeout)]
         done = subprocess.run(prefix + [str(each) for each in command], stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout + 10,
                               check=False)
         self._raise_sanitizer_reports()
         return Result(done.returncode, done.stdout, done.stderr)
@@ -168,8 +170,9 @@ class BootedRoot:
         while time.monotonic() < end:
             if self._nspawn.poll() is not None:
                 said = self._console.read_text(errors="replace").strip()
-                if FORBIDDEN.search(said):
-                    raise CannotBoot(said.splitlines()[-1])
+                last = said.splitlines()[-1] if said else ""
+                if FORBIDDEN.search(last):
+                    raise CannotBoot(last)
                 raise AssertionError(f"systemd-nspawn ended with {self._nspawn.returncode}: {said}")
             self.leader = self.leader or _first_process_of(self._nspawn.pid)
             if self.leader is not None and self._is_up():
@@ -219,7 +222,7 @@ def cached_root():
         making = pathlib.Path(tempfile.mkdtemp(prefix="making-", dir=CACHE))
         try:
             made = subprocess.run(
-                ["debootstrap", "--variant=minbase", f"--include={','.join(PACKAGES)}", SUITE,
+                ["debootstrap", "--force-check-gpg", "--variant=minbase", f"--include={','.join(PACKAGES)}", SUITE,
                  making, _mirror()],
                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                 timeout=MAKE_SECONDS, check=False)

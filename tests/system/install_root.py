@@ -36,6 +36,7 @@ PROGRAMS = "/opt/kpinstallmanager"
 OPEN_CALLS = "/run/open/calls"
 SANITIZER = "/run/sanitizer"
 HOST_BIN = "/usr/bin.host"
+PROFILES = "/run/profiles"
 
 ROOT_HOME = "/var/root"
 # Name: user id. All have a home in /Users and an entry in /etc/passwd.
@@ -209,7 +210,7 @@ class InstallRoot:
         return [call.split("\0")[:-1] for call in calls]
 
     def _lay_out(self):
-        for directory in ("/etc", "/opt", SANITIZER, "/usr", "/var",
+        for directory in ("/etc", "/opt", PROFILES, SANITIZER, "/usr", "/var",
                           "/Library/Internet Plug-Ins/PepperKorvelPlayer", "/Library/Logs",
                           SUPPORT, VOLUME):
             self.mkdir(directory)
@@ -271,9 +272,10 @@ class InstallRoot:
         }
         profile = profile_of_this_run()
         if profile:
-            variables["LLVM_PROFILE_FILE"] = profile
-            folder = os.path.dirname(profile)
-            arguments += ["--bind", folder, folder]
+            # In a folder that every user inside can reach.
+            folder, name = os.path.split(profile)
+            variables["LLVM_PROFILE_FILE"] = f"{PROFILES}/{name}"
+            arguments += ["--bind", folder, PROFILES]
         variables.update(env)
         arguments += ["--clearenv", "--chdir", cwd]
         for name, value in variables.items():

@@ -269,7 +269,3 @@ def test_unset_version_is_the_systems_own(tool):
         if tool.ran() and not tool.is_running():
             break
         time.sleep(0.1)
-
-
-def test_nothing_is_left_as_zombie(booted):
-    assert "Z" not in booted.ask("ps", "-eo", "state=").split()

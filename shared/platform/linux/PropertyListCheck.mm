@@ -7,9 +7,9 @@
 
 namespace {
 
-/// GNUstep's own serialization of lists begins with it, whose counts are believed, and allocated
-/// for, too. No macOS reads it.
-constexpr char kSerialization = '\0';
+/// GNUstep's own serialization of lists begins with a byte below this, which no text does. It
+/// believes the counts in it, too, and allocates for them. No macOS reads it.
+constexpr unsigned char kFirstByteOfText = '\t';
 
 constexpr size_t kGreatestDepth = 512;
 
@@ -272,7 +272,9 @@ class TextCheck {
 
 // ---- XML
 
-constexpr char kXML[] = "<?xml";
+constexpr std::string_view kXML = "<?";
+constexpr std::string_view kXMLWithoutDeclaration = "<!";
+constexpr std::string_view kUTF8Mark = "\xEF\xBB\xBF";
 
 /// What stands between these is no element.
 constexpr const char* kXMLAsides[][2] = {
@@ -362,19 +364,35 @@ class XMLCheck {
   std::vector<std::string_view> mOpen;
 };
 
+/// The text from where a parser begins to read it: without a mark and white space.
+std::string_view Start(std::string_view text) {
+  if (text.substr(0, kUTF8Mark.size()) == kUTF8Mark) {
+    text.remove_prefix(kUTF8Mark.size());
+  }
+  while (!text.empty() && static_cast<unsigned char>(text.front()) <= ' ') {
+    text.remove_prefix(1);
+  }
+  return text;
+}
+
 }  // namespace
 
 bool IsSafePropertyList(NSData* data) {
   const size_t size = [data length];
   const auto* bytes = static_cast<const char*>([data bytes]);
-  if (size > 0 && bytes[0] == kSerialization) {
+  if (size > 0 && static_cast<unsigned char>(bytes[0]) < kFirstByteOfText) {
     return false;
   }
   if (BeginsWith(kBinaryFamily, bytes, size)) {
     return BinaryCheck(reinterpret_cast<const uint8_t*>(bytes), size).Passes();
   }
-  if (BeginsWith(kXML, bytes, size)) {
-    return XMLCheck({bytes, size}).Passes();
+  const std::string_view start = Start({bytes, size});
+  if (start.substr(0, kXML.size()) == kXML) {
+    // GNUstep reads none behind white space, but begins to.
+    return start.data() == bytes && XMLCheck(start).Passes();
+  }
+  if (start.substr(0, kXMLWithoutDeclaration.size()) == kXMLWithoutDeclaration) {
+    return false;
   }
   NSData* text = TextOf(data);
   return TextCheck(static_cast<const char*>([text bytes]), [text length]).Passes();

@@ -21,8 +21,9 @@ bool launchElevated(NSString* label, NSString* toolPath, NSArray* arguments, NSS
 
 /// Runs `toolPath` as the job `label`, in place of any job of that label. Without `output`: returns
 /// true once the job has been submitted, and leaves it registered. With `output`: waits, without
-/// sleeping, until the tool's process has been seen and is gone, however long that takes, puts
-/// what it printed there (nil when that is not UTF-8), removes the job and returns true.
+/// sleeping, until the tool's process has been seen and, however long that takes, isPIDAlive() no
+/// longer finds it, puts what it has printed there (nil when that is not UTF-8), removes the job
+/// and returns true.
 ///
 /// False, with nil in `*output`, when `toolPath` does not lead to a file, when the job cannot be
 /// described or is refused, and when no process of the tool has been seen after 3 seconds: a tool
@@ -35,8 +36,8 @@ bool launchElevatedWithAuthorization(AuthorizationRef authorization, NSString* l
 
 /// Runs `toolPath` directly and waits until it closes its output, of which each line is appended to
 /// `*output`: as UTF-8, or as ISO Latin-1 a line that is not UTF-8. A line of 4096 bytes without
-/// its end is the last. True whatever the tool's exit status; false, with an empty `*output`, when
-/// the tool cannot be run.
+/// its end is the last, and is no UTF-8 when it ends within a character. True whatever the tool's
+/// exit status; false, with an empty `*output`, when the tool cannot be run.
 bool launchElevatedWithAuthorizationOnSnowLeopard(AuthorizationRef authorization,
                                                   NSString* toolPath, NSArray* arguments,
                                                   NSString** output);

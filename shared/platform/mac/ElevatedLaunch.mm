@@ -3,6 +3,7 @@
 #include <ServiceManagement/ServiceManagement.h>
 #include <errno.h>
 #include <limits.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
@@ -16,7 +17,7 @@ namespace {
 constexpr char kRight[] = "com.apple.ServiceManagement.blesshelper";
 
 /// The last system, as (major << 16) | minor, that runs the tool directly.
-constexpr int kLastDirectVersion = 0x0A0006;
+constexpr uint32_t kLastDirectVersion = 0x0A0006;
 
 NSString* const kLabelKey = @"Label";
 NSString* const kRunAtLoadKey = @"RunAtLoad";
@@ -36,12 +37,16 @@ bool HasLaunchJobs() {
   if (version == MacSystemVersion::sMacSystemVersionUninitialized) {
     version = MacSystemVersion::GetSystemVersion();
   }
-  return ((version.major << 16) | version.minor) > kLastDirectVersion;
+  const uint32_t packed = (uint32_t{version.major} << 16U) | version.minor;
+  return packed > kLastDirectVersion;
 }
 
-/// `text` in UTF-8, for as long as the autorelease pool holds it; null for nil, and for text that
-/// no C string can hold: with a zero character in it, or half of a surrogate pair.
+/// `text` in UTF-8, for as long as the autorelease pool holds it; null for nil, for what is no
+/// text, and for text that no C string can hold, such as one with a zero character in it.
 const char* CString(NSString* text) {
+  if (![text isKindOfClass:[NSString class]]) {
+    return nullptr;
+  }
   NSMutableData* bytes = [[[text dataUsingEncoding:NSUTF8StringEncoding] mutableCopy] autorelease];
   const size_t length = [bytes length];
   if (bytes == nil || memchr([bytes bytes], 0, length) != nullptr) {

@@ -5,8 +5,8 @@
 //   probe_tool print TEXT [SECONDS]   prints TEXT, waits, ends
 //   probe_tool flood BYTES            prints that many bytes, in lines of 64, and waits a second
 //   probe_tool stay FILE              waits until FILE is there
-//   probe_tool fail STATUS            prints to standard error alone, waits a second, ends with
-//   STATUS probe_tool anything else          prints its arguments, one a line, waits a second
+//   probe_tool fail STATUS            prints to standard error, waits a second, ends with STATUS
+//   probe_tool anything else          prints its arguments, one a line, waits a second
 #include <unistd.h>
 
 #include <cstdio>

@@ -3,11 +3,15 @@
 #include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <set>
+#include <thread>
 
 #include "shared/platform/mac/MacSystemVersion.h"
 #include "tests/unit/ElevatedLaunch/FakePlatform.h"
@@ -130,8 +134,9 @@ TEST_F(ElevatedLaunchTest, SystemsUpTo10_6RunTheToolDirectly) {
 }
 
 TEST_F(ElevatedLaunchTest, SystemsFrom10_7OnSubmitAJob) {
-  for (const MacSystemVersion& version : {kLion, MacSystemVersion{10, 15, 7},
-                                          MacSystemVersion{11, 0, 0}, MacSystemVersion{14, 5, 0}}) {
+  for (const MacSystemVersion& version :
+       {kLion, MacSystemVersion{10, 15, 7}, MacSystemVersion{11, 0, 0}, MacSystemVersion{14, 5, 0},
+        MacSystemVersion{40000, 0, 0}}) {
     fakePlatform->calls.clear();
     unlink([OutputPath() UTF8String] == nullptr ? "" : [OutputPath() UTF8String]);
     MacSystemVersion::sCachedSystemVersion = version;
@@ -174,6 +179,10 @@ TEST_F(ElevatedLaunchTest, JobHasFiveKeys) {
                                                  [[NSArray arrayWithObject:Tool()]
                                                      arrayByAddingObjectsFromArray:arguments],
                                                  @"ProgramArguments", nil];
+  for (NSString *key in [NSArray arrayWithObjects:@"RunAtLoad", @"KeepAlive", nil]) {
+    EXPECT_STREQ([[NSNumber numberWithBool:YES] objCType],
+                 [[fakePlatform->job objectForKey:key] objCType]);
+  }
   EXPECT_TRUE([fakePlatform->job isEqual:expected]) << [[fakePlatform->job description] UTF8String];
 }
 
@@ -394,6 +403,88 @@ TEST_F(ElevatedLaunchTest, LineOf4096BytesWithItsEndIsOneOfMany) {
 
 TEST_F(ElevatedLaunchTest, LineThatIsNotUTF8IsLatin1) {
   EXPECT_EQ("\xc3\xa9\n\xc3\xa9\n", DirectOutput("\xe9\n\xc3\xa9\n"));
+}
+
+TEST_F(ElevatedLaunchTest, LastLineThatEndsWithinACharacterIsLatin1) {
+  std::string printed = "x";
+  std::string expected = "x";
+  for (int i = 0; i < 2100; ++i) {
+    printed += "\xc3\xa9";
+  }
+  for (int i = 0; i < 2047; ++i) {
+    expected += "\xc3\x83\xc2\xa9";
+  }
+  EXPECT_EQ(expected + "\xc3\x83", DirectOutput(printed));
+}
+
+TEST_F(ElevatedLaunchTest, NothingIsReadBeyondALineThatIsTooLong) {
+  int ends[2];
+  ASSERT_EQ(0, pipe(ends));
+  const std::string line(4096, 'x');
+  ASSERT_EQ(4096, write(ends[1], line.data(), line.size()));
+  // The other end stays open: one byte more would be waited for.
+  fakePlatform->openPipe = [&ends] { return fdopen(ends[0], "r"); };
+  NSString* output = nil;
+  EXPECT_TRUE(LaunchDirectly(nil, &output));
+  EXPECT_EQ(line, Text(output));
+  close(ends[1]);
+}
+
+TEST_F(ElevatedLaunchTest, ASignalIsNotTheEnd) {
+  struct sigaction action = {};
+  struct sigaction before;
+  action.sa_handler = [](int) {};
+  sigaction(SIGUSR1, &action, &before);
+  int ends[2];
+  ASSERT_EQ(0, pipe(ends));
+  fakePlatform->openPipe = [&ends] { return fdopen(ends[0], "r"); };
+  const pthread_t reader = pthread_self();
+  std::thread writer([&ends, reader] {
+    for (int i = 0; i < 10; ++i) {
+      usleep(5000);
+      pthread_kill(reader, SIGUSR1);
+    }
+    EXPECT_EQ(4, write(ends[1], "late", 4));
+    close(ends[1]);
+  });
+  NSString* output = nil;
+  EXPECT_TRUE(LaunchDirectly(nil, &output));
+  writer.join();
+  sigaction(SIGUSR1, &before, nullptr);
+  EXPECT_EQ("late", Text(output));
+}
+
+/// The descriptor that is given next.
+int LowestFreeDescriptor() {
+  const int file = dup(STDERR_FILENO);
+  close(file);
+  return file;
+}
+
+TEST_F(ElevatedLaunchTest, NoDescriptorIsLeftOpen) {
+  const int before = LowestFreeDescriptor();
+  NSString* output = nil;
+  EXPECT_TRUE(Launch(&output));
+  EXPECT_TRUE(LaunchDirectly(nil, &output));
+  EXPECT_EQ(before, LowestFreeDescriptor());
+}
+
+TEST_F(ElevatedLaunchTest, WithoutAnOutputFileNothingIsSubmitted) {
+  struct rlimit limit;
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+  struct rlimit none = limit;
+  none.rlim_cur = static_cast<rlim_t>(LowestFreeDescriptor());
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+  const bool result = Launch(nullptr);
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+  EXPECT_FALSE(result);
+  EXPECT_THAT(fakePlatform->calls, ElementsAre(kRemove));
+}
+
+TEST_F(ElevatedLaunchTest, WhatIsNoTextIsRefused) {
+  NSArray* arguments = [NSArray arrayWithObject:[NSNumber numberWithInt:1]];
+  EXPECT_FALSE(LaunchDirectly(arguments, nullptr));
+  EXPECT_THAT(fakePlatform->calls, ElementsAre());
 }
 
 TEST_F(ElevatedLaunchTest, ZeroBytesAreKept) {

@@ -32,9 +32,11 @@ struct FakePlatform {
   bool removeResult = false;
   /// What the tool of AuthorizationExecuteWithPrivileges() prints.
   std::string printed;
+  /// Gives its output instead, when it is there.
+  std::function<FILE*()> openPipe;
   /// Called when a job has been submitted.
   std::function<void()> onSubmit;
-  /// Called at each look at the processes or the clock, with their number so far.
+  /// Called at each look at the processes, with their number so far.
   std::function<void(size_t)> onPoll;
 
   /// The functions called, in order, with what matters of their arguments.

@@ -114,9 +114,11 @@ OSStatus AuthorizationExecuteWithPrivileges(AuthorizationRef authorization, cons
     fake.toolArguments.push_back(*each);
   }
   if (fake.executeStatus == errAuthorizationSuccess) {
-    FILE* file = tmpfile();
-    (void)fwrite(fake.printed.data(), 1, fake.printed.size(), file);
-    rewind(file);
+    FILE* file = fake.openPipe ? fake.openPipe() : tmpfile();
+    if (!fake.openPipe) {
+      (void)fwrite(fake.printed.data(), 1, fake.printed.size(), file);
+      rewind(file);
+    }
     *communicationsPipe = file;
   }
   return fake.executeStatus;

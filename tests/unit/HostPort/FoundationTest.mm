@@ -240,7 +240,8 @@ TEST_F(FoundationTest, GNUstepsOwnSerializationIsNoPropertyList) {
 TEST_F(FoundationTest, MalformedPropertyListsGiveAnError) {
   for (const std::string& contents :
        {"bplist00" + std::string(38, '\xFF'), std::string("{ key = "),
-        std::string("<?xml(\n<plist version=\"1.0\">de<"),
+        std::string("\1\6\t?C\n\0", 7), std::string("\t<?xml1.0\"?>=Q<key>d<"),
+        std::string("<?,xml >\"?>Q<array><"), std::string("<?xml(\n<plist version=\"1.0\">de<"),
         std::string("<?xml version=\"1.0\"?><plist><!-- <string>x</string></plist>"),
         std::string("<?xml version=\"1.0\"?><plist><![CDATA[ <string>x</string></plist>")}) {
     NSData* data = [NSData dataWithBytes:contents.data() length:contents.size()];
