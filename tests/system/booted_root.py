@@ -16,8 +16,8 @@ import tempfile
 import time
 import uuid
 
-from install_root import (LINE, REPOSITORY, Result, SANITIZER, SanitizerReport,
-                          profile_of_this_run)
+from install_root import (LINE, REPOSITORY, Result, SANITIZER, profile_of_this_run,
+                          raise_sanitizer_reports)
 
 CACHE = pathlib.Path(os.environ.get("KP_BOOTED_ROOT_CACHE", "/var/cache/kpinstallmanager"))
 SUITE = "bookworm"
@@ -119,7 +119,7 @@ class BootedRoot:
 
     def run(self, command, user=None, timeout=60, cwd="/", env=None):
         """Runs a command inside and gives its Result, with bytes for what it wrote. Raises
-        SanitizerReport when a sanitizer spoke."""
+        SanitizerReport when a sanitizer spoke. After `timeout` seconds the command is killed."""
         variables = {
             "LANG": "C.UTF-8",
             "HOME": f"/Users/{user}" if user else "/root",
@@ -145,7 +145,7 @@ class BootedRoot:
         done = subprocess.run(prefix + [str(each) for each in command], stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout + 10,
                               check=False)
-        self._raise_sanitizer_reports()
+        raise_sanitizer_reports(self.path(SANITIZER))
         return Result(done.returncode, done.stdout, done.stderr)
 
     def ask(self, *command):
@@ -201,14 +201,6 @@ LD_LIBRARY_PATH={HOST_USR}/lib/$(uname -m)-linux-gnu exec {HOST_USR}/bin/llvm-sy
         # polkit looks into the folder when it starts.
         self.ask("systemctl", "restart", "polkit")
 
-    def _raise_sanitizer_reports(self):
-        reports = sorted(self.path(SANITIZER).glob("report*"))
-        if reports:
-            text = "\n".join(report.read_text(errors="replace") for report in reports)
-            for report in reports:
-                report.unlink()
-            raise SanitizerReport(text)
-
 
 def cached_root():
     """The root's folder, made when it is missing. A half-made one is never used."""
@@ -222,8 +214,8 @@ def cached_root():
         making = pathlib.Path(tempfile.mkdtemp(prefix="making-", dir=CACHE))
         try:
             made = subprocess.run(
-                ["debootstrap", "--force-check-gpg", "--variant=minbase", f"--include={','.join(PACKAGES)}", SUITE,
-                 making, _mirror()],
+                ["debootstrap", "--force-check-gpg", "--variant=minbase",
+                 f"--include={','.join(PACKAGES)}", SUITE, making, _mirror()],
                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                 timeout=MAKE_SECONDS, check=False)
             assert made.returncode == 0, made.stdout.decode(errors="replace")[-3000:]
@@ -237,7 +229,8 @@ def cached_root():
 def _mirror():
     """Where the host's own packages come from, or Debian's own mirror."""
     for path in sorted(pathlib.Path("/etc/apt").rglob("*.list")):
-        found = re.search(rf"^deb\s+(?:\[.*?\]\s*)?(\S+)\s+{SUITE}\s.*\bmain\b", path.read_text(), re.M)
+        found = re.search(rf"^deb\s+(?:\[.*?\]\s*)?(\S+)\s+{SUITE}\s.*\bmain\b", path.read_text(),
+                          re.M)
         if found:
             return found.group(1)
     for path in sorted(pathlib.Path("/etc/apt").rglob("*.sources")):

@@ -181,7 +181,7 @@ class InstallRoot:
                 # The first process of the namespace takes all others with it.
                 os.kill(json.loads(info.read())["child-pid"], signal.SIGKILL)
                 raise
-        self._raise_sanitizer_reports()
+        raise_sanitizer_reports(self.path(SANITIZER))
         return Result(process.returncode, stdout.decode(errors="replace"),
                       stderr.decode(errors="replace"))
 
@@ -305,13 +305,15 @@ class InstallRoot:
                 arguments += ["--ro-bind", str(path), str(path)]
         return arguments
 
-    def _raise_sanitizer_reports(self):
-        reports = sorted(self.path(SANITIZER).glob("report*"))
-        if reports:
-            text = "\n".join(report.read_text(errors="replace") for report in reports)
-            for report in reports:
-                report.unlink()
-            raise SanitizerReport(text)
+
+def raise_sanitizer_reports(folder):
+    """Raises SanitizerReport with what sanitizers have written below `folder`, and removes it."""
+    reports = sorted(folder.glob("report*"))
+    if reports:
+        text = "\n".join(report.read_text(errors="replace") for report in reports)
+        for report in reports:
+            report.unlink()
+        raise SanitizerReport(text)
 
 
 def profile_of_this_run():

@@ -61,7 +61,8 @@ class Tool:
         return self.unit()["LoadState"] != "not-found"
 
     def is_running(self):
-        return self.booted.run(["pgrep", "-f", self.path]).status == 0
+        # The brackets keep the pattern from matching the command line that it stands in.
+        return self.booted.run(["pgrep", "-f", f"[/]{self.path[1:]}( |$)"]).status == 0
 
 
 @pytest.fixture
