@@ -306,6 +306,15 @@ class InstallRoot:
         return arguments
 
 
+def libcurl():
+    """Where the machine has libcurl."""
+    (found,) = (line.split()[-1] for line in
+                subprocess.run(["/sbin/ldconfig", "-p"], check=True, text=True,
+                               stdout=subprocess.PIPE).stdout.splitlines()
+                if line.split()[0] == "libcurl.so.4")
+    return os.path.realpath(found)
+
+
 def raise_sanitizer_reports(folder):
     """Raises SanitizerReport with what sanitizers have written below `folder`, and removes it."""
     reports = sorted(folder.glob("report*"))

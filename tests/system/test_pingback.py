@@ -7,7 +7,7 @@ import pytest
 import finalizer_log
 from download_server import NGINX
 from install_root import (EXPRESS_FLAG, INSTALL_VECTOR, PREVIOUS_VERSION, PROGRAMS, ROOT_HOME,
-                          SYSTEM_VERSION)
+                          SYSTEM_VERSION, libcurl)
 
 FINALIZER = f"{PROGRAMS}/finalizer"
 PATH = "/get/korvelplayer/update/current/install/version.xml32.0.0.269"
@@ -268,3 +268,11 @@ def test_silent_server_costs_thirty_seconds(pingback, download_server):
 def test_answer_is_ignored(pingback, download_server):
     download_server.configure(NGINX.replace('return 200 "thank you"', "return 500"))
     assert pingback() == [request()]
+
+
+def test_installation_needs_no_libcurl(install_root, bundle_blob):
+    install_root.lay_blob(bundle_blob)
+    install_root.mount("/dev/null", libcurl())
+    result = install_root.run(["/"])
+    assert (result.status, result.stdout, result.stderr) == (0, "", "")
+    assert install_root.log("alice") == finalizer_log.success("")

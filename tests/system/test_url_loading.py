@@ -5,6 +5,7 @@ import shutil
 
 import pytest
 
+from install_root import libcurl
 from url_sandbox import BIG_FILE_SIZE, UrlSandbox
 from url_servers import (NGINX_PORT, NGINX_TLS_PORT, NO_TLS_PORT, PLAIN_PORT, TLS_PORTS)
 
@@ -425,3 +426,17 @@ def test_no_descriptors_are_left_to_use(sandbox):
     answer = sandbox.run(["sh", "-c", 'ulimit -n 7; exec "$@"', "sh", sandbox.client, "--sync",
                           "--timeout", "1.5", f"{PLAIN}/plain"])
     assert (answer["status"], answer["stdout"]) == (0, failure("-1 unknown error") + "\n")
+
+
+# Without libcurl
+
+
+def test_request_without_libcurl_fails(sandbox):
+    # Two requests: what was found at the first is told again at the next.
+    urls = [f"{PLAIN}/plain", f"{PLAIN}/plain"]
+    lines = sandbox.load("--sync", "--reason", *urls, wrapper=[
+        "bwrap", "--dev-bind", "/", "/", "--ro-bind", "/dev/null", libcurl(), "--"])
+    for number in (0, 1):
+        outcome, reason = lines[2 * number:2 * number + 2]
+        assert outcome == failure("-1 unknown error", number)
+        assert reason.startswith(f"{number} because ") and "libcurl.so.4" in reason

@@ -1,7 +1,6 @@
 // http and https for Foundation's URL loading, over libcurl.
 #import <Foundation/Foundation.h>
 
-#include <curl/curl.h>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -10,6 +9,7 @@
 #include <cstdio>
 #include <string_view>
 
+#import "shared/platform/linux/CurlLibrary.h"
 #import "shared/platform/linux/MethodReplacement.h"
 #import "shared/platform/linux/URLErrors.h"
 #import "shared/platform/linux/URLRedirects.h"
@@ -56,7 +56,7 @@ NSString* UserAgent() {
   NSString* version =
       [[NSBundle mainBundle] objectForInfoDictionaryKey:@"CFBundleVersion"] ?: @"(unknown version)";
   return [NSString stringWithFormat:@"%@/%@ libcurl/%s", [[NSProcessInfo processInfo] processName],
-                                    version, curl_version_info(CURLVERSION_NOW)->version];
+                                    version, Curl().version_info(CURLVERSION_NOW)->version];
 }
 
 /// Sets the one-shot timer `timer` to `seconds` from now, at least a nanosecond.
@@ -262,16 +262,18 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
 /// Ends the transfer and gives everything back. Not to be called from inside of libcurl.
 - (void)tearDown {
   if (_transfer != nullptr) {
-    curl_multi_remove_handle(_multi, _transfer);
-    curl_easy_cleanup(_transfer);
+    Curl().multi_remove_handle(_multi, _transfer);
+    Curl().easy_cleanup(_transfer);
     _transfer = nullptr;
   }
   if (_multi != nullptr) {
-    curl_multi_cleanup(_multi);
+    Curl().multi_cleanup(_multi);
     _multi = nullptr;
   }
-  curl_slist_free_all(_requestHeaders);
-  _requestHeaders = nullptr;
+  if (_requestHeaders != nullptr) {
+    Curl().slist_free_all(_requestHeaders);
+    _requestHeaders = nullptr;
+  }
   [_runLoop removeEvent:RunLoopEvent(_poller) type:ET_RDESC forMode:NSDefaultRunLoopMode all:YES];
   for (int* descriptor : {&_poller, &_wakeTimer, &_idleTimer}) {
     if (*descriptor >= 0) {
@@ -309,27 +311,26 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
     return [self endWithErrorCode:NSURLErrorUnknown
                            reason:"A request body from a stream is not supported"];
   }
-  // Not before the first transfer: it reads OpenSSL's configuration, among others.
-  static const CURLcode library = curl_global_init(CURL_GLOBAL_DEFAULT);
-  if (library != CURLE_OK) {
-    return [self endWithErrorCode:NSURLErrorUnknown reason:curl_easy_strerror(library)];
+  const char* reason = nullptr;
+  if (LoadedCurlLibrary(&reason) == nullptr) {
+    return [self endWithErrorCode:NSURLErrorUnknown reason:reason];
   }
-  _multi = curl_multi_init();
-  _transfer = curl_easy_init();
+  _multi = Curl().multi_init();
+  _transfer = Curl().easy_init();
   if (_multi == nullptr || _transfer == nullptr) {
     return [self endWithErrorCode:NSURLErrorUnknown reason:"Out of memory"];
   }
-  curl_multi_setopt(_multi, CURLMOPT_SOCKETFUNCTION, SocketCallback);
-  curl_multi_setopt(_multi, CURLMOPT_SOCKETDATA, self);
-  curl_multi_setopt(_multi, CURLMOPT_TIMERFUNCTION, TimerCallback);
-  curl_multi_setopt(_multi, CURLMOPT_TIMERDATA, self);
+  Curl().multi_setopt(_multi, CURLMOPT_SOCKETFUNCTION, SocketCallback);
+  Curl().multi_setopt(_multi, CURLMOPT_SOCKETDATA, self);
+  Curl().multi_setopt(_multi, CURLMOPT_TIMERFUNCTION, TimerCallback);
+  Curl().multi_setopt(_multi, CURLMOPT_TIMERDATA, self);
 
   [self setConnectionOptions];
   if (![self setRequestOptions]) {
     return [self endWithErrorCode:NSURLErrorBadURL reason:"A line break in a request header"];
   }
-  curl_easy_setopt(_transfer, CURLOPT_URL, [[url absoluteString] UTF8String]);
-  if (curl_multi_add_handle(_multi, _transfer) != CURLM_OK) {
+  Curl().easy_setopt(_transfer, CURLOPT_URL, [[url absoluteString] UTF8String]);
+  if (Curl().multi_add_handle(_multi, _transfer) != CURLM_OK) {
     return [self endWithErrorCode:NSURLErrorUnknown reason:"Out of memory"];
   }
   return YES;
@@ -337,24 +338,24 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
 
 - (void)setConnectionOptions {
   const NSTimeInterval milliseconds = std::min([self timeout] * 1000, 1e9);
-  curl_easy_setopt(_transfer, CURLOPT_CONNECTTIMEOUT_MS,
-                   std::max(static_cast<long>(milliseconds), 1L));
+  Curl().easy_setopt(_transfer, CURLOPT_CONNECTTIMEOUT_MS,
+                     std::max(static_cast<long>(milliseconds), 1L));
   // Without it, giving up during a name's look-up waits for the resolver's own, longer time-out.
-  curl_easy_setopt(_transfer, CURLOPT_QUICK_EXIT, 1L);
-  curl_easy_setopt(_transfer, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(_transfer, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-  curl_easy_setopt(_transfer, CURLOPT_PATH_AS_IS, 1L);
-  curl_easy_setopt(_transfer, CURLOPT_PROXY, "");  // Also shuts out the environment's proxies.
-  curl_easy_setopt(_transfer, CURLOPT_CAINFO, kTrustedCertificatesFile);
-  curl_easy_setopt(_transfer, CURLOPT_CAPATH, kTrustedCertificatesFolder);
-  curl_easy_setopt(_transfer, CURLOPT_SSL_VERIFYPEER, 1L);
-  curl_easy_setopt(_transfer, CURLOPT_SSL_VERIFYHOST, 2L);
-  curl_easy_setopt(_transfer, CURLOPT_BUFFERSIZE, kReceiveBufferSize);
-  curl_easy_setopt(_transfer, CURLOPT_ERRORBUFFER, _reason);
-  curl_easy_setopt(_transfer, CURLOPT_HEADERFUNCTION, HeaderCallback);
-  curl_easy_setopt(_transfer, CURLOPT_HEADERDATA, self);
-  curl_easy_setopt(_transfer, CURLOPT_WRITEFUNCTION, BodyCallback);
-  curl_easy_setopt(_transfer, CURLOPT_WRITEDATA, self);
+  Curl().easy_setopt(_transfer, CURLOPT_QUICK_EXIT, 1L);
+  Curl().easy_setopt(_transfer, CURLOPT_PROTOCOLS_STR, "http,https");
+  Curl().easy_setopt(_transfer, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  Curl().easy_setopt(_transfer, CURLOPT_PATH_AS_IS, 1L);
+  Curl().easy_setopt(_transfer, CURLOPT_PROXY, "");  // Also shuts out the environment's proxies.
+  Curl().easy_setopt(_transfer, CURLOPT_CAINFO, kTrustedCertificatesFile);
+  Curl().easy_setopt(_transfer, CURLOPT_CAPATH, kTrustedCertificatesFolder);
+  Curl().easy_setopt(_transfer, CURLOPT_SSL_VERIFYPEER, 1L);
+  Curl().easy_setopt(_transfer, CURLOPT_SSL_VERIFYHOST, 2L);
+  Curl().easy_setopt(_transfer, CURLOPT_BUFFERSIZE, kReceiveBufferSize);
+  Curl().easy_setopt(_transfer, CURLOPT_ERRORBUFFER, _reason);
+  Curl().easy_setopt(_transfer, CURLOPT_HEADERFUNCTION, HeaderCallback);
+  Curl().easy_setopt(_transfer, CURLOPT_HEADERDATA, self);
+  Curl().easy_setopt(_transfer, CURLOPT_WRITEFUNCTION, BodyCallback);
+  Curl().easy_setopt(_transfer, CURLOPT_WRITEDATA, self);
 }
 
 /// NO when the method or a header would break out of its line.
@@ -363,13 +364,13 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
   NSString* method = [request HTTPMethod];
   NSData* body = [request HTTPBody];
   if ([method isEqualToString:@"HEAD"]) {
-    curl_easy_setopt(_transfer, CURLOPT_NOBODY, 1L);
+    Curl().easy_setopt(_transfer, CURLOPT_NOBODY, 1L);
   } else if (body != nil || ![method isEqualToString:@"GET"]) {
     // The body stays with the request, which outlives the transfer.
-    curl_easy_setopt(_transfer, CURLOPT_POSTFIELDSIZE_LARGE,
-                     static_cast<curl_off_t>([body length]));
-    curl_easy_setopt(_transfer, CURLOPT_POSTFIELDS, [body length] > 0 ? [body bytes] : "");
-    curl_easy_setopt(_transfer, CURLOPT_CUSTOMREQUEST, [method UTF8String]);
+    Curl().easy_setopt(_transfer, CURLOPT_POSTFIELDSIZE_LARGE,
+                       static_cast<curl_off_t>([body length]));
+    Curl().easy_setopt(_transfer, CURLOPT_POSTFIELDS, [body length] > 0 ? [body bytes] : "");
+    Curl().easy_setopt(_transfer, CURLOPT_CUSTOMREQUEST, [method UTF8String]);
   }
 
   NSMutableArray* lines = [NSMutableArray arrayWithObject:kNoExpectation];
@@ -385,9 +386,9 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
     }
   }
   for (NSString* line in lines) {
-    _requestHeaders = curl_slist_append(_requestHeaders, [line UTF8String]);
+    _requestHeaders = Curl().slist_append(_requestHeaders, [line UTF8String]);
   }
-  curl_easy_setopt(_transfer, CURLOPT_HTTPHEADER, _requestHeaders);
+  Curl().easy_setopt(_transfer, CURLOPT_HTTPHEADER, _requestHeaders);
   return YES;
 }
 
@@ -449,7 +450,7 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
   const std::string_view text = Trimmed(line);
   if (text.empty()) {
     long status = 0;
-    curl_easy_getinfo(_transfer, CURLINFO_RESPONSE_CODE, &status);
+    Curl().easy_getinfo(_transfer, CURLINFO_RESPONSE_CODE, &status);
     _headersComplete = status >= 200;  // Smaller ones announce the response proper.
     return;
   }
@@ -503,14 +504,14 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
       StopTimer(_wakeTimer);  // The request could not be sent.
     } else if (descriptor == _wakeTimer) {
       StopTimer(_wakeTimer);
-      curl_multi_socket_action(_multi, CURL_SOCKET_TIMEOUT, 0, &running);
+      Curl().multi_socket_action(_multi, CURL_SOCKET_TIMEOUT, 0, &running);
     } else {
       const uint32_t events = ready[i].events;
       const int action = ((events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
                          ((events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0) |
                          ((events & (EPOLLERR | EPOLLHUP)) != 0 ? CURL_CSELECT_ERR : 0);
       _heard = YES;
-      curl_multi_socket_action(_multi, descriptor, action, &running);
+      Curl().multi_socket_action(_multi, descriptor, action, &running);
     }
   }
   if (_heard) {
@@ -523,7 +524,7 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
 /// Notes how the transfer ended, if it did.
 - (void)takeOutcome {
   int left = 0;
-  const CURLMsg* message = _multi == nullptr ? nullptr : curl_multi_info_read(_multi, &left);
+  const CURLMsg* message = _multi == nullptr ? nullptr : Curl().multi_info_read(_multi, &left);
   if (message == nullptr || _done) {
     return;
   }
@@ -532,7 +533,7 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
     result = CURLE_GOT_NOTHING;  // libcurl is content with half a head.
   }
   [self endWithErrorCode:result == CURLE_OK ? 0 : URLErrorCodeOfTransfer(result, _transfer)
-                  reason:_reason[0] != '\0' ? _reason : curl_easy_strerror(result)];
+                  reason:_reason[0] != '\0' ? _reason : Curl().easy_strerror(result)];
 }
 
 /// Notes the outcome: `errorCode` of NSURLErrorDomain, 0 for success. Always NO.
@@ -588,8 +589,8 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
 - (NSHTTPURLResponse*)response {
   long status = 0;
   curl_off_t length = -1;
-  curl_easy_getinfo(_transfer, CURLINFO_RESPONSE_CODE, &status);
-  curl_easy_getinfo(_transfer, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+  Curl().easy_getinfo(_transfer, CURLINFO_RESPONSE_CODE, &status);
+  Curl().easy_getinfo(_transfer, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
   return [[[CurlHTTPURLResponse alloc] initWithURL:[[self request] URL]
                                         statusCode:status
                                       headerFields:_headers

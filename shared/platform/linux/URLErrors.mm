@@ -4,6 +4,8 @@
 
 #include <cerrno>
 
+#include "shared/platform/linux/CurlLibrary.h"
+
 namespace {
 
 struct Description {
@@ -73,7 +75,7 @@ NSInteger URLErrorCodeOfTransfer(CURLcode result, CURL* transfer) {
     case CURLE_COULDNT_RESOLVE_HOST:
       return NSURLErrorCannotFindHost;
     case CURLE_COULDNT_CONNECT:
-      curl_easy_getinfo(transfer, CURLINFO_OS_ERRNO, &detail);
+      Curl().easy_getinfo(transfer, CURLINFO_OS_ERRNO, &detail);
       return detail == ENETUNREACH ? NSURLErrorNotConnectedToInternet
                                    : NSURLErrorCannotConnectToHost;
     case CURLE_GOT_NOTHING:
@@ -86,7 +88,7 @@ NSInteger URLErrorCodeOfTransfer(CURLcode result, CURL* transfer) {
     case CURLE_BAD_CONTENT_ENCODING:
       return NSURLErrorCannotParseResponse;
     case CURLE_PEER_FAILED_VERIFICATION:
-      curl_easy_getinfo(transfer, CURLINFO_SSL_VERIFYRESULT, &detail);
+      Curl().easy_getinfo(transfer, CURLINFO_SSL_VERIFYRESULT, &detail);
       return ErrorCodeOfCertificate(detail);
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_SSL_CIPHER:

@@ -1,8 +1,8 @@
 #import "shared/platform/linux/URLRedirects.h"
 
-#include <curl/curl.h>
-
 #include <memory>
+
+#include "shared/platform/linux/CurlLibrary.h"
 
 namespace {
 
@@ -13,22 +13,23 @@ constexpr NSInteger kMostRedirects = 16;
 NSString* const kRedirectCount = @"KPRedirectCount";
 
 struct URLDeleter {
-  void operator()(CURLU* url) const { curl_url_cleanup(url); }
+  void operator()(CURLU* url) const { Curl().url_cleanup(url); }
 };
 struct CurlTextDeleter {
-  void operator()(char* text) const { curl_free(text); }
+  void operator()(char* text) const { Curl().free(text); }
 };
 
 /// The URL that the Location header `location` means in an answer from `base`. Otherwise nil, and
 /// `*errorCode` is why: not http or https, or no URL at all.
 NSURL* RedirectTarget(NSString* location, NSURL* base, NSInteger* errorCode) {
   *errorCode = NSURLErrorRedirectToNonExistentLocation;
-  const std::unique_ptr<CURLU, URLDeleter> url(curl_url());
-  if (curl_url_set(url.get(), CURLUPART_URL, [[base absoluteString] UTF8String], 0) != CURLUE_OK) {
+  const std::unique_ptr<CURLU, URLDeleter> url(Curl().url());
+  if (Curl().url_set(url.get(), CURLUPART_URL, [[base absoluteString] UTF8String], 0) !=
+      CURLUE_OK) {
     return nil;
   }
-  const CURLUcode result = curl_url_set(url.get(), CURLUPART_URL, [location UTF8String],
-                                        CURLU_URLENCODE | CURLU_ALLOW_SPACE);
+  const CURLUcode result = Curl().url_set(url.get(), CURLUPART_URL, [location UTF8String],
+                                          CURLU_URLENCODE | CURLU_ALLOW_SPACE);
   if (result != CURLUE_OK) {
     if (result == CURLUE_UNSUPPORTED_SCHEME) {
       *errorCode = NSURLErrorUnsupportedURL;
@@ -36,7 +37,7 @@ NSURL* RedirectTarget(NSString* location, NSURL* base, NSInteger* errorCode) {
     return nil;
   }
   char* text = nullptr;
-  if (curl_url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) {
+  if (Curl().url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) {
     return nil;
   }
   const std::unique_ptr<char, CurlTextDeleter> textOwner(text);

@@ -8,6 +8,7 @@
 //     --cancel-in CALLBACK   cancels inside the first redirect, response or data callback
 //     --cancel-after SECONDS cancels from a timer, whatever has come
 //     --refuse-redirect      answers nil to connection:willSendRequest:redirectResponse:
+//     --reason               tells of a failure's reason, too
 //     --summary              tells of data only in sum, and at the end how often the run loop
 //                            turned and the most memory that the process took, in kilobytes
 //
@@ -26,6 +27,7 @@ struct Options {
   BOOL isSynchronous;
   BOOL refusesRedirects;
   BOOL summarizes;
+  BOOL tellsReasons;
   NSTimeInterval timeout;
   NSTimeInterval cancelDelay;
   NSString* method;
@@ -67,6 +69,9 @@ void PrintResponse(int number, const char* event, NSURLResponse* response) {
 void PrintFailure(int number, NSError* error) {
   printf("%d fail %s %d %s\n", number, [[error domain] UTF8String], static_cast<int>([error code]),
          [[error localizedDescription] UTF8String]);
+  if (gOptions.tellsReasons) {
+    printf("%d because %s\n", number, [[error localizedFailureReason] UTF8String]);
+  }
 }
 
 }  // namespace
@@ -219,6 +224,10 @@ char** ParseOptions(char** arguments) {
     }
     if ([option isEqualToString:@"refuse-redirect"]) {
       gOptions.refusesRedirects = YES;
+      continue;
+    }
+    if ([option isEqualToString:@"reason"]) {
+      gOptions.tellsReasons = YES;
       continue;
     }
     if ([option isEqualToString:@"summary"]) {
