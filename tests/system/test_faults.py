@@ -85,8 +85,10 @@ class Machine:
         self.root.write(SETTINGS, OLD_SETTINGS)
         self._before = self._surroundings()
 
-    def run(self, *prefix):
-        return self.root.execute([*prefix, FINALIZER, "/", "-disableAnalytics"], timeout=30)
+    def run(self, *prefix, **options):
+        # A request that was begun and cannot be carried out ends after 30 seconds.
+        return self.root.execute([*prefix, FINALIZER, "/", "-disableAnalytics"], timeout=60,
+                                 **options)
 
     def installed(self):
         """The bundle's tree, or nothing."""
@@ -262,7 +264,8 @@ def test_read_only_volume(install_root, finalizer_run, volume, small_blob):
 # With 6 to 8 a request can be begun and not carried out: it ends after its 30 seconds.
 @pytest.mark.parametrize("limit", [4, 5, 9, 10, 12])
 def test_few_descriptors(machine, limit):
-    result = machine.run("prlimit", f"--nofile={limit}:{limit}")
+    # Leaks are told apart by another program's help, which needs descriptors.
+    result = machine.run("prlimit", f"--nofile={limit}:{limit}", check_leaks=False)
     machine.check(result)
     if limit >= 9:
         assert (result.status, machine.installed()) == (0, small_tree())

@@ -291,6 +291,16 @@ int AwaitRemoval(sd_bus* bus, const std::string& unit, AuthorizationRef authoriz
   return -ETIMEDOUT;
 }
 
+/// Null, with the error told, when there is no connection to be had.
+BusConnection ConnectToBus(CFErrorRef* outError) {
+  int result = 0;
+  BusConnection bus = OpenSystemBus(result);
+  if (bus == nullptr) {
+    Fail(outError, -result, @"the system's message bus cannot be reached", strerror(-result));
+  }
+  return bus;
+}
+
 bool IsKnownDomain(CFStringRef domain) {
   return domain != nullptr && CFEqual(domain, kSMDomainSystemLaunchd);
 }
@@ -317,14 +327,12 @@ Boolean SMJobSubmit(CFStringRef domain, CFDictionaryRef jobDictionary, Authoriza
     const int error = errno;
     return Fail(outError, error, @"the job's output cannot be opened", strerror(error));
   }
-  int result = 0;
-  const BusConnection bus = OpenSystemBus(result);
+  const BusConnection bus = ConnectToBus(outError);
   if (bus == nullptr) {
-    return Fail(outError, -result, @"the system's message bus cannot be reached",
-                strerror(-result));
+    return 0;
   }
   BusError error;
-  result = Submit(bus.get(), job, auth, error);
+  const int result = Submit(bus.get(), job, auth, error);
   return result < 0 ? FailOnBus(outError, result, what, error) : 1;
 }
 
@@ -340,15 +348,13 @@ Boolean SMJobRemove(CFStringRef domain, CFStringRef jobLabel, AuthorizationRef a
   if (unit.empty()) {
     return Fail(outError, EINVAL, what, "no job has such a label");
   }
-  int result = 0;
-  const BusConnection bus = OpenSystemBus(result);
+  const BusConnection bus = ConnectToBus(outError);
   if (bus == nullptr) {
-    return Fail(outError, -result, @"the system's message bus cannot be reached",
-                strerror(-result));
+    return 0;
   }
   BusError error;
   std::string state;
-  result = ReadState(bus.get(), unit, state, error);
+  int result = ReadState(bus.get(), unit, state, error);
   if (result >= 0) {
     result = CallForUnit(bus.get(), "StopUnit", unit, "replace", auth, error);
   }

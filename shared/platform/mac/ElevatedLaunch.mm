@@ -48,13 +48,26 @@ const char* CString(NSString* text) {
     return nullptr;
   }
   NSMutableData* bytes = [[[text dataUsingEncoding:NSUTF8StringEncoding] mutableCopy] autorelease];
-  const size_t length = [bytes length];
-  if (bytes == nil || memchr([bytes bytes], 0, length) != nullptr) {
+  if (bytes == nil) {
     return nullptr;
   }
+  const size_t length = [bytes length];
   [bytes setLength:length + 1];  // The new byte is zero.
-  return static_cast<const char*>([bytes bytes]);
+  return memchr([bytes bytes], 0, length) == nullptr ? static_cast<const char*>([bytes bytes])
+                                                     : nullptr;
 }
+
+/// Frees the authorization at its end, also when an object that the caller gave has raised.
+class AuthorizationOwner {
+ public:
+  explicit AuthorizationOwner(AuthorizationRef authorization) : mAuthorization(authorization) {}
+  AuthorizationOwner(const AuthorizationOwner&) = delete;
+  AuthorizationOwner& operator=(const AuthorizationOwner&) = delete;
+  ~AuthorizationOwner() { AuthorizationFree(mAuthorization, kAuthorizationFlagDefaults); }
+
+ private:
+  AuthorizationRef mAuthorization;
+};
 
 void RemoveJob(AuthorizationRef authorization, NSString* label) {
   SMJobRemove(kSMDomainSystemLaunchd, (CFStringRef)label, authorization, true, nullptr);
@@ -194,10 +207,8 @@ bool launchElevated(NSString* label, NSString* toolPath, NSArray* arguments, NSS
   if (AuthorizationCreate(&rights, nullptr, flags, &authorization) != errAuthorizationSuccess) {
     return false;
   }
-  const bool result =
-      launchElevatedWithAuthorization(authorization, label, toolPath, arguments, output);
-  AuthorizationFree(authorization, kAuthorizationFlagDefaults);
-  return result;
+  const AuthorizationOwner owner(authorization);
+  return launchElevatedWithAuthorization(authorization, label, toolPath, arguments, output);
 }
 
 bool launchElevatedWithAuthorization(AuthorizationRef authorization, NSString* label,

@@ -112,6 +112,24 @@ TEST_F(ElevatedLaunchTest, AuthorizationIsFreedAfterAFailure) {
   EXPECT_THAT(fakePlatform->calls, ElementsAre(kCreate, kRemove, kSubmit, kFree));
 }
 
+TEST_F(ElevatedLaunchTest, AuthorizationIsFreedWhenAnObjectRaises) {
+  fakePlatform->onSubmit = [] { [NSException raise:NSGenericException format:@"raised"]; };
+  bool raised = false;
+  @try {
+    launchElevated(kLabel, Tool(), nil, nullptr);
+  } @catch (NSException*) {
+    raised = true;
+  }
+  EXPECT_TRUE(raised);
+  EXPECT_THAT(fakePlatform->calls, ElementsAre(kCreate, kRemove, kSubmit, kFree));
+}
+
+TEST_F(ElevatedLaunchTest, EmptyTextsAreArgumentsToo) {
+  NSArray* arguments = [NSArray arrayWithObjects:@"", @"x", @"", nil];
+  EXPECT_TRUE(LaunchDirectly(arguments, nullptr));
+  EXPECT_THAT(fakePlatform->toolArguments, ElementsAre("", "x", ""));
+}
+
 TEST_F(ElevatedLaunchTest, WhatTheToolPrintsIsPassedOn) {
   ToolPrints("hello\n");
   NSString* output = nil;
@@ -474,8 +492,11 @@ TEST_F(ElevatedLaunchTest, WithoutAnOutputFileNothingIsSubmitted) {
   ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
   struct rlimit none = limit;
   none.rlim_cur = static_cast<rlim_t>(LowestFreeDescriptor());
+  NSString* tool = Tool();
   ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-  const bool result = Launch(nullptr);
+  // Nothing else meanwhile: the sanitizer's check of an object needs a descriptor.
+  const bool result =
+      launchElevatedWithAuthorization(kFakeAuthorization, kLabel, tool, nil, nullptr);
   ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
   EXPECT_FALSE(result);
   EXPECT_THAT(fakePlatform->calls, ElementsAre(kRemove));

@@ -80,7 +80,7 @@ void AppendAtEachWrite(int file) {
     return nil;
   }
 
-  if (![[NSFileManager defaultManager] fileExistsAtPath:path]) {
+  if ([path length] > 0 && ![[NSFileManager defaultManager] fileExistsAtPath:path]) {
     CreateFile(path);
   }
 
