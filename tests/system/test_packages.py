@@ -1,7 +1,11 @@
 """The packages that cpack makes, and the shell completions in them."""
 
+import os
+import pty
 import re
+import select
 import subprocess
+import time
 
 import pytest
 
@@ -40,9 +44,75 @@ def test_completion_of_commands(kpim):
 @pytest.mark.parametrize("command", COMMANDS)
 def test_completion_of_options(kpim, command):
     assert complete("kpim", command, "-") == options_of(kpim, command)
-    zsh = (COMPLETIONS / "_kpim").read_text()
-    part = re.search(rf"^  {command}\)(.*?);;", zsh, re.M | re.S).group(1)
-    assert options_of(kpim, command) == {"--help", *re.findall(r"--[a-z][a-z-]+", part)}
+
+
+class Zsh:
+    """An interactive zsh on a terminal of its own, in `folder`. To be closed."""
+
+    SECONDS = 20
+
+    def __init__(self, kpim, folder):
+        self._terminal, side = pty.openpty()
+        path = f"{os.path.dirname(kpim)}:/usr/bin:/bin"
+        self._process = subprocess.Popen(
+            ["zsh", "-f", "-i"], stdin=side, stdout=side, stderr=side, start_new_session=True,
+            cwd=folder, env={"PATH": path, "TERM": "dumb", "LC_ALL": "C", "HOME": str(folder)})
+        os.close(side)
+        self._said = b""
+        self._type(f"bindkey -e; fpath=({COMPLETIONS} $fpath); autoload -Uz compinit\n"
+                   "compinit -u -D; print -r -- rea''dy\n")
+        self._await(rb"(ready)\r")
+
+    def close(self):
+        self._process.kill()
+        self._process.wait()
+        os.close(self._terminal)
+
+    def completed(self, line):
+        """What the Tab key makes of the line, without a blank at the end."""
+        self._said = b""
+        # Then the line is quoted and printed.
+        self._type(f"{line}\t\x01print -r -- '<\x05>'\n")
+        return self._await(rb"(?m)^<([^\r\n]*)>\r").decode().rstrip()
+
+    def _type(self, text):
+        os.write(self._terminal, text.encode())
+
+    def _await(self, pattern):
+        end = time.monotonic() + self.SECONDS
+        while time.monotonic() < end:
+            found = re.search(pattern, self._said)
+            if found:
+                return found.group(1)
+            if select.select([self._terminal], [], [], 0.1)[0]:
+                self._said += os.read(self._terminal, 4096)
+        raise AssertionError(self._said.decode(errors="replace"))
+
+
+@pytest.fixture
+def zsh(kpim, tmp_path):
+    shell = Zsh(kpim, tmp_path)
+    yield shell
+    shell.close()
+
+
+@pytest.mark.parametrize("command", COMMANDS)
+def test_zsh_completes_commands_and_options(kpim, zsh, command):
+    assert zsh.completed(f"kpim {command[:-1]}") == f"kpim {command}"
+    options = options_of(kpim, command)
+    for option in options:
+        assert zsh.completed(f"kpim {command} {option[:-1]}") == f"kpim {command} {option}"
+    told = (COMPLETIONS / "_kpim").read_text()
+    part = re.search(rf"^  {command}\)(.*?);;", told, re.M | re.S).group(1)
+    assert options == {"--help", *re.findall(r"--[a-z][a-z-]+", part)}
+
+
+def test_zsh_completes_values(zsh, tmp_path):
+    assert zsh.completed("kpim latest --kind pe") == "kpim latest --kind pep"
+    (tmp_path / "folder").mkdir()
+    (tmp_path / "file").touch()
+    assert zsh.completed("kpim pack f") == "kpim pack folder"
+    assert zsh.completed("kpim list fi") == "kpim list file"
 
 
 def test_completion_of_values(tmp_path):
