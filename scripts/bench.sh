@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Measures extraction and packing against 7zz, xz with tar, and bsdtar, on the same trees
-# in one run, and prints a table of ratios. Takes some 20 minutes; --quick takes about two.
-# All options go to benchmarks/compare.py (--help tells them).
+# Measures packing and extraction against 7zz, xz with tar, and bsdtar, on the same trees in one run,
+# their growth, what a run costs at least, and settings files; prints tables and which goals were met.
+# Takes some 40 minutes; --quick takes about three. All options go to benchmarks/bench.py (--help tells
+# them).
 set -euo pipefail
 
 repo=$(cd "$(dirname "$0")/.." && pwd)
 cd "$repo"
 scripts/bootstrap.sh
-cmake --preset release > /dev/null
-cmake --build build --target finalizer kpim
-exec /usr/bin/python3 benchmarks/compare.py --build build "$@"
+cmake --preset bench > /dev/null
+cmake --build --preset bench
+exec /usr/bin/python3 benchmarks/bench.py --build build/bench "$@"

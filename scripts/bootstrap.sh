@@ -15,7 +15,7 @@ packages=(
     libgmock-dev libgtest-dev nginx-light openssl python3 python3-pytest shellcheck strace
     systemd-container util-linux valgrind zsh
     # peers in the benchmarks
-    7zip libarchive-tools xz-utils
+    7zip libarchive-tools time xz-utils
 )
 
 missing=()

@@ -1,0 +1,2 @@
+// What any program costs.
+int main() { return 0; }
