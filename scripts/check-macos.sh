@@ -1,20 +1,22 @@
 #!/usr/bin/env bash
 # Checks on any host that the product compiles, links and stays within macOS 10.6.
 #
-#   scripts/check-macos.sh --sdk DIR [--build-dir DIR]
+#   scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--write-imports]
 #
 # Compiles every product source for x86_64 macOS against the SDK in DIR and, when the
 # SDK has link stubs, links the executables and looks at what they import. Says what it
 # did and what it could not do; exit status 1 when anything it did fails.
+# --write-imports writes the table of imports in docs/macos.md instead of comparing it.
 # docs/macos.md tells what an SDK must hold.
 set -euo pipefail
 
 repo=$(cd "$(dirname "$0")/.." && pwd)
 build=$repo/build/macos
 sdk=
+write_imports=()
 
 usage() {
-    echo "usage: scripts/check-macos.sh --sdk DIR [--build-dir DIR]" >&2
+    echo "usage: scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--write-imports]" >&2
     exit 2
 }
 fail() {
@@ -23,6 +25,11 @@ fail() {
 }
 
 while [ $# -gt 0 ]; do
+    if [ "$1" = --write-imports ]; then
+        write_imports=(--write)
+        shift
+        continue
+    fi
     [ $# -ge 2 ] || usage
     case $1 in
         --sdk) sdk=$2 ;;
@@ -87,21 +94,25 @@ echo "compiled: $compiled product sources and $((${#objects[@]} - compiled)) of 
 
 # --- Link ----------------------------------------------------------------------------
 
+frameworks=(Foundation CoreFoundation SystemConfiguration Security ServiceManagement)
+stubs=(usr/lib/lib{System,objc,stdc++}.tbd)
+for framework in "${frameworks[@]}"; do
+    stubs+=("System/Library/Frameworks/$framework.framework/$framework.tbd")
+done
 missing=()
-for stub in usr/lib/lib{System,objc,stdc++} \
-    System/Library/Frameworks/{Foundation,CoreFoundation,Security,SystemConfiguration,ServiceManagement}; do
-    case $stub in
-        System/*) path=$sdk/$stub.framework/${stub##*/}.tbd ;;
-        *) path=$sdk/$stub.tbd ;;
-    esac
-    [ -e "$path" ] || missing+=("${path#"$sdk"/}")
+for stub in "${stubs[@]}"; do
+    [ -e "$sdk/$stub" ] || missing+=("$stub")
 done
 if [ ${#missing[@]} -gt 0 ]; then
-    printf 'not linked: the SDK has no %s\n' "${missing[@]}"
+    printf 'not linked, imports not looked at: the SDK has no %s\n' "${missing[@]}"
     exit 0
 fi
 
-version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
+# cache_value NAME: a variable of CMake's cache.
+cache_value() {
+    sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"
+}
+version=$(cache_value CMAKE_PROJECT_VERSION)
 
 # check_executable NAME MINIMUM-RELEASE: one linked file.
 check_executable() {
@@ -119,6 +130,21 @@ check_executable() {
         fail "$name: __TEXT,__info_plist does not carry the version $version"
     echo "linked: $name, x86_64, macOS $minimum and later, information dictionary of $version"
 }
+
+# All of the product in one image: also what finalizer does not use.
+image=$build/product
+product_objects=()
+for object in "${objects[@]}"; do
+    [[ $object == tools/* ]] || product_objects+=("$build/$object")
+done
+clang++ --target=x86_64-apple-macosx10.6 -isysroot "$sdk" -fuse-ld=lld -nostartfiles \
+    -stdlib=libstdc++ -bundle -o "$image" "${product_objects[@]}" \
+    "${frameworks[@]/#/-Wl,-framework,}" ||
+    fail "linking the product's objects failed"
+/usr/bin/env python3 "$repo/scripts/macos_import_table.py" --nm "$nm" --objdump "$objdump" \
+    --sdk "$sdk" --include "$(cache_value LZMA_SDK_DIR)" --image "$image" \
+    "${write_imports[@]}" "${product_objects[@]}" ||
+    fail "the product's imports are not what docs/macos.md says, or not of macOS 10.6"
 
 check_executable finalizer 10.6
 /usr/bin/env python3 "$repo/scripts/macos_imports.py" --nm "$nm" --objdump "$objdump" \

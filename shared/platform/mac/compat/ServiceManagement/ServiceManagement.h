@@ -4,6 +4,7 @@
 // launch uses, declared as Apple's documentation of the framework has it. The framework itself
 // has been part of macOS since 10.6. With a whole SDK the build does not look here.
 
+#include <Availability.h>
 #include <CoreFoundation/CoreFoundation.h>
 #include <Security/Authorization.h>
 
@@ -12,7 +13,7 @@ extern "C" {
 #endif
 
 /// The launchd domain of jobs that run as root for the whole system.
-extern CFStringRef kSMDomainSystemLaunchd;
+extern CFStringRef kSMDomainSystemLaunchd __OSX_AVAILABLE_STARTING(__MAC_10_6, __IPHONE_NA);
 
 /// Submits a job to launchd.
 ///
@@ -22,7 +23,7 @@ extern CFStringRef kSMDomainSystemLaunchd;
 /// @param outError  Receives the reason of a failure, to be released by the caller; may be NULL.
 /// @return whether launchd took the job.
 Boolean SMJobSubmit(CFStringRef domain, CFDictionaryRef job, AuthorizationRef auth,
-                    CFErrorRef* outError);
+                    CFErrorRef* outError) __OSX_AVAILABLE_STARTING(__MAC_10_6, __IPHONE_NA);
 
 /// Removes a job from launchd.
 ///
@@ -33,7 +34,7 @@ Boolean SMJobSubmit(CFStringRef domain, CFDictionaryRef job, AuthorizationRef au
 /// @param outError  Receives the reason of a failure, to be released by the caller; may be NULL.
 /// @return whether the job was removed.
 Boolean SMJobRemove(CFStringRef domain, CFStringRef jobLabel, AuthorizationRef auth, Boolean wait,
-                    CFErrorRef* outError);
+                    CFErrorRef* outError) __OSX_AVAILABLE_STARTING(__MAC_10_6, __IPHONE_NA);
 
 #ifdef __cplusplus
 }
