@@ -4,17 +4,20 @@
     scripts/coverage.py BUILD PROFILES [--minimum PERCENT] [--uncovered]
 
 BUILD is the build folder of the coverage preset, PROFILES the folder with the profiles that its
-programs wrote (LLVM_PROFILE_FILE). Fails when fewer lines than the minimum are covered.
+programs wrote (LLVM_PROFILE_FILE). Fails when fewer lines than the minimum are covered, and when a
+file with lines that were never reached is not in the table of reasons of docs/testing.md.
 """
 
 import argparse
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[1]
+REASONS = REPOSITORY / "docs/testing.md"
 PRODUCT = ("player/", "shared/platform/mac/", "tools/")
 
 
@@ -58,6 +61,12 @@ def ranges(numbers):
     return ", ".join(str(a) if a == b else f"{a}-{b}" for a, b in parts)
 
 
+def explained(page):
+    """Names of the files in the first column of a page's tables."""
+    return {name for line in page.splitlines() if line.startswith("| `")
+            for name in re.findall(r"`([^`]+)`", line.split("|")[1])}
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
     parser.add_argument("build", type=pathlib.Path)
@@ -66,6 +75,8 @@ def main():
     parser.add_argument("--uncovered", action="store_true", help="list the lines never reached")
     arguments = parser.parse_args()
 
+    known = explained(REASONS.read_text(encoding="utf-8"))
+    unexplained = []
     totals = {"lines": [0, 0], "branches": [0, 0]}
     print(f"{'file':72} {'lines':>14} {'branches':>14}")
     for file in export(arguments.build, arguments.profiles):
@@ -77,15 +88,21 @@ def main():
             total[1] += summary["count"]
             cells.append(f"{summary['covered']:5}/{summary['count']:<5}")
         print(f"{name:72} {cells[0]:>14} {cells[1]:>14}")
-        if arguments.uncovered and uncovered_lines(file):
-            print(f"    never reached: {ranges(uncovered_lines(file))}")
+        never_reached = uncovered_lines(file)
+        if never_reached and arguments.uncovered:
+            print(f"    never reached: {ranges(never_reached)}")
+        if never_reached and os.path.basename(name) not in known:
+            unexplained.append(name)
     for kind, (covered, count) in totals.items():
         print(f"{kind}: {covered} of {count}, {100 * covered / max(count, 1):.1f} %")
     covered, count = totals["lines"]
     if count == 0 or 100 * covered / count < arguments.minimum:
         print(f"coverage: fewer than {arguments.minimum:.0f} % of the lines", file=sys.stderr)
         return 1
-    return 0
+    for name in unexplained:
+        print(f"coverage: {REASONS.name} does not say why lines of {name} are never reached",
+              file=sys.stderr)
+    return 1 if unexplained else 0
 
 
 if __name__ == "__main__":
