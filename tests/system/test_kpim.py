@@ -855,6 +855,21 @@ def test_pack_needs_no_second_thread_without_a_terminal(run, tmp_path):
     assert "clone" not in (tmp_path / "trace").read_text()
 
 
+def test_pack_of_which_the_last_close_fails(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1"})
+    traced = run("pack", "B", "-o", "blob", environment=UNDER_STRACE,
+                 wrapper=["strace", "-o", "trace", "-e", "trace=close,fsync"])
+    assert traced.returncode == OK
+    calls = (tmp_path / "trace").read_text().splitlines()
+    (first_fsync,) = [i for i, call in enumerate(calls) if call.startswith("fsync")][:1]
+    (tmp_path / "blob").unlink()
+    (tmp_path / "trace").unlink()
+    result = run.with_fault(f"close:error=EIO:when={first_fsync + 1}", "pack", "B", "-o", "blob")
+    assert (result.returncode, result.stdout) == (FAILED, "")
+    assert result.stderr == error("blob", "Input/output error")
+    assert names(tmp_path) == ["B"]
+
+
 # ---- list
 
 
