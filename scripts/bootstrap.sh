@@ -11,7 +11,7 @@ packages=(
     libcli11-dev libcurl4-openssl-dev libssl-dev libsystemd-dev lzma-dev
     gnustep-make libgnustep-base-dev libobjc-12-dev make
     # test and demo
-    bubblewrap ca-certificates debian-archive-keyring debootstrap dpkg-dev libbenchmark-dev
+    bubblewrap ca-certificates debian-archive-keyring debootstrap dpkg-dev file libbenchmark-dev
     libgmock-dev libgtest-dev nginx-light openssl python3 python3-pytest shellcheck strace
     systemd-container util-linux valgrind zsh
     # peers in the benchmarks

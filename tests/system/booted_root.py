@@ -50,9 +50,10 @@ RULES = """polkit.addRule(function(action, subject) {
 
 MAKE_SECONDS = 900
 BOOT_SECONDS = 90
-# What nspawn says where it may not do its work, as in most containers.
+# What nspawn says where it may not do its work, or lacks the control groups for it, as in most
+# containers.
 FORBIDDEN = re.compile("Operation not permitted|Permission denied|Read-only file system|"
-                       "Function not implemented")
+                       "Function not implemented|cgroups? hierarchy")
 
 
 class CannotBoot(Exception):
