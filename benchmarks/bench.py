@@ -133,6 +133,7 @@ def measure_growth(bench, name, title, cases, amount):
     has more of."""
     rounds = min(bench.rounds, 3)
     contestants = ["finalizer", "7zz"]
+    # Packing is measured once: it takes minutes.
     fixed = median(fixed_costs(bench, 5)["finalizer"], "wall")
     rows = [["finalizer", title, "wall s", "spread", "CPU s", "packing CPU s", "peak MiB",
              "allowed MiB", "our wall / 7zz's"]]
@@ -159,7 +160,7 @@ def measure_growth(bench, name, title, cases, amount):
             packing.append((amount(case), packed["cpu"]))
             bench.samples[f"growth {name} {case.name}"] = {"packing": packed, **samples}
     whole = exponent([(x, y) for x, _, y, _ in curves["finalizer"]])
-    bench.tell(table(f"growth with {name}", rows) +
+    bench.tell(table(f"growth with {name}, {rounds} rounds, packed once", rows) +
                f"\n  exponent of extracting {whole:.2f}, without the {fixed:.3f} s that any run "
                f"takes {exponent(beyond):.2f}; of packing {exponent(packing):.2f}")
     bench.goals.append(verdict(f"growth with {name}, exponent", exponent(beyond),
@@ -196,7 +197,8 @@ def fixed_costs(bench, rounds):
 
 def measure_fixed(bench):
     """What a run costs before it does anything."""
-    samples = fixed_costs(bench, max(bench.rounds, 20))
+    rounds = max(bench.rounds, 20)
+    samples = fixed_costs(bench, rounds)
     ours = samples["finalizer"]
     rows = [["a run with one tiny file", "wall ms", "spread", "CPU ms", "peak MiB",
              "our wall / its", "our CPU - its, ms"]]
@@ -207,7 +209,7 @@ def measure_fixed(bench):
             f"{median(in_milliseconds, 'cpu'):.1f}", f"{median(own, 'rss_kib') / 1024:.1f}",
             f"{ratio(ours, own, 'wall'):.2f}",
             f"{(median(ours, 'cpu') - median(own, 'cpu')) * 1000:.1f}"])
-    bench.tell(table("fixed cost, the sandbox's own in each", rows))
+    bench.tell(table(f"fixed cost, the sandbox's own in each, {rounds} rounds", rows))
     bench.samples["fixed"] = samples
 
 
@@ -285,16 +287,17 @@ def parse_options():
                         help="this section; may be given more than once")
     parser.add_argument("--json", type=Path, help="write every sample here")
     parser.add_argument("--write-docs", action="store_true",
-                        help="write report and plot into docs/ (not with --only)")
+                        help="write report and plot into docs/ (of a whole run)")
     options = parser.parse_args()
-    if options.write_docs and options.only:
-        parser.error("--write-docs needs every section")
+    if options.write_docs and (options.only or options.quick):
+        parser.error("--write-docs is for whole runs")
     return options
 
 
 def main():
     options = parse_options()
-    for name in ("bin/finalizer", "bin/kpim", "benchmarks/empty_program"):
+    for name in ("bin/finalizer", "bin/kpim", "benchmarks/empty_program",
+                 "benchmarks/empty_foundation_program", "benchmarks/settings_bench"):
         if not (options.build / name).exists():
             sys.exit(f"{options.build / name} is missing: scripts/bench.sh builds it")
     place = working_place(options.work, (300 if options.quick else 2500) * MIB)
@@ -302,7 +305,7 @@ def main():
     with tempfile.TemporaryDirectory(dir=place, prefix="kpbench-") as folder:
         bench = Bench(options, Path(folder))
         bench.tell(f"{facts['processor']}, {facts['cores']} cores, Linux {facts['kernel']}, commit "
-                   f"{facts['commit']}; in {'memory' if place == Path('/dev/shm') else 'files'}, "
+                   f"{facts['commit']}; in {place or tempfile.gettempdir()}, "
                    f"{bench.rounds} paired rounds, medians")
         for section in options.only or SECTIONS:
             MEASURES[section](bench)

@@ -21,6 +21,6 @@ set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 # The libraries, as the linked files name them.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # And what no linked file names: libcurl is loaded by the first request.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, libcurl4 (>= 7.86)")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, libcurl4 (>= 7.87)")
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 include(CPack)

@@ -105,6 +105,7 @@ for stub in "${stubs[@]}"; do
 done
 if [ ${#missing[@]} -gt 0 ]; then
     printf 'not linked, imports not looked at: the SDK has no %s\n' "${missing[@]}"
+    [ ${#write_imports[@]} -eq 0 ] || fail "--write-imports needs link stubs"
     exit 0
 fi
 

@@ -194,6 +194,8 @@ def section(objdump, file, name):
 def messages(nm, objdump, image):
     """The selectors that the image sends and has no method for."""
     sent = matches(SELECTOR_LINE, section(objdump, image, "__DATA,__objc_selrefs"))
+    if not sent:
+        raise SystemExit(f"macos_import_table: {image}: no selectors found")
     return set(sent) - set(matches(OWN_METHOD, output_of(nm, "-U", "-j", image)))
 
 

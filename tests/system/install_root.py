@@ -308,11 +308,11 @@ class InstallRoot:
 
 def libcurl():
     """Where the machine has libcurl."""
-    (found,) = (line.split()[-1] for line in
+    # Of several architectures the first is the machine's own.
+    return next(os.path.realpath(line.split()[-1]) for line in
                 subprocess.run(["/sbin/ldconfig", "-p"], check=True, text=True,
                                stdout=subprocess.PIPE).stdout.splitlines()
                 if line.split()[0] == "libcurl.so.4")
-    return os.path.realpath(found)
 
 
 def raise_sanitizer_reports(folder):

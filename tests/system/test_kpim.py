@@ -861,10 +861,11 @@ def test_pack_of_which_the_last_close_fails(run, tmp_path):
                  wrapper=["strace", "-o", "trace", "-e", "trace=close,fsync"])
     assert traced.returncode == OK
     calls = (tmp_path / "trace").read_text().splitlines()
-    (first_fsync,) = [i for i, call in enumerate(calls) if call.startswith("fsync")][:1]
+    first_fsync = next(i for i, call in enumerate(calls) if call.startswith("fsync("))
+    closes = sum(call.startswith("close(") for call in calls[:first_fsync])
     (tmp_path / "blob").unlink()
     (tmp_path / "trace").unlink()
-    result = run.with_fault(f"close:error=EIO:when={first_fsync + 1}", "pack", "B", "-o", "blob")
+    result = run.with_fault(f"close:error=EIO:when={closes + 1}", "pack", "B", "-o", "blob")
     assert (result.returncode, result.stdout) == (FAILED, "")
     assert result.stderr == error("blob", "Input/output error")
     assert names(tmp_path) == ["B"]

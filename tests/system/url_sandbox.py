@@ -10,6 +10,7 @@ import pathlib
 import subprocess
 
 import url_servers
+from install_root import profile_of_this_run
 
 SERVERS = pathlib.Path(url_servers.__file__)
 
@@ -131,6 +132,9 @@ class UrlSandbox:
         """Runs `argv` with the variables of `environment` and a PATH. The result has "status",
         "stdout" and "stderr"."""
         variables = {name: os.environ[name] for name in SANITIZER_OPTIONS if name in os.environ}
+        profile = profile_of_this_run()
+        if profile:
+            variables["LLVM_PROFILE_FILE"] = profile
         variables.update(PATH="/usr/bin:/bin", **(environment or {}))
         command = {"argv": [str(each) for each in argv], "environment": variables}
         self._process.stdin.write(json.dumps(command) + "\n")

@@ -64,7 +64,8 @@ struct LoadedLibrary {
 };
 
 const LoadedLibrary& TheLibrary() {
-  static const LoadedLibrary s_library;
+  // Never destroyed: a thread may ask while the program ends.
+  static const LoadedLibrary& s_library = *new LoadedLibrary;
   return s_library;
 }
 

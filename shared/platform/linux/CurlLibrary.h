@@ -28,8 +28,8 @@ struct CurlLibrary {
   decltype(&curl_multi_socket_action) multi_socket_action;
 };
 
-/// The library, ready for use. The first call loads and initializes it: with the nineteen libraries
-/// that it needs it would make every program, also one that never makes a request, larger by 3 MiB
+/// The library, ready for use. The first call loads and initializes it: with the libraries that
+/// it needs it would make every program, also one that never makes a request, larger by 3 MiB
 /// and slower to start. From any thread.
 /// nullptr when it cannot be loaded; then, and at every later call, `*reason` says why in the words
 /// of the dynamic linker or of libcurl. The text lives as long as the program.

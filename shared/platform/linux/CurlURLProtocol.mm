@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <string_view>
 
-#import "shared/platform/linux/CurlLibrary.h"
+#include "shared/platform/linux/CurlLibrary.h"
 #import "shared/platform/linux/MethodReplacement.h"
 #import "shared/platform/linux/URLErrors.h"
 #import "shared/platform/linux/URLRedirects.h"
