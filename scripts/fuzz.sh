@@ -28,9 +28,11 @@ found=$PWD/build/fuzz/found
 export ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0
 export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 pids=()
+set -m  # Gives each target a process group.
 # shellcheck disable=SC2317  # the trap calls it
 stop() {
-    for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null || true; done
+    # The shell and the target that it waits for.
+    for pid in "${pids[@]}"; do kill -- "-$pid" 2> /dev/null || true; done
 }
 trap stop EXIT
 

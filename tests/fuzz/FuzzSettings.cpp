@@ -45,6 +45,18 @@ bool ReadsBack(const Pairs& pairs, const std::string& written) {
          });
 }
 
+/// The opt-out in its place, or behind all others; nothing else is touched.
+Pairs WithOptOut(Pairs pairs) {
+  const auto found = std::find_if(pairs.begin(), pairs.end(),
+                                  [](const auto& pair) { return pair.first == kOptOut; });
+  if (found != pairs.end()) {
+    found->second = "1";
+  } else {
+    pairs.emplace_back(kOptOut, "1");
+  }
+  return pairs;
+}
+
 void CheckPairs(const Pairs& pairs) {
   for (const auto& [key, value] : pairs) {
     FUZZ_CHECK(key.find_first_of("\r\n") == std::string::npos);
@@ -81,6 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(strcmp(manager.ValueForKey(SimpleString(kOptOut)).mString, "1") == 0);
   FUZZ_CHECK(manager.UpdateSettingsFile());
   const Pairs changed = PairsOf(manager);
+  FUZZ_CHECK(changed == WithOptOut(read));
   const ConfigFileManager last{SimpleString(path.c_str())};
   FUZZ_CHECK(!ReadsBack(changed, ReadFuzzFile(path)) || PairsOf(last) == changed);
   return 0;

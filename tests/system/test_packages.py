@@ -133,13 +133,12 @@ def test_completion_of_values(tmp_path):
 
 
 @pytest.fixture(scope="module")
-def packages(build):
+def packages(build, tmp_path_factory):
     """The Debian package and the tarball of the build."""
     if build.name == "asan":
         pytest.skip("packages are made of a build without sanitizers")
-    folder = build / "packages"
-    subprocess.run(["rm", "-rf", folder], check=True)
-    done = subprocess.run(["cpack"], cwd=build, text=True, stdout=subprocess.PIPE, umask=0o022,
+    folder = tmp_path_factory.mktemp("packages")
+    done = subprocess.run(["cpack", "-D", f"CPACK_OUTPUT_FILE_PREFIX={folder}"], cwd=build, text=True, stdout=subprocess.PIPE, umask=0o022,
                           stderr=subprocess.STDOUT, check=False)
     assert done.returncode == 0, done.stdout
     (deb,) = folder.glob("*.deb")

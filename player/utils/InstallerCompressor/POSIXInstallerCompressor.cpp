@@ -26,11 +26,19 @@ constexpr size_t kGreatestTransfer = 1UL << 30;
 // Paths of this length need no second allocation.
 constexpr size_t kUsualPathCapacity = 1024;
 
+// Opens, again when a signal has interrupted it.
+int OpenUninterrupted(char const* path, int flags) {
+  for (;;) {
+    const int descriptor = open(path, flags, kFileMode);
+    if (descriptor >= 0 || errno != EINTR) return descriptor;
+  }
+}
+
 // Opens a regular file, created with the mode of files if the flags say so; -1 when it cannot be
 // opened or is something else. Without O_NONBLOCK the opening of a FIFO would wait for its other
 // end, without O_NOCTTY that of a terminal could make it the process's own. errno tells why.
 int OpenRegularFile(char const* path, int flags, struct stat& status) {
-  const int descriptor = path ? open(path, flags | O_NONBLOCK | O_NOCTTY, kFileMode) : -1;
+  const int descriptor = path ? OpenUninterrupted(path, flags | O_NONBLOCK | O_NOCTTY) : -1;
   if (descriptor < 0) return -1;
   const bool known = fstat(descriptor, &status) == 0;
   if (known && S_ISREG(status.st_mode)) return descriptor;

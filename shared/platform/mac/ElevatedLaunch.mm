@@ -9,6 +9,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <memory>
+
 #include "shared/platform/mac/MacSystemVersion.h"
 #include "shared/platform/mac/ProcessLookup.h"
 
@@ -137,17 +139,22 @@ bool RunJob(AuthorizationRef authorization, NSString* label, NSString* toolPath,
   return true;
 }
 
-/// The zero-terminated vector of the arguments' texts, which the caller frees and the arguments
-/// own; null when one of them is no C string, or without memory.
-char** CopyArgumentVector(NSArray* arguments) {
+struct MemoryDeleter {
+  void operator()(void* memory) const { free(memory); }
+};
+using ArgumentVector = std::unique_ptr<char*, MemoryDeleter>;
+
+/// The zero-terminated vector of the arguments' texts, which the arguments own; null when one of
+/// them is no C string, or without memory.
+ArgumentVector MakeArgumentVector(NSArray* arguments) {
   const NSUInteger count = [arguments count];
-  char** vector = static_cast<char**>(calloc(count + 1, sizeof(char*)));
+  ArgumentVector vector(static_cast<char**>(calloc(count + 1, sizeof(char*))));
   for (NSUInteger i = 0; vector != nullptr && i < count; ++i) {
-    vector[i] = const_cast<char*>(CString([arguments objectAtIndex:i]));
-    if (vector[i] == nullptr) {
-      free(vector);
+    char* const text = const_cast<char*>(CString([arguments objectAtIndex:i]));
+    if (text == nullptr) {
       return nullptr;
     }
+    vector.get()[i] = text;
   }
   return vector;
 }
@@ -240,15 +247,13 @@ bool launchElevatedWithAuthorizationOnSnowLeopard(AuthorizationRef authorization
     *output = text;
   }
   const char* tool = CString(toolPath);
-  char** vector = CopyArgumentVector(arguments);
+  const ArgumentVector vector = MakeArgumentVector(arguments);
   if (tool == nullptr || vector == nullptr) {
-    free(vector);
     return false;
   }
   FILE* pipe = nullptr;
   const OSStatus status = AuthorizationExecuteWithPrivileges(
-      authorization, tool, kAuthorizationFlagDefaults, vector, &pipe);
-  free(vector);
+      authorization, tool, kAuthorizationFlagDefaults, vector.get(), &pipe);
   if (status != errAuthorizationSuccess) {
     return false;
   }

@@ -1,5 +1,6 @@
 #import "player/Installers/Mac/KPInstallManager/source/application/KPIMLogger.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -51,7 +52,10 @@ NSString* SessionStamp(NSString* format) {
 
 /// Makes an empty file, unless another logger has made it meanwhile: its lines stay.
 void CreateFile(NSString* path) {
-  const int file = open([path fileSystemRepresentation], O_WRONLY | O_CREAT, 0666);
+  int file = -1;
+  do {
+    file = open([path fileSystemRepresentation], O_WRONLY | O_CREAT, 0666);
+  } while (file < 0 && errno == EINTR);
   if (file >= 0) {
     close(file);
   }
