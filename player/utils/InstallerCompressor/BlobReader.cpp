@@ -1,6 +1,9 @@
 // From the bytes of a blob to a tree. A blob is not trusted: every field is checked against
 // the bytes that are really there before it is used, and the first fault refuses the whole.
+#include <sys/mman.h>
+
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -56,16 +59,45 @@ unsigned long ProbabilityTableSize(unsigned int propertiesByte) {
   return (kBaseProbabilities + literals) * 2;
 }
 
+// Decoded content is given back in steps of the largest pages there are.
+constexpr std::uintptr_t kDiscardStep = std::uintptr_t{2} << 20;
+
+// Content that an LZMA stream was decoded into, and of which a directory's entries are taken one
+// after the other. What has been copied is discarded on the way, so that the content and the
+// private copies of its files are never in memory twice over.
+class DecodedContent {
+ public:
+  explicit DecodedContent(unsigned char* bytes) : bytes_(bytes), discarded_(BytesToStep(bytes)) {}
+
+  // Nothing before `end`, which lies within the content, is read again.
+  void DiscardUpTo(unsigned char const* end) {
+    const auto before = static_cast<unsigned long>(end - bytes_);
+    if (before < discarded_ + kDiscardStep) return;
+    const unsigned long count = (before - discarded_) / kDiscardStep * kDiscardStep;
+    // Only an advice: where it is not taken the pages stay until the array is freed.
+    madvise(bytes_ + discarded_, count, MADV_FREE);
+    discarded_ += count;
+  }
+
+ private:
+  static unsigned long BytesToStep(unsigned char const* bytes) {
+    return -reinterpret_cast<std::uintptr_t>(bytes) % kDiscardStep;
+  }
+
+  unsigned char* bytes_;
+  unsigned long discarded_;  // offset of the first byte that is kept, at a step
+};
+
 // A run of entries in memory, and where it lies for whoever reads a fault.
 struct Sequence {
   unsigned char const* bytes;
   unsigned long length;
-  unsigned long origin;  // offset of `bytes` in the blob, or in the decoded content
-  bool inDecodedContent;
-  unsigned int depth;  // directories around it
+  unsigned long origin;     // offset of `bytes` in the blob, or in the decoded content
+  DecodedContent* decoded;  // the content it lies in; absent in the blob itself
+  unsigned int depth;       // directories around it
 
   Sequence Within(unsigned long offset, unsigned long count) const {
-    return {bytes + offset, count, origin + offset, inDecodedContent, depth};
+    return {bytes + offset, count, origin + offset, decoded, depth};
   }
 };
 
@@ -101,7 +133,7 @@ class BlobDecoder {
   bool TakeChildren(const Sequence& content, fileChunk& node);
 
   bool Refuse(const char* reason, const Sequence& sequence, unsigned long offset) {
-    fault_ = {reason, sequence.origin + offset, sequence.inDecodedContent};
+    fault_ = {reason, sequence.origin + offset, sequence.decoded != nullptr};
     return false;
   }
 
@@ -191,7 +223,7 @@ bool BlobDecoder::CheckLZMAClaim(const Sequence& sequence, unsigned long subHead
   }
   unsigned long cost = ProbabilityTableSize(propertiesByte);
   // Outside of streams, the stream's own length pays for the claim.
-  if (sequence.inDecodedContent) cost += claim;
+  if (sequence.decoded) cost += claim;
   if (cost > budget_) return Refuse(kTooCostly, sequence, subHeader);
   budget_ -= cost;
   return true;
@@ -212,8 +244,8 @@ bool BlobDecoder::DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& e
     node.size = produced;
     return true;
   }
-  const Sequence content = {decoded, produced, 0, true, sequence.depth};
-  const bool taken = TakeContent(content, entry, node);
+  DecodedContent content(decoded);
+  const bool taken = TakeContent({decoded, produced, 0, &content, sequence.depth}, entry, node);
   delete[] decoded;
   return taken;
 }
@@ -264,6 +296,7 @@ bool BlobDecoder::TakeContent(const Sequence& content, const EntryLayout& entry,
   if (!node.data) return Refuse(kNoMemory, content, 0);
   memcpy(node.data, content.bytes, content.length);
   node.size = content.length;
+  if (content.decoded) content.decoded->DiscardUpTo(content.bytes + content.length);
   return true;
 }
 
@@ -284,7 +317,7 @@ fileChunk* dismantle(unsigned char* buffer, unsigned int length) {
 
 fileChunk* dismantle(unsigned char* buffer, unsigned int length, BlobFault& fault) {
   fault = BlobFault();
-  return BlobDecoder(length, fault).DecodeSequence({buffer, length, 0, false, 0});
+  return BlobDecoder(length, fault).DecodeSequence({buffer, length, 0, nullptr, 0});
 }
 
 fileChunk* DismantleInstallerBlob(fileChunk* sources) {

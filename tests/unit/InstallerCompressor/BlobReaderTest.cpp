@@ -223,6 +223,20 @@ TEST(Dismantle, ExpandsAsFarAsLZMACan) {
 
 ChunkList Source(const std::string& blob) { return List({NewFile("blob", blob)}); }
 
+// Content of megabytes is given back while its entries are taken.
+TEST(Dismantle, DecodesContentOfMegabytes) {
+  const std::string page = RandomBytes(4096);
+  std::string pages;
+  while (pages.size() < 3 << 20) pages += page + std::to_string(pages.size());
+  const std::string inner = StoredFile("a", pages) + StoredFile("b", "b" + pages) +
+                            StoredDirectory("c", StoredFile("d", "cd" + pages));
+  const std::string content = StoredFile("first", pages) + StoredDirectory("plain", inner) +
+                              LZMAEntry("packed", inner, true) + LZMAEntry("file", pages, false) +
+                              StoredFile("", "") + StoredFile("last", pages + "last");
+  EXPECT_EQ(DescribeBytes(StoredDirectory("", content)),
+            DescribeBytes(LZMAEntry(nullptr, content, true)));
+}
+
 TEST(DismantleInstallerBlob, OfNoSourceIsAbsent) {
   BlobFault fault;
   fault.reason = "left over";
