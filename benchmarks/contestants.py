@@ -100,6 +100,11 @@ class Case:
             self.pack(packer)
         return self.archives[packer].stat().st_size
 
+    def facts(self):
+        """The tree's files and bytes, and the bytes of each archive of it."""
+        return {"files": self.files, "bytes": self.bytes,
+                "archives": {packer: self.archive_size(packer) for packer in PACKERS}}
+
     def extract(self, extractor):
         """Extracts into a new folder, compares it with the tree and returns what that took."""
         self.archive_size(ARCHIVE_OF[extractor])

@@ -1,7 +1,8 @@
-"""Statistics, tables and the plot of the benchmarks."""
+"""Statistics, verdicts and tables of the benchmarks."""
 
 import math
 import statistics
+from typing import NamedTuple, Optional
 
 MARKER = "<!-- {edge} measured by scripts/bench.sh -->"
 
@@ -14,6 +15,16 @@ def median(samples, key):
 def ratio(ours, theirs, key):
     """The median of the ratios of paired runs."""
     return statistics.median(mine[key] / other[key] for mine, other in zip(ours, theirs))
+
+
+def difference(ours, theirs, key):
+    """The median of the differences of paired runs."""
+    return statistics.median(mine[key] - other[key] for mine, other in zip(ours, theirs))
+
+
+def greatest(samples, key):
+    """The greatest of one measure of some runs."""
+    return max(sample[key] for sample in samples)
 
 
 def spread(samples, key, digits=2):
@@ -31,6 +42,13 @@ def exponent(points):
             sum((x - mean_x) ** 2 for x, _ in logs))
 
 
+def exponent_beyond(points, fixed):
+    """The exponent of what y is beyond a fixed cost. Points no greater than the cost say nothing and
+    are left out; None when that leaves fewer than two."""
+    beyond = [(x, y - fixed) for x, y in points if y > fixed]
+    return exponent(beyond) if len(beyond) > 1 else None
+
+
 def table(title, rows):
     """The rows as text, under the title, the first row being the header."""
     widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
@@ -40,10 +58,22 @@ def table(title, rows):
     return "\n".join(lines)
 
 
-def verdict(what, value, limit, unit=""):
-    """One goal in words: whether the value is within the limit."""
-    word = "met" if value <= limit else "missed"
-    return f"{word}: {what}: {value:.2f}{unit} of at most {limit:.2f}{unit}"
+class Verdict(NamedTuple):
+    """One goal: whether the value, which is None when it could not be measured, is within the limit."""
+
+    what: str
+    value: Optional[float]
+    limit: float
+    unit: str = ""
+
+    def __str__(self):
+        if self.value is None:
+            return f"not measured: {self.what}"
+        word = "met" if self.value <= self.limit else "missed"
+        # Ratios and exponents lie near their limits.
+        digits = 2 if self.unit else 3
+        return (f"{word}: {self.what}: {self.value:.{digits}f}{self.unit} "
+                f"of at most {self.limit:.{digits}f}{self.unit}")
 
 
 def between_markers(document, text):
@@ -54,101 +84,3 @@ def between_markers(document, text):
     head, rest = document.split(begin)
     tail = rest.split(end)[1]
     return f"{head}{begin}\n```\n{text.strip()}\n```\n{end}{tail}"
-
-
-# The plot, in the units of the SVG's view box.
-PANEL_WIDTH, PANEL_HEIGHT = 300, 220
-LEFT, TOP, BOTTOM, GAP = 56, 34, 44, 76
-COLOURS = ["#2f7ed8", "#d9772b", "#4b9a4b"]
-
-
-class Panel:
-    """Curves on logarithmic axes: `curves` are (name, [(x, least, middle, greatest)])."""
-
-    def __init__(self, left, title, x_title, curves):
-        self._left = left
-        self._title = title
-        self._x_title = x_title
-        self._curves = curves
-        points = [point for _, points in curves for point in points]
-        self._x_range = _decades([x for x, *_ in points])
-        self._y_range = _decades([y for _, *ys in points for y in ys])
-
-    def svg(self):
-        """The panel's elements."""
-        return "\n".join([*self._frame(), *self._grid(), *self._lines()])
-
-    def _place(self, x, y):
-        def part(value, bounds):
-            low, high = map(math.log10, bounds)
-            return (math.log10(value) - low) / (high - low)
-        return (self._left + PANEL_WIDTH * part(x, self._x_range),
-                TOP + PANEL_HEIGHT * (1 - part(y, self._y_range)))
-
-    def _frame(self):
-        middle = self._left + PANEL_WIDTH / 2
-        yield (f'<rect x="{self._left}" y="{TOP}" width="{PANEL_WIDTH}" height="{PANEL_HEIGHT}" '
-               'class="axis"/>')
-        yield f'<text x="{middle}" y="{TOP - 14}" class="title">{self._title}</text>'
-        yield (f'<text x="{middle}" y="{TOP + PANEL_HEIGHT + 36}" class="label">'
-               f'{self._x_title}</text>')
-        yield (f'<text transform="translate({self._left - 44},{TOP + PANEL_HEIGHT / 2}) '
-               'rotate(-90)" class="label">seconds</text>')
-
-    def _grid(self):
-        for x in _powers(self._x_range):
-            place, _ = self._place(x, self._y_range[0])
-            yield f'<path d="M{place:.1f} {TOP}v{PANEL_HEIGHT}" class="grid"/>'
-            yield (f'<text x="{place:.1f}" y="{TOP + PANEL_HEIGHT + 16}" class="label">'
-                   f'{_number(x)}</text>')
-        for y in _powers(self._y_range):
-            _, place = self._place(self._x_range[0], y)
-            yield f'<path d="M{self._left} {place:.1f}h{PANEL_WIDTH}" class="grid"/>'
-            yield (f'<text x="{self._left - 6}" y="{place + 4:.1f}" class="number">'
-                   f'{_number(y)}</text>')
-
-    def _lines(self):
-        for index, (name, points) in enumerate(self._curves):
-            colour = COLOURS[index % len(COLOURS)]
-            places = [self._place(x, y) for x, _, y, _ in points]
-            yield (f'<polyline points="{" ".join(f"{x:.1f},{y:.1f}" for x, y in places)}" '
-                   f'fill="none" stroke="{colour}" stroke-width="2"/>')
-            for (x, least, _, greatest), (place, height) in zip(points, places):
-                low, high = self._place(x, least)[1], self._place(x, greatest)[1]
-                yield f'<path d="M{place:.1f} {low:.1f}V{high:.1f}" stroke="{colour}"/>'
-                yield f'<circle cx="{place:.1f}" cy="{height:.1f}" r="3.5" fill="{colour}"/>'
-            line = TOP + 16 + 16 * index
-            yield (f'<path d="M{self._left + 10} {line}h18" stroke="{colour}" stroke-width="2"/>'
-                   f'<text x="{self._left + 34}" y="{line + 4}" class="name">{name}</text>')
-
-
-def plot(panels):
-    """An SVG document with the panels (title, x_title, curves) side by side."""
-    width = LEFT + len(panels) * (PANEL_WIDTH + GAP)
-    drawn = [Panel(LEFT + index * (PANEL_WIDTH + GAP), *panel).svg()
-             for index, panel in enumerate(panels)]
-    return f"""<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {TOP + PANEL_HEIGHT + BOTTOM}"
-     font-family="sans-serif" font-size="12">
-<style>
-text {{ fill: #333 }} .axis {{ fill: none; stroke: #888 }} .grid {{ stroke: #8886; stroke-width: .5 }}
-.title {{ text-anchor: middle; font-weight: bold }} .label {{ text-anchor: middle }}
-.number {{ text-anchor: end }}
-@media (prefers-color-scheme: dark) {{ text {{ fill: #ccc }} }}
-</style>
-""" + "\n".join(drawn) + "\n</svg>\n"
-
-
-def _decades(values):
-    """The powers of ten around the values."""
-    low = math.floor(math.log10(min(values)))
-    high = math.ceil(math.log10(max(values)))
-    return 10.0 ** low, 10.0 ** max(high, low + 1)
-
-
-def _powers(bounds):
-    low, high = (round(math.log10(bound)) for bound in bounds)
-    return [10.0 ** power for power in range(low, high + 1)]
-
-
-def _number(value):
-    return f"{value:,.0f}" if value >= 1 else f"{value:g}"
