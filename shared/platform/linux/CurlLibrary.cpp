@@ -9,6 +9,11 @@ namespace {
 /// By the name of its interface, which all releases since 7.16 share.
 constexpr char kLibraryName[] = "libcurl.so.4";
 
+/// The first release with all the options that the port sets; CURLOPT_QUICK_EXIT is the last. An
+/// older one would refuse them one by one, and a request would run without.
+constexpr unsigned kOldestRelease = 0x075700;
+constexpr char kOldestReleaseText[] = "7.87.0";
+
 struct LoadedLibrary {
   CurlLibrary functions = {};
   std::string failure;  // Empty when all is there.
@@ -20,6 +25,11 @@ struct LoadedLibrary {
       NoteLinkerFailure();
       return;
     }
+    // First: an older release may lack functions, too.
+    Find(handle, "curl_version_info", functions.version_info);
+    if (!failure.empty()) return;
+    CheckRelease(*functions.version_info(CURLVERSION_NOW));
+    if (!failure.empty()) return;
     FindAll(handle);
     if (!failure.empty()) return;
     const CURLcode result = functions.global_init(CURL_GLOBAL_DEFAULT);
@@ -27,9 +37,14 @@ struct LoadedLibrary {
   }
 
  private:
+  void CheckRelease(const curl_version_info_data& found) {
+    if (found.version_num >= kOldestRelease) return;
+    failure = std::string("libcurl ") + found.version + " is too old: " + kOldestReleaseText +
+              " or later is needed";
+  }
+
   void FindAll(void* handle) {
     Find(handle, "curl_global_init", functions.global_init);
-    Find(handle, "curl_version_info", functions.version_info);
     Find(handle, "curl_free", functions.free);
     Find(handle, "curl_slist_append", functions.slist_append);
     Find(handle, "curl_slist_free_all", functions.slist_free_all);

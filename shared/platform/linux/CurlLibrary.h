@@ -31,8 +31,9 @@ struct CurlLibrary {
 /// The library, ready for use. The first call loads and initializes it: with the libraries that
 /// it needs it would make every program, also one that never makes a request, larger by 3 MiB
 /// and slower to start. From any thread.
-/// nullptr when it cannot be loaded; then, and at every later call, `*reason` says why in the words
-/// of the dynamic linker or of libcurl. The text lives as long as the program.
+/// nullptr when it cannot be loaded or is older than release 7.87; then, and at every later call,
+/// `*reason` says why, in the words of the dynamic linker or of libcurl where they failed. The text
+/// lives as long as the program.
 const CurlLibrary* LoadedCurlLibrary(const char** reason);
 
 /// The library that LoadedCurlLibrary() has given before.
