@@ -5,12 +5,20 @@ set(CPACK_PACKAGE_CONTACT "Installer engineering <installers@tarvix.example>" CA
   "Who answers for the packages")
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Finalizer of the Korvel Player installer, and its blob tool")
+# In lines of less than 80 characters: Debian's tools show them as they stand.
 set(CPACK_PACKAGE_DESCRIPTION
-  "kpim packs, lists, verifies and unpacks the payload blobs of the Korvel Player installer, runs its\
- install checks and fetches the current version description. The finalizer is what the installer runs.")
+  "kpim packs, lists, verifies and unpacks the payload blobs of the Korvel Player
+installer, runs its install checks and fetches the current version
+description. The finalizer is what the installer runs: it unpacks the blob
+into the plug-in's bundle, removes what is obsolete, reports the install and
+writes a log of it.")
 set(CPACK_RESOURCE_FILE_LICENSE "${CMAKE_SOURCE_DIR}/LICENSE")
 set(CPACK_OUTPUT_FILE_PREFIX "${CMAKE_BINARY_DIR}/packages")
 set(CPACK_STRIP_FILES ON)
+# Folders that everybody may enter, whoever builds.
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_SOURCE_DIR}/cmake/KPDebianLayout.cmake")
 
 set(CPACK_GENERATOR TGZ)
 if(NOT APPLE)
