@@ -1,32 +1,27 @@
 """A Debian system that is really booted, for what needs a service manager.
 
 BootedRoot boots a root made by debootstrap with systemd-nspawn: own processes, own network, a
-writable layer that is gone afterwards. The root itself is made once and kept in CACHE.
+writable layer that is gone afterwards. The root itself is made once and kept.
 """
 
-import fcntl
-import hashlib
 import os
 import pathlib
 import re
 import shutil
 import signal
 import subprocess
-import tempfile
 import time
 import uuid
 
+from debian_root import cached_root
 from install_root import (LINE, REPOSITORY, Result, SANITIZER, profile_of_this_run,
                           raise_sanitizer_reports)
 
-CACHE = pathlib.Path(os.environ.get("KP_BOOTED_ROOT_CACHE", "/var/cache/kpinstallmanager"))
-SUITE = "bookworm"
-MIRROR = "http://deb.debian.org/debian"
 # The service manager and who it asks, and what our programs are linked with.
 PACKAGES = ["ca-certificates", "dbus", "gnustep-base-runtime", "libcurl4", "libgnustep-base1.28",
             "libobjc4", "libpam-systemd", "libsystemd0", "pkexec", "polkitd", "procps", "systemd",
             "systemd-sysv"]
-NEEDED = ["debootstrap", "llvm-symbolizer", "nsenter", "setpriv", "systemd-nspawn"]
+NEEDED = ["llvm-symbolizer", "nsenter", "setpriv", "systemd-nspawn"]
 
 # Where the build folder appears inside.
 BUILD = "/opt/build"
@@ -48,7 +43,6 @@ RULES = """polkit.addRule(function(action, subject) {
 });
 """
 
-MAKE_SECONDS = 900
 BOOT_SECONDS = 90
 # What nspawn says where it may not do its work, or lacks the control groups for it, as in most
 # containers.
@@ -72,7 +66,7 @@ class BootedRoot:
     def __enter__(self):
         missing = [name for name in NEEDED if shutil.which(name) is None]
         assert not missing, f"{missing} missing: run scripts/bootstrap.sh"
-        root = cached_root()
+        root = cached_root("booted-root", PACKAGES)
         command = ["systemd-nspawn", "--quiet", "--boot", f"--directory={root}",
                    "--volatile=overlay", "--private-network", "--register=no", "--keep-unit",
                    "--console=pipe", f"--machine=kp-{uuid.uuid4().hex[:8]}",
@@ -201,46 +195,6 @@ LD_LIBRARY_PATH={HOST_USR}/lib/$(uname -m)-linux-gnu exec {HOST_USR}/bin/llvm-sy
         self.write("/etc/polkit-1/rules.d/10-test.rules", RULES)
         # polkit looks into the folder when it starts.
         self.ask("systemctl", "restart", "polkit")
-
-
-def cached_root():
-    """The root's folder, made when it is missing. A half-made one is never used."""
-    made_of = hashlib.sha256(" ".join([SUITE, *sorted(PACKAGES)]).encode()).hexdigest()[:12]
-    root = CACHE / f"booted-root-{made_of}"
-    CACHE.mkdir(parents=True, exist_ok=True)
-    with open(CACHE / "lock", "w", encoding="utf-8") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        if root.is_dir():
-            return root
-        making = pathlib.Path(tempfile.mkdtemp(prefix="making-", dir=CACHE))
-        try:
-            made = subprocess.run(
-                ["debootstrap", "--force-check-gpg", "--variant=minbase",
-                 f"--include={','.join(PACKAGES)}", SUITE, making, _mirror()],
-                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                timeout=MAKE_SECONDS, check=False)
-            assert made.returncode == 0, made.stdout.decode(errors="replace")[-3000:]
-            making.chmod(0o755)
-            making.rename(root)
-        finally:
-            shutil.rmtree(making, ignore_errors=True)
-    return root
-
-
-def _mirror():
-    """Where the host's own packages come from, or Debian's own mirror."""
-    for path in sorted(pathlib.Path("/etc/apt").rglob("*.list")):
-        found = re.search(rf"^deb\s+(?:\[.*?\]\s*)?(\S+)\s+{SUITE}\s.*\bmain\b", path.read_text(),
-                          re.M)
-        if found:
-            return found.group(1)
-    for path in sorted(pathlib.Path("/etc/apt").rglob("*.sources")):
-        for paragraph in path.read_text().split("\n\n"):
-            uri = re.search(r"^URIs:\s*(\S+)", paragraph, re.M)
-            suites = re.search(r"^Suites:(.*)$", paragraph, re.M)
-            if uri and suites and SUITE in suites.group(1).split():
-                return uri.group(1)
-    return MIRROR
 
 
 def _first_process_of(nspawn):
