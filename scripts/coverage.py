@@ -173,7 +173,8 @@ def main():
     port = [file for file in data["files"]
             if os.path.relpath(file["filename"], REPOSITORY).startswith(PORT)]
     report.print("host port", port)
-    totals, unreached = report.print("product", [file for file in data["files"] if file not in port])
+    product = [file for file in data["files"] if file not in port]
+    totals, unreached = report.print("product", product)
 
     covered, count = totals["lines"]
     if count == 0 or 100 * covered / count < arguments.minimum:

@@ -23,7 +23,9 @@ MAKE_SECONDS = 900
 APT_SETTINGS = """APT::Get::Assume-Yes "true";
 APT::Install-Recommends "false";
 Acquire::Languages "none";
+Acquire::https::CaInfo "/etc/apt/host.crt";
 """
+HOST_AUTHORITIES = pathlib.Path("/etc/ssl/certs/ca-certificates.crt")
 NOTHING_IS_STARTED = "#!/bin/sh\nexit 101\n"
 # How apt reaches the mirror, of the host's settings.
 REACHING = re.compile(r'^Acquire::(?:Check-|http::|Retries).* "[^"]*";$', re.M)
@@ -40,6 +42,8 @@ class BareRoot:
                               stdout=subprocess.PIPE).stdout
         self.write("/etc/apt/apt.conf.d/90test",
                    APT_SETTINGS + "\n".join(REACHING.findall(host)) + "\n")
+        # A mirror may want them, and the package ca-certificates is not there.
+        self.write("/etc/apt/host.crt", HOST_AUTHORITIES.read_bytes())
         self.write("/usr/sbin/policy-rc.d", NOTHING_IS_STARTED, 0o755)
         for name in ("/etc/hosts", "/etc/resolv.conf"):
             self.path(name).unlink(missing_ok=True)
@@ -86,9 +90,9 @@ class BareRoot:
         command += ["--"]
         if user is not None:
             command += ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "--"]
-        done = subprocess.run([*command, "bash", "-euc", script], stdin=subprocess.DEVNULL, text=True,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout,
-                              umask=0o022, check=False)
+        done = subprocess.run([*command, "bash", "-euc", script], stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                              timeout=timeout, umask=0o022, check=False)
         assert done.returncode == 0, (script, done.returncode, done.stdout[-2000:],
                                       done.stderr[-2000:])
         return done.stdout.strip()
@@ -130,13 +134,13 @@ def _locked(name):
 def _mirror():
     """Where the host's own packages come from, or Debian's own mirror."""
     for path in sorted(pathlib.Path("/etc/apt").rglob("*.list")):
-        found = re.search(rf"^deb\s+(?:\[.*?\]\s*)?(\S+)\s+{SUITE}\s.*\bmain\b", path.read_text(),
-                          re.M)
+        found = re.search(rf"^deb\s+(?:\[.*?\]\s*)?(https?://\S+)\s+{SUITE}\s.*\bmain\b",
+                          path.read_text(), re.M)
         if found:
             return found.group(1)
     for path in sorted(pathlib.Path("/etc/apt").rglob("*.sources")):
         for paragraph in path.read_text().split("\n\n"):
-            uri = re.search(r"^URIs:\s*(\S+)", paragraph, re.M)
+            uri = re.search(r"^URIs:\s*(https?://\S+)", paragraph, re.M)
             suites = re.search(r"^Suites:(.*)$", paragraph, re.M)
             if uri and suites and SUITE in suites.group(1).split():
                 return uri.group(1)

@@ -430,7 +430,8 @@ def check_runs(bare, kpim, finalizer, bundle, installed):
     assert f"to be installed: {VERSION}\n" in bare.sh(f"{kpim} check || true", user=NOBODY)
     # libcurl and all that it needs is there: the request fails for want of a network only.
     assert bare.sh(f"! {kpim} latest 2>&1", user=NOBODY).startswith(
-        "kpim: latest: URL download failed: A server with the specified hostname could not be found.")
+        "kpim: latest: URL download failed: "
+        "A server with the specified hostname could not be found.\n")
 
     target = bare.path(BLOB)
     target.parent.mkdir(parents=True)

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "shared/platform/mac/MacSystemVersion.h"
+#include "tests/unit/support/EndChild.h"
 #include "tests/unit/support/ScopedMethodReplacement.h"
 #include "tests/unit/support/Text.h"
 
@@ -87,7 +88,7 @@ unsigned int PackedVersion(unsigned int major, unsigned int minor, unsigned int 
     s_version[0] = 99;
     const unsigned int again = [KPIMCommonUtil getSystemOSVersion];
     const bool cached = again == first && s_versionQueries == 1;
-    _exit(write(results[1], &first, sizeof(first)) == sizeof(first) && cached ? 0 : 1);
+    EndChild(write(results[1], &first, sizeof(first)) == sizeof(first) && cached ? 0 : 1);
   }
   close(results[1]);
   unsigned int packed = 0;

@@ -8,6 +8,8 @@
 #include <functional>
 #include <string>
 
+#include "tests/unit/support/EndChild.h"
+
 /// What `question` answers in a process of its own, which it may spoil.
 inline std::string AskedElsewhere(const std::function<std::string()>& question) {
   int answer[2];
@@ -15,7 +17,9 @@ inline std::string AskedElsewhere(const std::function<std::string()>& question) 
   const pid_t child = fork();
   if (child == 0) {
     const std::string text = question();
-    _exit(write(answer[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
+    const bool told =
+        write(answer[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    EndChild(told ? 0 : 1);
   }
   close(answer[1]);
   char text[256] = {};
