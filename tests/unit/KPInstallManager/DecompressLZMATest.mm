@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
+#include <vector>
+
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/GlobalLogger.h"
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tests/unit/KPInstallManager/RecordingLogger.h"
@@ -17,6 +20,7 @@ constexpr char kBundlePath[] =
     "/Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin";
 
 bool s_blobIsReadable;
+std::vector<int> s_readErrors;
 BlobFault s_fault;
 bool s_writingSucceeds;
 
@@ -41,8 +45,12 @@ std::string Presence(const std::string& bundle) {
 
 }  // namespace
 
-fileChunk* PlatformCreateSourceFromPath(char const* path) {
+fileChunk* PlatformCreateSourceFromPath(char const* path, SourceFaultHandler* handler,
+                                        void* context) {
   const std::string blob = path;
+  for (const int error : s_readErrors) {
+    handler(path, error, context);
+  }
   g_events.push_back("read " + blob + Presence(blob.substr(0, blob.size() - 5)));
   return s_blobIsReadable ? s_source : nullptr;
 }
@@ -77,6 +85,7 @@ class DecompressLZMATest : public testing::Test {
         outputLine_("[3] Compression Output Path: '" + bundle_ + "'."),
         inputLine_("[3] Compression Input Path: '" + blob_ + "'.") {
     s_blobIsReadable = true;
+    s_readErrors.clear();
     s_fault = BlobFault();
     s_writingSucceeds = true;
     g_events.clear();
@@ -192,10 +201,11 @@ TEST_F(DecompressLZMATest, BlobThatIsALinkIsRemovedNotFollowed) {
   EXPECT_EQ("blob", ReadWholeFile(target));
 }
 
-TEST_F(DecompressLZMATest, UnreadableBlob) {
+TEST_F(DecompressLZMATest, BlobThatCannotBeOpened) {
   LayBlob();
   LayBundle();
   s_blobIsReadable = false;
+  s_readErrors = {EACCES};
   EXPECT_EQ(0, Decompress());
   EXPECT_THAT(
       g_events,
@@ -203,6 +213,36 @@ TEST_F(DecompressLZMATest, UnreadableBlob) {
                   "dismantle absent", "free absent",
                   "write absent " + bundle_ + " (bundle gone, blob present)", "free absent"));
   EXPECT_FALSE(Exists(blob_));
+}
+
+TEST_F(DecompressLZMATest, BlobWithAReadErrorIsNotDecoded) {
+  LayBlob();
+  LayBundle();
+  s_readErrors = {EIO};
+  EXPECT_EQ(0, Decompress());
+  EXPECT_THAT(
+      g_events,
+      ElementsAre(outputLine_, inputLine_, "read " + blob_ + " (bundle gone, blob present)",
+                  "free source", "[1] ERROR: The payload blob cannot be read: Input/output error.",
+                  "write absent " + bundle_ + " (bundle gone, blob present)", "free absent"));
+  EXPECT_FALSE(Exists(bundle_));
+  EXPECT_FALSE(Exists(blob_));
+}
+
+TEST_F(DecompressLZMATest, BlobThatBecomesShorterIsNotDecoded) {
+  LayBlob();
+  s_readErrors = {kFileBecameShorter};
+  EXPECT_EQ(0, Decompress());
+  EXPECT_THAT(g_events, testing::Contains(
+                            "[1] ERROR: The payload blob cannot be read: it has become shorter."));
+  EXPECT_THAT(g_events, testing::Not(testing::Contains("dismantle source")));
+}
+
+TEST_F(DecompressLZMATest, BlobWhoseSizeIsCutIsDecoded) {
+  LayBlob();
+  s_readErrors = {EFBIG};
+  EXPECT_EQ(0, Decompress());
+  EXPECT_EQ(FullRun(), g_events);
 }
 
 TEST_F(DecompressLZMATest, MalformedBlob) {

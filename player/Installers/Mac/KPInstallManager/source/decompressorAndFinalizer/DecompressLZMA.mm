@@ -1,5 +1,8 @@
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/DecompressLZMA.h"
 
+#include <cerrno>
+#include <cstring>
+
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/GlobalLogger.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
 #include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
@@ -22,14 +25,42 @@ void LogFault(const BlobFault& fault) {
   [g_logger logTimeStampedString:line withLoggingLevel:kLogLevelError];
 }
 
+/// Why bytes of the blob are missing from memory.
+struct ReadFault {
+  bool hasOccurred = false;
+  int error = 0;
+};
+
+void NoteReadFault(char const* /*path*/, int error, void* context) {
+  // A size is cut to 32 bits, as the format does it.
+  if (error != EFBIG) {
+    *static_cast<ReadFault*>(context) = {true, error};
+  }
+}
+
+void LogReadFault(const ReadFault& fault) {
+  const char* reason =
+      fault.error == kFileBecameShorter ? "it has become shorter" : strerror(fault.error);
+  NSString* line =
+      [NSString stringWithFormat:@"ERROR: The payload blob cannot be read: %s.", reason];
+  [g_logger logTimeStampedString:line withLoggingLevel:kLogLevelError];
+}
+
 /// Decodes the blob at `path` into a list that the caller frees; absent when nothing is in it.
+/// Zeros stand for what cannot be read, and could pass for content: such a blob is refused.
 fileChunk* DecodeBlob(NSString* path) {
-  fileChunk* source = PlatformCreateSourceFromPath([path UTF8String]);
-  BlobFault fault;
-  fileChunk* tree = DismantleInstallerBlob(source, fault);
+  ReadFault readFault;
+  BlobFault blobFault;
+  fileChunk* source = PlatformCreateSourceFromPath([path UTF8String], NoteReadFault, &readFault);
+  // One that cannot even be opened is as an empty one.
+  const bool isCut = source != nullptr && readFault.hasOccurred;
+  fileChunk* tree = isCut ? nullptr : DismantleInstallerBlob(source, blobFault);
   DeleteFileChunks(source);
-  if (fault.reason != nullptr) {
-    LogFault(fault);
+  if (isCut) {
+    LogReadFault(readFault);
+  }
+  if (blobFault.reason != nullptr) {
+    LogFault(blobFault);
   }
   return tree;
 }
