@@ -1,5 +1,6 @@
 #import "player/Installers/Mac/KPInstallManager/source/application/KPIMLogger.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -390,6 +391,24 @@ TEST_F(KPIMLoggerTest, EveryLineIsSoughtWrittenWholeAndSynchronised) {
   [logger logTimeStampedString:@"two" withLoggingLevel:1];
   EXPECT_THAT(s_calls, ElementsAre("seek", "seek", "write 3", "synchronize", "seek", "write 34",
                                    "synchronize"));
+}
+
+int s_descriptor;
+ScopedMethodReplacement* s_descriptorMethod;
+
+int Descriptor(id self, SEL selector) {
+  s_descriptor = ((int (*)(id, SEL))s_descriptorMethod->original())(self, selector);
+  return s_descriptor;
+}
+
+TEST_F(KPIMLoggerTest, TheFileIsAppendedToAndNotHandedOn) {
+  ScopedMethodReplacement descriptor(HandleClass(), @selector(fileDescriptor), (IMP)Descriptor);
+  s_descriptorMethod = &descriptor;
+  s_descriptor = -1;
+  KPIMLogger* logger = Open();
+  ASSERT_NE(nil, logger);
+  EXPECT_NE(0, fcntl(s_descriptor, F_GETFL) & O_APPEND);
+  EXPECT_EQ(FD_CLOEXEC, fcntl(s_descriptor, F_GETFD));
 }
 
 TEST_F(KPIMLoggerTest, DeallocClosesTheFileAndLetsGoOfThePrefix) {

@@ -61,6 +61,14 @@ void CreateFile(NSString* path) {
   }
 }
 
+/// A tool that is launched has nothing to write into the log.
+void KeepFromLaunchedTools(int file) {
+  const int flags = fcntl(file, F_GETFD);
+  if (flags >= 0) {
+    (void)fcntl(file, F_SETFD, flags | FD_CLOEXEC);
+  }
+}
+
 /// Two processes may log at once, and between seeking and writing the other may have written.
 void AppendAtEachWrite(int file) {
   const int flags = fcntl(file, F_GETFL);
@@ -93,6 +101,7 @@ void AppendAtEachWrite(int file) {
     [self autorelease];
     return nil;
   }
+  KeepFromLaunchedTools([mLogFH fileDescriptor]);
   AppendAtEachWrite([mLogFH fileDescriptor]);
   @try {
     [mLogFH seekToEndOfFile];
