@@ -7,6 +7,7 @@ FAILED = "[E] FIN: [finalizer failed to decompress plugin]"
 READING_VERSION = "[I] FIN: Reading previous version file"
 DISABLING_ANALYTICS = "[I] FIN: Disabling Analytics in rks.cfg"
 SUCCEEDED = "[I] FIN: [finalizer succeeded]"
+UNREADABLE_BLOB = "[E] FIN: ERROR: The payload blob cannot be read: Input/output error."
 MALFORMED = r"\[E\] FIN: ERROR: The payload blob is malformed: .+ at byte \d+\."
 
 
