@@ -9,7 +9,7 @@
 /// Returns 1, with nothing touched, when there is no blob. Otherwise the old bundle, the blob and
 /// whatever else lies in their places are removed as far as the system allows, and the result is 0.
 /// It is so too when nothing is written, because the blob cannot be opened (also for want of
-/// memory), is empty, is malformed, or is a directory, and when some entries cannot be written.
-/// From a read error on, the blob counts as zeros, which all but always makes it malformed.
-/// Progress, a missing blob and a malformed one are told in `g_logger`.
+/// memory), cannot be read to its end, is empty, is malformed, or is a directory, and when some
+/// entries cannot be written. Progress, a missing blob, a read error and a malformed blob are told
+/// in `g_logger`.
 int DecompressLZMA(NSString* installRoot);
