@@ -1,5 +1,5 @@
-"""The system calls of a program on files and descriptors, as strace tells them, and the options with
-which it has one of them fail."""
+"""The system calls of a program on files and descriptors, as strace tells them, and the options
+with which it has one of them fail."""
 
 import collections
 import dataclasses
@@ -16,11 +16,12 @@ _LINE = re.compile(r'(?P<name>\w+)\((?:AT_FDCWD<[^>]*>, )?'
 @dataclasses.dataclass(frozen=True)
 class Call:
     """The `number`-th call of a process or thread that has this `name` and is about the file at
-    `path`, or, for what is no file with a path, the `number`-th of that name. `is_first` tells
-    whether it is the first thread of the program that makes it. `text` is strace's line."""
+    `path`, or, where that is empty because it is about no file with a path, the `number`-th of that
+    name. `is_first` tells whether it is the program's first thread that makes it. `text` is
+    strace's line."""
 
     name: str
-    path: object
+    path: str
     number: int
     is_first: bool
     text: str = dataclasses.field(compare=False, repr=False)
@@ -30,7 +31,7 @@ class Call:
         "error=EIO"; strace writes the call into the file `output`."""
         command = [*_COMMAND, "-o", output, "-e", f"trace={self.name}", "-e",
                    f"inject={self.name}:{what}:when={self.number}"]
-        if self.path is not None:
+        if self.path:
             command += ["-P", self.path]
         # Each process and thread has its own count.
         return command if self.is_first else [*command, "-f"]
@@ -50,7 +51,8 @@ def read_trace(output: pathlib.Path):
 
 
 def has_failed(output, call):
-    """Whether the command that was begun with call.failing() has made that call and no other fail."""
+    """Whether in the command that was begun with call.failing() that call has failed, and no
+    other."""
     lines = [line for line in output.read_text(errors="replace").splitlines()
              if "(INJECTED)" in line]
     # In front is the number of a process where there are several.
@@ -67,9 +69,9 @@ def _own(lines):
 
 
 def _path(match):
-    path = match["path"] or match["open_path"]
-    # Every path is about this folder, too.
-    return None if path == "/" else path
+    path = match["path"] or match["open_path"] or ""
+    # Strace takes every relative path for one that is about this folder.
+    return "" if path == "/" else path
 
 
 def _number(numbers, name, path):
@@ -90,6 +92,6 @@ def _calls(lines, is_first):
         path = _path(match)
         numbers[name] += 1
         numbers[name, path] += 1
-        number = numbers[name] if path is None else _number(numbers, name, path)
+        number = _number(numbers, name, path) if path else numbers[name]
         found.append(Call(name, path, number, is_first, line))
     return found
