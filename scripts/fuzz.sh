@@ -40,13 +40,11 @@ for target in "${targets[@]}"; do
     mkdir -p "$found/$target"
     # A copy, so that the build can go on meanwhile.
     cp "build/fuzz/bin/fuzz/$target" "$found/$target.run"
-    options=()
-    read -ra options < <(tr ';' ' ' < "build/fuzz/tests/fuzz/$target.options"; echo)
     # shellcheck disable=SC2016  # the inner shell's
     (TIMEFORMAT='cpu %U %S'
         time nice -n 19 "$found/$target.run" -max_total_time="$seconds" -max_len=4096 -timeout=25 \
             -rss_limit_mb=2560 -print_final_stats=1 -verbosity=1 \
-            "-artifact_prefix=$found/$target-" "-dict=tests/fuzz/$target.dict" "${options[@]}" \
+            "-artifact_prefix=$found/$target-" "-dict=tests/fuzz/$target.dict" \
             "$found/$target" "tests/fuzz/corpus/$target") > "$found/$target.log" 2>&1 < /dev/null &
     pids+=($!)
 done

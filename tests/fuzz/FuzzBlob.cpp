@@ -2,28 +2,34 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tests/fuzz/FuzzCheck.h"
+#include "tests/fuzz/PlainBlobReader.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// The budget of LZMA entries: docs/blob-format.md. Content that is decoded twice counts twice, and
-// the outermost entries' claims, which no stream of that length exceeds by much, once more.
-constexpr size_t kAllowance = 64UL << 20;
-constexpr size_t kPerByte = 8192;
-constexpr size_t kMemoryFactor = 3;
-constexpr size_t kNodeBytes = 64;
+// An entry's node, the end of its name, and the one byte that an array of none takes.
+constexpr size_t kEntryBytes = sizeof(fileChunk) + 2;
 
-// Larger trees are not encoded and written, to keep the pace.
-constexpr size_t kLargestTree = 1UL << 16;
+// Larger trees are not encoded, or not written, to keep the pace.
+constexpr size_t kLargestEncoding = 1UL << 24;
+constexpr size_t kLargestWritten = 1UL << 16;
+
+// The sink's folder lies in these, each in the one before, so that a way out of it, up several
+// levels, ends where nothing else is.
+constexpr const char* kOuterFolders[] = {"outer", "middle", "inner", "innermost"};
+constexpr char kSinkFolder[] = "folder";
+constexpr mode_t kOuterMode = 0700;
 
 struct ListDeleter {
   void operator()(fileChunk* list) const { DeleteFileChunks(list); }
@@ -32,45 +38,39 @@ using List = std::unique_ptr<fileChunk, ListDeleter>;
 
 struct Decoded {
   List list;
-  bool isWellFormed = false;
+  BlobReading reading;
 };
 
-/// Decodes a copy of exactly that length.
-Decoded Decode(const uint8_t* bytes, size_t length) {
-  const std::unique_ptr<unsigned char[]> copy(new unsigned char[length]);
-  if (length != 0) {
-    memcpy(copy.get(), bytes, length);
-  }
+/// A name and a file's bytes are taken from the sequence that they lie in: the blob, or what a
+/// stream decodes to. That in turn is kept while its entries are made, or, cut short, copied.
+size_t MemoryBound(size_t length, const BlobReading& reading) {
+  return length + reading.entries * kEntryBytes + 2 * reading.claims + reading.largestTable;
+}
+
+/// Decodes a copy of exactly that length. It must agree with the other reading, in how much memory
+/// it takes too.
+Decoded Decode(std::string_view blob) {
+  const std::unique_ptr<unsigned char[]> copy(new unsigned char[blob.size()]);
+  std::copy(blob.begin(), blob.end(), copy.get());
   Decoded decoded;
   BlobFault fault;
-  const MemoryCount count;
-  decoded.list.reset(dismantle(copy.get(), static_cast<unsigned int>(length), fault));
-  decoded.isWellFormed = fault.reason == nullptr;
-  FUZZ_CHECK(decoded.isWellFormed || decoded.list == nullptr);
-  FUZZ_CHECK(decoded.isWellFormed || fault.inDecodedContent || fault.offset <= length);
-  FUZZ_CHECK(MemoryCount::Peak() <=
-             kMemoryFactor * (kAllowance + (kPerByte + kNodeBytes) * length));
+  size_t peak = 0;
+  {
+    const MemoryCount count;
+    decoded.list.reset(dismantle(copy.get(), static_cast<unsigned int>(blob.size()), fault));
+    peak = MemoryCount::Peak();
+  }
+  if (fault.reason == nullptr) {
+    decoded.reading = ReadBlob(blob, decoded.list.get());
+  } else {
+    decoded.reading = ReadBlob(blob);
+    FUZZ_CHECK(decoded.list == nullptr);
+    FUZZ_CHECK(fault.inDecodedContent ? !decoded.reading.isStoredOnly
+                                      : fault.offset <= blob.size());
+  }
+  FUZZ_CHECK(decoded.reading.isWellFormed == (fault.reason == nullptr));
+  FUZZ_CHECK(peak <= MemoryBound(blob.size(), decoded.reading));
   return decoded;
-}
-
-bool IsSame(const fileChunk* left, const fileChunk* right) {
-  for (; left != nullptr && right != nullptr; left = left->next, right = right->next) {
-    if (strcmp(left->name, right->name) != 0 || left->isDirectory != right->isDirectory ||
-        (!left->isDirectory &&
-         (left->size != right->size || memcmp(left->data, right->data, left->size) != 0)) ||
-        !IsSame(left->children, right->children)) {
-      return false;
-    }
-  }
-  return left == right;
-}
-
-size_t SizeOf(const fileChunk* list) {
-  size_t size = 0;
-  for (; list != nullptr; list = list->next) {
-    size += kNodeBytes + (list->isDirectory ? 0 : list->size) + SizeOf(list->children);
-  }
-  return size;
 }
 
 std::string Encode(fileChunk* list) {
@@ -79,13 +79,24 @@ std::string Encode(fileChunk* list) {
   return bytes;
 }
 
-/// What is decoded can be encoded, and decodes to the same.
-void CheckRoundTrip(fileChunk* list) {
-  const std::string bytes = Encode(list);
-  const Decoded again = Decode(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-  FUZZ_CHECK(again.isWellFormed);
-  FUZZ_CHECK(IsSame(list, again.list.get()));
+/// What is decoded can be encoded, and decodes to the same, which encodes to the same.
+void CheckRoundTrip(std::string_view blob, const Decoded& decoded) {
+  const std::string bytes = Encode(decoded.list.get());
+  // There is one way to store a tree.
+  FUZZ_CHECK(!decoded.reading.isStoredOnly || bytes == blob);
+  const BlobReading reading = ReadBlob(bytes, decoded.list.get());
+  FUZZ_CHECK(reading.isWellFormed && reading.isStoredOnly);
+  const Decoded again = Decode(bytes);
+  FUZZ_CHECK(again.reading.isWellFormed);
   FUZZ_CHECK(Encode(again.list.get()) == bytes);
+}
+
+size_t SizeOf(const fileChunk* list) {
+  size_t size = 0;
+  for (; list != nullptr; list = list->next) {
+    size += kEntryBytes + (list->isDirectory ? 0 : list->size) + SizeOf(list->children);
+  }
+  return size;
 }
 
 /// Whether each entry has a name and a place of its own, so that nothing replaces anything.
@@ -109,6 +120,10 @@ size_t DepthOf(const fileChunk* list) {
   return depth;
 }
 
+size_t EntriesIn(const fs::path& folder) {
+  return static_cast<size_t>(std::distance(fs::directory_iterator(folder), {}));
+}
+
 void CheckWritten(const fs::path& folder, const fileChunk* list) {
   size_t count = 0;
   for (; list != nullptr; list = list->next, ++count) {
@@ -124,17 +139,57 @@ void CheckWritten(const fs::path& folder, const fileChunk* list) {
                  std::string(reinterpret_cast<const char*>(list->data), list->size));
     }
   }
-  FUZZ_CHECK(static_cast<size_t>(std::distance(fs::directory_iterator(folder), {})) == count);
+  FUZZ_CHECK(EntriesIn(folder) == count);
+}
+
+/// Makes the outer folders, on the first call, and returns the innermost.
+fs::path OuterFolder() {
+  fs::path folder = FuzzFolder();
+  for (const char* name : kOuterFolders) {
+    folder /= name;
+    FUZZ_CHECK(mkdir(folder.c_str(), kOuterMode) == 0 || errno == EEXIST);
+  }
+  return folder;
+}
+
+/// The outer folders are as they were made, and hold each other.
+void CheckOuterFolders() {
+  fs::path folder = FuzzFolder();
+  for (const char* name : kOuterFolders) {
+    FUZZ_CHECK(EntriesIn(folder) == 1);
+    folder /= name;
+    struct stat status = {};
+    FUZZ_CHECK(lstat(folder.c_str(), &status) == 0 && status.st_mode == (S_IFDIR | kOuterMode));
+  }
+  FUZZ_CHECK(EntriesIn(folder) == 1);
+}
+
+/// Those names of the tree that there are in the root folder or the working one: where a file
+/// would go that lost its path.
+void FindElsewhere(const fileChunk* list, std::set<std::string>& found) {
+  for (; list != nullptr; list = list->next) {
+    const std::string name = list->name;
+    for (const std::string& path : {"/" + name, "./" + name}) {
+      struct stat status = {};
+      if (lstat(path.c_str(), &status) == 0) {
+        found.insert(path);
+      }
+    }
+    FindElsewhere(list->children, found);
+  }
 }
 
 /// Nothing is written outside the folder; of a tree without collisions, all of it is.
 void CheckSink(fileChunk* list) {
-  const fs::path parent = fs::path(FuzzFolder()) / "parent";
-  const fs::path folder = parent / "folder";
-  fs::create_directories(folder);
+  const fs::path folder = OuterFolder() / kSinkFolder;
+  fs::create_directory(folder);
+  std::set<std::string> before;
+  FindElsewhere(list, before);
   FUZZ_CHECK(PlatformWriteFileFromChunk(folder.c_str(), list));
-  FUZZ_CHECK(std::distance(fs::directory_iterator(FuzzFolder()), {}) == 1);
-  FUZZ_CHECK(std::distance(fs::directory_iterator(parent), {}) == 1);
+  std::set<std::string> after;
+  FindElsewhere(list, after);
+  FUZZ_CHECK(after == before);
+  CheckOuterFolders();
   FUZZ_CHECK(fs::is_directory(folder));
   // Deeper paths may be longer than the system takes.
   if (IsPlain(list) && DepthOf(list) * 256 < 3500) {
@@ -146,10 +201,17 @@ void CheckSink(fileChunk* list) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const Decoded decoded = Decode(data, size);
-  if (decoded.list != nullptr && SizeOf(decoded.list.get()) <= kLargestTree) {
-    CheckRoundTrip(decoded.list.get());
-    CheckSink(decoded.list.get());
+  const std::string_view blob(reinterpret_cast<const char*>(data), size);
+  const Decoded decoded = Decode(blob);
+  if (!decoded.reading.isWellFormed) {
+    return 0;
+  }
+  fileChunk* list = decoded.list.get();
+  if (totalSizeof(list, kCompressionStored) <= kLargestEncoding) {
+    CheckRoundTrip(blob, decoded);
+  }
+  if (SizeOf(list) <= kLargestWritten) {
+    CheckSink(list);
   }
   return 0;
 }

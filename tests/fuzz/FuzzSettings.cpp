@@ -1,7 +1,10 @@
-// Settings files of any bytes: read, changed as the finalizer does, written, read again.
+// Settings files of any bytes: read, against a second reading, then changed as the finalizer does,
+// written, read again.
 #include <string.h>
 
 #include <algorithm>
+#include <iterator>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,8 +19,14 @@ using SASM::SimpleString;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 constexpr char kOptOut[] = "DisableAnalytics";
-constexpr size_t kFixedBytes = 1UL << 16;
 constexpr size_t kShortestFile = 4;
+
+// What a read takes of memory beside the settings: the stream with its buffer, the path, the end
+// marker, and the least line buffer; in lines as long as the longest, the line buffer while it
+// grows from once to twice its size, and the copies of a key and a value that are on their way.
+constexpr size_t kFixedBytes = 6144;
+constexpr size_t kLinesInUse = 10;
+constexpr size_t kSettingBytes = sizeof(SASM::MultiMapPair) + 2;
 
 Pairs PairsOf(const ConfigFileManager& manager) {
   Pairs pairs;
@@ -29,6 +38,79 @@ Pairs PairsOf(const ConfigFileManager& manager) {
 }
 
 bool IsBlank(char byte) { return static_cast<signed char>(byte) <= ' '; }
+
+/// Trims the text that begins at `start` in the line buffer, which is changed, and returns where it
+/// begins then. A blank one begins behind its end: it is whatever was left there.
+size_t Trim(std::string& buffer, size_t start) {
+  const size_t end = buffer.find('\0', start);
+  const auto isKept = [](char byte) { return !IsBlank(byte); };
+  const auto text = buffer.begin() + static_cast<std::ptrdiff_t>(start);
+  const auto textEnd = buffer.begin() + static_cast<std::ptrdiff_t>(end);
+  const auto first = std::find_if(text, textEnd, isKept);
+  if (first == textEnd) {
+    return end + 1;
+  }
+  *std::find_if(std::make_reverse_iterator(textEnd), std::make_reverse_iterator(first), isKept)
+       .base() = '\0';
+  return static_cast<size_t>(first - buffer.begin());
+}
+
+/// What a file holds, and what that is made of.
+struct Reading {
+  Pairs pairs;
+  size_t settings = 0;
+  size_t blankSides = 0;
+  size_t longestLine = 0;
+};
+
+/// A line lies in the buffer over the lines before it.
+void ReadLine(const std::string& line, std::string& buffer, Reading& reading) {
+  reading.longestLine = std::max(reading.longestLine, line.size());
+  std::copy(line.begin(), line.end(), buffer.begin());
+  buffer[line.size()] = '\0';
+  const size_t separator = buffer.find('=');
+  if (separator > buffer.find('\0')) {
+    return;
+  }
+  buffer[separator] = '\0';
+  const size_t keyStart = Trim(buffer, 0);
+  const size_t valueEnd = buffer.find('\0', separator + 1);
+  const size_t valueStart = Trim(buffer, separator + 1);
+  const std::string key = buffer.c_str() + keyStart;
+  const std::string value = buffer.c_str() + valueStart;
+  reading.pairs.erase(std::remove_if(reading.pairs.begin(), reading.pairs.end(),
+                                     [&key](const auto& pair) { return pair.first == key; }),
+                      reading.pairs.end());
+  reading.pairs.emplace_back(key, value);
+  ++reading.settings;
+  reading.blankSides += (keyStart > separator ? 1 : 0) + (valueStart > valueEnd ? 1 : 0);
+}
+
+/// A second reading, after docs/settings-format.md.
+Reading Read(std::string file) {
+  Reading reading;
+  const std::string start = file.substr(0, 2);
+  if (file.size() < kShortestFile || start == "\xFF\xFE" || start == "\xFE\xFF") {
+    return reading;
+  }
+  if (file.compare(0, 3, "\xEF\xBB\xBF") == 0) {
+    file.erase(0, 3);
+  }
+  // Zeros, also two behind the longest line.
+  std::string buffer(file.size() + 3, '\0');
+  for (size_t at = 0; at < file.size();) {
+    const size_t end = std::min(file.find_first_of("\r\n", at), file.size());
+    ReadLine(file.substr(at, end - at), buffer, reading);
+    at = end + (end < file.size() && file[end] == '\r' ? 2 : 1);
+  }
+  return reading;
+}
+
+/// A setting takes its line's text, and for a side that is blank what another line has left.
+size_t MemoryBound(size_t size, const Reading& reading) {
+  return kFixedBytes + size + reading.settings * kSettingBytes +
+         (reading.blankSides + kLinesInUse) * (reading.longestLine + 1);
+}
 
 bool IsTrimmed(const std::string& text) {
   return !text.empty() && !IsBlank(text.front()) && !IsBlank(text.back());
@@ -71,11 +153,18 @@ void CheckPairs(const Pairs& pairs) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const std::string& path = *new std::string(FuzzFolder() + "/settings");
   WriteFuzzFile(path, data, size);
-  const MemoryCount count;
-  ConfigFileManager manager{SimpleString(path.c_str())};
-  // A line may ask for what a longer one has left: lines by their greatest length.
-  FUZZ_CHECK(MemoryCount::Peak() <= kFixedBytes + 64 * size + size * size);
+  std::unique_ptr<ConfigFileManager> owner;
+  size_t peak = 0;
+  {
+    const MemoryCount count;
+    owner = std::make_unique<ConfigFileManager>(SimpleString(path.c_str()));
+    peak = MemoryCount::Peak();
+  }
+  ConfigFileManager& manager = *owner;
+  const Reading expected = Read(std::string(data, data + size));
+  FUZZ_CHECK(peak <= MemoryBound(size, expected));
   const Pairs read = PairsOf(manager);
+  FUZZ_CHECK(read == expected.pairs);
   CheckPairs(read);
 
   FUZZ_CHECK(manager.UpdateSettingsFile());
