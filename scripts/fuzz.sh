@@ -42,7 +42,7 @@ for target in "${targets[@]}"; do
     cp "build/fuzz/bin/fuzz/$target" "$found/$target.run"
     # shellcheck disable=SC2016  # the inner shell's
     (TIMEFORMAT='cpu %U %S'
-        time nice -n 19 "$found/$target.run" -max_total_time="$seconds" -max_len=4096 -timeout=25 \
+        time nice -n 10 "$found/$target.run" -max_total_time="$seconds" -max_len=4096 -timeout=25 \
             -rss_limit_mb=2560 -print_final_stats=1 -verbosity=1 \
             "-artifact_prefix=$found/$target-" "-dict=tests/fuzz/$target.dict" \
             "$found/$target" "tests/fuzz/corpus/$target") > "$found/$target.log" 2>&1 < /dev/null &

@@ -1,4 +1,12 @@
 // The comparison of versions: three texts, one per line, of any content.
+#include <stdlib.h>
+
+#include <algorithm>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
 #include "tests/fuzz/FuzzText.h"
 
@@ -10,8 +18,38 @@ NSInteger Compare(NSString* a, NSString* b) {
   return result;
 }
 
+/// The integers of a version; absent when one begins with what only Foundation calls blank or not.
+std::optional<std::vector<long>> IntegersOf(NSString* tuple) {
+  NSData* bytes = [tuple dataUsingEncoding:NSUTF8StringEncoding];
+  std::string text(static_cast<const char*>([bytes bytes]), [bytes length]);
+  std::replace(text.begin(), text.end(), ',', '.');
+  std::vector<long> integers;
+  std::istringstream components(text + '.');
+  for (std::string component; std::getline(components, component, '.');) {
+    const char first = component.empty() ? '0' : component.front();
+    if (first <= ' ' || first > '~') {
+      return std::nullopt;
+    }
+    const long integer = strtol(component.c_str(), nullptr, 10);
+    integers.push_back(std::clamp(integer, -0x80000000L, 0x7FFFFFFFL));
+  }
+  return integers;
+}
+
+/// What comparing number by number gives, those that are missing being 0.
+void CheckNumbers(NSString* a, NSString* b) {
+  std::optional<std::vector<long>> left = IntegersOf(a);
+  std::optional<std::vector<long>> right = IntegersOf(b);
+  if (left && right) {
+    left->resize(std::max(left->size(), right->size()));
+    right->resize(left->size());
+    FUZZ_CHECK(Compare(a, b) == (*left == *right ? 0 : *left > *right ? 1 : -1));
+  }
+}
+
 /// Comparing is a total order, in which commas are dots and zeros at the end nothing.
 void Check(NSString* a, NSString* b, NSString* c) {
+  CheckNumbers(a, b);
   FUZZ_CHECK(Compare(a, a) == 0);
   FUZZ_CHECK(Compare(a, b) == -Compare(b, a));
   if (Compare(a, b) >= 0 && Compare(b, c) >= 0) {

@@ -18,6 +18,6 @@ seeds=("$corpus"/*)
 # that is allowed; and what it does by the clock, it does not do here.
 command=("$target")
 if setarch -R true 2> /dev/null; then command=(setarch -R "$target"); fi
-"${command[@]}" -seed=1 -runs="$runs" -reload=0 -max_len=4096 -timeout=10 \
+"${command[@]}" -seed=1 -runs="$runs" -reload=0 -max_len=4096 -timeout=60 \
     "-artifact_prefix=$prefix" "-dict=$dictionary" \
     "-seed_inputs=$(IFS=, && echo "${seeds[*]}")" "$kept"
