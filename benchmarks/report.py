@@ -17,6 +17,11 @@ def ratio(ours, theirs, key):
     return statistics.median(mine[key] / other[key] for mine, other in zip(ours, theirs))
 
 
+def ratio_spread(ours, theirs, key):
+    """The least and the greatest ratio of paired runs."""
+    return spread([{key: mine[key] / other[key]} for mine, other in zip(ours, theirs)], key)
+
+
 def difference(ours, theirs, key):
     """The median of the differences of paired runs."""
     return statistics.median(mine[key] - other[key] for mine, other in zip(ours, theirs))
@@ -59,12 +64,14 @@ def table(title, rows):
 
 
 class Verdict(NamedTuple):
-    """One goal: whether the value, which is None when it could not be measured, is within the limit."""
+    """One goal: whether the value, which is None when it could not be measured, is within the limit.
+    `spread` tells between what the runs' values lie."""
 
     what: str
     value: Optional[float]
     limit: float
     unit: str = ""
+    spread: str = ""
 
     def __str__(self):
         if self.value is None:
@@ -72,7 +79,8 @@ class Verdict(NamedTuple):
         word = "met" if self.value <= self.limit else "missed"
         # Ratios and exponents lie near their limits.
         digits = 2 if self.unit else 3
-        return (f"{word}: {self.what}: {self.value:.{digits}f}{self.unit} "
+        between = f" ({self.spread})" if self.spread else ""
+        return (f"{word}: {self.what}: {self.value:.{digits}f}{self.unit}{between} "
                 f"of at most {self.limit:.{digits}f}{self.unit}")
 
 

@@ -17,8 +17,10 @@ case $seconds in
         ;;
 esac
 
-cmake --preset fuzz > /dev/null
-cmake --build --preset fuzz -j "$(nproc)" > /dev/null
+if ! log=$(cmake --preset fuzz 2>&1 && cmake --build --preset fuzz -j "$(nproc)" 2>&1); then
+    echo "$log" >&2
+    exit 1
+fi
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
     for executable in build/fuzz/bin/fuzz/fuzz_*; do targets+=("${executable##*/}"); done

@@ -36,9 +36,12 @@ trap 'rm -rf "$HOME"' EXIT
 # Two tests bring allocation functions of their own, which valgrind is to leave in place.
 valgrind=(valgrind --quiet --error-exitcode=9 --leak-check=no --track-origins=yes
     --soname-synonyms=somalloc=nouserintercepts --suppressions=tests/memcheck.supp)
+fault_kinds='(Conditional jump|Use of uninit|Syscall param|Invalid |Jump to|Mismatched|Source and dest)'
 failed=0
 for test in "${tests[@]}"; do
-    if output=$(timeout 900 "${valgrind[@]}" "$build/tests/$test" --gtest_brief=1 < /dev/null 2>&1); then
+    # A fault in a child whose status no one asks for is in the output alone.
+    if output=$(timeout 900 "${valgrind[@]}" "$build/tests/$test" --gtest_brief=1 < /dev/null 2>&1) &&
+        ! grep -qE "^==[0-9]+== $fault_kinds" <<< "$output"; then
         echo "$test: no fault"
     else
         failed=1

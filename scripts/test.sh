@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Every test: both builds, unit and system tests in both, the fuzz targets for a moment, format,
-# clang-tidy, shellcheck. With --coverage instead: unit and system tests in an instrumented build, and
+# clang-tidy, shellcheck, and with an SDK's folder in KP_MACOS_SDK the check of the macOS side. With
+# --coverage instead: unit and system tests in an instrumented build, and
 # which lines of the product they reach.
 # All of them run, also after a failure; then each failure and the reason of each skip is listed. The
 # last line counts them, the exit status is not 0 when one failed.
@@ -123,5 +124,7 @@ fi
 check format scripts/format.sh --check
 check lint scripts/lint.sh build
 check shellcheck check_scripts
+# No SDK comes with a Debian.
+if [ -n "${KP_MACOS_SDK-}" ]; then check macos scripts/check-macos.sh --sdk "$KP_MACOS_SDK"; fi
 
 exec /usr/bin/python3 scripts/summarize_tests.py "$results"

@@ -13,7 +13,12 @@ target=$1 runs=$2 corpus=$3 dictionary=$4 prefix=$5
 kept=$(mktemp -d)
 trap 'rm -rf "$kept"' EXIT
 export LC_ALL=C  # sorts the names
+shopt -s nullglob
 seeds=("$corpus"/*)
+if [ ${#seeds[@]} -eq 0 ] || [ ${#seeds[@]} -ge "$runs" ]; then
+    echo "$corpus: ${#seeds[@]} seeds, which $runs executions must be more than" >&2
+    exit 1
+fi
 # libFuzzer mutates with numbers that it has seen compared, addresses too, so those stay the same where
 # that is allowed; and what it does by the clock, it does not do here.
 command=("$target")

@@ -186,7 +186,8 @@ def test_growth_packs_only_the_largest_trees_once(tmp_path, monkeypatch):
     packed = [run.samples[f"growth with size, {size} MiB"]["samples"]["packing"]["kpim"]
               for size in (10, 100, 400)]
     assert [len(samples) for samples in packed] == [3, 1, 1]
-    assert "packing 400 MiB, one run, CPU time against 7zz" in verdicts(run)
+    assert "packing 10 MiB, CPU time against 7zz" in verdicts(run)
+    assert not any(what.startswith(("packing 100 MiB", "packing 400 MiB")) for what in verdicts(run))
     name, unit, curves = run.curves["size"]
     assert (name, unit) == ("Extraction by size", "MB")
     assert [contestant for contestant, _ in curves] == sections.EXTRACTORS
@@ -197,8 +198,16 @@ def test_speed_is_held_against_the_fastest_peer_by_each_clock(tmp_path):
     run.judge_speed("it", {"ours": [{"wall": 2, "cpu": 3}], "busy": [{"wall": 1, "cpu": 9}],
                            "thrifty": [{"wall": 4, "cpu": 2}]})
     assert [str(goal) for goal in run.goals] == [
-        "missed: it, wall time against busy: 2.000 of at most 1.000",
-        "missed: it, CPU time against thrifty: 1.500 of at most 1.000"]
+        "missed: it, wall time against busy: 2.000 (2.00..2.00) of at most 1.000",
+        "missed: it, CPU time against thrifty: 1.500 (1.50..1.50) of at most 1.000"]
+
+
+def test_a_verdict_on_speed_tells_between_what_its_ratios_lie(tmp_path):
+    run = sections.Bench(tmp_path, tmp_path, 1, 1.0)
+    run.judge_speed("it", {"ours": [{"wall": 1}, {"wall": 3}, {"wall": 4}],
+                           "peer": [{"wall": 2}, {"wall": 3}, {"wall": 5}]}, ["wall"])
+    assert [str(goal) for goal in run.goals] == [
+        "met: it, wall time against peer: 0.800 (0.50..1.00) of at most 1.000"]
 
 
 def test_memory_is_that_of_the_greediest_run(tmp_path):

@@ -1,5 +1,6 @@
 #include "player/ControlPanel/Common/SMConfigFileManager.h"
 
+#include <errno.h>
 #include <string.h>
 
 #include <utility>
@@ -20,6 +21,14 @@ constexpr char kSeparator = '=';
 constexpr char kLineFormat[] = "%s=%s\n";
 /// As a signed byte: the controls, the space, and everything from 0x80.
 constexpr signed char kLastBlank = ' ';
+
+/// As fopen(3), again when a signal has interrupted it: settings that are not read are lost when
+/// they are written back.
+FILE* OpenUninterrupted(char const* path, char const* mode) {
+  FILE* file = fopen(path, mode);
+  while (file == nullptr && errno == EINTR) file = fopen(path, mode);
+  return file;
+}
 
 /// What the first bytes of `file`, at its start, tell about it.
 int32_t DetectEncoding(FILE* file) {
@@ -95,7 +104,7 @@ ConfigFileManager::~ConfigFileManager() {
 
 bool ConfigFileManager::ReadSettingsFile() {
   if (mPath.mString[0] == '\0') return false;
-  FILE* file = fopen(mPath.mString, "rb");
+  FILE* file = OpenUninterrupted(mPath.mString, "rb");
   if (file == nullptr) return false;
 
   mEncoding = DetectEncoding(file);
@@ -162,7 +171,7 @@ void ConfigFileManager::UpdateSetting(SimpleString const& key, SimpleString cons
 
 bool ConfigFileManager::UpdateSettingsFile() {
   if (mPath.mString[0] == '\0') return false;
-  FILE* file = fopen(mPath.mString, "wb");
+  FILE* file = OpenUninterrupted(mPath.mString, "wb");
   if (file == nullptr) return false;
   (void)fseek(file, 0, SEEK_SET);
   ProcessSettingsForWrite(file);

@@ -60,7 +60,7 @@ unsigned long ProbabilityTableSize(unsigned int propertiesByte) {
 }
 
 // Decoded content is given back in steps of the largest pages there are.
-constexpr std::uintptr_t kDiscardStep = std::uintptr_t{2} << 20;
+constexpr unsigned long kDiscardStep = 2UL << 20;
 
 // Content that an LZMA stream was decoded into, and of which a directory's entries are taken one
 // after the other. What has been copied is discarded on the way, so that the content and the
@@ -75,7 +75,7 @@ class DecodedContent {
     if (before < discarded_ + kDiscardStep) return;
     const unsigned long count = (before - discarded_) / kDiscardStep * kDiscardStep;
     // Only an advice: where it is not taken the pages stay until the array is freed.
-    madvise(bytes_ + discarded_, count, MADV_FREE);
+    (void)madvise(bytes_ + discarded_, count, MADV_FREE);
     discarded_ += count;
   }
 
@@ -130,6 +130,7 @@ class BlobDecoder {
   unsigned char* DecodeStream(const Sequence& sequence, const EntryLayout& entry, SizeT& produced,
                               SizeT& consumed);
   bool TakeContent(const Sequence& content, const EntryLayout& entry, fileChunk& node);
+  static void CopyContent(const Sequence& content, unsigned char* copy);
   bool TakeChildren(const Sequence& content, fileChunk& node);
 
   bool Refuse(const char* reason, const Sequence& sequence, unsigned long offset) {
@@ -294,10 +295,19 @@ bool BlobDecoder::TakeContent(const Sequence& content, const EntryLayout& entry,
   if (entry.isDirectory) return TakeChildren(content, node);
   node.data = new (std::nothrow) unsigned char[content.length];
   if (!node.data) return Refuse(kNoMemory, content, 0);
-  memcpy(node.data, content.bytes, content.length);
+  CopyContent(content, node.data);
   node.size = content.length;
-  if (content.decoded) content.decoded->DiscardUpTo(content.bytes + content.length);
   return true;
+}
+
+// In steps, so that no part of a large file is in memory twice for long.
+void BlobDecoder::CopyContent(const Sequence& content, unsigned char* copy) {
+  for (unsigned long position = 0; position != content.length;) {
+    const unsigned long count = std::min(content.length - position, kDiscardStep);
+    memcpy(copy + position, content.bytes + position, count);
+    position += count;
+    if (content.decoded) content.decoded->DiscardUpTo(content.bytes + position);
+  }
 }
 
 bool BlobDecoder::TakeChildren(const Sequence& content, fileChunk& node) {

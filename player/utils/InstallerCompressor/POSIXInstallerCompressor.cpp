@@ -245,13 +245,20 @@ class WalkPath {
   size_t capacity_ = 0;
 };
 
+bool IsLink(char const* path) {
+  struct stat status = {};
+  return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
+}
+
 void WriteList(WalkPath& path, fileChunk* list) {
   const size_t parentLength = path.Length();
   for (fileChunk* node = list; node; node = node->next) {
     if (!path.AppendLeaf(node->name)) continue;
     if (node->isDirectory) {
-      PlatformCreateDirectory(path.Text());
-      WriteList(path, node->children);
+      const bool isCreated = PlatformCreateDirectory(path.Text());
+      // A link that was left behind may lead anywhere. Only the caller's own path may be one.
+      const bool isBelow = path.Length() != parentLength;
+      if (isCreated || !isBelow || !IsLink(path.Text())) WriteList(path, node->children);
     } else {
       PlatformWriteFile(path.Text(), node->data,
                         static_cast<unsigned int>(node->size & kLow32Bits));
@@ -326,7 +333,7 @@ bool PlatformCreateDirectory(char const* path) {
 
 bool PlatformWriteFile(char const* path, unsigned char* bytes, unsigned int count) {
   struct stat status = {};
-  const int descriptor = OpenRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC, status);
+  const int descriptor = OpenRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, status);
   if (descriptor < 0) return false;
   WriteBytes(descriptor, bytes, count);
   fchmod(descriptor, kFileMode);

@@ -11,7 +11,6 @@ namespace {
 
 constexpr char kPrefix[] = "launch-job-";
 constexpr char kSuffix[] = ".service";
-constexpr char kUnitInterface[] = "org.freedesktop.systemd1.Unit";
 constexpr char kServiceInterface[] = "org.freedesktop.systemd1.Service";
 
 // systemd's UNIT_NAME_MAX without the zero byte.

@@ -9,6 +9,7 @@
 constexpr char kSystemdService[] = "org.freedesktop.systemd1";
 constexpr char kSystemdObject[] = "/org/freedesktop/systemd1";
 constexpr char kSystemdManager[] = "org.freedesktop.systemd1.Manager";
+constexpr char kUnitInterface[] = "org.freedesktop.systemd1.Unit";
 
 /// The name of the service that stands for job `label`: a prefix that nothing else has, and the
 /// label as systemd-escape(1) writes it, so that two labels never share a name. Empty when there is

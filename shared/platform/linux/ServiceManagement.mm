@@ -25,7 +25,6 @@ NSString* const kKeepAliveKey = @"KeepAlive";
 NSString* const kStandardOutPathKey = @"StandardOutPath";
 NSString* const kProgramArgumentsKey = @"ProgramArguments";
 
-constexpr char kUnitInterface[] = "org.freedesktop.systemd1.Unit";
 constexpr char kNoSuchUnit[] = "org.freedesktop.systemd1.NoSuchUnit";
 
 constexpr mode_t kOutputFileMode = 0600;

@@ -22,29 +22,33 @@ size_t PeakMemory() {
   return 0;
 }
 
-constexpr size_t kFiles = 64;
+constexpr size_t kContent = 64 * kMegabyte;
 
-// Decodes a blob of that many files of a megabyte; ends with status 0 when that took little more
-// memory than their content.
-[[noreturn]] void DecodeAndExit(std::string& blob) {
+// Decodes a blob with that much content in files of `size` bytes; ends with status 0 when that took
+// little more memory than the content.
+[[noreturn]] void DecodeAndExit(std::string& blob, size_t size) {
   const size_t before = PeakMemory();
   const ChunkList list(dismantle(reinterpret_cast<unsigned char*>(blob.data()),
                                  static_cast<unsigned int>(blob.size())));
   const size_t more = PeakMemory() - before;
   std::cerr << more / kMegabyte << " MiB\n";
-  const bool whole = list && list->children && Contents(*list->children).size() == kMegabyte;
-  _exit(before != 0 && whole && more < kFiles * kMegabyte * 5 / 4 ? 0 : 1);
+  const bool whole = list && list->children && Contents(*list->children) == std::string(size, 'a');
+  _exit(before != 0 && whole && more < kContent * 5 / 4 ? 0 : 1);
 }
 
-TEST(Dismantle, NeedsLittleMoreMemoryThanTheContent) {
+class BlobMemoryTest : public testing::TestWithParam<size_t> {};
+
+TEST_P(BlobMemoryTest, DecodingNeedsLittleMoreThanTheContent) {
   std::string content;
-  for (size_t file = 0; file != kFiles; ++file) {
-    content += StoredFile(std::to_string(file), std::string(kMegabyte, static_cast<char>(file)));
+  while (content.size() < kContent) {
+    content += StoredFile("file", std::string(GetParam(), 'a'));
   }
   std::string blob = LZMAEntry(nullptr, content, true);
   content = std::string();
   // In a process of its own, which has no memory left over to use again.
-  EXPECT_EXIT(DecodeAndExit(blob), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(DecodeAndExit(blob, GetParam()), testing::ExitedWithCode(0), "");
 }
+
+INSTANTIATE_TEST_SUITE_P(FilesOf, BlobMemoryTest, testing::Values(kMegabyte, kContent));
 
 }  // namespace

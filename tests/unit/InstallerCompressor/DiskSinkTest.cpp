@@ -266,6 +266,32 @@ TEST(WriteFileFromChunk, TakesPathsAroundTheLengthThatNeedsMoreMemory) {
   }
 }
 
+// What is left of an older bundle may lead anywhere.
+TEST(WriteFileFromChunk, WritesNothingThroughLinksBelowItsFolder) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "bundle");
+  std::filesystem::create_directories(folder / "elsewhere");
+  std::filesystem::create_symlink(folder / "elsewhere", folder / "bundle/d");
+  std::filesystem::create_symlink(folder / "elsewhere/made", folder / "bundle/f");
+  WriteFile(folder / "kept", "kept");
+  std::filesystem::create_symlink(folder / "kept", folder / "bundle/g");
+  const ChunkList list = List({NewDirectory("d", {NewFile("inner", "x")}), NewFile("f", "x"),
+                               NewFile("g", "x"), NewFile("last", "x")});
+  EXPECT_TRUE(PlatformWriteFileFromChunk((folder / "bundle").c_str(), list.get()));
+  EXPECT_TRUE(std::filesystem::is_empty(folder / "elsewhere"));
+  EXPECT_EQ("kept", ReadFile(folder / "kept"));
+  EXPECT_EQ("x", ReadFile(folder / "bundle/last"));
+}
+
+TEST(WriteFileFromChunk, TakesALinkForItsFolder) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "elsewhere");
+  std::filesystem::create_symlink(folder / "elsewhere", folder / "link");
+  const ChunkList list = List({NewDirectory("", {NewFile("f", "x")})});
+  PlatformWriteFileFromChunk((folder / "link").c_str(), list.get());
+  EXPECT_EQ("x", ReadFile(folder / "elsewhere/f"));
+}
+
 TEST(WriteFileFromChunk, LeavesNoDescriptorOpen) {
   const TemporaryFolder folder;
   const ChunkList tree = List({NewDirectory("bundle", {SampleTree().release()})});

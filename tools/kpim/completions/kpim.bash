@@ -7,6 +7,12 @@ _kpim() {
         mapfile -t COMPREPLY < <(compgen -W "pack list verify unpack check latest --help --version" -- "$current")
         return
     fi
+    # "--kind=pep" comes as three words.
+    if [ "$current" = = ]; then
+        current=
+    elif [ "$previous" = = ]; then
+        previous=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
     case $previous in
         --kind)
             mapfile -t COMPREPLY < <(compgen -W "pep pl" -- "$current")

@@ -32,7 +32,7 @@ struct ReadFault {
 };
 
 void NoteReadFault(char const* /*path*/, int error, void* context) {
-  // A size is cut to 32 bits, as the format does it.
+  // Nothing is missing: the size of a file of 4 GiB and more is cut to 32 bits, as in the format.
   if (error != EFBIG) {
     *static_cast<ReadFault*>(context) = {true, error};
   }
@@ -53,10 +53,10 @@ fileChunk* DecodeBlob(NSString* path) {
   BlobFault blobFault;
   fileChunk* source = PlatformCreateSourceFromPath([path UTF8String], NoteReadFault, &readFault);
   // One that cannot even be opened is as an empty one.
-  const bool isCut = source != nullptr && readFault.hasOccurred;
-  fileChunk* tree = isCut ? nullptr : DismantleInstallerBlob(source, blobFault);
+  const bool isIncomplete = source != nullptr && readFault.hasOccurred;
+  fileChunk* tree = isIncomplete ? nullptr : DismantleInstallerBlob(source, blobFault);
   DeleteFileChunks(source);
-  if (isCut) {
+  if (isIncomplete) {
     LogReadFault(readFault);
   }
   if (blobFault.reason != nullptr) {
