@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs every unit test under valgrind: a value that was never set must decide nothing, and
+# Runs the unit tests, all but one, under valgrind: a value that was never set must decide nothing, and
 # AddressSanitizer does not see those. Takes some ten minutes. Exit status 1 with a fault.
 #
 #   scripts/memcheck.sh [BUILD]             by default build
@@ -14,10 +14,13 @@ if [ "${1-}" = --list ]; then
 fi
 build=${1:-build}
 
+# Measures how much memory decoding takes, to which valgrind adds its own.
+left_out=InstallerCompressorMemoryTest
+
 # A GoogleTest executable lies in tests/ under the test's name.
 tests=()
 while read -r test; do
-    if [ -x "$build/tests/$test" ]; then tests+=("$test"); fi
+    if [ -x "$build/tests/$test" ] && [ "$test" != "$left_out" ]; then tests+=("$test"); fi
 done < <(ctest --test-dir "$build" --show-only | sed -n 's/^ *Test *#[0-9]*: //p')
 if [ ${#tests[@]} -eq 0 ]; then
     echo "scripts/memcheck.sh: no unit tests in $build" >&2

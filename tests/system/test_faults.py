@@ -424,6 +424,9 @@ def calls_to_fail(first, others):
 
 
 def test_every_system_call_fails_once(build, small_blob, tmp_path):
+    if build.name == "coverage":
+        pytest.skip("an instrumented program makes calls of its own, on the file of its counts")
+
     def machines(number):
         return [Machine(InstallRoot(tmp_path / f"{number} {has_all}", build, shared=tmp_path),
                         small_blob, has_all) for has_all in (True, False)]

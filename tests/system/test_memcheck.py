@@ -1,9 +1,11 @@
-"""scripts/memcheck.sh takes every unit test there is."""
+"""scripts/memcheck.sh takes every unit test there is but the one that measures memory."""
 
 import re
 import subprocess
 
 from install_root import REPOSITORY
+
+LEFT_OUT = "InstallerCompressorMemoryTest"
 
 
 def _unit_tests():
@@ -17,7 +19,8 @@ def test_every_unit_test_is_run(build):
     listed = subprocess.run([REPOSITORY / "scripts" / "memcheck.sh", "--list", build],
                             capture_output=True, text=True, timeout=60, check=True)
     assert len(_unit_tests()) > 30
-    assert sorted(listed.stdout.split()) == sorted(_unit_tests())
+    assert LEFT_OUT in _unit_tests()
+    assert sorted(listed.stdout.split()) == sorted(_unit_tests() - {LEFT_OUT})
 
 
 def test_a_folder_without_unit_tests_is_told_of(tmp_path):
