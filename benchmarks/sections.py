@@ -110,14 +110,11 @@ def allowed(case):
     return case.archive_size("kpim") + 2 * case.bytes + MEMORY_ALLOWANCE
 
 
-def large(bench):
-    """Some 1,400 files of up to 8 MiB."""
-    return bench.case("large", 64 * MIB, 1, LARGE_FILE)
-
-
-def small(bench):
-    """20,000 files of up to 4 KiB."""
-    return bench.case("small", 1, 20000, SMALL_FILE)
+def large_and_small(bench):
+    """Two cases, one after the other: some 1,400 files of up to 8 MiB, and 20,000 of up to 4 KiB."""
+    for tree in (("large", 64 * MIB, 1, LARGE_FILE), ("small", 1, 20000, SMALL_FILE)):
+        with bench.case(*tree) as case:
+            yield case
 
 
 def title_of(case):
@@ -127,12 +124,11 @@ def title_of(case):
 
 def measure_packing(bench):
     """kpim against its peers, with the payload writer's settings."""
-    for make in (large, small):
-        with make(bench) as case:
-            samples = rounds_of(PACKERS, bench.rounds, case.pack)
-            bench.tell(packing_table(case, samples))
-            bench.judge_speed(f"packing {case.name}", samples)
-            bench.keep(f"packing {case.name}", case, samples)
+    for case in large_and_small(bench):
+        samples = rounds_of(PACKERS, bench.rounds, case.pack)
+        bench.tell(packing_table(case, samples))
+        bench.judge_speed(f"packing {case.name}", samples)
+        bench.keep(f"packing {case.name}", case, samples)
 
 
 def packing_table(case, samples):
@@ -149,13 +145,12 @@ def packing_table(case, samples):
 
 def measure_extraction(bench):
     """The finalizer against its peers."""
-    for make in (large, small):
-        with make(bench) as case:
-            samples = rounds_of(EXTRACTORS, bench.rounds, case.extract)
-            bench.tell(extraction_table(case, samples))
-            bench.judge_speed(f"extracting {case.name}", samples)
-            bench.judge_memory(f"extracting {case.name}", case, samples["finalizer"])
-            bench.keep(f"extraction {case.name}", case, samples)
+    for case in large_and_small(bench):
+        samples = rounds_of(EXTRACTORS, bench.rounds, case.extract)
+        bench.tell(extraction_table(case, samples))
+        bench.judge_speed(f"extracting {case.name}", samples)
+        bench.judge_memory(f"extracting {case.name}", case, samples["finalizer"])
+        bench.keep(f"extraction {case.name}", case, samples)
 
 
 def extraction_table(case, samples):

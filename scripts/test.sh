@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Every test: both builds, unit and system tests in both, the fuzz targets for a moment, format,
 # clang-tidy, shellcheck, and with an SDK's folder in KP_MACOS_SDK the check of the macOS side. With
-# --coverage instead: unit and system tests in an instrumented build, and
-# which lines of the product they reach.
+# --coverage instead: unit and system tests in an instrumented build, and which lines of the product
+# they reach.
 # All of them run, also after a failure; then each failure and the reason of each skip is listed. The
 # last line counts them, the exit status is not 0 when one failed.
 # Results are left in build/test-results.

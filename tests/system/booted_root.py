@@ -15,7 +15,7 @@ import uuid
 
 from debian_root import cached_root
 from install_root import (LINE, REPOSITORY, Result, SANITIZER, profile_of_this_run,
-                          raise_sanitizer_reports)
+                          raise_sanitizer_reports, write_file)
 
 # The service manager and who it asks, and what our programs are linked with.
 PACKAGES = ["ca-certificates", "dbus", "gnustep-base-runtime", "libcurl4", "libgnustep-base1.28",
@@ -106,11 +106,7 @@ class BootedRoot:
 
     def write(self, inside, content, mode=0o644):
         """Writes a file, its parents too."""
-        path = self.path(inside)
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_bytes(content.encode() if isinstance(content, str) else content)
-        path.chmod(mode)
-        return path
+        return write_file(self.path(inside), content, mode)
 
     def run(self, command, user=None, timeout=60, cwd="/", env=None):
         """Runs a command inside and gives its Result, with bytes for what it wrote. Raises

@@ -13,6 +13,8 @@ import shutil
 import subprocess
 import tempfile
 
+from install_root import write_file
+
 CACHE = pathlib.Path(os.environ.get("KP_BOOTED_ROOT_CACHE", "/var/cache/kpinstallmanager"))
 SUITE = "bookworm"
 MIRROR = "http://deb.debian.org/debian"
@@ -56,10 +58,7 @@ class BareRoot:
 
     def write(self, inside, content, mode=0o644):
         """Writes a file, its parents too."""
-        path = self.path(inside)
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_bytes(content.encode() if isinstance(content, str) else content)
-        path.chmod(mode)
+        write_file(self.path(inside), content, mode)
 
     def sh(self, script, cwd="/", user=None, timeout=60):
         """What a script of bash that must succeed prints, without blanks at its ends. It runs as

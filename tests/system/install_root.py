@@ -95,12 +95,7 @@ class InstallRoot:
 
     def write(self, inside, content, mode=None):
         """Writes a file, its parents too, and returns where it lies on the host."""
-        path = self.path(inside)
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_bytes(content.encode() if isinstance(content, str) else content)
-        if mode is not None:
-            path.chmod(mode)
-        return path
+        return write_file(self.path(inside), content, mode)
 
     def mkdir(self, inside, mode=0o755):
         """Makes a directory, its parents too, and returns where it lies on the host."""
@@ -336,6 +331,15 @@ def as_user(name):
     """The beginning of a command that runs as the user `name`."""
     uid = USERS[name]
     return ["setpriv", f"--reuid={uid}", f"--regid={uid}", "--clear-groups", "--"]
+
+
+def write_file(path, content, mode=None):
+    """Writes bytes or text into the file at `path`, makes its parents too, and returns the path."""
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_bytes(content.encode() if isinstance(content, str) else content)
+    if mode is not None:
+        path.chmod(mode)
+    return path
 
 
 def tree_of(folder):
