@@ -58,7 +58,7 @@ objdump=$(llvm_tool llvm-objdump)
 
 # --- Compile -------------------------------------------------------------------------
 
-product=(player shared/platform/mac)
+product=(player shared/platform/mac shared/platform/posix)
 configure=("--preset" macos -S "$repo" -B "$build" "-DMACOS_SDK=$sdk")
 # CLI11 is headers only. They are offered in a folder of their own, because the host's
 # /usr/include must not come before the SDK's.

@@ -20,7 +20,7 @@ import sys
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[1]
 REASONS = REPOSITORY / "docs/testing.md"
-PRODUCT = ("player/", "shared/platform/mac/", "tools/")
+PRODUCT = ("player/", "shared/platform/mac/", "shared/platform/posix/", "tools/")
 PORT = ("shared/platform/linux/",)
 
 # How clang names the function behind a method of a class, without a category.

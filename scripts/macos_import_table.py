@@ -23,7 +23,7 @@ from macos_imports import output_of
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[1]
 PAGE = REPOSITORY / "docs/macos.md"
-PRODUCT = ("player", "shared/platform/mac")
+PRODUCT = ("player", "shared/platform/mac", "shared/platform/posix")
 TARGET = "x86_64-apple-macosx10.6"
 OLDEST = (10, 6)
 NEVER = (sys.maxsize,)

@@ -1,0 +1,104 @@
+#include "shared/platform/posix/FolderWalk.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "shared/platform/posix/Uninterrupted.h"
+
+namespace {
+
+// 0 when `descriptor` is the folder that is wanted, otherwise an errno value.
+int CheckFolder(int descriptor, const FolderIdentity* expected, struct stat& status) {
+  if (fstat(descriptor, &status) != 0) {
+    return errno;
+  }
+  if (!S_ISDIR(status.st_mode)) {
+    return ENOTDIR;
+  }
+  const bool isExpected = expected == nullptr || (expected->device == status.st_dev &&
+                                                  expected->file == status.st_ino);
+  return isExpected ? 0 : ESTALE;
+}
+
+int OpenFolder(const char* path, int flags) {
+  return Uninterrupted([&] { return open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | flags); });
+}
+
+}  // namespace
+
+FolderWalk::FolderWalk() : saved_(OpenFolder(".", 0)), savedError_(errno), here_(), owner_(0) {
+  if (saved_ >= 0) {
+    (void)fcntl(saved_, F_SETFD, FD_CLOEXEC);
+  }
+}
+
+FolderWalk::~FolderWalk() {
+  if (saved_ >= 0) {
+    // Only a folder without search permission refuses, and the process was in it.
+    (void)fchdir(saved_);
+    close(saved_);
+  }
+}
+
+bool FolderWalk::Start(const char* path) {
+  if (saved_ < 0) {
+    errno = savedError_;
+    return false;
+  }
+  return Go(path, 0, nullptr);
+}
+
+bool FolderWalk::Enter(const char* name) {
+  // With a slash after it a link would be followed all the same.
+  if (strchr(name, '/') != nullptr || strcmp(name, "..") == 0) {
+    errno = EINVAL;
+    return false;
+  }
+  return Go(name, O_NOFOLLOW, nullptr);
+}
+
+bool FolderWalk::EnterEach(const char* path) {
+  for (const char* rest = path;;) {
+    rest += strspn(rest, "/");
+    const size_t length = strcspn(rest, "/");
+    if (length == 0) {
+      return true;
+    }
+    char name[NAME_MAX + 1];
+    if (length > NAME_MAX) {
+      errno = ENAMETOOLONG;
+      return false;
+    }
+    memcpy(name, rest, length);
+    name[length] = '\0';
+    if (!Enter(name)) {
+      return false;
+    }
+    rest += length;
+  }
+}
+
+bool FolderWalk::Return(const FolderIdentity& parent) { return Go("..", 0, &parent); }
+
+bool FolderWalk::Go(const char* path, int flags, const FolderIdentity* expected) {
+  const int descriptor = OpenFolder(path, flags);
+  if (descriptor < 0) {
+    return false;
+  }
+  struct stat status = {};
+  int error = CheckFolder(descriptor, expected, status);
+  if (error == 0 && Uninterrupted([&] { return fchdir(descriptor); }) != 0) {
+    error = errno;
+  }
+  close(descriptor);
+  if (error != 0) {
+    errno = error;
+    return false;
+  }
+  here_ = {status.st_dev, status.st_ino};
+  owner_ = status.st_uid;
+  return true;
+}

@@ -1,0 +1,64 @@
+// Going down into folders that another user may change meanwhile.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+/// Which folder it is, whatever its path is now.
+struct FolderIdentity {
+  dev_t device;
+  ino_t file;
+};
+
+/// A walk through folders, one level at a time, in which the process's working directory is the
+/// folder that the walk is in. Calls with a name alone (open(2), unlink(2), mkdir(2)) then act in
+/// that very folder, even when a user who owns a folder above has renamed it, or put a link or
+/// another folder in its place. (openat(2) and unlinkat(2) would do the same; Mac OS X 10.6 has
+/// neither.)
+///
+/// The start is a path that the caller trusts: links in it are followed. From there on only real
+/// folders are entered, never a link, and nothing is waited for. The end of the walk returns the
+/// process to the working directory that it had before.
+///
+/// Because the working directory is the whole process's, one walk exists at a time and other
+/// threads must not use relative paths meanwhile.
+///
+/// All members return false with errno set on failure and then leave the walk where it was.
+class FolderWalk {
+ public:
+  /// Remembers the working directory, for which it must be readable.
+  FolderWalk();
+  /// Returns to it.
+  ~FolderWalk();
+  FolderWalk(const FolderWalk&) = delete;
+  FolderWalk& operator=(const FolderWalk&) = delete;
+
+  /// Goes to the folder at `path`, which the caller trusts. Fails without going anywhere when the
+  /// way back is not known: then errno is what opening the working directory has failed with.
+  bool Start(const char* path);
+
+  /// Goes into the folder `name` of the current one. ENOTDIR or ELOOP for what is not a folder, EINVAL
+  /// for "..", and for a name with a slash.
+  bool Enter(const char* name);
+
+  /// Enters each component of the relative path `path`, which may have slashes before, between and
+  /// after them. On failure the walk is in the last folder that could be entered.
+  bool EnterEach(const char* path);
+
+  /// Goes from a folder that was entered back to the one around it, whose Here() was `parent`.
+  /// ESTALE when another user has moved the folder elsewhere.
+  bool Return(const FolderIdentity& parent);
+
+  /// The folder that the walk is in.
+  const FolderIdentity& Here() const { return here_; }
+  /// The user who owns that folder.
+  uid_t Owner() const { return owner_; }
+
+ private:
+  bool Go(const char* path, int flags, const FolderIdentity* expected);
+
+  int saved_;
+  int savedError_;
+  FolderIdentity here_;
+  uid_t owner_;
+};

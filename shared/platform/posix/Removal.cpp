@@ -1,0 +1,219 @@
+#include "shared/platform/posix/Removal.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "shared/platform/posix/FolderWalk.h"
+#include "shared/platform/posix/Uninterrupted.h"
+
+namespace {
+
+// More than a payload can have, few enough for the stack.
+constexpr unsigned int kMaximumDepth = 1024;
+
+bool IsDots(const char* name) { return strcmp(name, ".") == 0 || strcmp(name, "..") == 0; }
+
+// The names of a folder's items, each with its NUL, one after the other. All are read before the
+// first is removed: the order of a folder that shrinks while it is read is not defined.
+class FolderNames {
+ public:
+  FolderNames() = default;
+  ~FolderNames() { free(names_); }
+  FolderNames(const FolderNames&) = delete;
+  FolderNames& operator=(const FolderNames&) = delete;
+
+  // Reads those of the working directory. Returns an errno value when some are missing, or 0.
+  int Read();
+
+  const char* First() const { return names_; }
+  const char* End() const { return names_ + length_; }
+
+ private:
+  bool Append(const char* name);
+
+  char* names_ = nullptr;
+  size_t length_ = 0;
+  size_t capacity_ = 0;
+};
+
+int FolderNames::Read() {
+  DIR* const folder = opendir(".");
+  if (folder == nullptr) {
+    return errno;
+  }
+  int error = 0;
+  errno = 0;
+  while (const dirent* const entry = readdir(folder)) {
+    if (!IsDots(entry->d_name) && !Append(entry->d_name)) {
+      error = ENOMEM;
+      break;
+    }
+    errno = 0;
+  }
+  if (error == 0) {
+    error = errno;
+  }
+  closedir(folder);
+  return error;
+}
+
+bool FolderNames::Append(const char* name) {
+  const size_t size = strlen(name) + 1;
+  if (length_ + size > capacity_) {
+    const size_t capacity = (length_ + size) * 2;
+    auto* const names = static_cast<char*>(realloc(names_, capacity));
+    if (names == nullptr) {
+      return false;
+    }
+    names_ = names;
+    capacity_ = capacity;
+  }
+  memcpy(names_ + length_, name, size);
+  length_ += size;
+  return true;
+}
+
+class TreeRemoval {
+ public:
+  explicit TreeRemoval(FolderWalk& walk) : walk_(walk), result_() {}
+
+  void Remove(const char* name, unsigned int depth);
+  void RemoveFile(const char* name);
+  void RemoveFolder(const char* name);
+  void Refuse(int error);
+  const RemovalResult& Result() const { return result_; }
+
+ private:
+  void Empty(const char* name, unsigned int depth);
+
+  FolderWalk& walk_;
+  RemovalResult result_;
+  // Set when the way back to the folder around is not found: removing must go no further.
+  bool isLost_ = false;
+};
+
+void TreeRemoval::Refuse(int error) {
+  if (error == ENOENT) {
+    return;
+  }
+  if (result_.refused == 0) {
+    result_.error = error;
+  }
+  ++result_.refused;
+}
+
+void TreeRemoval::RemoveFile(const char* name) {
+  if (Uninterrupted([&] { return unlink(name); }) != 0) {
+    Refuse(errno);
+  }
+}
+
+void TreeRemoval::RemoveFolder(const char* name) {
+  if (Uninterrupted([&] { return rmdir(name); }) != 0) {
+    Refuse(errno);
+  }
+}
+
+// Removes the item `name` of the folder that the walk is in.
+void TreeRemoval::Remove(const char* name, unsigned int depth) {
+  struct stat status = {};
+  if (lstat(name, &status) != 0) {
+    Refuse(errno);
+    return;
+  }
+  if (!S_ISDIR(status.st_mode)) {
+    RemoveFile(name);
+    return;
+  }
+  const unsigned long refusedBefore = result_.refused;
+  Empty(name, depth);
+  // A folder that is not empty would be refused for what is counted already.
+  if (result_.refused == refusedBefore && !isLost_) {
+    RemoveFolder(name);
+  }
+}
+
+void TreeRemoval::Empty(const char* name, unsigned int depth) {
+  if (depth == kMaximumDepth) {
+    Refuse(ELOOP);
+    return;
+  }
+  const FolderIdentity parent = walk_.Here();
+  if (!walk_.Enter(name)) {
+    Refuse(errno);
+    return;
+  }
+  FolderNames names;
+  const int error = names.Read();
+  for (const char* item = names.First(); item != names.End() && !isLost_;
+       item += strlen(item) + 1) {
+    Remove(item, depth + 1);
+  }
+  if (error != 0) {
+    Refuse(error);
+  }
+  if (!isLost_ && !walk_.Return(parent)) {
+    isLost_ = true;
+    Refuse(errno);
+  }
+}
+
+// Goes to the folder that holds the item at `path` below `root`. Returns the item's name, or null
+// with errno set, to ENOENT where there cannot be such an item.
+const char* GoToItem(FolderWalk& walk, const char* root, char* path) {
+  char* const slash = strrchr(path, '/');
+  if (!walk.Start(root)) {
+    return nullptr;
+  }
+  if (slash == nullptr) {
+    return path;
+  }
+  *slash = '\0';
+  if (walk.EnterEach(path)) {
+    return slash + 1;
+  }
+  if (errno == ENOTDIR) {
+    errno = ENOENT;
+  }
+  return nullptr;
+}
+
+template <typename Remover>
+RemovalResult RemoveItem(const char* root, const char* path, Remover remove) {
+  FolderWalk walk;
+  TreeRemoval removal(walk);
+  char* const copy = strdup(path);
+  const char* const name = copy != nullptr ? GoToItem(walk, root, copy) : nullptr;
+  if (name != nullptr) {
+    remove(removal, name);
+  } else {
+    removal.Refuse(errno);
+  }
+  free(copy);
+  return removal.Result();
+}
+
+}  // namespace
+
+RemovalResult RemoveTree(const char* root, const char* path) {
+  return RemoveItem(root, path,
+                    [](TreeRemoval& removal, const char* name) { removal.Remove(name, 0); });
+}
+
+RemovalResult RemoveFileOrEmptyFolder(const char* root, const char* path) {
+  return RemoveItem(root, path, [](TreeRemoval& removal, const char* name) {
+    struct stat status = {};
+    if (lstat(name, &status) != 0) {
+      removal.Refuse(errno);
+    } else if (S_ISDIR(status.st_mode)) {
+      removal.RemoveFolder(name);
+    } else {
+      removal.RemoveFile(name);
+    }
+  });
+}

@@ -1,0 +1,23 @@
+// Removing what lies in folders that another user may change meanwhile.
+#pragma once
+
+/// What a removal has left.
+struct RemovalResult {
+  /// Files, links and folders that could not be removed, without the folders around them.
+  unsigned long refused;
+  /// Why the first of them could not: an errno value; 0 when there is none.
+  int error;
+};
+
+/// Removes the item at `path` below the folder `root`, a folder with everything in it. The caller
+/// trusts `root` and the path to it; below it no link is followed: a link is removed itself, and
+/// an item behind one is left alone and counts as refused. After a refusal the rest is removed all
+/// the same. What another user exchanges meanwhile is either removed where the walk has found it or
+/// left; nothing outside of the entered folders is touched. Folders 1024 levels or more below
+/// the item stay.
+///
+/// An item that does not exist is not refused. `path` may begin with a slash and ends with a name.
+RemovalResult RemoveTree(const char* root, const char* path);
+
+/// The same for a file, a link or an empty folder; a folder that is not empty stays as it is.
+RemovalResult RemoveFileOrEmptyFolder(const char* root, const char* path);
