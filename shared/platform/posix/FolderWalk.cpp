@@ -18,8 +18,8 @@ int CheckFolder(int descriptor, const FolderIdentity* expected, struct stat& sta
   if (!S_ISDIR(status.st_mode)) {
     return ENOTDIR;
   }
-  const bool isExpected = expected == nullptr || (expected->device == status.st_dev &&
-                                                  expected->file == status.st_ino);
+  const bool isExpected =
+      expected == nullptr || (expected->device == status.st_dev && expected->file == status.st_ino);
   return isExpected ? 0 : ESTALE;
 }
 

@@ -37,8 +37,8 @@ class FolderWalk {
   /// way back is not known: then errno is what opening the working directory has failed with.
   bool Start(const char* path);
 
-  /// Goes into the folder `name` of the current one. ENOTDIR or ELOOP for what is not a folder, EINVAL
-  /// for "..", and for a name with a slash.
+  /// Goes into the folder `name` of the current one. ENOTDIR or ELOOP for what is not a folder,
+  /// EINVAL for "..", and for a name with a slash.
   bool Enter(const char* name);
 
   /// Enters each component of the relative path `path`, which may have slashes before, between and

@@ -18,8 +18,8 @@ enum class FileNames {
 /// A link in the last component is followed unless `flags` has O_NOFOLLOW; links in the folders on
 /// the way always are. FolderWalk goes where they must not be.
 ///
-/// Returns -1 with errno set on failure: ENOTSUP for what is not a regular file, EMLINK for one with
-/// more names than `names` allows, otherwise open(2)'s. An interrupted call is repeated. `status`,
-/// where given, receives the state of the opened file.
+/// Returns -1 with errno set on failure: ENOTSUP for what is not a regular file, EMLINK for one
+/// with more names than `names` allows, otherwise open(2)'s. An interrupted call is repeated.
+/// `status`, where given, receives the state of the opened file.
 int OpenRegularFile(const char* path, int flags, mode_t mode, FileNames names,
                     struct stat* status = nullptr);

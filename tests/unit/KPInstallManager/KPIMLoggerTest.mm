@@ -238,10 +238,10 @@ TEST_F(KPIMLoggerTest, MissingFileIsCreated) {
 }
 
 TEST_F(KPIMLoggerTest, CreatedFileHasTheDefaultPermissions) {
-  const mode_t saved = umask(0027);
+  const mode_t saved = umask(0002);
   EXPECT_NE(nil, Open());
   umask(saved);
-  EXPECT_EQ(std::filesystem::perms(0640), std::filesystem::status(file_).permissions());
+  EXPECT_EQ(std::filesystem::perms(0664), std::filesystem::status(file_).permissions());
 }
 
 TEST_F(KPIMLoggerTest, MissingFolderIsNot) {
@@ -393,22 +393,13 @@ TEST_F(KPIMLoggerTest, EveryLineIsSoughtWrittenWholeAndSynchronised) {
                                    "synchronize"));
 }
 
-int s_descriptor;
-ScopedMethodReplacement* s_descriptorMethod;
-
-int Descriptor(id self, SEL selector) {
-  s_descriptor = ((int (*)(id, SEL))s_descriptorMethod->original())(self, selector);
-  return s_descriptor;
-}
-
 TEST_F(KPIMLoggerTest, TheFileIsAppendedToAndNotHandedOn) {
-  ScopedMethodReplacement descriptor(HandleClass(), @selector(fileDescriptor), (IMP)Descriptor);
-  s_descriptorMethod = &descriptor;
-  s_descriptor = -1;
   KPIMLogger* logger = Open();
   ASSERT_NE(nil, logger);
-  EXPECT_NE(0, fcntl(s_descriptor, F_GETFL) & O_APPEND);
-  EXPECT_EQ(FD_CLOEXEC, fcntl(s_descriptor, F_GETFD));
+  NSFileHandle* handle =
+      object_getIvar(logger, class_getInstanceVariable([KPIMLogger class], "mLogFH"));
+  EXPECT_NE(0, fcntl([handle fileDescriptor], F_GETFL) & O_APPEND);
+  EXPECT_EQ(FD_CLOEXEC, fcntl([handle fileDescriptor], F_GETFD));
 }
 
 TEST_F(KPIMLoggerTest, DeallocClosesTheFileAndLetsGoOfThePrefix) {
@@ -490,17 +481,6 @@ TEST_F(KPIMLoggerTest, AWriteThatFailsLosesItsLineAndNothingElse) {
   }
   [logger logString:@"after\n" withLoggingLevel:1];
   EXPECT_EQ("before\nafter\n", ReadWholeFile(file_));
-}
-
-TEST_F(KPIMLoggerTest, LogOnAFullDevice) {
-  if (!std::filesystem::exists("/dev/full")) {
-    GTEST_SKIP() << "/dev/full is Linux's";
-  }
-  ASSERT_EQ(0, symlink("/dev/full", file_.c_str()));
-  KPIMLogger* logger = Open();
-  EXPECT_NE(nil, logger);
-  [logger logTimeStampedString:@"lost" withLoggingLevel:1];
-  [logger logString:@"lost" withLoggingLevel:1];
 }
 
 }  // namespace

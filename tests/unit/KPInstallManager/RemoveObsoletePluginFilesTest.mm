@@ -1,171 +1,127 @@
-#include "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/RemoveObsoletePluginFiles.h"
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/RemoveObsoletePluginFiles.h"
 
 #import <Foundation/Foundation.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "shared/platform/posix/Removal.h"
 #include "tests/unit/support/ScopedMethodReplacement.h"
-#include "tests/unit/support/TemporaryFolder.h"
 #include "tests/unit/support/Text.h"
 
 namespace {
 
+using Paths = std::vector<std::string>;
+
+const Paths kNames = {"Korvel Player.plugin", "Korvel Player Enabler.plugin",
+                      "Quorrel Korvel NP-PPC", "korvelplayer.xpt"};
 constexpr char kSystemPlugin[] = "/Library/Internet Plug-Ins/Korvel Player Enabler.plugin";
-const std::vector<std::string> kNames = {
-    "Korvel Player.plugin",
-    "Korvel Player Enabler.plugin",
-    "Quorrel Korvel NP-PPC",
-    "korvelplayer.xpt",
-};
 
-/// What the stage asked of the file manager. The system-wide path is the machine's own, so it
-/// is answered here and never touched.
-struct Requests {
-  std::vector<std::string> asked;
-  std::vector<std::string> removed;
-  bool hasSystemPlugin = false;
-  bool canRemove = true;
-};
-Requests sRequests;
-NSString* sHome;
-IMP sFileExists;
-IMP sRemoveItem;
+/// What the stage asked of the disk, on which the paths in `s_existing` exist.
+Paths s_asked;
+Paths s_removed;
+std::set<std::string> s_existing;
+bool s_canRemove;
+NSString* s_home;
 
-NSDictionary* Environment(id, SEL) {
-  return sHome != nil ? [NSDictionary dictionaryWithObject:sHome forKey:@"HOME"]
-                      : [NSDictionary dictionary];
+}  // namespace
+
+// The functions that remove are the test's own: one of the paths is the machine's.
+RemovalResult RemoveTree(const char* root, const char* path) {
+  s_removed.push_back("in " + std::string(root) + ": " + path);
+  return s_canRemove ? RemovalResult{0, 0} : RemovalResult{1, EACCES};
 }
 
-BOOL FileExists(id self, SEL command, NSString* path) {
-  sRequests.asked.push_back(Text(path));
-  if (Text(path) == kSystemPlugin) return sRequests.hasSystemPlugin;
-  return reinterpret_cast<BOOL (*)(id, SEL, NSString*)>(sFileExists)(self, command, path);
+RemovalResult RemoveFileOrEmptyFolder(const char* /*root*/, const char* path) {
+  ADD_FAILURE() << path << " may be a bundle";
+  return {0, 0};
 }
 
-BOOL RemoveItem(id self, SEL command, NSString* path, NSError** error) {
-  sRequests.removed.push_back(Text(path));
-  if (!sRequests.canRemove) return NO;
-  if (Text(path) == kSystemPlugin) return YES;
-  return reinterpret_cast<BOOL (*)(id, SEL, NSString*, NSError**)>(sRemoveItem)(self, command, path,
-                                                                                error);
+namespace {
+
+NSDictionary* Environment(id /*self*/, SEL /*selector*/) {
+  return s_home != nil ? [NSDictionary dictionaryWithObject:s_home forKey:@"HOME"]
+                       : [NSDictionary dictionary];
 }
 
-class RemoveObsoletePluginFilesTest : public testing::Test {
- protected:
-  RemoveObsoletePluginFilesTest()
-      : mEnvironment([NSProcessInfo class], @selector(environment),
-                     reinterpret_cast<IMP>(Environment)),
-        mFileExists([NSFileManager class], @selector(fileExistsAtPath:),
-                    reinterpret_cast<IMP>(FileExists)),
-        mRemoveItem([NSFileManager class], @selector(removeItemAtPath:error:),
-                    reinterpret_cast<IMP>(RemoveItem)) {
-    sRequests = Requests();
-    sFileExists = mFileExists.original();
-    sRemoveItem = mRemoveItem.original();
-    sHome = String(mHome.Path().string());
-    std::filesystem::create_directories(mFolder);
+BOOL FileExists(id /*self*/, SEL /*selector*/, NSString* path) {
+  s_asked.push_back(Text(path));
+  return s_existing.count(Text(path)) != 0;
+}
+
+/// Runs the stage on a disk where these paths exist.
+void RunStage(const Paths& existing, bool canRemove = true) {
+  const ScopedMethodReplacement environment(object_getClass([NSProcessInfo processInfo]),
+                                            @selector(environment), (IMP)Environment);
+  const ScopedMethodReplacement exists(object_getClass([NSFileManager defaultManager]),
+                                       @selector(fileExistsAtPath:), (IMP)FileExists);
+  s_existing = {existing.begin(), existing.end()};
+  s_canRemove = canRemove;
+  s_asked.clear();
+  s_removed.clear();
+  EXPECT_TRUE(RemoveObsoletePluginFiles());
+}
+
+/// The paths of everything that is obsolete, with the home folder `home`.
+Paths AllPaths(const std::string& home) {
+  Paths paths;
+  for (const std::string& name : kNames) {
+    paths.push_back(home + "/Library/Internet Plug-Ins/" + name);
   }
+  paths.push_back(kSystemPlugin);
+  return paths;
+}
 
-  std::filesystem::path InFolder(std::string const& name) const { return mFolder / name; }
-
-  std::vector<std::string> AllPaths() const {
-    std::vector<std::string> paths;
-    for (std::string const& name : kNames) paths.push_back(InFolder(name).string());
-    paths.push_back(kSystemPlugin);
-    return paths;
+Paths Removals(const std::string& home) {
+  Paths removals;
+  for (const std::string& name : kNames) {
+    removals.push_back("in " + home + ": Library/Internet Plug-Ins/" + name);
   }
-
-  void WriteAll() const {
-    for (std::string const& name : kNames) WriteWholeFile(InFolder(name).string(), "old");
-  }
-
-  TemporaryFolder mHome;
-  std::filesystem::path mFolder = mHome.Path() / "Library/Internet Plug-Ins";
-  ScopedMethodReplacement mEnvironment;
-  ScopedMethodReplacement mFileExists;
-  ScopedMethodReplacement mRemoveItem;
-};
-
-TEST_F(RemoveObsoletePluginFilesTest, NothingThereIsNoFailure) {
-  EXPECT_TRUE(RemoveObsoletePluginFiles());
-  EXPECT_EQ(sRequests.asked, AllPaths());
-  EXPECT_EQ(sRequests.removed, std::vector<std::string>{});
+  removals.push_back("in /: Library/Internet Plug-Ins/Korvel Player Enabler.plugin");
+  return removals;
 }
 
-TEST_F(RemoveObsoletePluginFilesTest, RemovesFilesInOrderTheSystemsLast) {
-  WriteAll();
-  WriteWholeFile(InFolder("Another.plugin").string(), "kept");
-  sRequests.hasSystemPlugin = true;
-  EXPECT_TRUE(RemoveObsoletePluginFiles());
-  EXPECT_EQ(sRequests.removed, AllPaths());
-  for (std::string const& name : kNames) EXPECT_FALSE(std::filesystem::exists(InFolder(name)));
-  EXPECT_EQ(ReadWholeFile(InFolder("Another.plugin").string()), "kept");
+TEST(RemoveObsoletePluginFiles, AsksForEachInOrderTheSystemsLast) {
+  s_home = @"/Users/alice";
+  RunStage({});
+  EXPECT_EQ(AllPaths("/Users/alice"), s_asked);
+  EXPECT_EQ(Paths{}, s_removed) << "a link that leads nowhere does not exist, and stays";
 }
 
-TEST_F(RemoveObsoletePluginFilesTest, RemovesBundlesWithEverythingInThem) {
-  for (std::string const& name : kNames) {
-    std::filesystem::create_directories(InFolder(name) / "Contents/MacOS");
-    WriteWholeFile((InFolder(name) / "Contents/MacOS/plugin").string(), "old");
-  }
-  EXPECT_TRUE(RemoveObsoletePluginFiles());
-  EXPECT_TRUE(std::filesystem::is_empty(mFolder));
+TEST(RemoveObsoletePluginFiles, RemovesEachFromItsTrustedRoot) {
+  s_home = @"/Users/alice";
+  RunStage(AllPaths("/Users/alice"));
+  EXPECT_EQ(Removals("/Users/alice"), s_removed);
 }
 
-TEST_F(RemoveObsoletePluginFilesTest, RemovesALinkAndNotWhatItLeadsTo) {
-  const std::filesystem::path target = mHome.Path() / "target";
-  std::filesystem::create_directories(target);
-  WriteWholeFile((target / "file").string(), "kept");
-  std::filesystem::create_symlink(target, InFolder(kNames[0]));
-  EXPECT_TRUE(RemoveObsoletePluginFiles());
-  EXPECT_FALSE(std::filesystem::is_symlink(InFolder(kNames[0])));
-  EXPECT_EQ(ReadWholeFile((target / "file").string()), "kept");
+TEST(RemoveObsoletePluginFiles, SystemPluginAlone) {
+  s_home = @"/Users/alice";
+  RunStage({kSystemPlugin});
+  EXPECT_EQ(Paths{Removals("").back()}, s_removed);
 }
 
-TEST_F(RemoveObsoletePluginFilesTest, DanglingLinkStays) {
-  // Existence is asked of what a link leads to.
-  for (std::string const& name : kNames) {
-    std::filesystem::create_symlink(mHome.Path() / "missing", InFolder(name));
-  }
-  EXPECT_TRUE(RemoveObsoletePluginFiles());
-  EXPECT_EQ(sRequests.removed, std::vector<std::string>{});
-  for (std::string const& name : kNames) {
-    EXPECT_TRUE(std::filesystem::is_symlink(InFolder(name)));
-  }
+TEST(RemoveObsoletePluginFiles, FailedRemovalsStopNothing) {
+  s_home = @"/Users/alice";
+  RunStage(AllPaths("/Users/alice"), false);
+  EXPECT_EQ(Removals("/Users/alice"), s_removed);
 }
 
-TEST_F(RemoveObsoletePluginFilesTest, SystemPluginAlone) {
-  sRequests.hasSystemPlugin = true;
-  EXPECT_TRUE(RemoveObsoletePluginFiles());
-  EXPECT_EQ(sRequests.removed, std::vector<std::string>{kSystemPlugin});
+TEST(RemoveObsoletePluginFiles, WithoutAHomeTheSystemsFolderIsCleaned) {
+  s_home = nil;
+  RunStage({kSystemPlugin});
+  EXPECT_EQ(Paths{Removals("").back()}, s_removed);
 }
 
-TEST_F(RemoveObsoletePluginFilesTest, FailedRemovalsStopNothing) {
-  WriteAll();
-  sRequests.hasSystemPlugin = true;
-  sRequests.canRemove = false;
-  EXPECT_TRUE(RemoveObsoletePluginFiles());
-  EXPECT_EQ(sRequests.removed, AllPaths());
-}
-
-TEST_F(RemoveObsoletePluginFilesTest, WithoutAHomeTheSystemsFolderIsCleaned) {
-  WriteAll();
-  sHome = nil;
-  sRequests.hasSystemPlugin = true;
-  EXPECT_TRUE(RemoveObsoletePluginFiles());
-  EXPECT_EQ(sRequests.removed, std::vector<std::string>{kSystemPlugin});
-  for (std::string const& name : kNames) EXPECT_TRUE(std::filesystem::exists(InFolder(name)));
-}
-
-TEST_F(RemoveObsoletePluginFilesTest, HomeMayEndInASlashOrBeMissing) {
-  sHome = String(mHome.Path().string() + "/");
-  WriteAll();
-  EXPECT_TRUE(RemoveObsoletePluginFiles());
-  EXPECT_TRUE(std::filesystem::is_empty(mFolder));
-  sHome = String(mHome / "nobody");
-  EXPECT_TRUE(RemoveObsoletePluginFiles());
+TEST(RemoveObsoletePluginFiles, HomesOfOtherShapes) {
+  s_home = @"/var/root/";
+  RunStage(AllPaths("/var/root"));
+  EXPECT_EQ(Removals("/var/root/"), s_removed);
+  s_home = @"";
+  RunStage({"Library/Internet Plug-Ins/" + kNames[0]});
+  EXPECT_EQ(Paths{"in .: Library/Internet Plug-Ins/" + kNames[0]}, s_removed)
+      << "the current folder is the home";
 }
 
 }  // namespace

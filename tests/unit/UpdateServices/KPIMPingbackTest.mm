@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "shared/platform/mac/LanguageMapping.h"
+#include "shared/platform/posix/Removal.h"
 #include "tests/unit/UpdateServices/ConnectionRecorder.h"
 #include "tests/unit/support/ScopedMethodReplacement.h"
 #include "tests/unit/support/Text.h"
@@ -92,6 +93,21 @@ extern "C" int sysctlbyname(const char* name, void* oldp, size_t* oldlenp, void*
   return 0;
 }
 
+RemovalResult RemoveFileOrEmptyFolder(const char* root, const char* path) {
+  const std::string whole = std::string(root) + "/" + path;
+  s_events.push_back("remove " + whole);
+  if (s_removalFails) {
+    return {1, EACCES};
+  }
+  s_files.erase(whole);
+  return {0, 0};
+}
+
+RemovalResult RemoveTree(const char* /*root*/, const char* path) {
+  ADD_FAILURE() << path << " is not removed with what is in it";
+  return {0, 0};
+}
+
 namespace {
 
 using testing::ElementsAre;
@@ -100,12 +116,6 @@ using testing::IsEmpty;
 
 BOOL FileExists(id /*self*/, SEL /*selector*/, NSString* path) {
   return s_files.count(Text(path)) != 0;
-}
-
-BOOL RemoveItem(id /*self*/, SEL /*selector*/, NSString* path, NSError** error) {
-  EXPECT_EQ(nullptr, error);
-  s_events.push_back("remove " + Text(path));
-  return !s_removalFails && s_files.erase(Text(path)) != 0;
 }
 
 NSString* FileContents(id /*self*/, SEL /*selector*/, NSString* path, NSStringEncoding encoding,
@@ -125,8 +135,6 @@ class KPIMPingbackTest : public testing::Test {
   KPIMPingbackTest()
       : exists_(object_getClass([NSFileManager defaultManager]), @selector(fileExistsAtPath:),
                 (IMP)FileExists),
-        remove_(object_getClass([NSFileManager defaultManager]), @selector(removeItemAtPath:error:),
-                (IMP)RemoveItem),
         contents_([NSString class], @selector(stringWithContentsOfFile:encoding:error:),
                   (IMP)FileContents, ScopedMethodReplacement::kClassMethod),
         dictionary_([NSDictionary class], @selector(dictionaryWithContentsOfFile:),
@@ -170,7 +178,6 @@ class KPIMPingbackTest : public testing::Test {
 
  private:
   ScopedMethodReplacement exists_;
-  ScopedMethodReplacement remove_;
   ScopedMethodReplacement contents_;
   ScopedMethodReplacement dictionary_;
 };

@@ -34,13 +34,12 @@ enum : unsigned int {
 /// Gives no object: a logger needs a path.
 - (id)init;
 
-/// A logger on the file at `path`, at level 1 and with an empty prefix. A missing file is
-/// created with the file manager's default permissions (0666 less the umask), a missing folder is
-/// not; what the file holds is kept. A link in the file's place is followed. A FIFO is opened like
-/// a file, so this waits until somebody reads it.
+/// A logger on the file at `path`, at level 1 and with an empty prefix. The file is opened, or
+/// created, as OpenInstallLogFile describes: with the console user's rights, and only as a regular
+/// file with one name. A missing folder is not created; what the file holds is kept.
 ///
-/// Returns nil when the file cannot be opened for writing. Callers keep the absent logger:
-/// messages to it do nothing.
+/// Returns nil when the file cannot be opened. Callers keep the absent logger: messages to it do
+/// nothing.
 - (id)initWithPath:(NSString*)path;
 
 /// Sets the highest level that is written; 0 silences the logger.

@@ -1,10 +1,7 @@
 #import "player/Installers/Mac/KPInstallManager/source/application/KPIMLogger.h"
 
-#include <errno.h>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "KPVendorConfig.h"
+#import "player/Installers/Mac/KPInstallManager/source/application/InstallLogFile.h"
 
 namespace {
 
@@ -50,33 +47,6 @@ NSString* SessionStamp(NSString* format) {
                                     KP_VERSION_BUGFIX, KP_VERSION_BUILD];
 }
 
-/// Makes an empty file, unless another logger has made it meanwhile: its lines stay.
-void CreateFile(NSString* path) {
-  int file = -1;
-  do {
-    file = open([path fileSystemRepresentation], O_WRONLY | O_CREAT, 0666);
-  } while (file < 0 && errno == EINTR);
-  if (file >= 0) {
-    close(file);
-  }
-}
-
-/// A tool that is launched has nothing to write into the log.
-void KeepFromLaunchedTools(int file) {
-  const int flags = fcntl(file, F_GETFD);
-  if (flags >= 0) {
-    (void)fcntl(file, F_SETFD, flags | FD_CLOEXEC);
-  }
-}
-
-/// Two processes may log at once, and between seeking and writing the other may have written.
-void AppendAtEachWrite(int file) {
-  const int flags = fcntl(file, F_GETFL);
-  if (flags >= 0) {
-    (void)fcntl(file, F_SETFL, flags | O_APPEND);
-  }
-}
-
 }  // namespace
 
 @implementation KP_DECOMP_KPIMLogger
@@ -92,21 +62,16 @@ void AppendAtEachWrite(int file) {
     return nil;
   }
 
-  if ([path length] > 0 && ![[NSFileManager defaultManager] fileExistsAtPath:path]) {
-    CreateFile(path);
-  }
-
-  mLogFH = [[NSFileHandle fileHandleForWritingAtPath:path] retain];
-  if (mLogFH == nil) {
+  const int file = OpenInstallLogFile(path);
+  if (file < 0) {
     [self autorelease];
     return nil;
   }
-  KeepFromLaunchedTools([mLogFH fileDescriptor]);
-  AppendAtEachWrite([mLogFH fileDescriptor]);
+  mLogFH = [[NSFileHandle alloc] initWithFileDescriptor:file closeOnDealloc:YES];
   @try {
     [mLogFH seekToEndOfFile];
   } @catch (NSException*) {
-    // Not a file to seek in. Each write seeks again and is lost by itself.
+    // Each write seeks again.
   }
 
   mLoggingLevel = kLogLevelError;

@@ -3,13 +3,16 @@
 #import <Foundation/Foundation.h>
 #import <SystemConfiguration/SystemConfiguration.h>
 
-#include "KPVendorConfig.h"
+#include <csignal>
+
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/CompleteExpressInstall.h"
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/DecompressLZMA.h"
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/DisableAnalytics.h"
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/GlobalLogger.h"
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/ParseCommandLine.h"
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/PreviousVersion.h"
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/RemoveObsoletePluginFiles.h"
-#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/UserHomeDirectory.h"
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/RunStage.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPingback.h"
@@ -20,13 +23,15 @@ NSString* const kUserLogPathFormat = @"/Users/%@/%@";
 NSString* const kLogPrefix = @"FIN: ";
 
 NSString* const kBootVolume = @"/";
-NSString* const kPreviousVersionFile = @"/Library/Application Support/Velmora/previous_version.txt";
 
-NSString* const kUpdaterFile =
-    @"/Library/Preferences/Velmora/Korvel Player/" KP_VENDOR_WEB_HOST "/bin/kpupdatepl/kpupdatepl";
-NSString* const kLauncher = @"/usr/bin/open";
-NSString* const kRedirectPage =
-    @"http://" KP_VENDOR_WEB_HOST "/software/korvel/about/installerRedirect.html";
+/// The signal of a pipe or connection whose reader has left would end the process. A handler,
+/// unlike ignoring it, is not passed on to programs that are launched.
+void SurviveBrokenPipes() {
+  struct sigaction action = {};
+  action.sa_handler = [](int /*signal*/) {};
+  action.sa_flags = SA_RESTART;
+  (void)sigaction(SIGPIPE, &action, nullptr);
+}
 
 void LogInformation(NSString* message) {
   [g_logger logTimeStampedString:message withLoggingLevel:kLogLevelInformation];
@@ -61,37 +66,42 @@ bool InstallsForConsoleUser(NSString* installRoot) {
   return [KPIMCommonUtil isUserLoggedIn] && [installRoot isEqualToString:kBootVolume];
 }
 
-/// The version that was installed before, as the installer package noted it; nil when it did not.
-NSString* PreviousVersion(NSString* installRoot) {
-  NSString* path = [installRoot stringByAppendingPathComponent:kPreviousVersionFile];
-  if (![[NSFileManager defaultManager] fileExistsAtPath:path]) {
-    return nil;
+void RemoveObsoleteFilesOnBootVolume(NSString* installRoot) {
+  if (InstallsForConsoleUser(installRoot)) {
+    RemoveObsoletePluginFiles();
   }
-  LogInformation(@"Reading previous version file");
-  NSString* text = [NSString stringWithContentsOfURL:[NSURL fileURLWithPath:path]
-                                            encoding:NSUTF8StringEncoding
-                                               error:nullptr];
-  return [text stringByTrimmingCharactersInSet:[NSCharacterSet whitespaceAndNewlineCharacterSet]];
 }
 
-/// Gives the user back to the web page from which an express install was begun.
-void CompleteExpressInstall() {
-  NSFileManager* fileManager = [NSFileManager defaultManager];
-  NSString* updater = [UserHomeDirectory() stringByAppendingPathComponent:kUpdaterFile];
-  if ([fileManager fileExistsAtPath:updater]) {
-    [fileManager removeItemAtPath:updater error:nullptr];
+void CompleteExpressInstallOnBootVolume(NSString* installRoot) {
+  if (InstallsForConsoleUser(installRoot)) {
+    CompleteExpressInstall();
   }
-  @try {
-    [NSTask launchedTaskWithLaunchPath:kLauncher arguments:[NSArray arrayWithObject:kRedirectPage]];
-  } @catch (NSException*) {
-    // The launcher is missing. The installation is complete without the page.
+}
+
+/// The stages that follow a successful extraction. What fails in one of them ends that stage alone.
+void RunLaterStages(NSString* installRoot, bool disableAnalytics) {
+  RunStage(@"Obsolete file removal", [&] { RemoveObsoleteFilesOnBootVolume(installRoot); });
+
+  NSString* previousVersion = nil;
+  RunStage(@"Previous version", [&] { previousVersion = ReadPreviousVersion(installRoot); });
+
+  // The pingback reports and consumes the express-install flag, so the hand-off after it finds one
+  // only if it was set again meanwhile. The order is deliberate.
+  RunStage(@"Pingback", [&] { [KPIMPingback doPingbackWithPreviousVersion:previousVersion]; });
+  RunStage(@"Express install", [&] { CompleteExpressInstallOnBootVolume(installRoot); });
+
+  if (disableAnalytics) {
+    RunStage(@"Analytics opt-out", [&] {
+      LogInformation(@"Disabling Analytics in rks.cfg");
+      DisableAnalytics(installRoot);
+    });
   }
-  [fileManager removeItemAtPath:kExpressInstallFlag error:nullptr];
 }
 
 }  // namespace
 
 int PerformMain(int argc, char** argv) {
+  SurviveBrokenPipes();
   OpenInstallLog();
   LogInformation(@"[finalizer started]");
 
@@ -105,23 +115,7 @@ int PerformMain(int argc, char** argv) {
     return decompressionFailure;
   }
 
-  if (InstallsForConsoleUser(installRoot)) {
-    RemoveObsoletePluginFiles();
-  }
-
-  // The pingback reports and consumes the express-install flag, so the hand-off below finds one
-  // only if it was set again meanwhile. The order is deliberate.
-  [KPIMPingback doPingbackWithPreviousVersion:PreviousVersion(installRoot)];
-  if (InstallsForConsoleUser(installRoot) &&
-      [[NSFileManager defaultManager] fileExistsAtPath:kExpressInstallFlag]) {
-    CompleteExpressInstall();
-  }
-
-  if (disableAnalytics) {
-    LogInformation(@"Disabling Analytics in rks.cfg");
-    DisableAnalytics(installRoot);
-  }
-
+  RunLaterStages(installRoot, disableAnalytics);
   LogInformation(@"[finalizer succeeded]");
   return 0;
 }

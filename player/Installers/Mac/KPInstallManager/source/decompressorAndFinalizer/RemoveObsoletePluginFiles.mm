@@ -2,28 +2,39 @@
 
 #import <Foundation/Foundation.h>
 
-static NSString* const kPluginFolderInHome = @"Library/Internet Plug-Ins/";
-static NSString* const kObsoleteNamesInHome[] = {
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/UserHomeDirectory.h"
+#include "shared/platform/posix/Removal.h"
+
+namespace {
+
+NSString* const kPluginFolder = @"Library/Internet Plug-Ins/";
+NSString* const kObsoleteNamesInHome[] = {
     @"Korvel Player.plugin",
     @"Korvel Player Enabler.plugin",
     @"Quorrel Korvel NP-PPC",
     @"korvelplayer.xpt",
 };
-static NSString* const kObsoleteSystemPlugin =
-    @"/Library/Internet Plug-Ins/Korvel Player Enabler.plugin";
+NSString* const kObsoleteSystemName = @"Korvel Player Enabler.plugin";
 
-static void RemoveIfPresent(NSString* path) {
-  NSFileManager* fileManager = [NSFileManager defaultManager];
-  if (![fileManager fileExistsAtPath:path]) return;
-  [fileManager removeItemAtPath:path error:NULL];
+/// Removes the item `name` of the plug-in folder below `root`, if it exists.
+void RemovePlugin(NSString* root, NSString* name) {
+  NSString* pathInRoot = [kPluginFolder stringByAppendingPathComponent:name];
+  NSString* path = [root stringByAppendingPathComponent:pathInRoot];
+  if (![[NSFileManager defaultManager] fileExistsAtPath:path]) {
+    return;
+  }
+  // After an empty root the path is a relative one.
+  const char* start = [root length] > 0 ? [root fileSystemRepresentation] : ".";
+  (void)RemoveTree(start, [pathInRoot fileSystemRepresentation]);
 }
 
+}  // namespace
+
 bool RemoveObsoletePluginFiles() {
-  NSString* home = [[[NSProcessInfo processInfo] environment] objectForKey:@"HOME"];
-  NSString* folder = [home stringByAppendingPathComponent:kPluginFolderInHome];
+  NSString* home = UserHomeDirectory();
   for (NSString* name : kObsoleteNamesInHome) {
-    RemoveIfPresent([folder stringByAppendingPathComponent:name]);
+    RemovePlugin(home, name);
   }
-  RemoveIfPresent(kObsoleteSystemPlugin);
+  RemovePlugin(@"/", kObsoleteSystemName);
   return true;
 }

@@ -9,6 +9,3 @@ inline NSString* const kInstallLogFile = @"Library/Logs/KorvelPlayerInstallManag
 /// The plug-in bundle, below an install root. It stands for itself on the boot volume.
 inline NSString* const kPluginBundlePath =
     @"/Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin";
-
-/// Set by a web page that began an express install.
-inline NSString* const kExpressInstallFlag = @"/tmp/KPExpressInstall.flag";

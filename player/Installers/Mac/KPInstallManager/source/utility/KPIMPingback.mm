@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "KPVendorConfig.h"
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/ExpressInstallFlag.h"
 #include "shared/platform/mac/LanguageMapping.h"
 
 namespace {
@@ -143,12 +143,11 @@ void SendRequest(NSString* urlText) {
 }
 
 + (NSString*)_getInstallVector {
-  NSFileManager* fileManager = [NSFileManager defaultManager];
-  if ([fileManager fileExistsAtPath:kExpressInstallFlag]) {
-    [fileManager removeItemAtPath:kExpressInstallFlag error:nullptr];
+  if (IsExpressInstallFlagSet()) {
+    RemoveExpressInstallFlag();
     return kExpressInstallVector;
   }
-  if ([fileManager fileExistsAtPath:kInstallVectorFile]) {
+  if ([[NSFileManager defaultManager] fileExistsAtPath:kInstallVectorFile]) {
     return [NSString stringWithContentsOfFile:kInstallVectorFile
                                      encoding:NSUTF8StringEncoding
                                         error:nullptr];

@@ -1,0 +1,141 @@
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/PreviousVersion.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/GlobalLogger.h"
+#include "tests/unit/KPInstallManager/RecordingLogger.h"
+#include "tests/unit/support/ScopedMethodReplacement.h"
+#include "tests/unit/support/TemporaryFolder.h"
+#include "tests/unit/support/Text.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr char kReading[] = "[3] Reading previous version file";
+
+class PreviousVersionTest : public testing::Test {
+ protected:
+  PreviousVersionTest() {
+    g_logger = [[KPIMLogger alloc] initWithPath:@"log"];
+    SetRoot(folder_.Path().string());
+  }
+  ~PreviousVersionTest() override {
+    [g_logger release];
+    g_logger = nil;
+    [pool_ release];
+  }
+
+  void SetRoot(const std::string& root) {
+    root_ = root;
+    file_ = root + "/Library/Application Support/Velmora/previous_version.txt";
+    std::filesystem::create_directories(std::filesystem::path(file_).parent_path());
+  }
+
+  /// The version, from a file that exists.
+  std::string Version() {
+    g_events.clear();
+    const std::string version = Text(ReadPreviousVersion(String(root_)));
+    EXPECT_THAT(g_events, ElementsAre(kReading));
+    return version;
+  }
+
+  std::string VersionIn(const std::string& contents) {
+    WriteWholeFile(file_, contents);
+    return Version();
+  }
+
+  NSAutoreleasePool* pool_ = [[NSAutoreleasePool alloc] init];
+  TemporaryFolder folder_;
+  std::string root_;
+  std::string file_;
+};
+
+TEST_F(PreviousVersionTest, IsTrimmedAtBothEnds) {
+  EXPECT_EQ("32.0.0.255", VersionIn("32.0.0.255\n"));
+  EXPECT_EQ("32.0.0.255", VersionIn("32.0.0.255\r\n"));
+  EXPECT_EQ("32.0 \n 0.255", VersionIn("\n\t 32.0 \n 0.255 \n\n"));
+}
+
+TEST_F(PreviousVersionTest, WithoutTextIsEmptyNotAbsent) {
+  EXPECT_EQ("", VersionIn(" \t\r\n \n"));
+  EXPECT_EQ("", VersionIn(""));
+}
+
+TEST_F(PreviousVersionTest, NotUTF8IsAbsent) { EXPECT_EQ("(absent)", VersionIn("32.0\xFF\n")); }
+
+TEST_F(PreviousVersionTest, FolderInItsPlaceIsAbsent) {
+  std::filesystem::create_directory(file_);
+  EXPECT_EQ("(absent)", Version());
+}
+
+TEST_F(PreviousVersionTest, MissingFileIsNotRead) {
+  g_events.clear();
+  EXPECT_EQ(nil, ReadPreviousVersion(String(root_)));
+  EXPECT_EQ(nil, ReadPreviousVersion(nil));
+  EXPECT_THAT(g_events, ElementsAre());
+}
+
+TEST_F(PreviousVersionTest, UnreadableFileIsAbsent) {
+  WriteWholeFile(file_, "32.0.0.255\n");
+  chmod(file_.c_str(), 0);
+  std::filesystem::permissions(root_, std::filesystem::perms(0755));
+  // Permissions do not bind root.
+  const uid_t user = geteuid();
+  if (user == 0) {
+    ASSERT_EQ(0, seteuid(65534));
+  }
+  const std::string version = Version();
+  if (user == 0) {
+    ASSERT_EQ(0, seteuid(0));
+  }
+  EXPECT_EQ("(absent)", version);
+}
+
+TEST_F(PreviousVersionTest, RootsThatAreNoURLs) {
+  for (const char* name : {"100% #1?;x", "a%20b", "[x]", "\xF0\x9F\x93\x80"}) {
+    SetRoot(folder_ / name);
+    EXPECT_EQ("32.0.0.255", VersionIn("32.0.0.255\n")) << name;
+  }
+}
+
+TEST_F(PreviousVersionTest, RelativeRoot) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder_.Path());
+  SetRoot("volume");
+  EXPECT_EQ("32.0.0.255", VersionIn("32.0.0.255\n"));
+  std::filesystem::current_path(before);
+}
+
+constexpr char kOnTheBootVolume[] = "/Library/Application Support/Velmora/previous_version.txt";
+
+BOOL FileExists(id /*self*/, SEL /*selector*/, NSString* path) {
+  return Text(path) == kOnTheBootVolume;
+}
+
+/// What the tests' boot volume holds in its previous-version file.
+NSString* Contents(id /*self*/, SEL /*selector*/, NSURL* url, NSStringEncoding encoding,
+                   NSError** error) {
+  EXPECT_THAT(g_events, ElementsAre(kReading)) << "logged before it is read";
+  EXPECT_TRUE([url isFileURL]);
+  EXPECT_EQ(kOnTheBootVolume, Text([url path]));
+  EXPECT_EQ(NSUTF8StringEncoding, encoding);
+  EXPECT_EQ(nullptr, error);
+  return @"32.0.0.255\n";
+}
+
+TEST_F(PreviousVersionTest, OnTheBootVolume) {
+  const ScopedMethodReplacement exists(object_getClass([NSFileManager defaultManager]),
+                                       @selector(fileExistsAtPath:), (IMP)FileExists);
+  const ScopedMethodReplacement contents([NSString class],
+                                         @selector(stringWithContentsOfURL:encoding:error:),
+                                         (IMP)Contents, ScopedMethodReplacement::kClassMethod);
+  for (const char* root : {"/", ""}) {
+    root_ = root;
+    EXPECT_EQ("32.0.0.255", Version());
+  }
+}
+
+}  // namespace
