@@ -7,8 +7,8 @@ import pathlib
 import pytest
 
 import finalizer_log
-from install_root import (BLOB, BUNDLE, EXPRESS_FLAG, LOG, PREVIOUS_VERSION, PROGRAMS, ROOT_HOME,
-                          USERS, as_user, tree_of)
+from install_root import (BLOB, BUNDLE, EXPRESS_FLAG, INSTALL_VECTOR, LOG, PREVIOUS_VERSION,
+                          PROGRAMS, ROOT_HOME, USERS, as_user, tree_of)
 from test_finalizer_express_install import REDIRECT_PAGE, UPDATER
 from test_obsolete_plugins import FOLDER, NAMES, SYSTEM_PLUGIN
 
@@ -365,6 +365,17 @@ def test_removal_goes_on_after_a_refusal(install_root, run):
     assert [str(path.relative_to(install_root.path(plugin)))
             for path in sorted(install_root.path(plugin).rglob("*"))] == ["2", "2/pinned"]
     assert not install_root.path(SYSTEM_PLUGIN).exists()
+
+
+# ---- What is read
+
+
+@pytest.mark.parametrize("file, log", [
+    (PREVIOUS_VERSION, [finalizer_log.READING_VERSION]), (INSTALL_VECTOR, [])])
+def test_fifo_in_the_place_of_a_file_that_is_read(install_root, run, file, log):
+    os.mkfifo(install_root.path(file), 0o666)
+    run()
+    assert install_root.log("alice") == finalizer_log.success("", *log)
 
 
 # ---- Stages that fail

@@ -56,8 +56,7 @@ bool EffectiveUser::SaveGroups() {
 
 bool EffectiveUser::Become(const char* name, uid_t user, gid_t group) const {
   const bool isKnown = name != nullptr && getpwnam(name) != nullptr;
-  const int result =
-      isKnown ? InitializeGroups(initgroups, name, group) : setgroups(1, &group);
+  const int result = isKnown ? InitializeGroups(initgroups, name, group) : setgroups(1, &group);
   return result == 0 && setegid(group) == 0 && seteuid(user) == 0;
 }
 

@@ -50,3 +50,8 @@ int OpenRegularFile(const char* path, int flags, mode_t mode, FileNames names,
   }
   return descriptor;
 }
+
+bool IsRegularFile(const char* path) {
+  struct stat status = {};
+  return stat(path, &status) == 0 && S_ISREG(status.st_mode);
+}

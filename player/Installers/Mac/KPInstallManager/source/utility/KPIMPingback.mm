@@ -8,6 +8,7 @@
 #include "KPVendorConfig.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/ExpressInstallFlag.h"
 #include "shared/platform/mac/LanguageMapping.h"
+#include "shared/platform/posix/RegularFile.h"
 
 namespace {
 
@@ -148,9 +149,12 @@ void SendRequest(NSString* urlText) {
     return kExpressInstallVector;
   }
   if ([[NSFileManager defaultManager] fileExistsAtPath:kInstallVectorFile]) {
-    return [NSString stringWithContentsOfFile:kInstallVectorFile
-                                     encoding:NSUTF8StringEncoding
-                                        error:nullptr];
+    // A FIFO would be waited for.
+    return IsRegularFile([kInstallVectorFile fileSystemRepresentation])
+               ? [NSString stringWithContentsOfFile:kInstallVectorFile
+                                           encoding:NSUTF8StringEncoding
+                                              error:nullptr]
+               : nil;
   }
   return kDefaultInstallVector;
 }
