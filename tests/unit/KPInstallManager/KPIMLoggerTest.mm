@@ -151,7 +151,7 @@ TEST_F(KPIMLoggerTest, StampsOfFixedMoments) {
   const std::pair<NSTimeInterval, const char*> kMoments[] = {
       // The last week of a year, of which the next year's first week has a part.
       {1546229106, "2018-12-31 04:05:06 +0000 [E] x\n"},
-      {1479333849, "2016-11-16 22:04:09 +0000 [E] x\n"},
+      {1478469849, "2016-11-06 22:04:09 +0000 [E] x\n"},
       {951782400, "2000-02-29 00:00:00 +0000 [E] x\n"},
   };
   for (const auto& [moment, line] : kMoments) {
