@@ -17,6 +17,7 @@ CURRENT = "/get/korvelplayer/update/current"
 FOLDER = "/run/server"
 PROGRAM = FOLDER + "/serve_and_run.py"
 ACCESS_LOG = FOLDER + "/access.log"
+NAMES_LOG = FOLDER + "/names.log"
 WWW = FOLDER + "/www"
 
 NGINX = f"""
@@ -63,7 +64,8 @@ class DownloadServer:
     """The server in the InstallRoot `root`. It runs as long as a program that run() starts.
 
     `kind` is what it does: "nginx" answers, "silent" accepts and says nothing, "express" answers
-    and makes the flag file of an express install while it does, and "none" listens nowhere.
+    and makes the flag file of an express install while it does, "names" is a name server that knows
+    no name, and "none" listens nowhere.
     """
 
     kind = "nginx"
@@ -101,6 +103,10 @@ class DownloadServer:
         if user is not None:
             command = [*as_user(user), *command]
         return self._root.execute(["/usr/bin/python3", PROGRAM, self.kind, *command], **options)
+
+    def names(self):
+        """The names that the name server was asked for, each once, in order."""
+        return list(dict.fromkeys(self._root.path(NAMES_LOG).read_text().splitlines()))
 
     def requests(self):
         """The lines of the requests that came, as the server logged them."""

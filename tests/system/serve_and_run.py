@@ -14,6 +14,9 @@ import time
 
 FOLDER = pathlib.Path(__file__).parent
 ADDRESS = ("127.0.0.1", 443)
+NAME_SERVER_ADDRESS = ("127.0.0.1", 53)
+# In a reply's flags: that it is one, and that there is no such name (RFC 1035).
+NO_SUCH_NAME = b"\x81\x83"
 EXPRESS_FLAG = pathlib.Path("/tmp/KPExpressInstall.flag")
 ANSWER = b"HTTP/1.1 200 OK\r\nContent-Length: 9\r\nConnection: close\r\n\r\nthank you"
 
@@ -58,6 +61,27 @@ def answer_and_make_flag(connection):
         stream.sendall(ANSWER)
 
 
+def start_name_server():
+    """Answers each question that there is no such name, and writes the name to a log."""
+    server = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    server.bind(NAME_SERVER_ADDRESS)
+
+    def answer():
+        while True:
+            question, client = server.recvfrom(512)
+            labels, at = [], 12
+            while question[at] != 0:
+                labels.append(question[at + 1:at + 1 + question[at]].decode())
+                at += 1 + question[at]
+            with open(FOLDER / "names.log", "a", encoding="latin-1") as log:
+                log.write(".".join(labels) + "\n")
+            # The question alone: name, type and class, without the records that may follow it.
+            server.sendto(question[:2] + NO_SUCH_NAME + b"\0\1" + bytes(6) + question[12:at + 5],
+                          client)
+
+    threading.Thread(target=answer, daemon=True).start()
+
+
 def main():
     kind, *command = sys.argv[1:]
     nginx = start_nginx() if kind == "nginx" else None
@@ -65,6 +89,8 @@ def main():
         listen(stay_silent)
     elif kind == "express":
         listen(answer_and_make_flag)
+    elif kind == "names":
+        start_name_server()
     try:
         status = subprocess.run(command, check=False).returncode
     finally:

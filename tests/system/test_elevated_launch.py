@@ -3,7 +3,10 @@
 alice may submit jobs and run tools, carol may submit jobs only, bob may do nothing.
 """
 
+import concurrent.futures
+import contextlib
 import itertools
+import os
 import re
 import stat
 import time
@@ -29,6 +32,7 @@ class Tool:
         number = next(numbers)
         self.booted = booted
         self.label = f"com.example.job-{number}" if label is None else label
+        self.env = {}
         self.path = f"/usr/local/lib/tools/probe-{number}"
         booted.write(self.path, booted.path(TEST_PROGRAMS + "/probe_tool").read_bytes(), 0o755)
 
@@ -37,7 +41,7 @@ class Tool:
         without a slot, "none". pkexec says on standard error why it refuses."""
         result = self.booted.run(
             [DRIVER, version, "output" if output else "no-output", self.label, path or self.path,
-             *arguments], user=user, cwd=cwd)
+             *arguments], user=user, cwd=cwd, env=self.env)
         assert result.status == 0, result
         returned, kind, text = (result.stdout + b"\n").split(b"\n", 2)
         return returned == b"true", {b"text": text[:-1], b"nil": None, b"none": "none"}[kind]
@@ -270,3 +274,97 @@ def test_unset_version_is_the_systems_own(tool):
         if tool.ran() and not tool.is_running():
             break
         time.sleep(0.1)
+
+
+# ---- What other processes do while the tool runs
+
+
+@contextlib.contextmanager
+def daemon_reload(booted):
+    """Starts systemd's generators, a dozen processes and more, again and again."""
+    for _ in range(5):
+        booted.ask("systemctl", "daemon-reload")
+    yield
+
+
+@contextlib.contextmanager
+def sleepers_of_another_user(booted):
+    """200 processes of bob's."""
+    pids = booted.ask("runuser", "-u", "bob", "--", "sh", "-c",
+                      "for i in $(seq 200); do sleep 60 > /dev/null 2>&1 & echo $!; done")
+    try:
+        yield
+    finally:
+        booted.ask("kill", *pids.split())
+
+
+@pytest.mark.parametrize("user", ALLOWED)
+@pytest.mark.parametrize("meanwhile, children", [
+    (contextlib.nullcontext, 15), (daemon_reload, 0), (sleepers_of_another_user, 0)])
+def test_younger_processes_do_not_end_the_wait(tool, user, meanwhile, children):
+    gate = tool.path + ".gate"
+    with concurrent.futures.ThreadPoolExecutor() as executor:
+        launched = executor.submit(tool.launch, JOBS, "between", gate, str(children), user=user)
+        try:
+            await_run(tool)
+            with meanwhile(tool.booted):
+                # A launch that does not see the tool gives up within 3 seconds.
+                concurrent.futures.wait([launched], timeout=4)
+                assert not launched.done()
+        finally:
+            tool.booted.write(gate, "")
+        assert launched.result() == (True, b"first\nlast\n")
+
+
+@pytest.mark.parametrize("user", ALLOWED)
+def test_what_another_user_mounts_over_the_tool_does_not_pass_for_it(tool, user):
+    # A script is never seen itself: only what takes its place could be.
+    script = tool.path + "-script"
+    tool.booted.write(script, f"#!/bin/sh\n{tool.path} print x 0\nexec sleep 20\n", 0o755)
+    with concurrent.futures.ThreadPoolExecutor() as executor:
+        launched = executor.submit(tool.launch, JOBS, user=user, path=script)
+        await_run(tool)
+        impostor = executor.submit(
+            tool.booted.run, ["unshare", "--user", "--map-root-user", "--mount", "sh", "-c",
+                              f"mount --bind /bin/sleep {script} && exec {script} 5"], user="bob")
+        await_executable(tool.booted, script)
+        assert launched.result() == (False, None)
+        assert impostor.result().status == 0
+    # What is left of the job goes.
+    assert tool.launch(JOBS, "print", "y", user=user) == (True, b"y")
+
+
+@pytest.mark.parametrize("version, user", [(JOBS, None), (JOBS, "alice"), (DIRECT, None)])
+def test_no_signal_is_ignored(tool, version, user):
+    assert tool.launch(version, "signals", user=user) == (True, b"SigIgn:\t0000000000000000\n")
+
+
+@pytest.mark.parametrize("version", [JOBS, DIRECT])
+@pytest.mark.parametrize("user", ALLOWED)
+def test_variables_of_the_caller_do_not_reach_the_tool(tool, version, user):
+    tool.env = {"OPENSSL_CONF": "/nonexistent", "SSLKEYLOGFILE": "/nonexistent"}
+    returned, variables = tool.launch(version, "variables", user=user)
+    assert returned and b"PATH=" in variables
+    assert b"OPENSSL_CONF" not in variables and b"SSLKEYLOGFILE" not in variables
+
+
+def await_run(tool):
+    """Waits until the tool has run."""
+    for _ in range(300):
+        if tool.ran():
+            return
+        time.sleep(0.02)
+    raise AssertionError("the tool has not run")
+
+
+def await_executable(booted, path):
+    """Waits until a process runs a file that was at `path` in the eyes of the process."""
+    for _ in range(300):
+        for process in booted.path("/proc").glob("[0-9]*"):
+            try:
+                if os.readlink(process / "exe") == path:
+                    return
+            except OSError:
+                pass  # It has ended, or is one of the kernel's.
+        time.sleep(0.02)
+    raise AssertionError(f"nothing runs {path}")
