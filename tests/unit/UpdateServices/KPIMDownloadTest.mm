@@ -320,6 +320,17 @@ TEST_F(KPIMDownloadTest, AnExistingDirectoryGetsTheFile) {
   EXPECT_FALSE(std::filesystem::exists(File())) << "not before the first chunk";
 }
 
+TEST_F(KPIMDownloadTest, PathOutlivesTheDownload) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  MakeWithFile();
+  [pool release];
+  NSString* path = [download_ getDownloadPath];
+  EXPECT_EQ(2u, [path retainCount]) << "the download's, and the pool's";
+  [download_ release];
+  download_ = nil;
+  EXPECT_EQ(File(), Text(path));
+}
+
 TEST_F(KPIMDownloadTest, AMissingDirectoryIsLoggedAndMemoryUsedInstead) {
   Make(true, String(folder_ / "missing"), @"body");
   EXPECT_EQ(nil, [download_ getDownloadPath]);

@@ -82,7 +82,8 @@ enum : int {
 /// The body. In asynchronous mode nil, with a line in the log, unless the download is completed.
 - (NSData*)downloadedData;
 
-/// The file that is written, or nil.
+/// The path of the file that is written, or nil. Retained and autoreleased: it outlives the
+/// download.
 - (NSString*)getDownloadPath;
 
 @end

@@ -145,7 +145,7 @@ bool IsPlainName(NSString* name) {
 }
 
 - (NSString*)getDownloadPath {
-  return m_downloadPath;
+  return [[m_downloadPath retain] autorelease];
 }
 
 // ---- Delegate of the connection
