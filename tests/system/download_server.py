@@ -63,7 +63,8 @@ class DownloadServer:
     """The server in the InstallRoot `root`. It runs as long as a program that run() starts.
 
     `kind` is what it does: "nginx" answers, "silent" accepts and says nothing, "express" answers
-    and makes the flag file of an express install while it does, and "none" listens nowhere.
+    and makes the flag file of an express install while it does, "endless" and "endless trailers"
+    answer without end, and "none" listens nowhere.
     """
 
     kind = "nginx"
@@ -105,3 +106,7 @@ class DownloadServer:
     def requests(self):
         """The lines of the requests that came, as the server logged them."""
         return self._root.path(ACCESS_LOG).read_text().splitlines()
+
+    def sent(self):
+        """How many bytes an endless answer had when the program had enough of it."""
+        return int(self._root.path(FOLDER + "/sent").read_text())
