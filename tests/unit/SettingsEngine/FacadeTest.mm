@@ -191,7 +191,10 @@ TEST_F(FacadeTest, NilAndUnpairedTextChangeNothing) {
   [settings setValue:@"2" forKey:kMissingPath];
   [settings setValue:Unpaired() forKey:@"a"];
   [settings setValue:@"2" forKey:Unpaired()];
-  [settings setValue:[[Unpaired() mutableCopy] autorelease] forKey:@"a"];
+  NSMutableString* mutableText = [NSMutableString string];
+  [mutableText appendFormat:@"%C", static_cast<unichar>(0xD800)];
+  EXPECT_EQ([mutableText length], 1U);
+  [settings setValue:mutableText forKey:@"a"];
   EXPECT_EQ([[settings allKeys] count], 1U);
   EXPECT_TRUE([[settings valueForKey:@"a"] isEqualToString:@"1"]);
 }
