@@ -13,7 +13,7 @@ pytest.register_assert_rewrite("install_root")
 import blob
 import booted_root
 import download_server as servers
-from install_root import InstallRoot, Node, REPOSITORY
+from install_root import InstallRoot, Node, PROGRAMS, REPOSITORY
 
 
 def pytest_addoption(parser):
@@ -82,11 +82,13 @@ def download_server(install_root, server_certificates):
 @pytest.fixture
 def finalizer_run(install_root, finalizer):
     """Runs the finalizer in `install_root`: finalizer_run(arguments, status=0, ...) with the
-    options of InstallRoot.execute(). It ends with `status` and writes nothing to its output."""
+    options of InstallRoot.execute(); `wrapper` is a command that runs it. It ends with `status` and
+    writes nothing to its output."""
     assert finalizer
 
-    def run(arguments, status=0, **options):
-        result = install_root.run(arguments, **options)
+    def run(arguments, status=0, wrapper=(), **options):
+        result = install_root.execute([*wrapper, f"{PROGRAMS}/finalizer", *map(str, arguments)],
+                                      **options)
         assert (result.status, result.stdout, result.stderr) == (status, "", "")
 
     return run

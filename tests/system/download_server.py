@@ -65,7 +65,7 @@ class DownloadServer:
 
     `kind` is what it does: "nginx" answers, "silent" accepts and says nothing, "express" answers
     and makes the flag file of an express install while it does, "names" is a name server that knows
-    no name, and "none" listens nowhere.
+    no name, "endless" and "endless trailers" answer without end, and "none" listens nowhere.
     """
 
     kind = "nginx"
@@ -111,3 +111,7 @@ class DownloadServer:
     def requests(self):
         """The lines of the requests that came, as the server logged them."""
         return self._root.path(ACCESS_LOG).read_text().splitlines()
+
+    def sent(self):
+        """How many bytes an endless answer had when the program had enough of it."""
+        return int(self._root.path(FOLDER + "/sent").read_text())

@@ -89,6 +89,11 @@ class InstallRoot:
         self._lay_out()
         self.set_console(console)
 
+    def within_memory(self, size):
+        """The beginning of a command that has `size` bytes of addresses at most. A sanitizer
+        reserves more than any limit for itself: its build gets none."""
+        return [] if self.build.name == "asan" else ["prlimit", f"--as={size}"]
+
     def path(self, inside):
         """Where the absolute path `inside` lies on the host."""
         return self.folder / str(inside).lstrip("/")

@@ -17,8 +17,13 @@ ADDRESS = ("127.0.0.1", 443)
 NAME_SERVER_ADDRESS = ("127.0.0.1", 53)
 # In a reply's flags: that it is one, and that there is no such name (RFC 1035).
 NO_SUCH_NAME = b"\x81\x83"
+SENT = FOLDER / "sent"
+HEAD = b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n"
+MEBIBYTE = 1 << 20
 EXPRESS_FLAG = pathlib.Path("/tmp/KPExpressInstall.flag")
 ANSWER = b"HTTP/1.1 200 OK\r\nContent-Length: 9\r\nConnection: close\r\n\r\nthank you"
+
+sent = 0
 
 
 def start_nginx():
@@ -47,15 +52,21 @@ def stay_silent(connection):
         pass
 
 
-def answer_and_make_flag(connection):
+def accept_request(connection):
+    """The encrypted connection, once a request has come through it and is logged."""
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
     context.load_cert_chain(FOLDER / "server.crt", FOLDER / "server.key")
-    with context.wrap_socket(connection, server_side=True) as stream:
-        request = b""
-        while b"\r\n\r\n" not in request:
-            request += stream.recv(65536)
-        with open(FOLDER / "access.log", "a", encoding="latin-1") as log:
-            log.write(request.split(b"\r\n")[0].decode("latin-1") + "\n")
+    stream = context.wrap_socket(connection, server_side=True)
+    request = b""
+    while b"\r\n\r\n" not in request:
+        request += stream.recv(65536)
+    with open(FOLDER / "access.log", "a", encoding="latin-1") as log:
+        log.write(request.split(b"\r\n")[0].decode("latin-1") + "\n")
+    return stream
+
+
+def answer_and_make_flag(connection):
+    with accept_request(connection) as stream:
         # It must be gone: the pingback reports it and takes it away.
         EXPRESS_FLAG.touch(exist_ok=False)
         stream.sendall(ANSWER)
@@ -82,18 +93,43 @@ def start_name_server():
     threading.Thread(target=answer, daemon=True).start()
 
 
+def answer_without_end(connection, start, piece):
+    """Sends `start`, then `piece` over and over until the other side has enough, and counts the
+    bytes of the latter."""
+    global sent
+    with accept_request(connection) as stream:
+        stream.sendall(start)
+        try:
+            while True:
+                stream.sendall(piece)
+                sent += len(piece)
+        except OSError:
+            pass
+
+
+def send_endless_body(connection):
+    answer_without_end(connection, HEAD, b"100000\r\n" + bytes(MEBIBYTE) + b"\r\n")
+
+
+def send_endless_trailers(connection):
+    answer_without_end(connection, HEAD + b"4\r\nbody\r\n0\r\n", b"X-More: x\r\n" * 1000)
+
+
+HANDLERS = {"silent": stay_silent, "express": answer_and_make_flag,
+            "endless": send_endless_body, "endless trailers": send_endless_trailers}
+
+
 def main():
     kind, *command = sys.argv[1:]
     nginx = start_nginx() if kind == "nginx" else None
-    if kind == "silent":
-        listen(stay_silent)
-    elif kind == "express":
-        listen(answer_and_make_flag)
+    if kind in HANDLERS:
+        listen(HANDLERS[kind])
     elif kind == "names":
         start_name_server()
     try:
         status = subprocess.run(command, check=False).returncode
     finally:
+        SENT.write_text(str(sent), encoding="ascii")
         if nginx:
             nginx.terminate()
             nginx.wait()

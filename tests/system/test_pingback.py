@@ -266,6 +266,24 @@ def test_silent_server_costs_thirty_seconds(pingback, download_server):
     assert TIME_OUT - 1 < time.monotonic() - start < 2 * TIME_OUT
 
 
+# What a program sends and receives stays for a while in buffers between them.
+BUFFERED = 32 << 20
+
+
+def test_endless_answer_ends_within_256_mebibytes(pingback, download_server, install_root):
+    download_server.kind = "endless"
+    assert pingback(wrapper=install_root.within_memory(1 << 30),
+                    timeout=4 * TIME_OUT) == [request()]
+    assert download_server.sent() < (256 << 20) + BUFFERED
+
+
+def test_endless_trailers_end(pingback, download_server, install_root):
+    download_server.kind = "endless trailers"
+    assert pingback(wrapper=install_root.within_memory(1 << 28),
+                    timeout=4 * TIME_OUT) == [request()]
+    assert download_server.sent() < BUFFERED
+
+
 def test_answer_is_ignored(pingback, download_server):
     download_server.configure(NGINX.replace('return 200 "thank you"', "return 500"))
     assert pingback() == [request()]

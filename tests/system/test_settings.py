@@ -1,5 +1,7 @@
 """The analytics opt-out: the settings file before and after a run, byte by byte."""
 
+import os
+
 import pytest
 
 import finalizer_log
@@ -13,9 +15,9 @@ NEW_FILE = b"DisableAnalytics=1\n"
 def run(install_root, finalizer_run, bundle_blob):
     """Installs below `root` with the switch and checks that the run tells of it as of any other."""
 
-    def run_with_switch(root="/", log_of="alice", **options):
+    def run_with_switch(root="/", log_of="alice", wrapper=(), **options):
         install_root.lay_blob(bundle_blob, root)
-        finalizer_run([root, OPT_OUT], **options)
+        finalizer_run([root, OPT_OUT], wrapper=wrapper, **options)
         assert install_root.log(log_of) == finalizer_log.success(
             root.rstrip("/"), finalizer_log.DISABLING_ANALYTICS)
 
@@ -150,3 +152,41 @@ def test_large_file(install_root, run):
     install_root.write(SETTINGS, lines * (10_000_000 // len(lines) + 1))
     run()
     assert install_root.path(SETTINGS).read_bytes() == b"first=1\nsecond=2\nDisableAnalytics=1\n"
+
+
+# ---- What is no settings file
+
+
+@pytest.mark.parametrize("target", [None, "/dev/zero", "/dev/full", "/run/pipe"])
+def test_what_is_no_regular_file_stays_as_it_is(install_root, run, target):
+    """A pipe is not waited for, and a device is not read."""
+    path = install_root.path(SETTINGS)
+    if target is None:
+        os.mkfifo(path)
+    else:
+        os.mkfifo(install_root.path("/run/pipe"))
+        path.symlink_to(target)
+    before = path.lstat()
+    run()
+    assert path.lstat().st_mode == before.st_mode
+    assert path.lstat().st_ino == before.st_ino
+
+
+# Enough for a run that reads a file of the largest size.
+ADDRESS_SPACE = 1 << 30
+
+
+def test_file_that_asks_for_gigabytes_stays_as_it_is(install_root, run):
+    """Many blank values, each of which takes the tail of a long line."""
+    before = b"#" + b"x" * 200_000 + b"\n" + b"".join(b"%d=\n" % n for n in range(7_000))
+    assert len(before) < 249_000, "asks for 1.4 GB"
+    path = install_root.write(SETTINGS, before)
+    run(wrapper=install_root.within_memory(ADDRESS_SPACE))
+    assert path.read_bytes() == before
+
+
+def test_huge_file_stays_as_it_is(install_root, run):
+    path = install_root.write(SETTINGS, b"a=1\n")
+    os.truncate(path, 1 << 40)
+    run(wrapper=install_root.within_memory(ADDRESS_SPACE))
+    assert path.stat().st_size == 1 << 40

@@ -26,6 +26,7 @@ TOO_MANY_REDIRECTS = "-1007 too many HTTP redirects"
 OFFLINE = "-1009 The Internet connection appears to be offline."
 NOWHERE = "-1010 redirected to nowhere"
 UNPARSABLE = "-1017 cannot parse response"
+TOO_LARGE = "-1103 resource exceeds maximum size"
 NO_TLS = "-1200 An SSL error has occurred and a secure connection to the server cannot be made."
 EXPIRED = "-1201 The certificate for this server has expired."
 INVALID = "-1202 The certificate for this server is invalid."
@@ -302,6 +303,8 @@ FAILURES = [
     (f"{PLAIN}/short", LOST), (f"{PLAIN}/short-chunk", LOST), (f"{PLAIN}/reset", LOST),
     (f"{TLS}/short", LOST), (f"{PLAIN}/hang-up", LOST), (f"{PLAIN}/half-head", LOST),
     (f"{PLAIN}/bad-chunk", LOST), (f"{PLAIN}/endless-head", LOST),
+    (f"{PLAIN}/endless-trailers", TOO_LARGE),
+    (f"{PLAIN}/endless-hints", LOST),  # libcurl bounds heads itself.
     (f"{PLAIN}/garbage", UNPARSABLE), (f"{PLAIN}/bad-length", UNPARSABLE),
     ("http://good.test:1/", NO_CONNECTION), ("https://good.test:1/", NO_CONNECTION),
     ("http://192.0.2.1/", OFFLINE),
@@ -355,6 +358,33 @@ def test_environment_cannot_widen_trust(sandbox):
              "SSL_CERT_DIR": str(sandbox.path("."))}
     lines = sandbox.load(f"https://good.test:{TLS_PORTS['stranger']}/plain", environment=trust)
     assert lines[-1] == failure(UNKNOWN_ROOT)
+
+
+# Size
+
+# The longest body of a synchronous load.
+MOST_BYTES = 256 * 1024 * 1024
+
+
+@pytest.mark.parametrize("url", [f"{PLAIN}/endless-body", f"{PLAIN}/length/{MOST_BYTES + 1}"])
+def test_synchronous_load_that_is_too_large(sandbox, url):
+    assert sandbox.load("--sync", url)[-1] == failure(TOO_LARGE)
+
+
+def test_largest_synchronous_load(sandbox):
+    assert sandbox.load("--sync", f"{PLAIN}/length/{MOST_BYTES}")[-1] == f"0 finish {MOST_BYTES}"
+
+
+def test_asynchronous_load_may_be_larger(sandbox):
+    lines = sandbox.load("--summary", f"{PLAIN}/length/{MOST_BYTES + 1}")
+    assert f"0 finish {MOST_BYTES + 1}" in lines
+
+
+@pytest.mark.parametrize("path", ["endless-trailers", "endless-hints"])
+def test_endless_headers_do_not_stay_in_memory(sandbox, path):
+    endless = sandbox.usage(f"{PLAIN}/{path}")
+    small = sandbox.usage(f"{PLAIN}/plain")
+    assert endless["memory"] - small["memory"] < 32 * 1024 * 1024
 
 
 # Time

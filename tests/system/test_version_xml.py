@@ -29,8 +29,8 @@ def latest(install_root, download_server, kpim):
     """Runs kpim latest as alice beside the server; the status and what it prints are checked."""
     assert kpim and install_root
 
-    def run(*arguments, program=f"{PROGRAMS}/kpim", status=0, errors=(), **options):
-        result = download_server.run([program, "latest", *arguments], user="alice",
+    def run(*arguments, program=f"{PROGRAMS}/kpim", status=0, errors=(), wrapper=(), **options):
+        result = download_server.run([*wrapper, program, "latest", *arguments], user="alice",
                                      env={"HOME": "/Users/alice"}, **options)
         assert result.stderr.splitlines() == [f"kpim: latest: {error}" for error in errors]
         assert result.status == status
@@ -139,9 +139,38 @@ def test_page_that_is_missing(latest, download_server):
     assert download_server.requests() == [request()]
 
 
-def test_ten_megabytes(answer):
-    message = " ;size \"é" * (10_000_000 // 10)
+def test_eight_megabytes(answer):
+    message = " ;size \"é" * (8_000_000 // 10)
     assert answer(EXAMPLE.replace("A new version is available.", message))["message"] == message
+
+
+# ---- Servers that never end
+
+BUFFERED = 32 << 20
+
+
+@pytest.mark.parametrize("kind, reason", [
+    ("endless", "The reply is longer than 8388608 bytes."),
+    ("endless trailers", "resource exceeds maximum size")])
+def test_endless_answer(latest, download_server, install_root, kind, reason):
+    download_server.kind = kind
+    latest(status=1, errors=[f"URL download failed: {reason}", NOT_FETCHED],
+           wrapper=install_root.within_memory(1 << 29))
+    assert download_server.sent() < BUFFERED
+
+
+def test_description_that_is_announced_too_long(latest, download_server):
+    download_server.offer(path_of(), b" " * ((8 << 20) + 1))
+    latest(status=1, errors=["URL download failed: The reply is longer than 8388608 bytes.",
+                             NOT_FETCHED])
+
+
+def test_too_little_memory(latest, download_server, install_root):
+    limit = install_root.within_memory(100 << 20)
+    if not limit:
+        pytest.skip("a sanitizer reserves more than any limit")
+    download_server.offer(path_of(), EXAMPLE.replace("A new version", "x" * 8_000_000))
+    latest(status=1, errors=["Default zone has run out of memory"], wrapper=limit)
 
 
 # ---- Servers that do not answer

@@ -87,10 +87,37 @@ def serve_half_head(send, request):
     send(b"HTTP/1.1 200 OK\r\nContent-Le")
 
 
+def send_for_ever(send, piece):
+    """Until the client closes the connection."""
+    while True:
+        send(piece)
+
+
 def serve_endless_head(send, request):
     send(b"HTTP/1.1 200 OK\r\n")
-    while True:
-        send(b"X-More: " + b"x" * 1000 + b"\r\n")
+    send_for_ever(send, b"X-More: " + b"x" * 1000 + b"\r\n")
+
+
+def serve_endless_body(send, request):
+    send(head("200 OK"))
+    send_for_ever(send, bytes(1 << 20))
+
+
+def serve_endless_trailers(send, request):
+    send(head("200 OK", "Transfer-Encoding: chunked") + chunk(b"part") + b"0\r\n")
+    send_for_ever(send, b"X-More: x\r\n" * 1000)
+
+
+def serve_endless_hints(send, request):
+    send_for_ever(send, b"HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n" * 100)
+
+
+def serve_length(send, request):
+    """As many bytes as the path says."""
+    size = int(request.path.rsplit("/", 1)[1])
+    send(head("200 OK"))
+    for start in range(0, size, 1 << 20):
+        send(bytes(min(1 << 20, size - start)))
 
 
 def serve_redirect_chain(send, request):
@@ -152,6 +179,10 @@ BEHAVIOURS = {
     "/stall": serve_stall,
     "/half-head": serve_half_head,
     "/endless-head": serve_endless_head,
+    "/endless-body": serve_endless_body,
+    "/endless-trailers": serve_endless_trailers,
+    "/endless-hints": serve_endless_hints,
+    "/length": serve_length,
     "/chain": serve_redirect_chain,
     "/echo": serve_echo,
     "/reset": serve_reset,

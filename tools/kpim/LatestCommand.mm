@@ -156,7 +156,12 @@ int Fetch(const LatestOptions& options) {
 
 int Latest(const LatestOptions& options) {
   NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
-  const int status = Fetch(options);
+  int status = kExitFailed;
+  @try {
+    status = Fetch(options);
+  } @catch (NSException* exception) {
+    ReportError(kCommand, UTF8([exception reason]));
+  }
   [pool release];
   return status;
 }
