@@ -18,7 +18,6 @@
 namespace {
 
 NSString* const kErrorMark = @"ERROR: ";
-NSString* const kNowhere = @"/dev/null";
 
 /// What went wrong, in the order in which it was logged.
 std::vector<std::string> s_errors;
@@ -30,6 +29,11 @@ std::vector<std::string> s_errors;
 @end
 
 @implementation KPErrorCollector
+
+/// Needs no file, unlike its superclass: it writes nothing by itself.
+- (id)init {
+  return self;
+}
 
 - (void)logTimeStampedString:(NSString*)message withLoggingLevel:(unsigned int)level {
   [[KPIMVersionManager _logger] logTimeStampedString:message withLoggingLevel:level];
@@ -51,8 +55,7 @@ std::vector<std::string> s_errors;
 + (KPIMLogger*)_logger {
   static KPIMLogger* s_collector = nil;
   if (s_collector == nil) {
-    // A logger needs a file. This one writes nothing by itself.
-    s_collector = [[KPErrorCollector alloc] initWithPath:kNowhere];
+    s_collector = [[KPErrorCollector alloc] init];
   }
   return s_collector;
 }
