@@ -212,18 +212,6 @@ def test_reason_is_told_without_a_log(latest, download_server, install_root):
     latest(status=1, errors=["URL download failed: Could not connect to the server.", NOT_FETCHED])
 
 
-def test_failure_that_nobody_could_log(latest, download_server, install_root, tmp_path):
-    """What collects the reasons writes to /dev/null, and cannot."""
-    (tmp_path / "null").touch()
-    install_root.mount(tmp_path / "null", "/dev/null")
-    reason = "no usable version description"
-    for content in ("", EXAMPLE.replace("32.0.0.270", ""), EXAMPLE.replace("message", "text")):
-        download_server.offer(path_of(), content)
-        latest(status=1, errors=[reason])
-    download_server.kind = "none"
-    latest(status=1, errors=[reason])
-
-
 # ---- The command line
 
 
