@@ -280,8 +280,7 @@ bool Sink::EnterDirectory(const char* name, bool creates, const fileChunk& node,
                           const Trail& trail) {
   const bool isNew = creates && mkdir(name, kDirectoryMode) == 0;
   const int refusal = !creates || isNew || errno == EEXIST ? 0 : errno;
-  const bool isEntered =
-      isTopTheRoot_ && !isInTop_ ? walk_.Start(name) : walk_.Enter(name);
+  const bool isEntered = isTopTheRoot_ && !isInTop_ ? walk_.Start(name) : walk_.Enter(name);
   if (!isEntered) {
     Fail(node, trail, refusal != 0 ? refusal : errno);
     return false;
