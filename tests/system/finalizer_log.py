@@ -8,6 +8,10 @@ READING_VERSION = "[I] FIN: Reading previous version file"
 DISABLING_ANALYTICS = "[I] FIN: Disabling Analytics in rks.cfg"
 SUCCEEDED = "[I] FIN: [finalizer succeeded]"
 UNREADABLE_BLOB = "[E] FIN: ERROR: The payload blob cannot be read: Input/output error."
+NO_MEMORY_FOR_BLOB = "[E] FIN: ERROR: The payload blob cannot be read: Cannot allocate memory."
+TOO_LARGE_BLOB = ("[E] FIN: ERROR: The payload blob is malformed: too large for a blob: 4 GiB or more "
+                  "at byte 4294967295.")
+HELD_BLOB = "[E] FIN: ERROR: The payload blob cannot be locked: another process holds it."
 MALFORMED = r"\[E\] FIN: ERROR: The payload blob is malformed: .+ at byte \d+\."
 
 
@@ -15,6 +19,18 @@ def paths(root=""):
     """The two lines that name the bundle and the blob below `root`, which has no last "/"."""
     return [f"[I] FIN: Compression Output Path: '{root}{BUNDLE}'.",
             f"[I] FIN: Compression Input Path: '{root}{BLOB}'."]
+
+
+def not_removed(count, reason):
+    """The line about items of the old bundle that stay."""
+    return f"[E] FIN: ERROR: {count} of the old bundle's items could not be removed: {reason}."
+
+
+def not_written(path, failed, entries, reason):
+    """The two lines about entries that could not be written, the first of them at `path`."""
+    return [f"[E] FIN: Error writing file: '{path}'.",
+            f"[E] FIN: ERROR: {failed} of {entries} entries of the payload could not be written: "
+            f"{reason}."]
 
 
 def success(root="", *stages):
