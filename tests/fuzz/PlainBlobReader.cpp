@@ -15,7 +15,7 @@ constexpr size_t kPropertiesOffset = 4;
 constexpr unsigned int kPropertyCount = 5;
 constexpr size_t kGreatestDepth = 512;
 constexpr size_t kGreatestExpansion = 8192;
-constexpr size_t kAllowance = 64UL << 20;
+constexpr size_t kAllowance = 4UL << 30;
 
 unsigned int ByteAt(std::string_view bytes, size_t offset) {
   return static_cast<unsigned char>(bytes[offset]);

@@ -29,12 +29,13 @@ class BlobLock {
   BlobLock(const BlobLock&) = delete;
   BlobLock& operator=(const BlobLock&) = delete;
 
-  /// Opens the blob at `path` and locks it. While another process holds it, waits for up to a minute
-  /// and looks each time at what is at `path` then. A link to a regular file is followed. Once per
-  /// object.
+  /// Opens the blob at `path` and locks it. While another process holds it, waits for up to a
+  /// minute and looks each time at what is at `path` then. A link to a regular file is followed.
+  /// Once per object.
   BlobLockResult Take(const char* path);
 
-  /// The open blob, with the position at its start; -1 unless Take() returned kLocked or kNotLocked.
+  /// The open blob, with the position at its start; -1 unless Take() returned kLocked or
+  /// kNotLocked.
   int Descriptor() const { return descriptor_; }
 
   /// Why the blob could not be opened or locked, an errno value; EWOULDBLOCK when another process
