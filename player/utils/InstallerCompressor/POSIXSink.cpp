@@ -270,7 +270,7 @@ void Sink::WriteDirectory(const char* name, const fileChunk& node, const Trail& 
     return;
   }
   WriteChildren(node, trail);
-  if (!walk_.Return(parent)) {
+  if (lostError_ == 0 && !walk_.Return(parent)) {
     lostError_ = errno;
   }
 }

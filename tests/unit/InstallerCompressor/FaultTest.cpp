@@ -14,7 +14,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
@@ -54,6 +56,9 @@ bool interruptNext = false;
 // Calls claim to have done what they were asked for, without touching memory or disk.
 bool pretends = false;
 unsigned long largestTransfer = 0;
+
+// What happens before the next write.
+std::function<void()> beforeWriting;
 
 // Calls of fstat fail, those of fchmod, and the next one of close, which closes all the same.
 bool statusFails = false;
@@ -167,6 +172,7 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
 
 ssize_t __wrap_write(int descriptor, const void* buffer, size_t count) {
   if (pretends) return Pretend(count);
+  if (beforeWriting) std::exchange(beforeWriting, nullptr)();
   if (Interrupted()) return -1;
   size_t allowed = Limited(count);
   if (writableBytes >= 0 && allowed > static_cast<size_t>(writableBytes)) {
@@ -215,6 +221,7 @@ class FaultTest : public testing::Test {
     readFails = interruptNext = statusFails = modeFails = closeFails = pretends = false;
     largestTransfer = 0;
     soughtText = nullptr;
+    beforeWriting = nullptr;
   }
 };
 
@@ -577,6 +584,51 @@ TEST_F(SinkFaultTest, WithoutMemoryForThePathTheErrorIsReported) {
   EXPECT_EQ(2UL, report_.failed);
   EXPECT_EQ(ENOSPC, report_.error);
   EXPECT_EQ(nullptr, report_.path);
+}
+
+// Another user, who may write in the folders on the way, does so just then.
+class MovedFolderTest : public FaultTest {
+ protected:
+  void Write(const std::function<void()>& event) {
+    beforeWriting = event;
+    PlatformWriteFileFromChunk((folder_ / "root").c_str(), "bundle", list_.get(), report_);
+  }
+  void ExpectLost() const {
+    EXPECT_EQ(9UL, report_.entries);
+    EXPECT_EQ(4UL, report_.failed) << "what comes after the folder that was left";
+    EXPECT_EQ(ESTALE, report_.error);
+    EXPECT_STREQ((folder_ / "root/bundle/a/after").c_str(), report_.path);
+    EXPECT_EQ("3", ReadFile(folder_ / "moved/inner/3"));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "root/after"));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "after"));
+  }
+
+  const TemporaryFolder folder_;
+  const ChunkList list_ = List({NewDirectory(
+      "", {NewDirectory("a", {NewDirectory("inner", {NewFile("1", "1"), NewFile("3", "3")}),
+                              NewFile("after", "x"), NewDirectory("b", {NewFile("after", "x")})}),
+           NewFile("after", "x")})});
+  SinkReport report_;
+  const bool isMade_ = std::filesystem::create_directory(folder_ / "root");
+};
+
+TEST_F(MovedFolderTest, IsNotLeftForTheFolderAroundItsNewPlace) {
+  Write([this] {
+    std::filesystem::create_directory(folder_ / "moved");
+    std::filesystem::rename(folder_ / "root/bundle/a/inner", folder_ / "moved/inner");
+  });
+  ExpectLost();
+}
+
+TEST_F(MovedFolderTest, ALinkInItsOldPlaceLeadsNowhere) {
+  Write([this] {
+    std::filesystem::create_directories(folder_ / "moved");
+    std::filesystem::create_directories(folder_ / "victim");
+    std::filesystem::rename(folder_ / "root/bundle/a/inner", folder_ / "moved/inner");
+    std::filesystem::create_directory_symlink(folder_ / "victim", folder_ / "root/bundle/a/inner");
+  });
+  ExpectLost();
+  EXPECT_TRUE(std::filesystem::is_empty(folder_ / "victim"));
 }
 
 TEST_F(SinkFaultTest, WritingTakesNoMemory) {
