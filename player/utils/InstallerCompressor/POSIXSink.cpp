@@ -169,7 +169,7 @@ class Sink {
   SinkReport& report_;
   FolderWalk walk_;
   // What a nameless entry stands for: the root, or a name in the folder that the walk is in.
-  const char* topName_ = nullptr;
+  const char* topName_ = "";
   bool isTopTheRoot_ = false;
   bool isInTop_ = false;
   // Why nothing more can be written, an errno value: the walk is not where it has to be.
