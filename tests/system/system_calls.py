@@ -17,21 +17,26 @@ _LINE = re.compile(r'(?P<name>\w+)\((?:AT_FDCWD<[^>]*>, )?'
 class Call:
     """The `number`-th call of a process or thread that has this `name` and is about the file at
     `path`, or, where that is empty because it is about no file with a path, the `number`-th of that
-    name. `is_first` tells whether it is the program's first thread that makes it. `text` is
+    name. `is_first` tells whether it is the program's first thread that makes it.
+
+    A call in a folder other than "/" has a `folder`, and a path that may be composed of it and the
+    `given` one. Strace selects no such path, so `number` counts all calls of that name. `text` is
     strace's line."""
 
     name: str
     path: str
     number: int
     is_first: bool
-    text: str = dataclasses.field(compare=False, repr=False)
+    folder: str = ""
+    given: str = dataclasses.field(default="", compare=False, repr=False)
+    text: str = dataclasses.field(default="", compare=False, repr=False)
 
     def failing(self, what, output):
         """The beginning of a command in which this call alone comes to `what`, as in
         "error=EIO"; strace writes the call into the file `output`."""
         command = [*_COMMAND, "-o", output, "-e", f"trace={self.name}", "-e",
                    f"inject={self.name}:{what}:when={self.number}"]
-        if self.path:
+        if self.path and not self.folder:
             command += ["-P", self.path]
         # Each process and thread has its own count.
         return command if self.is_first else [*command, "-f"]
@@ -57,7 +62,7 @@ def has_failed(output, call):
              if "(INJECTED)" in line]
     # In front is the number of a process where there are several.
     found = {(match["name"], _path(match)) for match in map(_LINE.search, lines) if match}
-    return found == {(call.name, call.path)}
+    return found == {(call.name, call.given)}
 
 
 def _own(lines):
@@ -84,6 +89,7 @@ def _number(numbers, name, path):
 def _calls(lines, is_first):
     numbers = collections.Counter()
     found = []
+    folder = "/"
     for line in lines:
         match = _LINE.match(line)
         if not match:
@@ -92,6 +98,10 @@ def _calls(lines, is_first):
         path = _path(match)
         numbers[name] += 1
         numbers[name, path] += 1
-        number = _number(numbers, name, path) if path else numbers[name]
-        found.append(Call(name, path, number, is_first, line))
+        is_walking = folder != "/" or path and not path.startswith("/")
+        number = _number(numbers, name, path) if path and not is_walking else numbers[name]
+        whole = os.path.normpath(os.path.join(folder, path)) if path else ""
+        found.append(Call(name, whole, number, is_first, folder if is_walking else "", path, line))
+        if name == "fchdir" and line.endswith(" = 0"):
+            folder = match["open_path"]
     return found

@@ -3,6 +3,7 @@ descriptors, SIGKILL, and two at a time."""
 
 import collections
 import concurrent.futures
+import errno
 import os
 import pathlib
 import queue
@@ -49,8 +50,10 @@ FAULTS = {
     "epoll_ctl": ["ENOMEM"],
     "epoll_wait": ["EINTR"],
     "execve": ["EACCES"],
+    "fchdir": ["EACCES", "EINTR"],
     "fchmod": ["EACCES"],
     "fcntl": ["EINTR"],
+    "flock": ["ENOLCK", "EINTR"],
     "fsync": ["EIO", "EINTR"],
     "ftruncate": ["EIO", "EINTR"],
     "getcwd": ["EACCES"],
@@ -292,19 +295,48 @@ def machine(install_root, small_blob):
 
 # ---- What one fault may do
 
+# A stage in which the working directory changes begins with a look at the present one.
+# Lines about what stays, and about what is missing.
+REPORT = re.compile(
+    r"\[E\] FIN: (ERROR: (?P<refused>\d+) of the old bundle's items could not be removed: (?P<cause>.*)"
+    r"|Error writing file: '(?P<path>.*)'"
+    r"|ERROR: (?P<failed>\d+) of (?P<entries>\d+) entries of the payload could not be written: "
+    r"(?P<reason>.*))\.")
+WALKS = ("removing the bundle", "writing", "removing the blob")
 
-def check_bundle(machine, call, error, is_removal):
-    """Whole, unless the fault was one on itself or the blob that is no mere interruption."""
+
+def stages_of(calls):
+    """The stage of those three that each call belongs to, or ""."""
+    stages = []
+    stage = ""
+    walks = iter(WALKS)
+    for call in calls:
+        if (call.name, call.given, call.folder) == ("openat", ".", "/"):
+            stage = next(walks, "")
+        stages.append(stage)
+        if (call.name, call.given) == ("fchdir", "") and call.folder:
+            stage = ""
+    return stages
+
+
+def check_bundle(machine, call, error, stage):
+    """Whole, unless the fault was one on itself or the blob that is no mere interruption. Returns
+    how many entries are not as they should be."""
     found = machine.tree(BUNDLE)
-    if call.path == BLOB:
+    is_about_blob = call.path == BLOB or stage == "removing the blob"
+    assert not machine.has(BLOB) or is_about_blob and error != "EINTR"
+    if call.path == BLOB and not stage:
         # It is read in one piece, and refused as a whole.
         assert found == NEW_TREE or found == {} and error != "EINTR"
-        assert not machine.has(BLOB) or call.name in ("newfstatat", "unlink")
-        return
-    assert not machine.has(BLOB)
-    if not call.path.startswith(BUNDLE):
+        return 0
+    if stage not in WALKS[:2] or error == "EINTR":
         assert found == NEW_TREE
-    elif is_removal:
+    elif stage == "writing":
+        # What could not be made or written is missing or shorter, and nothing else is there.
+        assert set(found) <= set(NEW_TREE)
+        for name, node in found.items():
+            assert node.kind == "directory" or NEW_TREE[name].content.startswith(node.content), name
+    else:
         # What of the old bundle cannot be removed stays in the new one. Nothing is written through
         # its links.
         links = [name for name, node in found.items() if node.kind == "link"]
@@ -312,18 +344,31 @@ def check_bundle(machine, call, error, is_removal):
         for name, content in NEW_CONTENTS.items():
             assert (contents(found).get(name, "missing") == content
                     or any(lies_in(name, link) for link in links)), name
-    elif error == "EINTR" or call.name in ("close", "chmod", "fchmod"):
-        assert contents(found) == NEW_CONTENTS
+    return sum(contents(found).get(name, "missing") != content
+               for name, content in NEW_CONTENTS.items())
+
+
+def check_reports(machine, error, stage, missing):
+    """What stays of the old bundle and what is missing of the new one is logged, and nothing else
+    is. Returns the lines about it."""
+    matches = [match for match in map(REPORT.fullmatch, machine.log() or []) if match]
+    why = os.strerror(getattr(errno, error))
+    reports = [match[0] for match in matches]
+    if matches and matches[0]["refused"]:
+        assert (stage, matches.pop(0)["cause"]) == ("removing the bundle", why)
     else:
-        # What could not be made or written is missing or shorter, with what lies in it, and
-        # nothing else.
-        assert set(found) <= set(NEW_TREE)
-        failed = os.path.relpath(call.path, BUNDLE)
-        for name, node in NEW_TREE.items():
-            if failed != "." and not lies_in(name, failed):
-                assert found.get(name) == node, name
-            elif name in found and node.kind == "file":
-                assert node.content.startswith(found[name].content), name
+        assert set(machine.tree(BUNDLE)) <= set(NEW_TREE)
+    if not matches:
+        assert missing == 0
+        return reports
+    first, counts = matches
+    assert first["path"].startswith(BUNDLE)
+    # A folder that is made and cannot be entered, a mode, and a close fail an entry too.
+    assert missing <= int(counts["failed"]) <= missing + 1
+    assert int(counts["entries"]) == len(NEW_TREE)
+    # Links that stay are what the others meet.
+    assert counts["reason"] == (why if stage == "writing" else os.strerror(errno.ELOOP))
+    return reports
 
 
 def logs_after(call, error, lines):
@@ -340,13 +385,20 @@ def logs_after(call, error, lines):
             return [lines[:index] + lines[index + 1:] for index in range(len(lines))]
     if (call.path, call.name, error) == (BLOB, "read", "EIO"):
         return [lines[:3] + [finalizer_log.UNREADABLE_BLOB] + lines[3:]]
+    if (call.path, call.name, call.folder) == (BLOB, "newfstatat", ""):
+        # Opened, it is asked for its size once more.
+        why = os.strerror(getattr(errno, error))
+        return [lines, lines[:3] + [finalizer_log.unreadable_blob(why)] + lines[3:]]
+    if (call.path, call.name, error) == (BLOB, "flock", "ENOLCK"):
+        return [lines[:3] + [finalizer_log.UNLOCKED_BLOB] + lines[3:]]
     if (call.path, call.name) == (PREVIOUS_VERSION, "newfstatat"):
         return [lines, [line for line in lines if line != finalizer_log.READING_VERSION]]
     return [lines]
 
 
-def check_log(machine, call, error):
+def check_log(machine, call, error, reports):
     lines = machine.lines()
+    lines[3:3] = reports
     logs = (machine.log(), machine.log("/" + LOG))
     if ABOUT_USERS.match(call.path):
         # Nobody at the console, or somebody without a name.
@@ -387,7 +439,7 @@ def check_what_is_removed(machine, call):
     assert machine.root.open_calls() in ([], [[REDIRECT_PAGE]])
 
 
-def check_fault(machine, result, call, error, is_removal):
+def check_fault(machine, result, call, error, stage):
     assert result.status in (0, 1), result
     if result.status == 1:
         machine.check_nothing_is_done()
@@ -396,8 +448,8 @@ def check_fault(machine, result, call, error, is_removal):
         else:
             assert NEEDED_BY_GNUSTEP.match(call.path) and machine.log() in (None, [])
         return
-    check_bundle(machine, call, error, is_removal)
-    check_log(machine, call, error)
+    missing = check_bundle(machine, call, error, stage)
+    check_log(machine, call, error, check_reports(machine, error, stage, missing))
     check_settings(machine, call, error)
     check_what_is_removed(machine, call)
     machine.check_surroundings()
@@ -444,10 +496,11 @@ def test_every_system_call_fails_once(build, small_blob, tmp_path):
     for index, machine in enumerate(all_machines[0]):
         first, others = machine.calls()
         seen |= {call.name for call in first + others}
-        removal = first[:next((number for number, call in enumerate(first)
-                               if (call.name, call.path) == ("openat", BLOB)))]
+        stages = dict(zip(first, stages_of(first)))
+        assert set(stages.values()) == {"", *WALKS}
         # The second installation adds only what the first has not done.
-        faults += [(index, call, error, call in removal) for call in calls_to_fail(first, others)
+        faults += [(index, call, error, stages.get(call, ""))
+                   for call in calls_to_fail(first, others)
                    if (call.name, call.path) not in known for error in errors_of(call, build)]
         known |= {(call.name, call.path) for call in first + others}
     assert seen == set(FAULTS) | set(LEFT_OUT)
@@ -459,7 +512,7 @@ def test_every_system_call_fails_once(build, small_blob, tmp_path):
     def inject(own_machines):
         while True:
             try:
-                index, call, error, is_removal = todo.get_nowait()
+                index, call, error, stage = todo.get_nowait()
             except queue.Empty:
                 return
             machine = own_machines[index]
@@ -467,7 +520,7 @@ def test_every_system_call_fails_once(build, small_blob, tmp_path):
             result = machine.run_under_strace(call.failing("error=" + error, FAULT))
             try:
                 assert system_calls.has_failed(machine.root.path(FAULT), call)
-                check_fault(machine, result, call, error, is_removal)
+                check_fault(machine, result, call, error, stage)
             except AssertionError as failure:
                 raise AssertionError(f"{error} for {call}: {failure}") from failure
 
@@ -516,8 +569,13 @@ def test_full_disk(install_root, finalizer_run, volume, tmp_path):
             assert whole[name].content.startswith(node.content)
     assert sum(node.content == whole[name].content for name, node in found.items()
                if node.kind == "file") < 8
-    # As when there is room: what the sink cannot write is not reported, and the blob goes.
-    assert install_root.log("alice") == finalizer_log.success(VOLUME)
+    # The blob goes as when there is room.
+    started, output, blob_line, first, counts, succeeded = install_root.log("alice")
+    assert [started, output, blob_line, succeeded] == finalizer_log.success(VOLUME)
+    failed = [name for name, node in whole.items() if node.kind == "file"
+              and (name not in found or found[name].content != node.content)]
+    assert [first, counts] == finalizer_log.not_written(
+        f"{VOLUME}{BUNDLE}/{min(failed)}", len(failed), len(whole), os.strerror(errno.ENOSPC))
     assert not (path / BLOB[1:]).exists()
 
     subprocess.run(["mount", "-o", "remount,size=4194304", path], check=True)
@@ -549,24 +607,33 @@ def test_read_only_volume(install_root, finalizer_run, volume, small_blob):
     finalizer_run([VOLUME, "-disableAnalytics"])
     assert tree_of(path) == before
     assert install_root.log("alice") == finalizer_log.success(
-        VOLUME, finalizer_log.DISABLING_ANALYTICS)
+        VOLUME, *finalizer_log.not_written(VOLUME + BUNDLE, len(NEW_TREE), len(NEW_TREE),
+                                           os.strerror(errno.EROFS)),
+        finalizer_log.DISABLING_ANALYTICS)
 
 
 # With 6 to 8 a request can be begun and, as a rule, not carried out: it ends after its 30 seconds.
-@pytest.mark.parametrize("limit", [4, 5, 6, 9, 10, 12])
+@pytest.mark.parametrize("limit", [4, 5, 6, 7, 9, 10, 12])
 def test_few_descriptors(machine, limit):
     # Leaks are told apart by another program's help, which needs descriptors.
     result = machine.run("prlimit", f"--nofile={limit}:{limit}", check_leaks=False)
     assert result.status == 0, result
-    assert machine.log() == LINES
-    assert not machine.has(BLOB)
-    # With one that is not the log's each file can be opened when its turn comes. A request that is
-    # not carried out keeps its own.
-    if limit == 4:
-        assert contents(machine.tree(BUNDLE)) == OLD_CONTENTS
-    else:
+    # Beside the log's: the blob's, that of the way back, and one for each file and folder in turn.
+    # A request that is not carried out keeps its own.
+    is_enough = limit >= 7
+    too_many = os.strerror(errno.EMFILE)
+    lines = list(LINES)
+    if not is_enough:
+        lines.insert(3, finalizer_log.not_removed(1, too_many))
+    if limit in (5, 6):
+        lines[4:4] = finalizer_log.not_written(BUNDLE, len(NEW_TREE), len(NEW_TREE), too_many)
+    assert machine.log() == lines
+    if is_enough:
         assert machine.tree(BUNDLE) == NEW_TREE
         assert not any(machine.has(path) for path in OBSOLETE)
+    else:
+        assert contents(machine.tree(BUNDLE)) == OLD_CONTENTS
+    assert machine.has(BLOB) != is_enough
     assert machine.settings() == (OLD_SETTINGS if limit == 6 else NEW_SETTINGS)
     assert machine.root.open_calls() == ([[REDIRECT_PAGE]] if limit == 12 else [])
     machine.check_surroundings()
@@ -621,7 +688,7 @@ def stage_of(machine, is_removal):
 def test_killed_at_each_change_and_run_again(machine, small_blob):
     first, _ = machine.calls()
     blob_is_read = next(index for index, call in enumerate(first)
-                        if (call.name, call.path) == ("openat", BLOB))
+                        if (call.name, call.path) == ("read", BLOB))
     moments = [(call, index < blob_is_read) for index, call in enumerate(first)
                if changes_something(call)]
     stages = collections.Counter()

@@ -54,13 +54,20 @@ std::string Describe(const Difference& difference) {
   switch (difference.kind) {
     case DifferenceKind::kMissing:
       return "could not be written";
-    case DifferenceKind::kDuplicate:
-      return "stands in the blob more than once";
     case DifferenceKind::kUnreadable:
       return strerror(difference.error);
     default:
       return "not written as the blob has it";
   }
+}
+
+/// Names each entry that is not on disk as it should be, then counts them.
+void ReportFailures(const std::string& directory, const fileChunk* tree, const SinkReport& report) {
+  for (const Difference& difference : CompareWithDirectory(tree, directory)) {
+    ReportError(JoinPath(directory, difference.path), Describe(difference));
+  }
+  ReportError(directory, std::to_string(report.failed) + " of " + std::to_string(report.entries) +
+                             " entries could not be written: " + strerror(report.error));
 }
 
 int Unpack(const UnpackOptions& options) {
@@ -78,17 +85,13 @@ int Unpack(const UnpackOptions& options) {
   if (!PrepareDirectory(options.directory)) {
     return kExitFailed;
   }
-  std::vector<Difference> differences;
+  SinkReport report;
   {
     const StageLine stage("writing");
-    PlatformWriteFileFromChunk(options.directory.c_str(), tree.get());
-    // The sink reports no failures: only the disk can tell.
-    differences = CompareWithDirectory(tree.get(), options.directory);
+    PlatformWriteFileFromChunk(options.directory.c_str(), "", tree.get(), report);
   }
-  for (const Difference& difference : differences) {
-    ReportError(JoinPath(options.directory, difference.path), Describe(difference));
-  }
-  if (!differences.empty()) {
+  if (report.failed != 0) {
+    ReportFailures(options.directory, tree.get(), report);
     return kExitFailed;
   }
   const TreeTotals totals = CountTree(tree.get());

@@ -24,7 +24,6 @@ constexpr char kFooter[] =
     "  extra: PATH            in the bundle only\n"
     "  different: PATH        other contents\n"
     "  type mismatch: PATH    a file on one side only\n"
-    "  duplicate: PATH        twice in the blob\n"
     "  unreadable: PATH: WHY  in the bundle";
 
 struct VerifyOptions {
@@ -44,8 +43,6 @@ const char* KindName(DifferenceKind kind) {
       return "type mismatch";
     case DifferenceKind::kUnreadable:
       return "unreadable";
-    case DifferenceKind::kDuplicate:
-      return "duplicate";
   }
   return "";
 }

@@ -1,0 +1,48 @@
+"""An attacker who exchanges two items of the disk, again and again, while a program works on one of
+them."""
+
+import ctypes
+import signal
+import subprocess
+import sys
+
+AT_FDCWD = -100
+RENAME_EXCHANGE = 2
+
+
+class Exchanger:
+    """A process that exchanges `one` and `other` as fast as it can while the context lasts.
+    Afterwards `count` says how often it has succeeded."""
+
+    def __init__(self, one, other):
+        self._command = [sys.executable, __file__, str(one), str(other)]
+        self._process = None
+        self.count = None
+
+    def __enter__(self):
+        self._process = subprocess.Popen(self._command, stdout=subprocess.PIPE, text=True)
+        assert self._process.stdout.readline() == "ready\n"
+        return self
+
+    def __exit__(self, *_):
+        self._process.terminate()
+        self.count = int(self._process.communicate()[0])
+
+
+def main(one, other):
+    exchange = ctypes.CDLL(None, use_errno=True).renameat2
+    paths = [path.encode() for path in (one, other)]
+    count = 0
+
+    def finish(*_):
+        print(count, flush=True)
+        sys.exit()
+
+    signal.signal(signal.SIGTERM, finish)
+    print("ready", flush=True)
+    while True:
+        count += exchange(AT_FDCWD, paths[0], AT_FDCWD, paths[1], RENAME_EXCHANGE) == 0
+
+
+if __name__ == "__main__":
+    main(*sys.argv[1:])
