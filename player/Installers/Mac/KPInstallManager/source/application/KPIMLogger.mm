@@ -62,6 +62,9 @@ NSString* SessionStamp(NSString* format) {
     return nil;
   }
 
+  // Asked first: the class may need a descriptor for its start, and the log could take the last
+  // one.
+  (void)[NSFileHandle class];
   const int file = OpenInstallLogFile(path);
   if (file < 0) {
     [self autorelease];
