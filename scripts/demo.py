@@ -29,7 +29,8 @@ BUNDLE_SIZE = 31 * MB
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--build", default="build", help="build folder (default: build)")
+    parser.add_argument("--build", default="build/release",
+                        help="build folder (default: build/release)")
     build = pathlib.Path(parser.parse_args().build).resolve()
 
     work = pathlib.Path(tempfile.mkdtemp(prefix="kpinstall-demo-"))

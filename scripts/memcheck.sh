@@ -2,7 +2,7 @@
 # Runs the unit tests, all but one, under valgrind: a value that was never set must decide nothing, and
 # AddressSanitizer does not see those. Takes some ten minutes. Exit status 1 with a fault.
 #
-#   scripts/memcheck.sh [BUILD]             by default build
+#   scripts/memcheck.sh [BUILD]             by default build/release
 #   scripts/memcheck.sh --list [BUILD]      only tells which tests those are
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
@@ -12,7 +12,7 @@ if [ "${1-}" = --list ]; then
     list=true
     shift
 fi
-build=${1:-build}
+build=${1:-build/release}
 
 # Measures how much memory decoding takes, to which valgrind adds its own.
 left_out=InstallerCompressorMemoryTest

@@ -110,8 +110,8 @@ if [ "${1-}" = --coverage ]; then
     exec /usr/bin/python3 scripts/summarize_tests.py "$results"
 fi
 if check build-release build release; then
-    unit_tests release build
-    system_tests release build
+    unit_tests release build/release
+    system_tests release build/release
 fi
 if check build-asan build asan; then
     unit_tests asan build/asan
@@ -122,7 +122,7 @@ if check build-fuzz build fuzz; then
         --output-junit "$results/fuzz.xml"
 fi
 check format scripts/format.sh --check
-check lint scripts/lint.sh build
+check lint scripts/lint.sh build/release
 check shellcheck check_scripts
 # No SDK comes with a Debian.
 if [ -n "${KP_MACOS_SDK-}" ]; then check macos scripts/check-macos.sh --sdk "$KP_MACOS_SDK"; fi

@@ -17,8 +17,8 @@ from install_root import InstallRoot, Node, REPOSITORY
 
 
 def pytest_addoption(parser):
-    parser.addoption("--build", default=str(REPOSITORY / "build"), metavar="DIR",
-                     help="build folder whose programs are tested (default: build)")
+    parser.addoption("--build", default=str(REPOSITORY / "build/release"), metavar="DIR",
+                     help="build folder whose programs are tested (default: build/release)")
 
 
 @pytest.fixture(scope="session")
