@@ -17,7 +17,7 @@ set(CMAKE_C_STANDARD 11)
 # Warnings and instrumentation, for every target of ours.
 add_library(kp_options INTERFACE)
 target_compile_options(kp_options INTERFACE
-  -Wall -Wextra -Wshadow -Wconversion -Werror
+  -Wall -Wextra -Wshadow -Wconversion $<$<BOOL:${KP_WERROR}>:-Werror>
   $<$<COMPILE_LANGUAGE:OBJCXX>:-fno-objc-arc>)
 target_include_directories(kp_options INTERFACE "${CMAKE_SOURCE_DIR}")
 

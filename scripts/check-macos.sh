@@ -59,7 +59,7 @@ objdump=$(llvm_tool llvm-objdump)
 # --- Compile -------------------------------------------------------------------------
 
 product=(player shared/platform/mac)
-configure=("--preset" macos -S "$repo" -B "$build" "-DMACOS_SDK=$sdk")
+configure=("--preset" macos -DKP_WERROR=ON -S "$repo" -B "$build" "-DMACOS_SDK=$sdk")
 # CLI11 is headers only. They are offered in a folder of their own, because the host's
 # /usr/include must not come before the SDK's.
 if [ -d /usr/include/CLI ] && [ -d /usr/share/cmake/CLI11 ]; then

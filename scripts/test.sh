@@ -42,7 +42,7 @@ suite() {
 }
 
 build() {
-    cmake --preset "$1" && cmake --build --preset "$1" -j "$(nproc)"
+    cmake --preset "$1" -DKP_WERROR=ON && cmake --build --preset "$1" -j "$(nproc)"
 }
 
 # unit_tests NAME BUILD: every test that ctest knows in a build folder. A GoogleTest executable,
