@@ -11,7 +11,7 @@ import sys
 import tempfile
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests/system"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests/system/support"))
 
 from download_server import DownloadServer, HOST, make_certificates  # noqa: E402
 from install_root import (BLOB, BUNDLE, PROGRAMS, SETTINGS, InstallRoot,  # noqa: E402

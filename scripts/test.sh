@@ -67,7 +67,7 @@ unit_tests() {
 
 # system_tests NAME BUILD
 system_tests() {
-    suite "system-$1" /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/system \
+    suite "system-$1" /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/system tests/scripts \
         --build "$2" --junit-xml="$results/system-$1.xml" -o junit_family=xunit2
 }
 
@@ -88,7 +88,7 @@ coverage() {
         for executable in build/coverage/tests/*Test; do
             HOME=$results/home timeout 600 "$executable" --gtest_brief=1
         done
-        timeout 1200 /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/system \
+        timeout 1200 /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/system tests/scripts \
             --build build/coverage
     } < /dev/null > "$results/coverage-tests.log" 2>&1
     unset LLVM_PROFILE_FILE

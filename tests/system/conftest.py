@@ -4,12 +4,16 @@ import os
 import pathlib
 import random
 import shutil
+import sys
 
 import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).with_name("support")))
 
 # Failures of the helpers' own assertions show their values too.
 pytest.register_assert_rewrite("install_root")
 
+# pylint: disable=wrong-import-position
 import blob
 import booted_root
 import download_server as servers

@@ -1,12 +1,13 @@
 """The script that keeps the table of imports in docs/macos.md, against clang's and nm's output."""
 
+import pathlib
 import stat
 import subprocess
 import sys
 
 import pytest
 
-from install_root import REPOSITORY
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 
 sys.path.insert(0, str(REPOSITORY / "scripts"))
 import macos_import_table as made  # noqa: E402  pylint: disable=wrong-import-position

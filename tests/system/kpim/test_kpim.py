@@ -18,7 +18,7 @@ import pytest
 
 import blob
 
-REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
+REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 HOSTILE = REPOSITORY / "tests/data/hostile"
 
 OK, FAILED, USAGE = 0, 1, 2

@@ -1,13 +1,14 @@
 """What the benchmarks make of their samples: exponents, ratios, verdicts, the page and the plot."""
 
 import json
+import pathlib
 import sys
 import tempfile
 import xml.etree.ElementTree
 
 import pytest
 
-from install_root import REPOSITORY
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 
 sys.path.insert(0, str(REPOSITORY / "benchmarks"))
 # pylint: disable=wrong-import-position

@@ -18,7 +18,7 @@ import subprocess
 import tempfile
 import uuid
 
-REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
+REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 
 BUNDLE = "/Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin"
 BLOB = BUNDLE + ".lzma"

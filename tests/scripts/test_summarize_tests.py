@@ -1,11 +1,12 @@
 """The counts that scripts/test.sh ends with."""
 
+import pathlib
 import subprocess
 import sys
 
 import pytest
 
-from install_root import REPOSITORY
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 
 SCRIPT = REPOSITORY / "scripts/summarize_tests.py"
 

@@ -2,10 +2,11 @@
 
 import collections
 import importlib.util
+import pathlib
 
 import pytest
 
-from install_root import REPOSITORY
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 
 MODULE = importlib.util.spec_from_file_location("coverage", REPOSITORY / "scripts/coverage.py")
 coverage = importlib.util.module_from_spec(MODULE)

@@ -1,9 +1,10 @@
 """scripts/memcheck.sh takes every unit test there is but the one that measures memory."""
 
+import pathlib
 import re
 import subprocess
 
-from install_root import REPOSITORY
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 
 LEFT_OUT = "InstallerCompressorMemoryTest"
 
