@@ -26,6 +26,12 @@ if(KP_SANITIZE)
     -fsanitize=${KP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
   target_link_options(kp_options INTERFACE -fsanitize=${KP_SANITIZE})
 endif()
+if(KP_BUILD_FUZZERS)
+  # libFuzzer finds its way by the product's branches, not by those of the tests.
+  target_compile_options(kp_options INTERFACE
+    $<$<NOT:$<BOOL:$<TARGET_PROPERTY:KP_IS_TEST>>>:-fsanitize=fuzzer-no-link>)
+  target_link_options(kp_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 if(KP_COVERAGE)
   target_compile_options(kp_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)
   target_link_options(kp_options INTERFACE -fprofile-instr-generate)
