@@ -7,7 +7,7 @@ import pytest
 
 import blob
 from install_root import REPOSITORY
-from kpim_program import FAILED, OK, USAGE, error, names
+from kpim_program import FAILED, OK, USAGE, error, make_bundle, names, write_blob
 
 
 @pytest.mark.parametrize("arguments, complaint, helper", [
@@ -56,6 +56,23 @@ def test_help(run, arguments, texts):
     assert (result.returncode, result.stderr) == (OK, "")
     for text in texts:
         assert text in result.stdout
+
+
+@pytest.mark.parametrize("arguments, status", [
+    (["--help"], OK), (["--version"], OK), (["pack"], USAGE), (["pack", "missing"], FAILED),
+    (["pack", "B"], OK), (["pack", "B", "--sort", "--verify"], OK),
+    (["list", "small"], OK), (["list", "--json", "small"], OK), (["list", "damaged"], FAILED),
+    (["verify", "small", "B"], OK), (["verify", "other", "B"], FAILED), (["verify", "damaged"], FAILED),
+    (["unpack", "small", "out"], OK), (["unpack", "damaged", "out"], FAILED),
+    (["unpack", "small", "B"], FAILED),
+])
+def test_nothing_leaks(run, tmp_path, small_blob, arguments, status):
+    make_bundle(tmp_path / "B", {"a": b"12345"})
+    write_blob(tmp_path, [blob.stored_file("a", b"54321")], name="other")
+    (tmp_path / "damaged").write_bytes(small_blob.read_bytes()[:-1])
+    result = run.looking_for_leaks(*arguments)
+    assert result.returncode == status, result
+    assert "Sanitizer" not in result.stderr
 
 
 def test_version(run):
