@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <locale>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -64,20 +63,6 @@ namespace kpim {
 namespace {
 
 constexpr char kCommand[] = "latest";
-constexpr char kPepperKind[] = "pep";
-constexpr char kPluginKind[] = "pl";
-constexpr int kDefaultTimeLimit = 90;
-constexpr int kLongestTimeLimit = 24 * 60 * 60;
-
-constexpr char kFooter[] =
-    "With --json, prints an object with \"version\", \"message\" (HTML), \"autoUpdateMode\" (null\n"
-    "when there is none), \"dialogWidth\" and \"dialogHeight\" (in points; null when infinite).";
-
-struct LatestOptions {
-  std::string kind = kPepperKind;
-  int timeLimit = kDefaultTimeLimit;
-  bool json = false;
-};
 
 /// With six significant digits at most, and a dot in every locale.
 std::string Number(float value) {
@@ -154,29 +139,13 @@ int Fetch(const LatestOptions& options) {
   return kExitOK;
 }
 
+}  // namespace
+
 int Latest(const LatestOptions& options) {
   NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
   const int status = Fetch(options);
   [pool release];
   return status;
-}
-
-}  // namespace
-
-void AddLatestCommand(CLI::App& app, int& status) {
-  const auto options = std::make_shared<LatestOptions>();
-  CLI::App* command = app.add_subcommand(kCommand, "Fetch the current version description");
-  command->footer(kFooter);
-  command->add_option("--kind", options->kind, "The player's flavour, pep (the default) or pl")
-      ->check(CLI::IsMember({kPepperKind, kPluginKind}))
-      ->type_name("KIND");
-  command
-      ->add_option("--time-limit", options->timeLimit,
-                   "Seconds that it may take altogether; the default is 90")
-      ->check(CLI::Range(1, kLongestTimeLimit))
-      ->type_name("SECONDS");
-  command->add_flag("--json", options->json, "Print it as JSON")->disable_flag_override();
-  command->callback([options, &status] { status = Latest(*options); });
 }
 
 }  // namespace kpim

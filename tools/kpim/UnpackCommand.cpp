@@ -3,7 +3,6 @@
 #include <string.h>
 #include <sys/stat.h>
 
-#include <memory>
 #include <string>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
@@ -19,15 +18,6 @@
 namespace kpim {
 
 namespace {
-
-constexpr char kFooter[] =
-    "Directories get mode 0775 and files 0664, as the installer gives them. When the\n"
-    "tree cannot be written whole, what could be written stays.";
-
-struct UnpackOptions {
-  std::string blob;
-  std::string directory;
-};
 
 /// Makes sure that an empty directory stands at `path`. False, and reported, when not.
 bool PrepareDirectory(const std::string& path) {
@@ -63,6 +53,8 @@ std::string Describe(const Difference& difference) {
   }
 }
 
+}  // namespace
+
 int Unpack(const UnpackOptions& options) {
   ChunkList tree;
   if (!ReadBlob(options.blob, tree)) {
@@ -95,21 +87,6 @@ int Unpack(const UnpackOptions& options) {
   Print(options.directory + ": " + Counted(totals.entries, "entry", "entries") + ", " +
         Counted(totals.bytes, "byte", "bytes") + " written\n");
   return kExitOK;
-}
-
-}  // namespace
-
-void AddUnpackCommand(CLI::App& app, int& status) {
-  const auto options = std::make_shared<UnpackOptions>();
-  CLI::App* command = app.add_subcommand("unpack", "Write the tree of a blob to disk");
-  command->footer(kFooter);
-  command->add_option("BLOB", options->blob, "The blob")->required()->type_name("FILE");
-  command
-      ->add_option("DIR", options->directory,
-                   "Where to write the tree: an empty directory, or one that can be created")
-      ->required()
-      ->type_name("DIR");
-  command->callback([options, &status] { status = Unpack(*options); });
 }
 
 }  // namespace kpim
