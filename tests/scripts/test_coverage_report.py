@@ -1,6 +1,5 @@
-"""What scripts/coverage.py makes of llvm-cov's segments and of the page with the reasons."""
+"""What scripts/coverage.py makes of llvm-cov's segments and of reasons in the source."""
 
-import collections
 import importlib.util
 import pathlib
 
@@ -30,68 +29,13 @@ def test_uncovered_lines(segments, lines):
 
 
 def test_ranges():
-    assert coverage.ranges([]) == ""
-    assert coverage.ranges([3, 4, 5, 9]) == "3-5, 9"
+    assert coverage.ranges([]) == []
+    assert coverage.ranges([3, 4, 5, 9]) == [(3, 5), (9, 9)]
 
 
-@pytest.mark.parametrize("name, plain", [
-    ("main", "main"),
-    ("SASM::ConfigFileManager::ProcessLine(char*)", "SASM::ConfigFileManager::ProcessLine"),
-    ("kpim::(anonymous namespace)::Describe[abi:cxx11](kpim::Difference const&)", "kpim::Describe"),
-    ("_i_KP_DECOMP_KPIMLogger__initWithPath_", "-[KP_DECOMP_KPIMLogger initWithPath:]"),
-    ("_c_KPIMCommonUtil__getSystemOSVersion", "+[KPIMCommonUtil getSystemOSVersion]"),
-    ("_i_KPIMDownload__connection_didReceiveData_", "-[KPIMDownload connection:didReceiveData:]"),
-])
-def test_plain_name(name, plain):
-    assert coverage.plain_name(name) == plain
-
-
-def test_plain_names_of_symbols():
-    assert coverage.plain_names(["main", "_Z10getAllPIDsPPi", "a.cpp:_ZN12_GLOBAL__N_13RunEv",
-                                 "a.mm:_i_Some__init"]) == [
-        "main", "getAllPIDs", "Run", "-[Some init]"]
-
-
-def test_a_line_belongs_to_the_innermost_function():
-    def region(first, last, file=0, kind=0):
-        return [first, 1, last, 2, 1, file, 0, kind]
-
-    # A lambda in a function with an expanded macro of another file, and a gap.
-    functions = [
-        {"name": "outer", "filenames": ["a", "b"],
-         "regions": [region(10, 30), region(90, 99, file=1), region(31, 40, kind=3)]},
-        {"name": "inner", "filenames": ["a"], "regions": [region(15, 20)]},
-    ]
-    extents = coverage.extents_of_functions(functions)["a"]
-    assert [coverage.function_of(line, extents) for line in (9, 10, 15, 20, 30, 31, 90)] == [
-        "no function", "outer", "inner", "inner", "outer", "no function", "no function"]
-
-
-def test_only_rows_with_a_reason_in_the_table_count():
-    page = ("| `a.cpp` | `A` | 1 | why |\n\nWhat was not reached:\n\n"
-            "| file | function | lines | why |\n|---|---|---|---|\n"
-            "| `b.cpp` | `B::C` | 3 | why |\n| `b.cpp` | `B::C` | 1 | another |\n"
-            "| `c.mm` | `-[D e:]` | 2 |  |\n\n## Next\n\n| `e.cpp` | `E` | 1 | why |\n")
-    assert coverage.explained(page) == {("b.cpp", "B::C"): 4}
-
-
-@pytest.mark.parametrize("unreached, known, told", [
-    ({("a", "f"): 2}, {("a", "f"): 2}, []),
-    ({("a", "f"): 2}, {}, ["names 0 lines of f in a that are never reached; there are 2"]),
-    ({}, {("a", "f"): 2}, ["names 2 lines of f in a that are never reached; there are 0"]),
-    ({("a", "f"): 3}, {("a", "f"): 2}, ["names 2 lines of f in a that are never reached; "
-                                        "there are 3"]),
-    ({("b", "f"): 1}, {("a", "f"): 1}, ["names 1 lines of f in a that are never reached; "
-                                        "there are 0",
-                                        "names 0 lines of f in b that are never reached; "
-                                        "there are 1"]),
-])
-def test_every_line_has_a_row_and_every_row_its_lines(unreached, known, told):
-    complaints = coverage.complaints(collections.Counter(unreached), collections.Counter(known))
-    assert list(complaints) == [f"testing.md {text}" for text in told]
-
-
-def test_the_real_page_has_reasons_for_files_that_exist():
-    names = {file for file, _ in coverage.explained(coverage.REASONS.read_text(encoding="utf-8"))}
-    files = {path.name for folder in coverage.PRODUCT for path in (REPOSITORY / folder).rglob("*")}
-    assert names and names <= files
+@pytest.mark.parametrize("first, last, expected", [
+    (1, 1, False), (2, 2, True), (3, 3, True), (4, 6, False), (1, 2, True)])
+def test_a_reason_stands_among_the_lines_or_just_before_them(first, last, expected):
+    lines = ["if (self == nil) {", "  // Untested: it never is.", "  return nil;",
+             "}", "// Untested: ", "return self;"]
+    assert coverage.has_reason(lines, first, last) == expected

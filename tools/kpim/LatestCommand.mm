@@ -34,6 +34,7 @@ std::vector<std::string> s_errors;
   [[KPIMVersionManager _logger] logTimeStampedString:message withLoggingLevel:level];
   if (level == kLogLevelError) {
     NSString* reason =
+        // Untested: every error has the mark.
         [message hasPrefix:kErrorMark] ? [message substringFromIndex:[kErrorMark length]] : message;
     s_errors.push_back(kpim::UTF8(reason));
   }

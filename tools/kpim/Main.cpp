@@ -11,8 +11,10 @@ int main(int argc, char** argv) {
   try {
     status = kpim::Run(argc, argv);
   } catch (const std::bad_alloc&) {
+    // Untested: the commands report it themselves.
     kpim::ReportPlainError("out of memory");
   } catch (const std::exception& error) {
+    // Untested: nothing else is known to throw.
     kpim::ReportPlainError(error.what());
   }
   if (!kpim::FinishStandardOutput()) {

@@ -103,6 +103,7 @@ bool IsSame(fileChunk* encoded, const std::string& bundle) {
     differences = CompareWithDirectory(tree.get(), bundle);
   }
   if (fault.reason) {
+    // Untested: it would be a fault in the encoder.
     ReportError(bundle, "the blob made of it is " + DescribeFault(fault));
     return false;
   }

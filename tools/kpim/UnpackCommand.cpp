@@ -48,6 +48,7 @@ std::string Describe(const Difference& difference) {
       return "stands in the blob more than once";
     case DifferenceKind::kUnreadable:
       return strerror(difference.error);
+    // Untested: only a disk that others write to shows another difference.
     default:
       return "not written as the blob has it";
   }

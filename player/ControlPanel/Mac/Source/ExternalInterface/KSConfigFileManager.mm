@@ -18,6 +18,7 @@
 
 - (NSArray*)allKeys {
   SASM::StringVector* keyList = mConfigFileManager->CreateListOfAllKeys();
+  // Untested: the list is made with new, and never null.
   if (keyList == nullptr) return nil;
 
   NSMutableArray* keys = [NSMutableArray arrayWithCapacity:keyList->mCount];

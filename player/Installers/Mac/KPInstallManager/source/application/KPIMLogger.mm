@@ -89,6 +89,7 @@ void AppendAtEachWrite(int file) {
 - (id)initWithPath:(NSString*)path {
   self = [super init];
   if (self == nil) {
+    // Untested: NSObject's init never returns nil.
     return nil;
   }
 

@@ -54,6 +54,7 @@ bool IsPlainName(NSString* name) {
       asyncModeOn:(bool)asyncModeOn {
   self = [super init];
   if (self == nil) {
+    // Untested: NSObject's init never returns nil.
     return nil;
   }
   m_asyncModeOn = asyncModeOn;
@@ -96,6 +97,7 @@ bool IsPlainName(NSString* name) {
   if (m_downloadPath != nil) {
     [[NSFileManager defaultManager] removeItemAtPathIfItExists:m_downloadPath error:nullptr];
   } else if (!m_keepDownloadedDataInMemory) {
+    // Untested: every initializer keeps the data in memory.
     return false;
   }
 
@@ -164,6 +166,7 @@ bool IsPlainName(NSString* name) {
   (void)connection;
   [[self retain] autorelease];
   [m_logger assert:m_downloadState == kDownloadStateStarted message:kNotStarted];
+  // Untested: the path, since the data is always kept in memory.
   [m_logger assert:m_keepDownloadedDataInMemory || m_downloadPath != nil message:kKeptNowhere];
   if (m_keepDownloadedDataInMemory) {
     [m_data appendData:chunk];
