@@ -4,12 +4,16 @@ import os
 import pathlib
 import random
 import shutil
+import sys
 
 import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).with_name("support")))
 
 # Failures of the helpers' own assertions show their values too.
 pytest.register_assert_rewrite("install_root")
 
+# pylint: disable=wrong-import-position
 import blob
 import booted_root
 import download_server as servers
@@ -17,8 +21,8 @@ from install_root import InstallRoot, Node, PROGRAMS, REPOSITORY
 
 
 def pytest_addoption(parser):
-    parser.addoption("--build", default=str(REPOSITORY / "build"), metavar="DIR",
-                     help="build folder whose programs are tested (default: build)")
+    parser.addoption("--build", default=str(REPOSITORY / "build/release"), metavar="DIR",
+                     help="build folder whose programs are tested (default: build/release)")
 
 
 @pytest.fixture(scope="session")

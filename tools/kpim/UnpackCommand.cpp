@@ -3,7 +3,6 @@
 #include <string.h>
 #include <sys/stat.h>
 
-#include <memory>
 #include <string>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
@@ -19,15 +18,6 @@
 namespace kpim {
 
 namespace {
-
-constexpr char kFooter[] =
-    "Directories get mode 0775 and files 0664, as the installer gives them. When the\n"
-    "tree cannot be written whole, what could be written stays.";
-
-struct UnpackOptions {
-  std::string blob;
-  std::string directory;
-};
 
 /// Makes sure that an empty directory stands at `path`. False, and reported, when not.
 bool PrepareDirectory(const std::string& path) {
@@ -56,6 +46,7 @@ std::string Describe(const Difference& difference) {
       return "could not be written";
     case DifferenceKind::kUnreadable:
       return strerror(difference.error);
+    // Untested: only a disk that others write to shows another difference.
     default:
       return "not written as the blob has it";
   }
@@ -69,6 +60,8 @@ void ReportFailures(const std::string& directory, const fileChunk* tree, const S
   ReportError(directory, std::to_string(report.failed) + " of " + std::to_string(report.entries) +
                              " entries could not be written: " + strerror(report.error));
 }
+
+}  // namespace
 
 int Unpack(const UnpackOptions& options) {
   ChunkList tree;
@@ -98,21 +91,6 @@ int Unpack(const UnpackOptions& options) {
   Print(options.directory + ": " + Counted(totals.entries, "entry", "entries") + ", " +
         Counted(totals.bytes, "byte", "bytes") + " written\n");
   return kExitOK;
-}
-
-}  // namespace
-
-void AddUnpackCommand(CLI::App& app, int& status) {
-  const auto options = std::make_shared<UnpackOptions>();
-  CLI::App* command = app.add_subcommand("unpack", "Write the tree of a blob to disk");
-  command->footer(kFooter);
-  command->add_option("BLOB", options->blob, "The blob")->required()->type_name("FILE");
-  command
-      ->add_option("DIR", options->directory,
-                   "Where to write the tree: an empty directory, or one that can be created")
-      ->required()
-      ->type_name("DIR");
-  command->callback([options, &status] { status = Unpack(*options); });
 }
 
 }  // namespace kpim

@@ -210,6 +210,7 @@ void ConfigFileManager::ProcessLine(char* line) {
 
   const char* key = StripString(line);
   const char* value = StripString(separator + 1);
+  // Untested: neither is null, as no line is.
   if (key == nullptr || value == nullptr) {
     return;
   }

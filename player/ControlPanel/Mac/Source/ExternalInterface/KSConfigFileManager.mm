@@ -30,6 +30,7 @@ const char* UTF8Text(NSString* string) {
 
 - (NSArray*)allKeys {
   SASM::StringVector* keyList = mConfigFileManager->CreateListOfAllKeys();
+  // Untested: the list is made with new, and never null.
   if (keyList == nullptr) {
     return nil;
   }

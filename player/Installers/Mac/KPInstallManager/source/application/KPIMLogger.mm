@@ -59,6 +59,7 @@ NSString* SessionStamp(NSString* format) {
 - (id)initWithPath:(NSString*)path {
   self = [super init];
   if (self == nil) {
+    // Untested: NSObject's init never returns nil.
     return nil;
   }
 

@@ -56,6 +56,7 @@ bool IsPlainName(NSString* name) {
       asyncModeOn:(bool)asyncModeOn {
   self = [super init];
   if (self == nil) {
+    // Untested: NSObject's init never returns nil.
     return nil;
   }
   m_asyncModeOn = asyncModeOn;
@@ -102,6 +103,7 @@ bool IsPlainName(NSString* name) {
   if (m_downloadPath != nil) {
     [[NSFileManager defaultManager] removeItemAtPathIfItExists:m_downloadPath error:nullptr];
   } else if (!m_keepDownloadedDataInMemory) {
+    // Untested: every initializer keeps the data in memory.
     return false;
   }
 
@@ -178,6 +180,7 @@ bool IsPlainName(NSString* name) {
     return;
   }
   [m_logger assert:m_downloadState == kDownloadStateStarted message:kNotStarted];
+  // Untested: the path, since the data is always kept in memory.
   [m_logger assert:m_keepDownloadedDataInMemory || m_downloadPath != nil message:kKeptNowhere];
   if (m_keepDownloadedDataInMemory) {
     [m_data appendData:chunk];

@@ -75,6 +75,7 @@ void PostReceived() {
 - (id)init {
   self = [super init];
   if (self == nil) {
+    // Untested: NSObject's init never returns nil.
     return nil;
   }
   mXMLDownloadState = kDownloadStateNotStarted;

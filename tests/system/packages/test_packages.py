@@ -423,7 +423,7 @@ def bare(packages, tmp_path):
     if os.geteuid() != 0:
         pytest.skip("a Debian of its own needs root")
     root = BareRoot(tmp_path / "bare")
-    shutil.copytree(packages, root.path("/srv/build/packages"),
+    shutil.copytree(packages, root.path("/srv/build/release/packages"),
                     ignore=shutil.ignore_patterns("_CPack_Packages"))
     found = root.sh("dpkg-query --show --showformat '${Package}\\n'").split()
     assert not {"libcurl4", "libgnustep-base1.28", "libobjc4", "ca-certificates"} & set(found)

@@ -18,7 +18,7 @@ import subprocess
 import tempfile
 import uuid
 
-REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
+REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 
 BUNDLE = "/Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin"
 BLOB = BUNDLE + ".lzma"
@@ -264,7 +264,8 @@ class InstallRoot:
             "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
             "TZ": "UTC",
             # Leaks are told apart by their whole stacks, see lsan.supp.
-            "ASAN_OPTIONS": f"detect_leaks={check_leaks:d}:fast_unwind_on_malloc=0:"
+            "ASAN_OPTIONS": f"detect_leaks={check_leaks:d}:"
+                            f"fast_unwind_on_malloc={not check_leaks:d}:"
                             f"log_path={SANITIZER}/report",
             "LSAN_OPTIONS": f"suppressions={SANITIZER}/lsan.supp:print_suppressions=0",
             "UBSAN_OPTIONS":

@@ -491,9 +491,12 @@ def test_every_system_call_fails_once(build, small_blob, tmp_path):
     if build.name == "coverage":
         pytest.skip("an instrumented program makes calls of its own, on the file of its counts")
 
+    # A first installation adds calls, but no code that a sanitizer has not seen.
+    states = (True,) if build.name == "asan" else (True, False)
+
     def machines(number):
         return [Machine(InstallRoot(tmp_path / f"{number} {has_all}", build, shared=tmp_path),
-                        small_blob, has_all) for has_all in (True, False)]
+                        small_blob, has_all) for has_all in states]
 
     all_machines = [machines(number) for number in range(RUNS_AT_ONCE)]
     seen = set()
@@ -728,7 +731,7 @@ def test_killed_at_random_moments(install_root, tmp_path):
     bundle = tmp_path / "Large.plugin"
     bundle.mkdir()
     for number in range(300):
-        (bundle / str(number)).write_bytes(numbers.randbytes(16384))
+        (bundle / str(number)).write_bytes(numbers.randbytes(4096))
     whole = contents(tree_of(bundle))
     packed = blob.pack(bundle, compress=True)
 

@@ -6,6 +6,7 @@ import pathlib
 
 import pytest
 
+import exchanger
 import finalizer_log
 from install_root import (BLOB, BUNDLE, EXPRESS_FLAG, INSTALL_VECTOR, LOG, PREVIOUS_VERSION,
                           PROGRAMS, ROOT_HOME, USERS, as_user, tree_of)
@@ -15,7 +16,7 @@ from test_obsolete_plugins import FOLDER, NAMES, SYSTEM_PLUGIN
 ALICE = USERS["alice"]
 LOGS = "/Users/alice/Library/Logs"
 USER_LOG = f"/Users/alice/{LOG}"
-EXCHANGE = "/opt/exchange.py"
+EXCHANGE = "/opt/exchanger.py"
 ROUNDS = 25
 
 
@@ -221,7 +222,7 @@ def own_folder(install_root, inside):
 def run_beside_attacker(install_root, run, paths, **options):
     """A run beside alice, who exchanges `paths` in pairs all the time."""
     inside = [f"/{path.relative_to(install_root.folder)}" for path in paths]
-    install_root.mount(pathlib.Path(__file__).with_name("exchange.py"), EXCHANGE)
+    install_root.mount(exchanger.__file__, EXCHANGE)
     attacker = " ".join(f"'{word}'" for word in
                         [*as_user("alice"), "/usr/bin/python3", EXCHANGE, *inside])
     run(program_before=attacker, **options)
@@ -237,7 +238,7 @@ def finalizer_run(install_root, finalizer_run):
         words = " ".join(f"'{word}'" for word in arguments)
         result = install_root.execute(["sh", "-c", f"""
             mkfifo /run/ready 2> /dev/null
-            {program_before} > /run/ready &
+            {program_before} > /run/ready 2> /dev/null &
             attacker=$!
             read -r line < /run/ready
             {PROGRAMS}/finalizer {words}
