@@ -45,10 +45,10 @@ def test_it_is_read_with_nobody_at_the_console(install_root, finalizer_run, bund
     assert install_root.log() == finalizer_log.success(root.rstrip("/"), *READ)
 
 
-def test_unreadable_file(install_root, finalizer_run, bundle_blob):
+def test_unreadable_file(install_root, finalizer_run):
     install_root.set_console("bob")
     install_root.write(VOLUME + PREVIOUS_VERSION, "32.0.0.255", mode=0)
-    install_root.lay_blob(bundle_blob, VOLUME)
+    install_root.lay_blob(b"", VOLUME)
     finalizer_run([VOLUME], user="bob", env={"HOME": "/Users/bob"})
     assert install_root.log("bob") == finalizer_log.success(VOLUME, *READ)
 

@@ -12,11 +12,12 @@ NEW_FILE = b"DisableAnalytics=1\n"
 
 
 @pytest.fixture
-def run(install_root, finalizer_run, bundle_blob):
+def run(install_root, finalizer_run):
     """Installs below `root` with the switch and checks that the run tells of it as of any other."""
 
     def run_with_switch(root="/", log_of="alice", wrapper=(), **options):
-        install_root.lay_blob(bundle_blob, root)
+        # Of nothing: not every user here may write a bundle.
+        install_root.lay_blob(b"", root)
         finalizer_run([root, OPT_OUT], wrapper=wrapper, **options)
         assert install_root.log(log_of) == finalizer_log.success(
             root.rstrip("/"), finalizer_log.DISABLING_ANALYTICS)

@@ -4,6 +4,7 @@ import os
 import pty
 import re
 import resource
+import shutil
 import stat
 import subprocess
 
@@ -12,6 +13,7 @@ import pytest
 import blob
 from kpim_program import (AWKWARD_NAMES, FAILED, NOT_SOLID, NO_SUCH_FILE, OK, error, make_bundle,
                           names, read_terminal, tree_of, write_blob)
+from test_unreadable_blobs import READERS, arguments_for
 
 
 @pytest.mark.parametrize("umask", [0o022, 0o077])
