@@ -13,11 +13,13 @@ failed or none passed.
 """
 
 import pathlib
+import re
 import sys
 import textwrap
 import xml.etree.ElementTree as ElementTree
 
 LONGEST_REASON = 300
+ERROR = re.compile(r"\berror:", re.IGNORECASE)
 WITHOUT_REPORT = ("data/", "fuzz/", "style/")
 
 
@@ -58,7 +60,7 @@ class Summary:
             if status == "run":
                 self.passed += 1
             else:
-                self.failures.append(f"{name}: {_last_line(entry)}")
+                self.failures.append(f"{name}: {_end_of(entry)}")
         else:
             self._add_report(name, status, [folder / f"{name}.xml" for folder in reports], entry)
 
@@ -75,9 +77,9 @@ class Summary:
         if len(self.failures) > failures_before:
             return
         if not cases:
-            self.failures.append(f"{name}: no test ran: {_last_line(entry)}")
+            self.failures.append(f"{name}: no test ran: {_end_of(entry)}")
         elif status != "run":
-            self.failures.append(f"{name}: every test passed, and then: {_last_line(entry)}")
+            self.failures.append(f"{name}: every test passed, and then: {_end_of(entry)}")
 
     def _add_case(self, suite, case):
         name = f"{suite}: {case.get('classname')}.{case.get('name')}"
@@ -100,12 +102,13 @@ def _reason(element):
     return textwrap.shorten(" ".join(lines[:2]), LONGEST_REASON)
 
 
-def _last_line(entry):
-    """The last that a test of ctest printed, and what ctest says of its end."""
+def _end_of(entry):
+    """How a test of ctest ended, and the first error that it printed, or else its last line."""
     failure = entry.find("failure")
     end = failure.get("message") if failure is not None else ""
     lines = (entry.findtext("system-out") or "").strip().splitlines()
-    said = [text for text in (end, lines[-1] if lines else "") if text]
+    told = next((line for line in lines if ERROR.search(line)), lines[-1] if lines else "")
+    said = [text for text in (end, told) if text]
     return textwrap.shorten(" ".join(said) or "no message", LONGEST_REASON)
 
 

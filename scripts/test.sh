@@ -48,7 +48,7 @@ run_tests() {
     local status=0
     echo "== tests"
     ctest --preset "$1" -j "$jobs" --output-junit "$results/ctest.xml" < /dev/null 2>&1 |
-        tee "$results/ctest.log" | grep -v '^ *Start ' || status=${PIPESTATUS[0]}
+        tee "$results/ctest.log" | grep --line-buffered -v '^ *Start ' || status=${PIPESTATUS[0]}
     printf 'ctest\t%s\n' "$status" >> "$results/steps.tsv"
 }
 

@@ -60,12 +60,12 @@ def test_failures_are_named(summarize):
     status, lines = summarize(
         ("build", "2"), ("ctest", "8"),
         entries=[entry("unit/A", "fail"), entry("asan/fuzz/b", "fail", "one\nlast"),
-                 entry("style/lint", "fail", "a.cpp:1", "Timeout")],
+                 entry("style/lint", "fail", "a.cpp:1: error: bad\n{\n", "Timeout")],
         A=[PASSED, FAILED, ERROR])
     assert status == 1
     assert lines == ["FAILED  build: exit status 2", "FAILED  unit/A: S.b: file:1 1 is 2",
                      "FAILED  unit/A: S.c: no fixture", "FAILED  asan/fuzz/b: last",
-                     "FAILED  style/lint: Timeout a.cpp:1", "1 passed, 5 failed, 0 skipped"]
+                     "FAILED  style/lint: Timeout a.cpp:1: error: bad", "1 passed, 5 failed, 0 skipped"]
 
 
 @pytest.mark.parametrize("status, reports, reason", [
