@@ -138,7 +138,7 @@ class BlobDecoder {
   bool TakeChildren(const Sequence& content, fileChunk& node);
 
   bool Refuse(const char* reason, const Sequence& sequence, unsigned long offset) {
-    fault_ = {reason, sequence.origin + offset, sequence.decoded != nullptr};
+    fault_ = {reason, sequence.origin + offset, sequence.decoded != nullptr, reason == kNoMemory};
     return false;
   }
 

@@ -54,6 +54,8 @@ struct BlobFault {
   /// the content that the innermost LZMA entry around it decodes to.
   unsigned long offset = 0;
   bool inDecodedContent = false;
+  /// The blob may be well formed: there is too little memory to decode it.
+  bool isWantOfMemory = false;
 };
 
 /// Allocator record that both directions give to the LZMA SDK: array new, which answers a

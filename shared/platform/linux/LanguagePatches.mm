@@ -88,6 +88,9 @@ NSString* LanguageOfLocale(NSString* locale) {
   return [NSLocale canonicalLocaleIdentifierFromString:[subtags componentsJoinedByString:@"-"]];
 }
 
+/// No user speaks more, and each is compared with all before it.
+constexpr NSUInteger kMostLanguages = 32;
+
 /// The languages that the environment asks for, most wanted first; nil when it asks for none.
 /// LANGUAGE, a list, comes before the locale of LC_ALL, LC_MESSAGES or LANG, the first of them that
 /// is not empty; with the locale "C" or "POSIX" it counts for nothing, as in gettext(3).
@@ -117,6 +120,9 @@ NSArray* LanguagesOfEnvironment() {
     NSString* language = LanguageOfLocale(each);
     if (language != nil && ![languages containsObject:language]) {
       [languages addObject:language];
+    }
+    if ([languages count] == kMostLanguages) {
+      break;
     }
   }
   return [languages count] > 0 ? languages : nil;

@@ -5,10 +5,11 @@
 #include <sys/types.h>
 
 /// Stores a list of process ids, newest first, in `*pids`, which the caller gives back with
-/// free(), and returns how many of them count: the first half of the list. A process that many
-/// others are younger than is therefore not among them. Callers that look for one that has just
-/// started do not miss the other half, and it is relied on that the count stays as it is. 0 when
-/// the system does not tell; `*pids` is then a list all the same, or null without memory for one.
+/// free(), and returns how many of them count: the first half of the list. On macOS a process
+/// that most others are younger than is therefore not among them; the Linux port lists as many
+/// zeros after the processes. Callers that look for one that has just started do not miss the other
+/// half, and it is relied on that the count stays as it is. 0 when the system does not tell;
+/// `*pids` is then a list all the same, or null without memory for one.
 int32_t getAllPIDs(pid_t** pids);
 
 /// Whether process `pid` is among those that getAllPIDs() counts and that are listed before the

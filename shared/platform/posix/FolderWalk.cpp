@@ -29,27 +29,23 @@ int OpenFolder(const char* path, int flags) {
 
 }  // namespace
 
-FolderWalk::FolderWalk() : saved_(OpenFolder(".", 0)), savedError_(errno), here_(), owner_(0) {
+FolderWalk::FolderWalk() : saved_(OpenFolder(".", 0)), here_(), owner_(0) {
   if (saved_ >= 0) {
     (void)fcntl(saved_, F_SETFD, FD_CLOEXEC);
   }
 }
 
 FolderWalk::~FolderWalk() {
-  if (saved_ >= 0) {
-    // Only a folder without search permission refuses, and the process was in it.
-    (void)fchdir(saved_);
-    close(saved_);
+  if (saved_ < 0) {
+    (void)chdir("/");
+    return;
   }
+  // Only a folder without search permission refuses, and the process was in it.
+  (void)fchdir(saved_);
+  close(saved_);
 }
 
-bool FolderWalk::Start(const char* path) {
-  if (saved_ < 0) {
-    errno = savedError_;
-    return false;
-  }
-  return Go(path, 0, nullptr);
-}
+bool FolderWalk::Start(const char* path) { return Go(path, 0, nullptr); }
 
 bool FolderWalk::Enter(const char* name) {
   // With a slash after it a link would be followed all the same.

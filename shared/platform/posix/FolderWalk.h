@@ -18,7 +18,7 @@ struct FolderIdentity {
 ///
 /// The start is a path that the caller trusts: links in it are followed. From there on only real
 /// folders are entered, never a link, and nothing is waited for. The end of the walk returns the
-/// process to the working directory that it had before.
+/// process to the working directory that it had before, or to "/" when that one cannot be opened.
 ///
 /// Because the working directory is the whole process's, one walk exists at a time and other
 /// threads must not use relative paths meanwhile.
@@ -26,15 +26,14 @@ struct FolderIdentity {
 /// All members return false with errno set on failure and then leave the walk where it was.
 class FolderWalk {
  public:
-  /// Remembers the working directory, for which it must be readable.
+  /// Remembers the working directory.
   FolderWalk();
   /// Returns to it.
   ~FolderWalk();
   FolderWalk(const FolderWalk&) = delete;
   FolderWalk& operator=(const FolderWalk&) = delete;
 
-  /// Goes to the folder at `path`, which the caller trusts. Fails without going anywhere when the
-  /// way back is not known: then errno is what opening the working directory has failed with.
+  /// Goes to the folder at `path`, which the caller trusts.
   bool Start(const char* path);
 
   /// Goes into the folder `name` of the current one. ENOTDIR or ELOOP for what is not a folder,
@@ -58,7 +57,6 @@ class FolderWalk {
   bool Go(const char* path, int flags, const FolderIdentity* expected);
 
   int saved_;
-  int savedError_;
   FolderIdentity here_;
   uid_t owner_;
 };

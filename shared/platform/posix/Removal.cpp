@@ -16,6 +16,8 @@ namespace {
 // More than a payload can have, few enough for the stack.
 constexpr unsigned int kMaximumDepth = 1024;
 
+constexpr uid_t kRoot = 0;
+
 bool IsDots(const char* name) { return strcmp(name, ".") == 0 || strcmp(name, "..") == 0; }
 
 // The names of a folder's items, each with its NUL, one after the other. All are read before the
@@ -97,11 +99,17 @@ class TreeRemoval {
   void Refuse(int error);
   const RemovalResult& Result() const { return result_; }
 
+  // Below a folder of another user's than root, folders of third users are not touched.
+  void TrustOwner(uid_t owner) { owner_ = owner; }
+  bool IsTrusted(uid_t owner) const { return owner_ == kRoot || owner == owner_ || owner == kRoot; }
+
  private:
   void Empty(const char* name, unsigned int depth);
+  int EmptyHere(const FolderIdentity& parent, unsigned int depth);
 
   FolderWalk& walk_;
   RemovalResult result_;
+  uid_t owner_ = kRoot;
   // Set when the way back to the folder around is not found: removing must go no further.
   bool isLost_ = false;
 };
@@ -157,12 +165,7 @@ void TreeRemoval::Empty(const char* name, unsigned int depth) {
     Refuse(errno);
     return;
   }
-  FolderNames names;
-  const int error = names.Read();
-  for (const char* item = names.First(); item != names.End() && !isLost_;
-       item += strlen(item) + 1) {
-    Remove(item, depth + 1);
-  }
+  const int error = EmptyHere(parent, depth);
   if (error != 0) {
     Refuse(error);
   }
@@ -172,19 +175,39 @@ void TreeRemoval::Empty(const char* name, unsigned int depth) {
   }
 }
 
+// Removes everything in the folder that the walk is in. Returns an errno value when that is not
+// known or not allowed, or 0.
+int TreeRemoval::EmptyHere(const FolderIdentity& parent, unsigned int depth) {
+  if (!IsTrusted(walk_.Owner())) {
+    return EPERM;
+  }
+  if (walk_.Here().device != parent.device) {
+    return EBUSY;
+  }
+  FolderNames names;
+  const int error = names.Read();
+  for (const char* item = names.First(); item != names.End() && !isLost_;
+       item += strlen(item) + 1) {
+    Remove(item, depth + 1);
+  }
+  return error;
+}
+
 // Goes to the folder that holds the item at `path` below `root`. Returns the item's name, or null
 // with errno set, to ENOENT where there cannot be such an item.
-const char* GoToItem(FolderWalk& walk, const char* root, char* path) {
+const char* GoToItem(FolderWalk& walk, TreeRemoval& removal, const char* root, char* path) {
   char* const slash = strrchr(path, '/');
   if (!walk.Start(root)) {
     return nullptr;
   }
+  removal.TrustOwner(walk.Owner());
   if (slash == nullptr) {
     return path;
   }
   *slash = '\0';
   if (walk.EnterEach(path)) {
-    return slash + 1;
+    errno = EPERM;
+    return removal.IsTrusted(walk.Owner()) ? slash + 1 : nullptr;
   }
   if (errno == ENOTDIR) {
     errno = ENOENT;
@@ -197,7 +220,7 @@ RemovalResult RemoveItem(const char* root, const char* path, Remover remove) {
   FolderWalk walk;
   TreeRemoval removal(walk);
   char* const copy = strdup(path);
-  const char* const name = copy != nullptr ? GoToItem(walk, root, copy) : nullptr;
+  const char* const name = copy != nullptr ? GoToItem(walk, removal, root, copy) : nullptr;
   if (name != nullptr) {
     remove(removal, name);
   } else {

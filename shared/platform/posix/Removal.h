@@ -13,8 +13,11 @@ struct RemovalResult {
 /// trusts `root` and the path to it; below it no link is followed: a link is removed itself, and
 /// an item behind one is left alone and counts as refused. After a refusal the rest is removed all
 /// the same. What another user exchanges meanwhile is either removed where the walk has found it or
-/// left; nothing outside of the entered folders is touched. Folders 1024 levels or more below
-/// the item stay.
+/// left; nothing outside of the entered folders is touched.
+///
+/// What is not entered stays: mount points; folders 1024 levels or more below the item; and, where
+/// `root` is not root's but another user's, folders of third users, which that user may have moved
+/// there.
 ///
 /// An item that does not exist is not refused. `path` may begin with a slash and ends with a name.
 RemovalResult RemoveTree(const char* root, const char* path);

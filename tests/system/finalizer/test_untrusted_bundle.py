@@ -82,6 +82,34 @@ def test_too_little_memory_for_the_blob(build, install_root):
     check_nothing_installed(install_root, finalizer_log.NO_MEMORY_FOR_BLOB)
 
 
+def test_too_little_memory_for_the_content(build, install_root):
+    if build.name == "asan":
+        pytest.skip("AddressSanitizer reserves terabytes of addresses, which a limit forbids")
+    install_root.write(f"{BUNDLE}/old", b"old")
+    size = 700 << 20
+    file = blob.stored_file("a", b"")[:-4] + size.to_bytes(4, "big")
+    root = blob.stored_directory("", [])[:-4] + (len(file) + size).to_bytes(4, "big")
+    install_root.lay_blob(root + file)
+    os.truncate(install_root.path(BLOB), len(root + file) + size)
+    result = install_root.execute(["prlimit", f"--as={1400 << 20}", FINALIZER, "/"])
+    assert (result.status, result.stderr) == (0, "")
+    check_nothing_installed(install_root, finalizer_log.NO_MEMORY_FOR_BLOB)
+
+
+@pytest.mark.parametrize("error, reported", [("EIO", True), ("ENFILE", True), ("EACCES", False)])
+def test_blob_that_cannot_be_opened(install_root, error, reported):
+    """A fault of the machine is logged."""
+    install_root.write(f"{BUNDLE}/old", b"old")
+    install_root.lay_blob(blob.stored_directory("", []))
+    result = install_root.execute(["strace", "-o", "/run/trace", "-P", BLOB, "-e",
+                                   f"inject=openat:error={error}", FINALIZER, "/"],
+                                  check_leaks=False)
+    assert (result.status, result.stderr) == (0, "")
+    why = os.strerror(getattr(errno, error))
+    check_nothing_installed(install_root,
+                            *([finalizer_log.unreadable_blob(why)] if reported else []))
+
+
 # ---- What the bundle's place holds already, and cannot be removed
 
 

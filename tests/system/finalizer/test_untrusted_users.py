@@ -3,13 +3,14 @@ creates or removes."""
 
 import os
 import pathlib
+import stat
 
 import pytest
 
 import exchanger
 import finalizer_log
 from install_root import (BLOB, BUNDLE, EXPRESS_FLAG, INSTALL_VECTOR, LOG, PREVIOUS_VERSION,
-                          PROGRAMS, ROOT_HOME, USERS, as_user, tree_of)
+                          PROGRAMS, ROOT_HOME, SETTINGS, USERS, as_user, tree_of)
 from test_finalizer_express_install import REDIRECT_PAGE, UPDATER
 from test_obsolete_plugins import FOLDER, NAMES, SYSTEM_PLUGIN
 
@@ -77,6 +78,10 @@ def fifo(_install_root, log):
 
 
 def device(_install_root, log):
+    os.mknod(log, stat.S_IFCHR | 0o666, os.makedev(1, 7))  # as /dev/full
+
+
+def link_to_a_device(_install_root, log):
     log.symlink_to("/dev/full")
 
 
@@ -94,7 +99,7 @@ def library_is_a_link(install_root, log):
 
 @pytest.mark.parametrize("attack", [
     link_to_a_file_of_roots, link_to_a_missing_file, link_to_the_blob,
-    hard_link_to_a_file_of_roots, hard_link_to_a_file_of_another_user, fifo, device,
+    hard_link_to_a_file_of_roots, hard_link_to_a_file_of_another_user, fifo, device, link_to_a_device,
     folder_of_logs_is_a_link, library_is_a_link])
 def test_log_that_root_must_not_write(install_root, run, attack):
     """The installation is done, without a log, and nothing else has changed."""
@@ -355,6 +360,28 @@ def test_updater_that_is_a_full_folder_stays(install_root, run):
     assert install_root.open_calls() == [[REDIRECT_PAGE]]
 
 
+def test_folders_of_third_users_that_were_moved_there_stay(install_root, run):
+    """alice may rename her own folder, in which bob keeps a private one, but not empty it."""
+    treasure = lay_treasure(install_root)
+    before = tree_of(treasure)
+    shared = own(install_root.mkdir(PLUGIN))
+    own(install_root.path(f"/Users/alice{FOLDER}"))
+    treasure.rename(shared / "private")
+    own(install_root.write(f"{PLUGIN}/file", "alice's"))
+    run(env={"HOME": "/Users/alice"})
+    assert tree_of(shared / "private") == before
+    assert not (shared / "file").exists()
+
+
+def test_log_of_a_user_who_has_left(install_root, run):
+    """Without a user at the console root goes through no link either."""
+    install_root.set_console(None)
+    install_root.path("/Library/Logs").rmdir()
+    install_root.path("/Library/Logs").symlink_to("/etc")
+    run()
+    assert not install_root.path(f"/etc/{pathlib.Path(LOG).name}").exists()
+
+
 def test_removal_goes_on_after_a_refusal(install_root, run):
     """One part of an obsolete bundle cannot be removed; all others are."""
     plugin = f"{ROOT_HOME}{FOLDER}/{NAMES[0]}"
@@ -397,6 +424,7 @@ def test_want_of_memory_ends_one_stage(install_root, bundle_blob, installed, bui
     log = install_root.log("alice")
     assert log[-1] == finalizer_log.SUCCEEDED
     assert finalizer_log.DISABLING_ANALYTICS in log
+    assert install_root.path(SETTINGS).read_bytes() == b"DisableAnalytics=1\n"
     failures = [line for line in log if "[E]" in line]
     assert len(failures) == 1
     assert failures[0].startswith("[E] FIN: ERROR: Previous version failed: ")

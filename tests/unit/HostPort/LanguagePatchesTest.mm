@@ -121,6 +121,15 @@ TEST(AppleLanguages, TakeTheFirstVariableThatIsSet) {
   EXPECT_EQ("absent", LanguagesWith({{"LC_ALL", "C"}, {"LANG", "it"}}));
 }
 
+TEST(AppleLanguages, AreThirtyTwoAtMost) {
+  std::string list;
+  for (const char second : std::string("abcdefghijklmnopqrstuvwxyz")) {
+    list += std::string("x") + second + ":y" + second + ":";
+  }
+  const std::string languages = LanguagesWith({{"LANGUAGE", list}, {"LANG", "it"}});
+  EXPECT_EQ(31, std::count(languages.begin(), languages.end(), ','));
+}
+
 TEST(AppleLanguages, TakeTheListBeforeTheLocale) {
   EXPECT_EQ("sv-SE,da,en-GB",
             LanguagesWith({{"LANGUAGE", "sv_SE:da::?:sv_SE"}, {"LANG", "en_GB"}}));

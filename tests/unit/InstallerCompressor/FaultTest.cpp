@@ -244,6 +244,7 @@ TEST_F(FaultTest, ABlobIsRefusedWheneverMemoryRunsOut) {
       EXPECT_EQ(nullptr, list);
       ASSERT_NE(nullptr, fault.reason) << allowed;
       EXPECT_STREQ("an entry needs more memory than there is", fault.reason);
+      EXPECT_TRUE(fault.isWantOfMemory);
     }
   }
 }

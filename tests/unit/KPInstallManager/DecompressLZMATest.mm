@@ -366,6 +366,15 @@ TEST_F(DecompressLZMATest, BlobMalformedInDecodedContent) {
                                           "cut short in the decoded content at byte 12."));
 }
 
+TEST_F(DecompressLZMATest, WantOfMemoryIsNotAMalformedBlob) {
+  LayBlob();
+  s_fault.reason = "an entry needs more memory than there is";
+  s_fault.isWantOfMemory = true;
+  EXPECT_EQ(0, Decompress());
+  EXPECT_THAT(g_events, testing::Contains("[1] ERROR: The payload blob cannot be read: " +
+                                          std::string(strerror(ENOMEM)) + "."));
+}
+
 TEST_F(DecompressLZMATest, SinkThatReportsFailureIsHeard) {
   LayBlob();
   s_writingSucceeds = false;

@@ -20,6 +20,7 @@ constexpr uid_t kAnother = 4244;
 
 /// Who is at the console; nil for no one.
 NSString* s_console;
+gid_t s_group;
 
 }  // namespace
 
@@ -29,7 +30,7 @@ CFStringRef SCDynamicStoreCopyConsoleUser(SCDynamicStoreRef store, uid_t* uid, g
     return nullptr;
   }
   *uid = kUser;
-  *gid = kGroup;
+  *gid = s_group;
   return (CFStringRef)[s_console copy];
 }
 
@@ -45,6 +46,7 @@ class InstallLogFileTest : public testing::Test {
       GTEST_SKIP() << "only root acts for the console user";
     }
     s_console = @"user of the test";
+    s_group = kGroup;
     chmod(folder_.Path().c_str(), 0755);
     fs::create_directory(logs_);
     ASSERT_EQ(0, chown(logs_.c_str(), kUser, kGroup));
@@ -168,17 +170,30 @@ TEST_F(InstallLogFileTest, WhatIsNoRegularFileIsNoLog) {
   EXPECT_FALSE(Log());
 }
 
-TEST_F(InstallLogFileTest, LoginWindowAndNoOneLogAsRoot) {
+TEST_F(InstallLogFileTest, LoginWindowAndNoOneLogWhereOnlyRootMayWrite) {
   for (NSString* console : {(NSString*)nil, @"loginwindow"}) {
     s_console = console;
+    ASSERT_EQ(0, chown(logs_.c_str(), kUser, kGroup));
+    EXPECT_FALSE(Log()) << "a folder of a user who has left";
+    ASSERT_EQ(0, chown(logs_.c_str(), 0, 0));
     EXPECT_TRUE(Log());
     EXPECT_EQ(0u, Status(log_).st_uid);
     fs::remove(log_);
     fs::create_symlink(secret_, log_);
     EXPECT_FALSE(Log());
     fs::remove(log_);
+    fs::create_directory_symlink(logs_, folder_ / "link");
+    EXPECT_FALSE(Log(folder_ / "link/install.log"));
+    fs::remove(folder_ / "link");
   }
   EXPECT_FALSE(fs::exists(secret_));
+}
+
+TEST_F(InstallLogFileTest, UserWithoutAKnownGroupHasNobodys) {
+  s_group = static_cast<gid_t>(-1);
+  ASSERT_EQ(0, chown(logs_.c_str(), kUser, 0));
+  EXPECT_TRUE(Log());
+  EXPECT_EQ(static_cast<gid_t>(-2), Status(log_).st_gid);
 }
 
 TEST_F(InstallLogFileTest, UserWithAPasswdEntryHasTheirGroups) {

@@ -343,13 +343,16 @@ TEST_F(PerformMainTest, StageWhoseFailureCannotBeLoggedEndsAlone) {
   EXPECT_EQ(kSucceeded, g_events.back());
 }
 
-TEST_F(PerformMainTest, BrokenPipesAreSurvived) {
-  signal(SIGPIPE, SIG_DFL);
-  EXPECT_EQ(0, Run({"/"}));
-  EXPECT_EQ(0, raise(SIGPIPE));
-  struct sigaction action = {};
-  ASSERT_EQ(0, sigaction(SIGPIPE, nullptr, &action));
-  EXPECT_NE(SIG_IGN, action.sa_handler) << "launched programs would inherit it";
+TEST_F(PerformMainTest, SignalsOfFailedWritesAreSurvived) {
+  for (const int number : {SIGPIPE, SIGXFSZ}) {
+    signal(number, SIG_DFL);
+    EXPECT_EQ(0, Run({"/"}));
+    Forget();
+    EXPECT_EQ(0, raise(number));
+    struct sigaction action = {};
+    ASSERT_EQ(0, sigaction(number, nullptr, &action));
+    EXPECT_NE(SIG_IGN, action.sa_handler) << "launched programs would inherit it";
+  }
 }
 
 // ---- The log

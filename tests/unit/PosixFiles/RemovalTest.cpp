@@ -125,6 +125,35 @@ TEST_F(RemovalTest, GoesOnAfterARefusal) {
   EXPECT_FALSE(Has("root/bundle/1") || Has("root/bundle/3") || Has("root/bundle/a"));
 }
 
+TEST_F(RemovalTest, FoldersOfThirdUsersStayBelowAUsersFolder) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can make folders of other users";
+  }
+  const auto give = [&](const char* path, uid_t user) {
+    ASSERT_EQ(0, chown((folder_ / path).c_str(), user, user)) << path;
+  };
+  give("root", 4242);
+  give("root/bundle", 4242);
+  give("root/bundle/a", 4243);
+  EXPECT_EQ(1u, RemoveTree(root_.c_str(), "bundle/a/b").refused) << "on the way";
+  const RemovalResult result = RemoveTree(root_.c_str(), "bundle");
+  EXPECT_EQ(1u, result.refused);
+  EXPECT_EQ(EPERM, result.error);
+  EXPECT_TRUE(Has("root/bundle/a/b/file"));
+  EXPECT_FALSE(Has("root/bundle/.hidden"));
+
+  give("root/bundle/a", 0);
+  EXPECT_EQ(0u, RemoveTree(root_.c_str(), "bundle").refused) << "root's and the user's own go";
+}
+
+TEST_F(RemovalTest, FoldersOfAllUsersGoBelowAFolderOfRoots) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can make folders of other users";
+  }
+  ASSERT_EQ(0, chown((folder_ / "root/bundle/a").c_str(), 4243, 4243));
+  EXPECT_EQ(0u, RemoveTree(root_.c_str(), "bundle").refused);
+}
+
 TEST_F(RemovalTest, ManyNamesInOneFolder) {
   for (int number = 0; number < 300; ++number) {
     WriteWholeFile(root_ + "/bundle/a/" + std::to_string(number), "");

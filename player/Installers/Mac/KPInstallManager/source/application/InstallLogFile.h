@@ -12,5 +12,6 @@
 /// effective ids and groups. So the user cannot have root write what the user may not write, and
 /// the created log is the user's. Where the user lacks permission, because an earlier run
 /// has left a log of root's or the folder is root's, root goes down from "/" without following any
-/// link, and opens or creates the log if folder and file belong to root or to that user.
+/// link, and opens or creates the log if folder and file belong to root or to that user. Without a
+/// user at the console root does the same, and both must be root's.
 int OpenInstallLogFile(NSString* path);

@@ -88,7 +88,8 @@ int OpenInstallLogFile(NSString* path) {
   }
   const ConsoleUser console = CopyConsoleUser();
   if (console.name == nil) {
-    return OpenLog(file);
+    // Not by its path either: it may be that of a user who has left since the path was made.
+    return OpenLogAsRoot(file, kRoot);
   }
   int log = OpenLogAs(console, file);
   if (log < 0 && (errno == EACCES || errno == EPERM)) {

@@ -35,8 +35,9 @@ enum : unsigned int {
 - (id)init;
 
 /// A logger on the file at `path`, at level 1 and with an empty prefix. The file is opened, or
-/// created, as OpenInstallLogFile describes: with the console user's rights, and only as a regular
-/// file with one name. A missing folder is not created; what the file holds is kept.
+/// created, as OpenInstallLogFile describes: with the console user's rights, where these do not
+/// suffice with root's, and only as a regular file with one name. A missing folder is not created;
+/// what the file holds is kept.
 ///
 /// Returns nil when the file cannot be opened. Callers keep the absent logger: messages to it do
 /// nothing.

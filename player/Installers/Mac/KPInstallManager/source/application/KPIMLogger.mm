@@ -1,5 +1,7 @@
 #import "player/Installers/Mac/KPInstallManager/source/application/KPIMLogger.h"
 
+#include <unistd.h>
+
 #include "KPVendorConfig.h"
 #import "player/Installers/Mac/KPInstallManager/source/application/InstallLogFile.h"
 
@@ -72,6 +74,11 @@ NSString* SessionStamp(NSString* format) {
     return nil;
   }
   mLogFH = [[NSFileHandle alloc] initWithFileDescriptor:file closeOnDealloc:YES];
+  if (mLogFH == nil) {
+    close(file);
+    [self autorelease];
+    return nil;
+  }
   @try {
     [mLogFH seekToEndOfFile];
   } @catch (NSException*) {

@@ -8,8 +8,8 @@
 ///
 /// Returns 1, with nothing touched, when there is no blob. Otherwise the old bundle, the blob and
 /// anything else in their places are removed as far as the system allows, and the result is 0, also
-/// when nothing or not all is written. Below the root no link is followed, except one in the place
-/// of the blob; a folder on the way that is a link therefore fails the removal and all entries.
+/// when nothing or not all is written. Nothing is written or removed through a link below the
+/// root; a folder on the way that is a link therefore fails the removal and all entries.
 ///
 /// The blob is locked from the test for its existence to its removal. While another process holds
 /// the lock, this one waits for up to a minute and then acts on what is there; after that it goes

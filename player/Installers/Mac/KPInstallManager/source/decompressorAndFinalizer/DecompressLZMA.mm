@@ -25,15 +25,24 @@ void LogError(NSString* line) {
   [g_logger logTimeStampedString:line withLoggingLevel:kLogLevelError];
 }
 
+void LogReadError(int error) {
+  const char* reason = error == kFileBecameShorter ? "it has become shorter" : strerror(error);
+  LogError([NSString stringWithFormat:@"ERROR: The payload blob cannot be read: %s.", reason]);
+}
+
 void LogFault(const BlobFault& fault) {
+  if (fault.isWantOfMemory) {
+    LogReadError(ENOMEM);
+    return;
+  }
   NSString* place = fault.inDecodedContent ? @" in the decoded content" : @"";
   LogError([NSString stringWithFormat:@"ERROR: The payload blob is malformed: %s%@ at byte %lu.",
                                       fault.reason, place, fault.offset]);
 }
 
-void LogReadError(int error) {
-  const char* reason = error == kFileBecameShorter ? "it has become shorter" : strerror(error);
-  LogError([NSString stringWithFormat:@"ERROR: The payload blob cannot be read: %s.", reason]);
+/// Whether a blob that cannot be opened counts as an empty one: nothing is wrong with the machine.
+bool IsNoBlob(int error) {
+  return error == ENOTSUP || error == EACCES || error == EPERM || error == ELOOP || error == ENXIO;
 }
 
 /// False when there is no blob at `path`. What cannot be locked is used without it.
@@ -43,6 +52,9 @@ bool LockBlob(BlobLock& lock, NSString* path) {
     const char* reason =
         lock.Error() == EWOULDBLOCK ? "another process holds it" : strerror(lock.Error());
     LogError([NSString stringWithFormat:@"ERROR: The payload blob cannot be locked: %s.", reason]);
+  }
+  if (result == BlobLockResult::kUnreadable && !IsNoBlob(lock.Error())) {
+    LogReadError(lock.Error());
   }
   return result != BlobLockResult::kMissing;
 }

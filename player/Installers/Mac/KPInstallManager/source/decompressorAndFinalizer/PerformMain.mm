@@ -24,13 +24,15 @@ NSString* const kLogPrefix = @"FIN: ";
 
 NSString* const kBootVolume = @"/";
 
-/// The signal of a pipe or connection whose reader has left would end the process. A handler,
-/// unlike ignoring it, is not passed on to programs that are launched.
-void SurviveBrokenPipes() {
+/// The signals of a reader that has left, and of a file that exceeds the caller's limit, would end
+/// the process; the calls then fail as on a full disk. A handler, unlike ignoring a signal, is not
+/// passed on to programs that are launched.
+void SurviveFailedWrites() {
   struct sigaction action = {};
   action.sa_handler = [](int /*signal*/) {};
   action.sa_flags = SA_RESTART;
   (void)sigaction(SIGPIPE, &action, nullptr);
+  (void)sigaction(SIGXFSZ, &action, nullptr);
 }
 
 void LogInformation(NSString* message) {
@@ -101,7 +103,7 @@ void RunLaterStages(NSString* installRoot, bool disableAnalytics) {
 }  // namespace
 
 int PerformMain(int argc, char** argv) {
-  SurviveBrokenPipes();
+  SurviveFailedWrites();
   OpenInstallLog();
   LogInformation(@"[finalizer started]");
 

@@ -21,7 +21,8 @@ enum : int {
 /// The body has arrived whole.
 - (void)downloadDidComplete;
 
-/// The connection failed, or the download's file could not be created.
+/// The connection failed, the download's file could not be created, or the body exceeds its bound;
+/// in the latter two cases the download is cancelled.
 - (void)downloadDidFail;
 
 @optional

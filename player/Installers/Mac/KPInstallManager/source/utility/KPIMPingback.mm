@@ -104,11 +104,7 @@ void SendRequest(NSString* urlText) {
 @implementation KP_DECOMP_KPIMPingback
 
 + (void)doPingbackWithPreviousVersion:(NSString*)previousVersion {
-  @try {
-    SendRequest(PingbackURLText(previousVersion));
-  } @catch (NSException*) {
-    // The installation is done by now, and must not fail for its report.
-  }
+  SendRequest(PingbackURLText(previousVersion));
 }
 
 @end
