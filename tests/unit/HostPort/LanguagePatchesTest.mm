@@ -126,7 +126,7 @@ TEST(AppleLanguages, AreThirtyTwoAtMost) {
   for (const char second : std::string("abcdefghijklmnopqrstuvwxyz")) {
     list += std::string("x") + second + ":y" + second + ":";
   }
-  const std::string languages = LanguagesWith({{"LANGUAGE", list}, {"LANG", "it"}});
+  const std::string languages = LanguagesWith({{"LANGUAGE", list.c_str()}, {"LANG", "it"}});
   EXPECT_EQ(31, std::count(languages.begin(), languages.end(), ','));
 }
 
