@@ -24,7 +24,7 @@ function(kp_test NAME)
   cmake_parse_arguments(TEST "" "COST;LOCK;PROCESSORS" "LABELS;ENVIRONMENT;COMMAND" ${ARGN})
   set(NAME "${KP_TEST_PREFIX}${NAME}")
   list(APPEND TEST_LABELS ${KP_TEST_BUILD_LABELS})
-  list(APPEND TEST_ENVIRONMENT ${KP_TEST_ENVIRONMENT})
+  list(PREPEND TEST_ENVIRONMENT ${KP_TEST_ENVIRONMENT})
   add_test(NAME "${NAME}" COMMAND ${TEST_COMMAND})
   set_tests_properties("${NAME}" PROPERTIES
     LABELS "${TEST_LABELS}"
@@ -45,7 +45,13 @@ endfunction()
 function(kp_google_test TARGET)
   set(HOME "${CMAKE_BINARY_DIR}/tests/homes/${TARGET}")
   file(MAKE_DIRECTORY "${HOME}")
-  kp_test(unit/${TARGET} LABELS unit ENVIRONMENT "HOME=${HOME}"
+  set(ENVIRONMENT "HOME=${HOME}")
+  # Where Foundation is not used, none of its leaks must be told apart: frame pointers are enough.
+  get_target_property(SOURCES ${TARGET} SOURCES)
+  if(KP_SANITIZE AND NOT SOURCES MATCHES "\\.mm(;|$)")
+    list(APPEND ENVIRONMENT "ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=1")
+  endif()
+  kp_test(unit/${TARGET} LABELS unit ENVIRONMENT ${ENVIRONMENT}
     COMMAND ${TARGET} --gtest_brief=1
       "--gtest_output=xml:${KP_TEST_RESULTS}/${KP_TEST_PREFIX}unit/${TARGET}.xml")
 endfunction()
