@@ -3,9 +3,10 @@
 
 #include <sys/types.h>
 
-/// Gives the process, which runs as root, the effective user id, group id and supplementary groups of
-/// another user while the object exists. What is opened or created meanwhile is what that user may
-/// open, and belongs to the user. The ids are the whole process's: no other thread may rely on them.
+/// Gives the process, which runs as root, the effective user id, group id and supplementary groups
+/// of another user while the object exists. What is opened or created meanwhile is what that user
+/// may open, and belongs to the user. The ids are the whole process's: no other thread may rely on
+/// them.
 class EffectiveUser {
  public:
   /// The user is called `name`, whose groups the system's databases list; a name without a passwd
