@@ -54,7 +54,8 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 - (id)init;
 
 /// Asks for the version description of the player `kind`. To be called once per instance, on a
-/// thread whose run loop then runs in the default mode.
+/// thread whose run loop then runs in the default mode. A server that is silent for 60 seconds
+/// fails the request; the caller stops running the loop when it has waited long enough in all.
 - (void)sendVersionXMLRequestFor:(int)kind;
 
 /// 0 before the request, 1 after it, 2 when the answer has been read, whatever was in it, and 4
