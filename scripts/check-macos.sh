@@ -1,25 +1,28 @@
 #!/usr/bin/env bash
 # Checks on any host that the product compiles and links for macOS, and makes the universal files.
 #
-#   scripts/check-macos.sh --sdk DIR [--build-dir DIR]
+#   scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--tests]
 #
 # Compiles every product source for Intel processors (macOS 10.6) and for Apple's (11.0) against
 # the SDK in DIR. When the SDK has link stubs, links the executables, joins each of them into one
-# universal file in build/macos/bin, and checks what the slices say and import. Prints what it did
-# and what it could not do; exit status 1 when anything it did fails.
+# universal file in build/macos/bin, and checks what the slices say and import. With --tests it
+# compiles the unit tests too, all but the Linux host port's, and links them when there are stubs.
+# Prints what it did and what it could not do; exit status 1 when anything it did fails.
 # docs/macos.md lists what an SDK must hold.
 set -euo pipefail
 
 repo=$(cd "$(dirname "$0")/.." && pwd)
 out=$repo/build/macos
 sdk=
+with_tests=
+googletest=/usr/src/googletest
 architectures=(x86_64 arm64)
 declare -A oldest=([x86_64]=10.6 [arm64]=11.0)
 declare -A cxx_library=([x86_64]=libstdc++ [arm64]=libc++)
 frameworks=(Foundation CoreFoundation SystemConfiguration Security ServiceManagement)
 
 usage() {
-    echo "usage: scripts/check-macos.sh --sdk DIR [--build-dir DIR]" >&2
+    echo "usage: scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--tests]" >&2
     exit 2
 }
 fail() {
@@ -28,6 +31,11 @@ fail() {
 }
 
 while [ $# -gt 0 ]; do
+    if [ "$1" = --tests ]; then
+        with_tests=yes
+        shift
+        continue
+    fi
     [ $# -ge 2 ] || usage
     case $1 in
         --sdk) sdk=$2 ;;
@@ -116,6 +124,26 @@ for architecture in "${architectures[@]}"; do
     compile "$architecture"
 done
 
+# compile_tests ARCHITECTURE: the unit tests, in a build of their own that is not optimized.
+compile_tests() {
+    local architecture=$1 build=$out/tests-$1 files
+    configure "$architecture" "$build" -DKP_BUILD_KPIM=OFF -DKP_BUILD_TESTS=ON \
+        -DCMAKE_BUILD_TYPE= "-DKP_GOOGLETEST_SOURCE_DIR=$googletest" \
+        "-DCMAKE_CXX_STANDARD_LIBRARIES=$build/tests.tbd" \
+        "-DCMAKE_OBJCXX_STANDARD_LIBRARIES=$build/tests.tbd"
+    mapfile -t files < <(objects "$build")
+    run "$build/ninja.log" ninja -C "$build" "${files[@]}" ||
+        fail "$architecture: compiling the tests failed"
+    echo "compiled for $architecture: the unit tests"
+}
+
+if [ -n "$with_tests" ]; then
+    [ -f "$googletest/CMakeLists.txt" ] || fail "$googletest is missing (Debian: googletest)"
+    for architecture in "${architectures[@]}"; do
+        compile_tests "$architecture"
+    done
+fi
+
 # --- Link ----------------------------------------------------------------------------
 
 # The link stubs of an SDK that has none are missing one and all; name each that is.
@@ -180,4 +208,22 @@ done
 # kpim uses the C++ library, which has all of C++17 since 10.15.
 if [ "$with_kpim" = ON ]; then
     join kpim x86_64:10.15 arm64:11.0
+fi
+
+# link_tests ARCHITECTURE: against the SDK's stubs and one of what these do not list.
+link_tests() {
+    local architecture=$1 build=$out/tests-$1 files programs
+    mapfile -t files < <(objects "$build")
+    "$repo/scripts/macos_test_stub.py" --nm "$nm" --sdk "$sdk" --output "$build/tests.tbd" \
+        "${files[@]/#/$build/}" || fail "$architecture: the tests lack a symbol"
+    mapfile -t programs < <(ninja -C "$build" -t targets all | sed -n 's|^\(tests/[^/]*\): .*|\1|p')
+    run "$build/ninja.log" ninja -C "$build" "${programs[@]}" ||
+        fail "$architecture: linking the tests failed"
+    echo "linked for $architecture: ${#programs[@]} unit-test programs"
+}
+
+if [ -n "$with_tests" ]; then
+    for architecture in "${architectures[@]}"; do
+        link_tests "$architecture"
+    done
 fi
