@@ -68,12 +68,11 @@ enum : int {
          delegate:(id<KPIMDownloadProgressReceiver>)delegate
       asyncModeOn:(bool)asyncModeOn;
 
-/// Sends the request, past all caches, and removes the file of an earlier download. The download
-/// fails once the server is silent for 60 seconds; a server that keeps sending may take as long as
-/// it likes, and an asynchronous download can be cancelled. On Linux everything in synchronous mode
-/// may take 60 seconds. Returns true when a request was sent, whatever comes of it; false, with a
-/// line in the log, when the server has answered an earlier one or that one has failed, even
-/// without an answer. An earlier one that is still unanswered is dropped for the new one.
+/// Sends the request, past all caches, and removes the file of an earlier download. In asynchronous
+/// mode the server may be silent for 60 seconds at a time; in synchronous mode everything may take
+/// 60 seconds. Returns true when a request was sent, whatever comes of it; false, with a line in
+/// the log, when the server has answered an earlier one or that one has failed, even without an
+/// answer. An earlier one that is still unanswered is dropped for the new one.
 - (bool)startDownload;
 
 /// Ends a download that the server has begun to answer; the delegate hears nothing more. Returns

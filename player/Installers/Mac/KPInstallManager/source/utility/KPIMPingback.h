@@ -7,8 +7,8 @@
 @interface KP_DECOMP_KPIMPingback : NSObject
 
 /// Reports this installation to the vendor's download server. `previousVersion` is the version
-/// that was installed before, or nil. Blocks until the server has answered or is silent for
-/// 30 seconds; on Linux for 30 seconds at most. The answer and every failure are ignored.
+/// that was installed before, or nil. Blocks until the server has answered, 30 seconds at most;
+/// the answer and every failure are ignored.
 + (void)doPingbackWithPreviousVersion:(NSString*)previousVersion;
 
 @end

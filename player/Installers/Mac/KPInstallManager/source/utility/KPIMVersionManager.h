@@ -32,7 +32,9 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 ///     // ... the run loop of this thread runs until kKPIMVersionXMLReceivedNotification ...
 ///     NSString* newest = [manager XMLVersionString];
 ///
-/// The instance and its download retain each other from the request on.
+/// The instance and its download retain each other from the request on. A server that is silent for
+/// 60 seconds fails the request. One that keeps sending little may take as long as it likes: the
+/// caller decides how long it waits in all.
 ///
 /// The class tells whether an installation may proceed, see the category InstallChecks.
 @interface KPIMVersionManager : NSObject <KPIMDownloadProgressReceiver> {
@@ -54,8 +56,7 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 - (id)init;
 
 /// Asks for the version description of the player `kind`. To be called once per instance, on a
-/// thread whose run loop then runs in the default mode. A server that is silent for 60 seconds
-/// fails the request; the caller stops running the loop when it has waited long enough in all.
+/// thread whose run loop then runs in the default mode.
 - (void)sendVersionXMLRequestFor:(int)kind;
 
 /// 0 before the request, 1 after it, 2 when the answer has been read, whatever was in it, and 4
