@@ -49,6 +49,8 @@ endfunction()
 
 # kp_use_cxx_library_here(): the same for all targets of a folder and of those below it, the tests.
 macro(kp_use_cxx_library_here)
-  add_compile_options(-mmacosx-version-min=10.15)
-  add_link_options(-mmacosx-version-min=10.15 -stdlib=libc++)
+  if(CMAKE_OSX_DEPLOYMENT_TARGET AND CMAKE_OSX_DEPLOYMENT_TARGET VERSION_LESS 10.15)
+    add_compile_options(-mmacosx-version-min=10.15)
+    add_link_options(-mmacosx-version-min=10.15 -stdlib=libc++)
+  endif()
 endmacro()

@@ -73,7 +73,8 @@ run() {
 # /usr/include must not come before the SDK's.
 product=(player shared/platform/mac shared/platform/posix)
 with_kpim=OFF
-options=("-DMACOS_SDK=$sdk")
+# KP_WERROR: a warning is an error.
+options=("-DMACOS_SDK=$sdk" -DKP_WERROR=ON)
 if [ -d /usr/include/CLI ] && [ -d /usr/share/cmake/CLI11 ]; then
     mkdir -p "$out/cli11/include" "$out/cli11/share/cmake"
     cp -Rp /usr/include/CLI "$out/cli11/include/"
