@@ -15,7 +15,7 @@ import subprocess
 import sys
 
 # The C++ library's names, and what the compiler asks of its run-time support.
-CXX_LIBRARY = re.compile(r"__ZN?K?S[a-z].*|__ZNK?St.*|__ZT[ISVTC]+N?K?St.*|__ZTVN10__cxxabiv1.*"
+CXX_LIBRARY = re.compile(r"__ZN?K?S[a-z].*|__ZT[ISVTC]+N?K?St.*|__ZTVN10__cxxabiv1.*"
                          r"|__Z(n|d)[wal].*|___cxa_\w+|___gxx_personality_v0|___dynamic_cast")
 SYSTEM_CLASS = re.compile(r"_OBJC_(CLASS|METACLASS|EHTYPE|IVAR)_\$_NS\w+(\.\w+)?")
 # What the C library's macros and the compiler call without a declaration.
