@@ -17,7 +17,7 @@ set(CMAKE_C_STANDARD 11)
 # Warnings and instrumentation, for every target of ours.
 add_library(kp_options INTERFACE)
 target_compile_options(kp_options INTERFACE
-  -Wall -Wextra -Wshadow -Wconversion -Werror
+  -Wall -Wextra -Wshadow -Wconversion $<$<BOOL:${KP_WERROR}>:-Werror>
   $<$<COMPILE_LANGUAGE:OBJCXX>:-fno-objc-arc>)
 target_include_directories(kp_options INTERFACE "${CMAKE_SOURCE_DIR}")
 
@@ -25,6 +25,12 @@ if(KP_SANITIZE)
   target_compile_options(kp_options INTERFACE
     -fsanitize=${KP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
   target_link_options(kp_options INTERFACE -fsanitize=${KP_SANITIZE})
+endif()
+if(KP_BUILD_FUZZERS)
+  # libFuzzer finds its way by the product's branches, not by those of the tests.
+  target_compile_options(kp_options INTERFACE
+    $<$<NOT:$<BOOL:$<TARGET_PROPERTY:KP_IS_TEST>>>:-fsanitize=fuzzer-no-link>)
+  target_link_options(kp_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(KP_COVERAGE)
   target_compile_definitions(kp_options INTERFACE KP_COVERAGE)

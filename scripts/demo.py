@@ -11,7 +11,7 @@ import sys
 import tempfile
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests/system"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests/system/support"))
 
 from download_server import DownloadServer, HOST, make_certificates  # noqa: E402
 from install_root import (BLOB, BUNDLE, PROGRAMS, SETTINGS, InstallRoot,  # noqa: E402
@@ -29,7 +29,8 @@ BUNDLE_SIZE = 31 * MB
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--build", default="build", help="build folder (default: build)")
+    parser.add_argument("--build", default="build/release",
+                        help="build folder (default: build/release)")
     build = pathlib.Path(parser.parse_args().build).resolve()
 
     work = pathlib.Path(tempfile.mkdtemp(prefix="kpinstall-demo-"))

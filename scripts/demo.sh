@@ -10,13 +10,13 @@ scripts/bootstrap.sh
 echo "Building ..."
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-if ! { cmake --preset release && cmake --build build -j "$(nproc)" --target finalizer kpim; } \
+if ! { cmake --preset release && cmake --build --preset release -j "$(nproc)" --target finalizer kpim; } \
     > "$log" 2>&1; then
     cat "$log" >&2
     exit 1
 fi
 
-run=(/usr/bin/env PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 scripts/demo.py --build build)
+run=(/usr/bin/env PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 scripts/demo.py)
 if [ "$(id -u)" -eq 0 ]; then
     "${run[@]}"
 else

@@ -4,7 +4,7 @@
 #   scripts/fuzz.sh [SECONDS [TARGET...]]      by default 1800 seconds and every target
 #
 # Prints, for each, what it executed, the coverage and the processor time, and what it found. What is
-# new stays in build/fuzz/found/TARGET. Exit status 1 when a target found a fault.
+# new stays in build/asan/found/TARGET. Exit status 1 when a target found a fault.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,16 +17,16 @@ case $seconds in
         ;;
 esac
 
-if ! log=$(cmake --preset fuzz 2>&1 && cmake --build --preset fuzz -j "$(nproc)" 2>&1); then
+if ! log=$(cmake --preset asan 2>&1 && cmake --build --preset asan -j "$(nproc)" --target fuzzers 2>&1); then
     echo "$log" >&2
     exit 1
 fi
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
-    for executable in build/fuzz/bin/fuzz/fuzz_*; do targets+=("${executable##*/}"); done
+    for executable in build/asan/bin/fuzz/fuzz_*; do targets+=("${executable##*/}"); done
 fi
 
-found=$PWD/build/fuzz/found
+found=$PWD/build/asan/found
 export ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0
 export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 pids=()
@@ -41,7 +41,7 @@ trap stop EXIT
 for target in "${targets[@]}"; do
     mkdir -p "$found/$target"
     # A copy, so that the build can go on meanwhile.
-    cp "build/fuzz/bin/fuzz/$target" "$found/$target.run"
+    cp "build/asan/bin/fuzz/$target" "$found/$target.run"
     # shellcheck disable=SC2016  # the inner shell's
     (TIMEFORMAT='cpu %U %S'
         time nice -n 10 "$found/$target.run" -max_total_time="$seconds" -max_len=4096 -timeout=25 \

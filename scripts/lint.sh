@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Runs clang-tidy over the product's sources. Needs a configured build folder:
-# scripts/lint.sh [BUILD], by default build.
+# scripts/lint.sh [BUILD], by default build/release.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-build=${1:-build}
+build=${1:-build/release}
 if [ ! -e "$build/compile_commands.json" ]; then
     echo "lint: $build/compile_commands.json is missing: run 'cmake --preset release' first" >&2
     exit 1

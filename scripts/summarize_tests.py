@@ -1,9 +1,15 @@
 #!/usr/bin/env python3
-"""Sums up what scripts/test.sh left in its results folder.
+"""Sums up a run of scripts/test.sh.
 
-runs.tsv names what ran, one line each: kind, name, exit status. A "check" is one test. A "suite"
-has its tests in NAME.xml, as GoogleTest and pytest write it. Prints each failure and the reason
-of each skip, then one line with the counts. Exits with 1 when a test failed or none ran.
+    scripts/summarize_tests.py RESULTS [REPORTS...]
+
+RESULTS/steps.tsv names the steps, one line each: name, tab, exit status. A step is one test; but the
+step "ctest" is all of those in RESULTS/ctest.xml, as ctest --output-junit writes it. The single tests
+of its test NAME are in NAME.xml below one of the folders REPORTS, as GoogleTest and pytest write them.
+Tests of the areas in WITHOUT_REPORT are one test each.
+
+Prints each failure and the reason of each skip, then one line with the counts. Exits with 1 when a test
+failed or none passed.
 """
 
 import pathlib
@@ -12,6 +18,7 @@ import textwrap
 import xml.etree.ElementTree as ElementTree
 
 LONGEST_REASON = 300
+WITHOUT_REPORT = ("data/", "fuzz/", "style/")
 
 
 class Summary:
@@ -22,28 +29,55 @@ class Summary:
         self.failures = []
         self.skips = []
 
-    def add_check(self, name, status):
+    def add_step(self, name, status):
         """One test that is its own command."""
         if status == 0:
             self.passed += 1
         else:
             self.failures.append(f"{name}: exit status {status}")
 
-    def add_suite(self, name, status, report):
-        """The tests in `report`, and one more failure when they do not explain `status`."""
+    def add_ctest(self, status, results, reports):
+        """The tests of a run of ctest, and one more failure when they do not explain `status`."""
         failures_before = len(self.failures)
-        count = 0
         try:
-            for case in ElementTree.parse(report).iter("testcase"):
-                count += 1
-                self._add_case(name, case)
+            entries = list(ElementTree.parse(results).iter("testcase"))
         except (OSError, ElementTree.ParseError) as error:
-            self.failures.append(f"{name}: no results ({error}), exit status {status}")
+            self.failures.append(f"ctest: no results ({error}), exit status {status}")
             return
-        if count == 0:
-            self.failures.append(f"{name}: no test ran, exit status {status}")
-        elif status != 0 and len(self.failures) == failures_before:
-            self.failures.append(f"{name}: every test passed, but the exit status is {status}")
+        for entry in entries:
+            self._add_entry(entry, reports)
+        if not entries or status != 0 and len(self.failures) == failures_before:
+            self.failures.append(f"ctest: {len(entries)} tests, exit status {status}")
+
+    def _add_entry(self, entry, reports):
+        name = entry.get("name")
+        status = entry.get("status")
+        if status not in ("run", "fail"):
+            self.failures.append(f"{name}: not run")
+        elif name.removeprefix("asan/").startswith(WITHOUT_REPORT):
+            if status == "run":
+                self.passed += 1
+            else:
+                self.failures.append(f"{name}: {_last_line(entry)}")
+        else:
+            self._add_report(name, status, [folder / f"{name}.xml" for folder in reports], entry)
+
+    def _add_report(self, name, status, places, entry):
+        failures_before = len(self.failures)
+        cases = []
+        for place in filter(pathlib.Path.exists, places):
+            try:
+                cases = list(ElementTree.parse(place).iter("testcase"))
+            except ElementTree.ParseError as error:
+                self.failures.append(f"{name}: damaged results ({error})")
+        for case in cases:
+            self._add_case(name, case)
+        if len(self.failures) > failures_before:
+            return
+        if not cases:
+            self.failures.append(f"{name}: no test ran: {_last_line(entry)}")
+        elif status != "run":
+            self.failures.append(f"{name}: every test passed, and then: {_last_line(entry)}")
 
     def _add_case(self, suite, case):
         name = f"{suite}: {case.get('classname')}.{case.get('name')}"
@@ -66,15 +100,25 @@ def _reason(element):
     return textwrap.shorten(" ".join(lines[:2]), LONGEST_REASON)
 
 
+def _last_line(entry):
+    """The last that a test of ctest printed, and what ctest says of its end."""
+    failure = entry.find("failure")
+    end = failure.get("message") if failure is not None else ""
+    lines = (entry.findtext("system-out") or "").strip().splitlines()
+    said = [text for text in (end, lines[-1] if lines else "") if text]
+    return textwrap.shorten(" ".join(said) or "no message", LONGEST_REASON)
+
+
 def main():
-    folder = pathlib.Path(sys.argv[1])
+    results = pathlib.Path(sys.argv[1])
+    reports = [pathlib.Path(folder) for folder in sys.argv[2:]]
     summary = Summary()
-    for line in (folder / "runs.tsv").read_text(encoding="utf-8").splitlines():
-        kind, name, status = line.split("\t")
-        if kind == "check":
-            summary.add_check(name, int(status))
+    for line in (results / "steps.tsv").read_text(encoding="utf-8").splitlines():
+        name, status = line.split("\t")
+        if name == "ctest":
+            summary.add_ctest(int(status), results / "ctest.xml", reports)
         else:
-            summary.add_suite(name, int(status), folder / f"{name}.xml")
+            summary.add_step(name, int(status))
     for failure in summary.failures:
         print(f"FAILED  {failure}")
     for skip in summary.skips:

@@ -15,7 +15,7 @@ constexpr size_t kPropertiesOffset = 4;
 constexpr unsigned int kPropertyCount = 5;
 constexpr size_t kGreatestDepth = 512;
 constexpr size_t kGreatestExpansion = 8192;
-constexpr size_t kAllowance = 64UL << 20;
+constexpr size_t kAllowance = 4UL << 30;
 
 unsigned int ByteAt(std::string_view bytes, size_t offset) {
   return static_cast<unsigned char>(bytes[offset]);
@@ -49,8 +49,8 @@ struct Place {
 
 class Reader {
  public:
-  Reader(size_t length, bool compares)
-      : compares_(compares), budget_(kAllowance + kGreatestExpansion * length) {}
+  Reader(size_t length, bool compares, size_t allowance = kAllowance)
+      : compares_(compares), budget_(allowance + kGreatestExpansion * length) {}
 
   BlobReading Read(std::string_view blob, const fileChunk* list) {
     reading_.isWellFormed = ReadSequence(blob, {0, false}, list);
@@ -147,6 +147,7 @@ bool Reader::Charge(size_t claim, unsigned int properties, Place place) {
   const size_t table = TableLength(properties);
   const size_t cost = table + (place.isInStream ? claim : 0);
   if (cost > budget_) {
+    reading_.isTooCostly = true;
     return false;
   }
   budget_ -= cost;
@@ -172,6 +173,10 @@ bool Reader::ReadContent(std::string_view content, bool isDirectory, Place place
 }
 
 }  // namespace
+
+bool CostsMoreThan(std::string_view blob, size_t allowance) {
+  return Reader(blob.size(), false, allowance).Read(blob, nullptr).isTooCostly;
+}
 
 BlobReading ReadBlob(std::string_view blob) {
   return Reader(blob.size(), false).Read(blob, nullptr);

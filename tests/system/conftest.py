@@ -4,21 +4,25 @@ import os
 import pathlib
 import random
 import shutil
+import sys
 
 import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).with_name("support")))
 
 # Failures of the helpers' own assertions show their values too.
 pytest.register_assert_rewrite("install_root")
 
+# pylint: disable=wrong-import-position
 import blob
 import booted_root
 import download_server as servers
-from install_root import InstallRoot, Node, REPOSITORY
+from install_root import InstallRoot, Node, PROGRAMS, REPOSITORY
 
 
 def pytest_addoption(parser):
-    parser.addoption("--build", default=str(REPOSITORY / "build"), metavar="DIR",
-                     help="build folder whose programs are tested (default: build)")
+    parser.addoption("--build", default=str(REPOSITORY / "build/release"), metavar="DIR",
+                     help="build folder whose programs are tested (default: build/release)")
 
 
 @pytest.fixture(scope="session")
@@ -82,11 +86,13 @@ def download_server(install_root, server_certificates):
 @pytest.fixture
 def finalizer_run(install_root, finalizer):
     """Runs the finalizer in `install_root`: finalizer_run(arguments, status=0, ...) with the
-    options of InstallRoot.execute(). It ends with `status` and writes nothing to its output."""
+    options of InstallRoot.execute(); `wrapper` is a command that runs it. It ends with `status` and
+    writes nothing to its output."""
     assert finalizer
 
-    def run(arguments, status=0, **options):
-        result = install_root.run(arguments, **options)
+    def run(arguments, status=0, wrapper=(), **options):
+        result = install_root.execute([*wrapper, f"{PROGRAMS}/finalizer", *map(str, arguments)],
+                                      **options)
         assert (result.status, result.stdout, result.stderr) == (status, "", "")
 
     return run

@@ -8,13 +8,11 @@
 
 #include "tools/kpim/InputFile.h"
 #include "tools/kpim/Report.h"
+#include "tools/kpim/Text.h"
 
 namespace kpim {
 
 namespace {
-
-/// The reader counts in 32 bits.
-constexpr off_t kMaximumBlobSize = 0xFFFFFFFF;
 
 /// The bytes of a blob file.
 struct BlobBytes {
@@ -30,7 +28,7 @@ const char* Unfit(const struct stat& status) {
   if (!S_ISREG(status.st_mode)) {
     return "not a regular file";
   }
-  return status.st_size > kMaximumBlobSize ? "too large for a blob: 4 GiB or more" : nullptr;
+  return static_cast<unsigned long>(status.st_size) > kMaximumBlobLength ? kBlobTooLarge : nullptr;
 }
 
 /// Reads the file at `path` whole. False, and reported, when that cannot be done.
@@ -62,6 +60,15 @@ bool ReadFile(const std::string& path, BlobBytes& blob) {
   return true;
 }
 
+void WarnOfRepeatedPaths(const std::string& blob, const fileChunk* list) {
+  const std::vector<std::string> paths = RepeatedPaths(list);
+  if (!paths.empty()) {
+    ReportError(blob, "warning: " + Counted(paths.size(), "path", "paths") +
+                          " with more than one entry, of which the later one counts: " +
+                          paths.front() + (paths.size() > 1 ? ", ..." : ""));
+  }
+}
+
 }  // namespace
 
 bool ReadBlob(const std::string& path, ChunkList& tree) {
@@ -75,6 +82,7 @@ bool ReadBlob(const std::string& path, ChunkList& tree) {
     ReportError(path, DescribeFault(fault));
     return false;
   }
+  WarnOfRepeatedPaths(path, tree.get());
   return true;
 }
 

@@ -81,6 +81,7 @@ void BundleScan::ScanEntry(const std::string& path, const std::string& name) {
     return;
   }
   if (name.size() > kMaximumNameLength) {
+    // Untested: no file system here has such names.
     Refuse(path, "name too long for a blob: more than 255 bytes");
     return;
   }

@@ -1,7 +1,6 @@
 // kpim check: may this version be installed here.
 #import <Foundation/Foundation.h>
 
-#include <memory>
 #include <string>
 
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
@@ -13,17 +12,6 @@
 namespace kpim {
 
 namespace {
-
-constexpr char kFooter[] =
-    "Why a check failed is in the install log, KorvelPlayerInstallManager.log in Library/Logs of\n"
-    "the home directory, or of / when nobody is logged in.\n"
-    "\n"
-    "With --json, prints an object with the three verdicts, true for passed; \"result\", the sum\n"
-    "of 1, 2 and 4 for those that failed; and the two versions, null where there is none.";
-
-struct CheckOptions {
-  bool json = false;
-};
 
 struct Verdict {
   unsigned int bit;
@@ -57,6 +45,8 @@ void PrintJSON(unsigned int result, NSString* installed, NSString* offered) {
         ", \"toBeInstalled\": " + JSONOrNull(offered) + "}\n");
 }
 
+}  // namespace
+
 int Check(const CheckOptions& options) {
   NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
   const unsigned int result = [KPIMVersionManager performInstallChecks];
@@ -65,16 +55,6 @@ int Check(const CheckOptions& options) {
   (options.json ? PrintJSON : PrintText)(result, installed, offered);
   [pool release];
   return result == kKPIMInstallChecksPassed ? kExitOK : kExitFailed;
-}
-
-}  // namespace
-
-void AddCheckCommand(CLI::App& app, int& status) {
-  const auto options = std::make_shared<CheckOptions>();
-  CLI::App* command = app.add_subcommand("check", "Tell whether this version may be installed");
-  command->footer(kFooter);
-  command->add_flag("--json", options->json, "Print it as JSON")->disable_flag_override();
-  command->callback([options, &status] { status = Check(*options); });
 }
 
 }  // namespace kpim

@@ -1,8 +1,8 @@
-// The commands of kpim. Each has a file of its own, and Main.cpp adds them to the
-// command line.
+// The commands of kpim. Each has a file of its own; CommandLine.cpp describes them to the user.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
 
 namespace kpim {
 
@@ -11,14 +11,76 @@ constexpr int kExitOK = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
-/// Add a command to `app`. When the command line chooses it, it runs within
-/// `CLI::App::parse` and leaves its exit status in `status`, which must live as long as
-/// `app`. It has then said on standard error what went wrong.
-void AddPackCommand(CLI::App& app, int& status);
-void AddListCommand(CLI::App& app, int& status);
-void AddVerifyCommand(CLI::App& app, int& status);
-void AddUnpackCommand(CLI::App& app, int& status);
-void AddCheckCommand(CLI::App& app, int& status);
-void AddLatestCommand(CLI::App& app, int& status);
+/// Runs the command that the command line chooses, and returns its exit status. Usage errors are
+/// reported on standard error, with kExitUsage.
+int Run(int argc, char** argv);
+
+// Each of these runs one command and returns its exit status. A failure has been reported on
+// standard error.
+
+/// What the command line says for "kpim pack".
+struct PackOptions {
+  std::string bundle;
+  std::optional<std::string> output;
+  bool sort = false;
+  bool verify = false;
+};
+
+/// Builds a blob out of the directory `bundle` and writes it to `output`, by default beside the
+/// bundle. `sort` orders the entries by name; with `verify` the blob is decoded and compared before
+/// it is written.
+int Pack(const PackOptions& options);
+
+/// What the command line says for "kpim list".
+struct ListOptions {
+  std::string blob;
+  bool json = false;
+};
+
+/// Prints the tree of the file `blob`, as JSON when `json` is true.
+int List(const ListOptions& options);
+
+/// What the command line says for "kpim verify".
+struct VerifyOptions {
+  std::string blob;
+  std::optional<std::string> bundle;
+};
+
+/// Checks that the file `blob` is well formed and, with `bundle`, that it has the same contents.
+int VerifyBlob(const VerifyOptions& options);
+
+/// What the command line says for "kpim unpack".
+struct UnpackOptions {
+  std::string blob;
+  std::string directory;
+};
+
+/// Writes the tree of the file `blob` below `directory`, which is empty or can be created.
+int Unpack(const UnpackOptions& options);
+
+/// What the command line says for "kpim check".
+struct CheckOptions {
+  bool json = false;
+};
+
+/// Runs the install checks and prints their verdicts, as JSON when `json` is true.
+int Check(const CheckOptions& options);
+
+/// The player's flavours, and time limits of a request in seconds.
+constexpr char kPepperKind[] = "pep";
+constexpr char kPluginKind[] = "pl";
+constexpr int kDefaultTimeLimit = 90;
+constexpr int kLongestTimeLimit = 24 * 60 * 60;
+
+/// What the command line says for "kpim latest".
+struct LatestOptions {
+  std::string kind = kPepperKind;
+  int timeLimit = kDefaultTimeLimit;
+  bool json = false;
+};
+
+/// Fetches and prints the version description of `kind`, one of the two above, within `timeLimit`
+/// seconds altogether; as JSON when `json` is true.
+int Latest(const LatestOptions& options);
 
 }  // namespace kpim

@@ -41,21 +41,26 @@ class Comparison {
   /// Notes where the sink writes each node of `list`.
   void Expect(const fileChunk* list, const std::string& parent) {
     for (const fileChunk* node = list; node; node = node->next) {
-      // A nameless entry, and one called "/", is its parent.
-      const std::string leaf = WithoutTrailingSlashes(node->name);
-      const bool isParent = leaf.empty() || leaf == "/";
-      const std::string path = isParent ? parent : JoinPath(parent, leaf);
-      if (isParent) {
-        if (!node->isDirectory) {
-          Add(path, DifferenceKind::kTypeMismatch);
-        }
-      } else {
-        const auto [earlier, isNew] = expected_.try_emplace(path, Expected{node});
-        if (!isNew && !(node->isDirectory && earlier->second.node->isDirectory)) {
-          Add(path, DifferenceKind::kDuplicate);
-        }
+      const std::string path = PathOf(*node, parent);
+      if (path != parent) {
+        ExpectAt(path, node);
+      } else if (!node->isDirectory) {
+        Add(path, DifferenceKind::kTypeMismatch);
       }
       Expect(node->children, path);
+    }
+  }
+
+  void ExpectAt(const std::string& path, const fileChunk* node) {
+    const auto [earlier, isNew] = expected_.try_emplace(path, Expected{node});
+    if (isNew) {
+      return;
+    }
+    if (earlier->second.node->isDirectory != node->isDirectory) {
+      // Neither can replace the other.
+      Add(path, DifferenceKind::kTypeMismatch);
+    } else {
+      earlier->second.node = node;
     }
   }
 

@@ -16,12 +16,10 @@ enum class DifferenceKind {
   kExtra,
   /// A file with other contents.
   kDifferent,
-  /// A file on one side and something else on the other.
+  /// A file on one side and something else on the other, or both in the tree.
   kTypeMismatch,
   /// Cannot be read from disk.
   kUnreadable,
-  /// Stands in the tree twice, and not as a directory both times.
-  kDuplicate,
 };
 
 /// One entry that differs.

@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <locale>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,7 +17,6 @@
 namespace {
 
 NSString* const kErrorMark = @"ERROR: ";
-NSString* const kNowhere = @"/dev/null";
 
 /// What went wrong, in the order in which it was logged.
 std::vector<std::string> s_errors;
@@ -31,10 +29,16 @@ std::vector<std::string> s_errors;
 
 @implementation KPErrorCollector
 
+/// Needs no file, unlike its superclass: it writes nothing by itself.
+- (id)init {
+  return self;
+}
+
 - (void)logTimeStampedString:(NSString*)message withLoggingLevel:(unsigned int)level {
   [[KPIMVersionManager _logger] logTimeStampedString:message withLoggingLevel:level];
   if (level == kLogLevelError) {
     NSString* reason =
+        // Untested: every error has the mark.
         [message hasPrefix:kErrorMark] ? [message substringFromIndex:[kErrorMark length]] : message;
     s_errors.push_back(kpim::UTF8(reason));
   }
@@ -51,8 +55,7 @@ std::vector<std::string> s_errors;
 + (KPIMLogger*)_logger {
   static KPIMLogger* s_collector = nil;
   if (s_collector == nil) {
-    // A logger needs a file. This one writes nothing by itself.
-    s_collector = [[KPErrorCollector alloc] initWithPath:kNowhere];
+    s_collector = [[KPErrorCollector alloc] init];
   }
   return s_collector;
 }
@@ -64,20 +67,6 @@ namespace kpim {
 namespace {
 
 constexpr char kCommand[] = "latest";
-constexpr char kPepperKind[] = "pep";
-constexpr char kPluginKind[] = "pl";
-constexpr int kDefaultTimeLimit = 90;
-constexpr int kLongestTimeLimit = 24 * 60 * 60;
-
-constexpr char kFooter[] =
-    "With --json, prints an object with \"version\", \"message\" (HTML), \"autoUpdateMode\" (null\n"
-    "when there is none), \"dialogWidth\" and \"dialogHeight\" (in points; null when infinite).";
-
-struct LatestOptions {
-  std::string kind = kPepperKind;
-  int timeLimit = kDefaultTimeLimit;
-  bool json = false;
-};
 
 /// With six significant digits at most, and a dot in every locale.
 std::string Number(float value) {
@@ -154,29 +143,18 @@ int Fetch(const LatestOptions& options) {
   return kExitOK;
 }
 
-int Latest(const LatestOptions& options) {
-  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
-  const int status = Fetch(options);
-  [pool release];
-  return status;
-}
-
 }  // namespace
 
-void AddLatestCommand(CLI::App& app, int& status) {
-  const auto options = std::make_shared<LatestOptions>();
-  CLI::App* command = app.add_subcommand(kCommand, "Fetch the current version description");
-  command->footer(kFooter);
-  command->add_option("--kind", options->kind, "The player's flavour, pep (the default) or pl")
-      ->check(CLI::IsMember({kPepperKind, kPluginKind}))
-      ->type_name("KIND");
-  command
-      ->add_option("--time-limit", options->timeLimit,
-                   "Seconds that it may take altogether; the default is 90")
-      ->check(CLI::Range(1, kLongestTimeLimit))
-      ->type_name("SECONDS");
-  command->add_flag("--json", options->json, "Print it as JSON")->disable_flag_override();
-  command->callback([options, &status] { status = Latest(*options); });
+int Latest(const LatestOptions& options) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  int status = kExitFailed;
+  @try {
+    status = Fetch(options);
+  } @catch (NSException* exception) {
+    ReportError(kCommand, UTF8([exception reason]));
+  }
+  [pool release];
+  return status;
 }
 
 }  // namespace kpim

@@ -1,7 +1,6 @@
 // kpim list: what a blob holds.
 #include <unistd.h>
 
-#include <memory>
 #include <string>
 
 #include "tools/kpim/BlobFile.h"
@@ -13,17 +12,6 @@
 namespace kpim {
 
 namespace {
-
-constexpr char kFooter[] =
-    "With --json, every entry is an object with \"name\" and \"type\" (\"file\" or\n"
-    "\"directory\"); files have \"size\", directories \"entries\". A name that is not UTF-8\n"
-    "has U+FFFD for each offending byte, and beside it \"nameBytes\", the whole name in\n"
-    "hexadecimal.";
-
-struct ListOptions {
-  std::string blob;
-  bool json = false;
-};
 
 void PrintJSONList(const fileChunk* list, const std::string& indentation);
 
@@ -56,6 +44,8 @@ void PrintJSONList(const fileChunk* list, const std::string& indentation) {
   Print(indentation + "]");
 }
 
+}  // namespace
+
 int List(const ListOptions& options) {
   ChunkList tree;
   if (!ReadBlob(options.blob, tree)) {
@@ -72,17 +62,6 @@ int List(const ListOptions& options) {
   }
   Verify(tree.get(), 0);
   return kExitOK;
-}
-
-}  // namespace
-
-void AddListCommand(CLI::App& app, int& status) {
-  const auto options = std::make_shared<ListOptions>();
-  CLI::App* command = app.add_subcommand("list", "Print the tree that a blob holds");
-  command->footer(kFooter);
-  command->add_option("BLOB", options->blob, "The blob")->required()->type_name("FILE");
-  command->add_flag("--json", options->json, "Print it as JSON")->disable_flag_override();
-  command->callback([options, &status] { status = List(*options); });
 }
 
 }  // namespace kpim

@@ -29,6 +29,7 @@ static_assert(std::atomic<const char*>::is_always_lock_free, "read by a signal h
 
 /// Installed with SA_RESETHAND: raised again, the signal ends the process as it would have.
 void RemoveTemporary(int signal) {
+  // Untested: a process that a signal ends writes no counts.
   if (const char* path = temporaryToRemove.load()) {
     (void)unlink(path);
   }

@@ -5,7 +5,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,18 +26,6 @@ namespace {
 
 constexpr char kBlobExtension[] = ".lzma";
 constexpr char kChanged[] = "changed while it was packed";
-constexpr char kFooter[] =
-    "Links are followed; .DS_Store files are left out. The format keeps names and\n"
-    "contents only: execute bits, other modes, owners and times are dropped, and\n"
-    "unpacking gives every file mode 0664 and every directory 0775.";
-
-struct PackOptions {
-  std::string bundle;
-  std::optional<std::string> output;
-  bool sort = false;
-  bool verify = false;
-};
-
 /// The blob's name when none is given: the bundle's with the extension, beside it. Absent,
 /// and reported, when the bundle's own name cannot be found out.
 std::optional<std::string> DefaultOutput(const std::string& bundle) {
@@ -116,6 +103,7 @@ bool IsSame(fileChunk* encoded, const std::string& bundle) {
     differences = CompareWithDirectory(tree.get(), bundle);
   }
   if (fault.reason) {
+    // Untested: it would be a fault in the encoder.
     ReportError(bundle, "the blob made of it is " + DescribeFault(fault));
     return false;
   }
@@ -150,6 +138,8 @@ void PrintSummary(const std::string& output, const fileChunk* encoded, const Tre
   Print(text + (IsStored(encoded) ? ", not compressed\n" : "\n"));
 }
 
+}  // namespace
+
 int Pack(const PackOptions& options) {
   const std::string bundle = WithoutTrailingSlashes(options.bundle);
   const std::optional<std::string> output = options.output ? options.output : DefaultOutput(bundle);
@@ -175,30 +165,6 @@ int Pack(const PackOptions& options) {
   }
   PrintSummary(*output, encoded.get(), scan.totals());
   return kExitOK;
-}
-
-}  // namespace
-
-void AddPackCommand(CLI::App& app, int& status) {
-  const auto options = std::make_shared<PackOptions>();
-  CLI::App* command = app.add_subcommand("pack", "Build a blob out of a bundle");
-  command->footer(kFooter);
-  command->add_option("BUNDLE", options->bundle, "The bundle's directory")
-      ->required()
-      ->type_name("DIR");
-  command
-      ->add_option("-o,--output", options->output,
-                   "Where to write the blob (default: BUNDLE.lzma beside the bundle)")
-      ->type_name("BLOB");
-  command
-      ->add_flag("--sort", options->sort,
-                 "Order entries by name, so that the same bundle always gives the same blob")
-      ->disable_flag_override();
-  command
-      ->add_flag("--verify", options->verify,
-                 "Decode the blob again and compare it with the bundle before it is written")
-      ->disable_flag_override();
-  command->callback([options, &status] { status = Pack(*options); });
 }
 
 }  // namespace kpim

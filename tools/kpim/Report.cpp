@@ -37,6 +37,7 @@ bool FinishStandardOutput() {
     return false;
   }
   if (failedEarlier) {
+    // Untested: a flush after a failed write fails too.
     ReportError("standard output", "write error");
     return false;
   }
@@ -47,6 +48,7 @@ void ReportError(const std::string& what, const std::string& why) {
   ReportLine("kpim: " + (what.empty() ? kEmptyName : Printable(what)) + ": " + Printable(why));
 }
 
+// Untested: called for exceptions that no one else catches.
 void ReportPlainError(const char* why) { (void)fprintf(stderr, "kpim: %s\n", why); }
 
 void ReportLine(const std::string& line) { (void)fprintf(stderr, "%s\n", line.c_str()); }

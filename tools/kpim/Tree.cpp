@@ -3,8 +3,10 @@
 #include <string.h>
 
 #include <algorithm>
-#include <vector>
+#include <map>
+#include <set>
 
+#include "tools/kpim/Disk.h"
 #include "tools/kpim/Text.h"
 
 namespace kpim {
@@ -12,6 +14,29 @@ namespace kpim {
 namespace {
 
 bool HasName(const fileChunk* node) { return node->name && node->name[0] != '\0'; }
+
+/// Notes the paths of a list, with whether a folder has them, and those that stand twice.
+class PathNotes {
+ public:
+  void Add(const fileChunk* list, const std::string& parent) {
+    for (const fileChunk* node = list; node; node = node->next) {
+      const std::string path = PathOf(*node, parent);
+      if (path != parent) {
+        const auto [earlier, isNew] = isDirectory_.try_emplace(path, node->isDirectory);
+        if (!isNew && !(node->isDirectory && earlier->second)) {
+          repeated_.insert(path);
+        }
+      }
+      Add(node->children, path);
+    }
+  }
+
+  std::vector<std::string> Repeated() const { return {repeated_.begin(), repeated_.end()}; }
+
+ private:
+  std::map<std::string, bool> isDirectory_;
+  std::set<std::string> repeated_;
+};
 
 }  // namespace
 
@@ -41,6 +66,17 @@ void SortByName(fileChunk*& list) {
     link = &node->next;
   }
   *link = nullptr;
+}
+
+std::string PathOf(const fileChunk& node, const std::string& parent) {
+  const std::string leaf = node.name ? WithoutTrailingSlashes(node.name) : "";
+  return leaf.empty() || leaf == "/" ? parent : JoinPath(parent, leaf);
+}
+
+std::vector<std::string> RepeatedPaths(const fileChunk* list) {
+  PathNotes notes;
+  notes.Add(list, "");
+  return notes.Repeated();
 }
 
 bool IsSolidRoot(const fileChunk* list) {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
 
@@ -31,6 +33,13 @@ TreeTotals CountTree(const fileChunk* list);
 
 /// Orders a sibling list, and the list of every directory below, by name, bytewise.
 void SortByName(fileChunk*& list);
+
+/// The path of an entry in the folder `parent`, which has `parent` itself when it is nameless.
+std::string PathOf(const fileChunk& node, const std::string& parent);
+
+/// Paths that more than one entry below `list` has, folders that merge excepted, each path once and
+/// sorted. Of such entries the later one counts.
+std::vector<std::string> RepeatedPaths(const fileChunk* list);
 
 /// What a blob is whose list is no solid root.
 constexpr char kNotASolidRoot[] =

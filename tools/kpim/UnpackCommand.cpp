@@ -3,7 +3,6 @@
 #include <string.h>
 #include <sys/stat.h>
 
-#include <memory>
 #include <string>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
@@ -19,15 +18,6 @@
 namespace kpim {
 
 namespace {
-
-constexpr char kFooter[] =
-    "Directories get mode 0775 and files 0664, as the installer gives them. When the\n"
-    "tree cannot be written whole, what could be written stays.";
-
-struct UnpackOptions {
-  std::string blob;
-  std::string directory;
-};
 
 /// Makes sure that an empty directory stands at `path`. False, and reported, when not.
 bool PrepareDirectory(const std::string& path) {
@@ -54,14 +44,24 @@ std::string Describe(const Difference& difference) {
   switch (difference.kind) {
     case DifferenceKind::kMissing:
       return "could not be written";
-    case DifferenceKind::kDuplicate:
-      return "stands in the blob more than once";
     case DifferenceKind::kUnreadable:
       return strerror(difference.error);
+    // Untested: only a disk that others write to shows another difference.
     default:
       return "not written as the blob has it";
   }
 }
+
+/// Names each entry that is not on disk as it should be, then counts them.
+void ReportFailures(const std::string& directory, const fileChunk* tree, const SinkReport& report) {
+  for (const Difference& difference : CompareWithDirectory(tree, directory)) {
+    ReportError(JoinPath(directory, difference.path), Describe(difference));
+  }
+  ReportError(directory, std::to_string(report.failed) + " of " + std::to_string(report.entries) +
+                             " entries could not be written: " + strerror(report.error));
+}
+
+}  // namespace
 
 int Unpack(const UnpackOptions& options) {
   ChunkList tree;
@@ -78,38 +78,19 @@ int Unpack(const UnpackOptions& options) {
   if (!PrepareDirectory(options.directory)) {
     return kExitFailed;
   }
-  std::vector<Difference> differences;
+  SinkReport report;
   {
     const StageLine stage("writing");
-    PlatformWriteFileFromChunk(options.directory.c_str(), tree.get());
-    // The sink reports no failures: only the disk can tell.
-    differences = CompareWithDirectory(tree.get(), options.directory);
+    PlatformWriteFileFromChunk(options.directory.c_str(), "", tree.get(), report);
   }
-  for (const Difference& difference : differences) {
-    ReportError(JoinPath(options.directory, difference.path), Describe(difference));
-  }
-  if (!differences.empty()) {
+  if (report.failed != 0) {
+    ReportFailures(options.directory, tree.get(), report);
     return kExitFailed;
   }
   const TreeTotals totals = CountTree(tree.get());
   Print(options.directory + ": " + Counted(totals.entries, "entry", "entries") + ", " +
         Counted(totals.bytes, "byte", "bytes") + " written\n");
   return kExitOK;
-}
-
-}  // namespace
-
-void AddUnpackCommand(CLI::App& app, int& status) {
-  const auto options = std::make_shared<UnpackOptions>();
-  CLI::App* command = app.add_subcommand("unpack", "Write the tree of a blob to disk");
-  command->footer(kFooter);
-  command->add_option("BLOB", options->blob, "The blob")->required()->type_name("FILE");
-  command
-      ->add_option("DIR", options->directory,
-                   "Where to write the tree: an empty directory, or one that can be created")
-      ->required()
-      ->type_name("DIR");
-  command->callback([options, &status] { status = Unpack(*options); });
 }
 
 }  // namespace kpim

@@ -1,9 +1,16 @@
 #include "player/ControlPanel/Common/SMConfigFileManager.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <memory>
 #include <utility>
+
+#include "shared/platform/posix/RegularFile.h"
+#include "shared/platform/posix/Uninterrupted.h"
 
 namespace SASM {
 
@@ -22,19 +29,55 @@ constexpr char kLineFormat[] = "%s=%s\n";
 /// As a signed byte: the controls, the space, and everything from 0x80.
 constexpr signed char kLastBlank = ' ';
 
-/// As fopen(3), again when a signal has interrupted it: settings that are not read are lost when
-/// they are written back.
-FILE* OpenUninterrupted(char const* path, char const* mode) {
-  FILE* file = fopen(path, mode);
-  while (file == nullptr && errno == EINTR) file = fopen(path, mode);
-  return file;
+/// A file of so many bytes, or one whose lines store so many, is refused. Blank values take the
+/// tail of an earlier line, so a small file may otherwise ask for more memory than there is.
+constexpr size_t kMostBytes = size_t{256} * 1024 * 1024;
+
+/// For a file that is created; the process's mask applies.
+constexpr mode_t kNewFileMode = 0666;
+
+struct FileCloser {
+  void operator()(FILE* file) const { (void)fclose(file); }
+};
+using OwnedFile = std::unique_ptr<FILE, FileCloser>;
+
+/// A stream on `descriptor`, which it owns; null, with the descriptor closed, when there is none.
+OwnedFile StreamOf(int descriptor, const char* mode) {
+  FILE* file = fdopen(descriptor, mode);
+  if (file == nullptr) {
+    (void)close(descriptor);
+  }
+  return OwnedFile(file);
 }
 
-/// What the first bytes of `file`, at its start, tell about it.
+bool EmptyFile(FILE* file) {
+  return Uninterrupted([&] { return ftruncate(fileno(file), 0); }) == 0;
+}
+
+/// The next byte, or EOF; read again after a signal. The engine has one thread: the stream's lock,
+/// taken for each byte, would be most of the work (getc_unlocked(3)).
+int NextByte(FILE* file) {
+  int byte = getc_unlocked(file);
+  while (byte == EOF && ferror(file) != 0 && errno == EINTR) {
+    clearerr(file);
+    byte = getc_unlocked(file);
+  }
+  return byte;
+}
+
+/// What the first bytes of `file`, at its start, say about it.
 int32_t DetectEncoding(FILE* file) {
   unsigned char start[kMinimumFileSize];
-  if (fread(start, 1, sizeof start, file) < sizeof start) return kEncodingNotRead;
-  if (memcmp(start, kUTF8Mark, sizeof kUTF8Mark) == 0) return kEncodingUTF8Mark;
+  for (unsigned char& each : start) {
+    const int byte = NextByte(file);
+    if (byte == EOF) {
+      return kEncodingNotRead;
+    }
+    each = static_cast<unsigned char>(byte);
+  }
+  if (memcmp(start, kUTF8Mark, sizeof kUTF8Mark) == 0) {
+    return kEncodingUTF8Mark;
+  }
   const unsigned int mark = start[0] | static_cast<unsigned int>(start[1]) << 8;
   const bool isUTF16 = mark == kUTF16BigEndianMark || mark == kUTF16LittleEndianMark;
   return isUTF16 ? kEncodingUTF16Mark : kEncodingNoMark;
@@ -42,36 +85,42 @@ int32_t DetectEncoding(FILE* file) {
 
 bool IsBlank(char byte) { return static_cast<signed char>(byte) <= kLastBlank; }
 
-/// The text of one line after the other. It is never cleared in between: a blank value is
-/// answered with what an earlier, longer line left behind.
+/// The text of one line after the other. It is never cleared in between: the value of a line with a
+/// blank value is what an earlier, longer line left behind.
 class LineBuffer {
  public:
   LineBuffer() : mBytes(Allocate(kInitialLineCapacity)), mCapacity(kInitialLineCapacity) {}
-  LineBuffer(LineBuffer const&) = delete;
-  LineBuffer& operator=(LineBuffer const&) = delete;
+  LineBuffer(const LineBuffer&) = delete;
+  LineBuffer& operator=(const LineBuffer&) = delete;
   ~LineBuffer() { delete[] mBytes; }
 
-  /// Reads one line and terminates it. Returns whether the file may hold another.
+  /// Reads one line and terminates it. Returns whether the file may hold another. Stops within a
+  /// line of `kMostBytes`.
   bool ReadLine(FILE* file) {
     size_t length = 0;
     int byte = NextByte(file);
-    for (; byte != EOF && byte != '\n' && byte != '\r'; byte = NextByte(file)) {
-      if (length + 1 == mCapacity) Grow();
+    for (; byte != EOF && byte != '\n' && byte != '\r' && length + 1 < kMostBytes;
+         byte = NextByte(file)) {
+      if (length + 1 == mCapacity) {
+        Grow();
+      }
       mBytes[length++] = static_cast<char>(byte);
     }
     mBytes[length] = '\0';
+    mReadCount += length + 1;
     // Whatever follows a CR belongs to the line end.
-    if (byte == '\r') byte = NextByte(file);
+    if (byte == '\r') {
+      byte = NextByte(file);
+    }
     return byte != EOF;
   }
 
   char* Text() { return mBytes; }
 
- private:
-  /// The engine has one thread: the stream's lock, taken for each byte, would be most of the
-  /// work (getc_unlocked(3)).
-  static int NextByte(FILE* file) { return getc_unlocked(file); }
+  /// Bytes read so far, each line end counted as one.
+  size_t ReadCount() const { return mReadCount; }
 
+ private:
   /// Zeros, and one more than asked for: after a line that fills the buffer, the text behind
   /// its NUL is still a text, the empty one.
   static char* Allocate(size_t capacity) { return new char[capacity + 1](); }
@@ -86,14 +135,20 @@ class LineBuffer {
 
   char* mBytes;
   size_t mCapacity;
+  size_t mReadCount = 0;
 };
 
 }  // namespace
 
-ConfigFileManager::ConfigFileManager(SimpleString const& path) : mEncoding(kEncodingNotRead) {
+ConfigFileManager::ConfigFileManager(const SimpleString& path) : mEncoding(kEncodingNotRead) {
   mSettings.Initialize();
-  mPath = path;
-  ReadSettingsFile();
+  try {
+    mPath = path;
+    ReadSettingsFile();
+  } catch (...) {
+    mSettings.DeleteAllEntries();
+    throw;
+  }
 }
 
 ConfigFileManager::~ConfigFileManager() {
@@ -103,39 +158,63 @@ ConfigFileManager::~ConfigFileManager() {
 }
 
 bool ConfigFileManager::ReadSettingsFile() {
-  if (mPath.mString[0] == '\0') return false;
-  FILE* file = OpenUninterrupted(mPath.mString, "rb");
-  if (file == nullptr) return false;
-
-  mEncoding = DetectEncoding(file);
+  if (mPath.mString[0] == '\0') {
+    return false;
+  }
+  const int descriptor = OpenRegularFile(mPath.mString, O_RDONLY, 0, FileNames::kAny);
+  if (descriptor < 0) {
+    return false;
+  }
+  mIsIncomplete = true;
+  const OwnedFile file = StreamOf(descriptor, "rb");
+  if (file == nullptr) {
+    return false;
+  }
+  mEncoding = DetectEncoding(file.get());
   const bool isText = mEncoding == kEncodingNoMark || mEncoding == kEncodingUTF8Mark;
+  mIsIncomplete = isText || ferror(file.get()) != 0;
   const long textOffset = mEncoding == kEncodingUTF8Mark ? sizeof kUTF8Mark : 0;
-  // A pipe cannot be rewound; without its first bytes its text would be another one.
-  const bool isReadable = isText && fseek(file, textOffset, SEEK_SET) == 0;
-  if (isReadable) ProcessFile(file);
-  (void)fclose(file);
-  return isReadable;
+  if (!isText || fseek(file.get(), textOffset, SEEK_SET) != 0) {
+    return false;
+  }
+  ProcessFile(file.get());
+  return !mIsIncomplete;
 }
 
 bool ConfigFileManager::ReloadSettingsFile() { return ReadSettingsFile(); }
 
 void ConfigFileManager::ProcessFile(FILE* file) {
+  mIsIncomplete = true;
+  mStoredCount = 0;
   LineBuffer line;
   bool hasMore = true;
   while (hasMore) {
     hasMore = line.ReadLine(file);
+    if (line.ReadCount() >= kMostBytes) {
+      return;
+    }
     ProcessLine(line.Text());
+    if (mStoredCount >= kMostBytes) {
+      return;
+    }
   }
+  mIsIncomplete = ferror(file) != 0;
 }
 
 void ConfigFileManager::ProcessLine(char* line) {
   char* separator = strchr(line, kSeparator);
-  if (separator == nullptr) return;
+  if (separator == nullptr) {
+    return;
+  }
   *separator = '\0';
 
-  char const* key = StripString(line);
-  char const* value = StripString(separator + 1);
-  if (key == nullptr || value == nullptr) return;
+  const char* key = StripString(line);
+  const char* value = StripString(separator + 1);
+  // Untested: neither is null, as no line is.
+  if (key == nullptr || value == nullptr) {
+    return;
+  }
+  mStoredCount += strlen(key) + strlen(value);
 
   const SimpleString settingKey(key);
   mSettings.erase(settingKey);
@@ -170,12 +249,21 @@ void ConfigFileManager::UpdateSetting(SimpleString const& key, SimpleString cons
 }
 
 bool ConfigFileManager::UpdateSettingsFile() {
-  if (mPath.mString[0] == '\0') return false;
-  FILE* file = OpenUninterrupted(mPath.mString, "wb");
-  if (file == nullptr) return false;
-  (void)fseek(file, 0, SEEK_SET);
-  ProcessSettingsForWrite(file);
-  (void)fclose(file);
+  if (mPath.mString[0] == '\0' || mIsIncomplete) {
+    return false;
+  }
+  const int descriptor =
+      OpenRegularFile(mPath.mString, O_WRONLY | O_CREAT, kNewFileMode, FileNames::kAny);
+  if (descriptor < 0) {
+    return false;
+  }
+  const OwnedFile file = StreamOf(descriptor, "wb");
+  // Emptied last: nothing after this needs memory.
+  if (file == nullptr || !EmptyFile(file.get())) {
+    return false;
+  }
+  (void)fseek(file.get(), 0, SEEK_SET);
+  ProcessSettingsForWrite(file.get());
   return true;
 }
 

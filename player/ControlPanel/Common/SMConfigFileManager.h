@@ -2,6 +2,7 @@
 // format as it is read and as it is written, with examples.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 
@@ -20,28 +21,39 @@ enum : int32_t {
 };
 
 /// The settings of one file, in memory: read once on construction, changed in memory, written
-/// back whole. Nothing locks the file; whoever writes last wins.
+/// back whole. Nothing locks the file; the last process to write it wins.
+///
+/// Only a regular file, or a link to one, is read and written; anything else (a folder, a pipe, a
+/// device) counts as a missing file and is not written. No call waits for the other end of a pipe.
+///
+/// A read that does not reach the end of the text leaves the settings incomplete, and they are then
+/// not written, because that would lose the rest: after a read error, and for a file that is too
+/// large: 256 MiB and more, or with lines that store so much. A line with a blank value may store
+/// the tail of a longer line, so that many of them ask for far more memory than the file has bytes.
+///
+/// Methods that copy text throw std::bad_alloc when there is no memory. A read that it ends is
+/// incomplete, and no file has been emptied.
 class ConfigFileManager {
  public:
-  /// Reads the file at `path`. A file that is missing or unreadable gives no settings; an empty
-  /// path reads and writes nothing.
-  explicit ConfigFileManager(SimpleString const& path);
-  ConfigFileManager(ConfigFileManager const&) = delete;
-  ConfigFileManager& operator=(ConfigFileManager const&) = delete;
+  /// Reads the file at `path`. For a file that is missing or unreadable there are no settings; with
+  /// an empty path nothing is read or written.
+  explicit ConfigFileManager(const SimpleString& path);
+  ConfigFileManager(const ConfigFileManager&) = delete;
+  ConfigFileManager& operator=(const ConfigFileManager&) = delete;
   /// Releases the path, then the settings. Nothing is written.
   ~ConfigFileManager();
 
-  /// Reads the file into the settings. False, and the settings stay as they were, when the path
-  /// is empty, the file cannot be opened or has fewer than 4 bytes, begins with a UTF-16
-  /// byte-order mark, or is a pipe: its first bytes are read to look for a mark, and it cannot be
-  /// rewound. `mEncoding` tells what was found, also for a pipe.
+  /// Reads the file into the settings. Returns false, and the settings stay as they were, when the
+  /// path is empty, the file cannot be opened or is not a regular one, has fewer than 4 bytes, or
+  /// begins with a UTF-16 byte-order mark. Also returns false for an incomplete read; the settings
+  /// up to its end are then stored. `mEncoding` holds what was found at the start.
   bool ReadSettingsFile();
 
   /// Reads the file again, on top of the settings: each key in the file moves to the end with
   /// the file's value, and keys that only memory knows stay. Fails as `ReadSettingsFile` does.
   bool ReloadSettingsFile();
 
-  /// Stores the settings of `file` from its current position to its end.
+  /// Stores the settings of `file` from its current position to its end, and sets `mIsIncomplete`.
   void ProcessFile(FILE* file);
 
   /// Stores the setting of one line, if it holds a "=", in place of every setting with that key
@@ -65,8 +77,9 @@ class ConfigFileManager {
   void UpdateSetting(SimpleString const& key, SimpleString const& value);
 
   /// Replaces the file by the settings, in place: it is created if absent, its folder is not.
-  /// False, with nothing written, when the path is empty or the file cannot be opened; what
-  /// fails after that goes unreported.
+  /// Returns false, with nothing changed, when the path is empty, the settings are incomplete, or
+  /// the file cannot be opened and emptied or is not a regular one; what fails after that is not
+  /// reported.
   bool UpdateSettingsFile();
 
   /// Writes one line per setting, in list order, at the current position of `file`.
@@ -78,8 +91,12 @@ class ConfigFileManager {
   /// One of the kEncoding constants. A record only: writing ignores it.
   int32_t mEncoding;
   MultiMap mSettings;
-  /// The bytes that fopen(3) is given.
+  /// The bytes that open(2) is given.
   SimpleString mPath;
+  /// Whether the last read of a file ended before its text did.
+  bool mIsIncomplete = false;
+  /// Bytes of the keys and values that the lines of the last read have stored.
+  size_t mStoredCount = 0;
 };
 
 }  // namespace SASM

@@ -37,8 +37,10 @@ constexpr unsigned long kGreatestExpansion = 8192;
 
 // LZMA within LZMA multiplies that bound by itself, and for a stream of five bytes the decoder may
 // set up a table of megabytes. So the tables of all LZMA entries and the claims of inner ones may,
-// in bytes, together exceed the bound for the blob as it stands by no more than this allowance.
-constexpr unsigned long kCostAllowance = 1UL << 26;
+// in bytes, together exceed the bound for the blob as it stands by no more than this allowance. It
+// is what any encoder's blob of a bundle could need, and bounds the time: at most one table is in
+// memory at a time.
+constexpr unsigned long kCostAllowance = 1UL << 32;
 
 // The properties byte is (pb * 5 + lp) * 9 + lc.
 constexpr unsigned int kLiteralContexts = 9;
@@ -129,6 +131,8 @@ class BlobDecoder {
                        fileChunk& node);
   unsigned char* DecodeStream(const Sequence& sequence, const EntryLayout& entry, SizeT& produced,
                               SizeT& consumed);
+  bool Rehearse(const Sequence& content);
+  bool RehearseSequence(const Sequence& sequence);
   bool TakeContent(const Sequence& content, const EntryLayout& entry, fileChunk& node);
   static void CopyContent(const Sequence& content, unsigned char* copy);
   bool TakeChildren(const Sequence& content, fileChunk& node);
@@ -140,6 +144,8 @@ class BlobDecoder {
 
   unsigned long budget_;
   BlobFault& fault_;
+  // Entries are decoded to be checked, and none is kept.
+  bool isRehearsal_ = false;
 };
 
 fileChunk* BlobDecoder::DecodeSequence(const Sequence& sequence) {
@@ -246,7 +252,10 @@ bool BlobDecoder::DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& e
     return true;
   }
   DecodedContent content(decoded);
-  const bool taken = TakeContent({decoded, produced, 0, &content, sequence.depth}, entry, node);
+  const Sequence inner = {decoded, produced, 0, &content, sequence.depth};
+  const bool isOutermost = sequence.decoded == nullptr;
+  const bool taken =
+      !(entry.isDirectory && isOutermost && !Rehearse(inner)) && TakeContent(inner, entry, node);
   delete[] decoded;
   return taken;
 }
@@ -291,8 +300,34 @@ unsigned char* BlobDecoder::DecodeStream(const Sequence& sequence, const EntryLa
   return nullptr;
 }
 
+// Goes through a directory's content without keeping any of it. What streams within the content
+// would together take is only known after the last of them: a blob that costs too much is refused
+// while no more than one of them is in memory. A blob of the writer has none, and loses no time.
+bool BlobDecoder::Rehearse(const Sequence& content) {
+  const unsigned long budget = budget_;
+  fileChunk nothing;
+  isRehearsal_ = true;
+  const bool isWellFormed = TakeChildren(content, nothing);
+  isRehearsal_ = false;
+  budget_ = budget;
+  return isWellFormed;
+}
+
+bool BlobDecoder::RehearseSequence(const Sequence& sequence) {
+  for (unsigned long position = 0; position != sequence.length;) {
+    fileChunk node;
+    if (!DecodeEntry(sequence, position, node)) {
+      return false;
+    }
+  }
+  return true;
+}
+
 bool BlobDecoder::TakeContent(const Sequence& content, const EntryLayout& entry, fileChunk& node) {
   if (entry.isDirectory) return TakeChildren(content, node);
+  if (isRehearsal_) {
+    return true;
+  }
   node.data = new (std::nothrow) unsigned char[content.length];
   if (!node.data) return Refuse(kNoMemory, content, 0);
   CopyContent(content, node.data);
@@ -313,6 +348,9 @@ void BlobDecoder::CopyContent(const Sequence& content, unsigned char* copy) {
 bool BlobDecoder::TakeChildren(const Sequence& content, fileChunk& node) {
   Sequence children = content;
   ++children.depth;
+  if (isRehearsal_) {
+    return RehearseSequence(children);
+  }
   node.isDirectory = true;
   node.children = DecodeSequence(children);
   return !fault_.reason;

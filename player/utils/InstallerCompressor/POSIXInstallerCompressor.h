@@ -43,6 +43,12 @@ fileChunk* PlatformCreateSourceFromFile(char const* path, char const* name);
 /// in memory leaves both arguments untouched.
 int PlatformCreateSourceFromFile(char const* path, void*& data, unsigned long& length);
 
+/// Reads what the file open at `descriptor` has from its current position, the start, into a new
+/// nameless node that the caller frees with DeleteFileChunks. Absent unless all of it could be
+/// read; `error` then is an errno value, EFBIG for a size that has more than 32 bits, of which
+/// nothing is read, or kFileBecameShorter. The descriptor stays open.
+fileChunk* PlatformCreateSourceFromDescriptor(int descriptor, int& error);
+
 /// Asks for the size of the file at `path`, in bytes; false, and size 0, when stat(2) fails.
 bool PlatformGetFileSize(char const* path, unsigned long& size);
 
@@ -53,18 +59,50 @@ bool PlatformFilenameAllowed(char const* name);
 
 /// Writes a sibling list below the directory `parentPath`: directories with mode 0775, files
 /// with mode 0664, whatever the umask. An entry with an empty name stands for `parentPath`
-/// itself. A directory that exists is used as it is. What cannot be written is left out and
-/// the walk goes on; the result is always true, also when there is no memory for a path. Paths
-/// may have any length that the system takes.
-bool PlatformWriteFileFromChunk(char const* parentPath, fileChunk* list);
+/// itself. A directory that exists is used as it is, a file is replaced; of two entries with one
+/// name the later one counts. What cannot be written is left out and the walk goes on; the result
+/// is always true.
+///
+/// Links in `parentPath` are followed. Below it nothing is written through a link, into a file that
+/// has a second name, or into anything but regular files and real folders, even when another user
+/// exchanges folders meanwhile. The process's working directory changes during the call, and must
+/// be readable. At most three descriptors are open at a time, and a path may be longer than the
+/// system takes.
+bool PlatformWriteFileFromChunk(const char* parentPath, fileChunk* list);
+
+/// What a sink could not write.
+struct SinkReport {
+  SinkReport() = default;
+  ~SinkReport() { delete[] path; }
+  SinkReport(const SinkReport&) = delete;
+  SinkReport& operator=(const SinkReport&) = delete;
+
+  /// Entries of the tree, nameless ones included.
+  unsigned long entries = 0;
+  /// Those of them that were not written whole, mode included. All entries below a folder that
+  /// could not be made or entered count.
+  unsigned long failed = 0;
+  /// The path of the first of these, owned; absent when there is none or no memory for it.
+  char* path = nullptr;
+  /// Why that one failed: an errno value, ESTALE when another user has moved a folder away.
+  int error = 0;
+};
+
+/// Writes a sibling list below the directory at `path`, which ends in a name, below the folder
+/// `root`, an existing one that the caller trusts. Links are followed in `root` only; otherwise as
+/// above. With an empty `path` the list is written to `root`. `report` receives what could not be
+/// written.
+bool PlatformWriteFileFromChunk(const char* root, const char* path, fileChunk* list,
+                                SinkReport& report);
 
 /// Creates a directory with mode 0775; false when it was not created. Parents are not made.
-bool PlatformCreateDirectory(char const* path);
+bool PlatformCreateDirectory(const char* path);
 
-/// Writes `count` bytes to the file at `path`, created or truncated, and sets its mode to
-/// 0664, whatever the umask; false when it could not be opened, or is not a regular file: a FIFO
-/// is not waited for, a device not written to. Errors after that are not reported.
-bool PlatformWriteFile(char const* path, unsigned char* bytes, unsigned int count);
+/// Writes `count` bytes to the file at `path`, created or emptied, and sets its mode to
+/// 0664, whatever the umask; false when it could not be opened, is not a regular file or has a
+/// second name: a link is not followed, a FIFO not waited for, a device not written to. Errors
+/// after that are not reported.
+bool PlatformWriteFile(const char* path, unsigned char* bytes, unsigned int count);
 
 /// Appends `leaf` to the path in `path`, an array of `capacity` bytes, with one '/' between the
 /// two. An empty leaf or an absent argument changes nothing; an empty path gets no separator.

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "shared/platform/linux/AuthorizationObject.h"
+#include "shared/platform/linux/EnvironmentFilter.h"
 #include "shared/platform/linux/SystemBus.h"
 
 namespace {
@@ -140,26 +141,34 @@ struct Pipe {
   }
 };
 
+/// Puts /dev/null in the place of each standard stream that is closed, so that the tool's first
+/// file does not become one, and of the standard input in any case.
+bool FillStandardStreams() {
+  int null = -1;
+  do {
+    null = open(kNullDevice, O_RDWR);
+  } while (null >= 0 && null <= STDERR_FILENO);
+  return null >= 0 && dup2(null, STDIN_FILENO) >= 0;
+}
+
 /// In the child, where only async-signal-safe functions may be called: becomes the program. Does
 /// not return: writes errno to the status pipe when it fails.
-[[noreturn]] void ExecuteInChild(char* const* arguments, const Pipe& output, const Pipe& status,
-                                 bool hasOutput, bool isPkexec) {
+[[noreturn]] void ExecuteInChild(char* const* arguments, char* const* environment,
+                                 const Pipe& output, const Pipe& status, bool hasOutput,
+                                 bool isPkexec) {
   for (int each = 1; each < NSIG; ++each) {
     (void)signal(each, SIG_DFL);
   }
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  const int null = open(kNullDevice, O_RDONLY | O_CLOEXEC);
-  if (null >= 0 &&
-      (null == STDIN_FILENO ? fcntl(null, F_SETFD, 0) : dup2(null, STDIN_FILENO)) >= 0 &&
-      (!hasOutput || dup2(output.writeEnd, STDOUT_FILENO) >= 0) &&
+  if (FillStandardStreams() && (!hasOutput || dup2(output.writeEnd, STDOUT_FILENO) >= 0) &&
       close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
     if (isPkexec) {
       // It stays open until pkexec becomes the tool, or ends.
       fcntl(status.writeEnd, F_SETFD, 0);
     }
-    execv(arguments[0], arguments);
+    execve(arguments[0], arguments, environment);
   }
   const int error = errno;
   while (write(status.writeEnd, &error, sizeof(error)) < 0 && errno == EINTR) {
@@ -276,6 +285,20 @@ pid_t ForkBlocked() {
   return child;
 }
 
+/// The environment of what is executed: pkexec makes one of its own for the tool, but what the
+/// superuser runs directly gets only what can be trusted.
+std::vector<char*> ToolEnvironment(bool isPkexec) {
+  std::vector<char*> environment;
+  for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+    environment.push_back(*variable);
+  }
+  environment.push_back(nullptr);
+  if (!isPkexec) {
+    RemoveUntrustedVariables(environment.data());
+  }
+  return environment;
+}
+
 /// Starts what is to be executed, and gives the reading end of its output when that is asked for.
 OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicationsPipe) {
   std::vector<char*> arguments;
@@ -289,12 +312,14 @@ OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicati
   if (!output.IsOpen() || !status.IsOpen()) {
     return errAuthorizationInternal;
   }
+  const std::vector<char*> environment = ToolEnvironment(isPkexec);
   const pid_t child = ForkBlocked();
   if (child < 0) {
     return errAuthorizationInternal;
   }
   if (child == 0) {
-    ExecuteInChild(arguments.data(), output, status, communicationsPipe != nullptr, isPkexec);
+    ExecuteInChild(arguments.data(), environment.data(), output, status,
+                   communicationsPipe != nullptr, isPkexec);
   }
   output.CloseWriteEnd();
   status.CloseWriteEnd();

@@ -27,6 +27,10 @@ constexpr NSTimeInterval kDefaultTimeout = 60;
 /// most, so this bounds the chunks.
 constexpr long kReceiveBufferSize = 16L * 1024;
 
+/// Headers of a reply, those of interim replies and the trailers included. libcurl bounds each
+/// line, and not in every release their sum.
+constexpr size_t kMostHeaderBytes = size_t{1024} * 1024;
+
 constexpr int kMostReadyDescriptors = 8;
 
 /// Keeps libcurl from asking for leave before it sends a body, which costs a round trip.
@@ -136,6 +140,8 @@ BOOL Watch(int poller, int descriptor) {
 /// - The body arrives in chunks as the server sends them. No content coding is asked for.
 /// - The request's time-out is an idle time: it runs again whenever the server is heard from. While
 ///   connecting, from the name's look-up to the end of the TLS handshake, it is the whole time.
+/// - Headers and trailers of more than 1 MiB fail, on Linux alone. A body may be of any length: see
+///   SynchronousLoading.mm for those that are collected in memory.
 /// - A failure is an NSError of NSURLErrorDomain with a localized description, libcurl's own words
 ///   as the failure reason, and the failing URL.
 ///
@@ -158,6 +164,7 @@ BOOL Watch(int poller, int descriptor) {
   // What libcurl said and the client has not been told yet.
   NSMutableDictionary* _headers;
   NSMutableData* _body;
+  size_t _headerBytes;
   BOOL _headersComplete;
   BOOL _responseTold;
   BOOL _done;
@@ -168,8 +175,8 @@ BOOL Watch(int poller, int descriptor) {
 }
 - (void)watchSocket:(curl_socket_t)socket for:(int)what;
 - (void)wakeAfterMilliseconds:(long)milliseconds;
-- (void)receiveHeader:(std::string_view)line;
-- (void)receiveBody:(std::string_view)bytes;
+- (BOOL)receiveHeader:(std::string_view)line;
+- (BOOL)receiveBody:(std::string_view)bytes;
 @end
 
 namespace {
@@ -185,13 +192,13 @@ int TimerCallback(CURLM*, long milliseconds, void* protocol) {
 }
 
 size_t HeaderCallback(char* bytes, size_t size, size_t count, void* protocol) {
-  [static_cast<CurlURLProtocol*>(protocol) receiveHeader:std::string_view(bytes, size * count)];
-  return size * count;
+  const std::string_view line(bytes, size * count);
+  return [static_cast<CurlURLProtocol*>(protocol) receiveHeader:line] ? line.size() : 0;
 }
 
 size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
-  [static_cast<CurlURLProtocol*>(protocol) receiveBody:std::string_view(bytes, size * count)];
-  return size * count;
+  const std::string_view piece(bytes, size * count);
+  return [static_cast<CurlURLProtocol*>(protocol) receiveBody:piece] ? piece.size() : 0;
 }
 
 }  // namespace
@@ -442,12 +449,39 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
   }
 }
 
-- (void)receiveHeader:(std::string_view)line {
+// These two return NO to end the transfer. Nothing may be raised through libcurl.
+
+- (BOOL)receiveHeader:(std::string_view)line {
   _heard = YES;
+  _headerBytes += line.size();
+  if (_headerBytes > kMostHeaderBytes) {
+    return NO;
+  }
+  @try {
+    [self takeHeader:Trimmed(line)];
+  } @catch (NSException*) {  // There is no memory.
+    return NO;
+  }
+  return YES;
+}
+
+- (BOOL)receiveBody:(std::string_view)bytes {
+  _heard = YES;
+  @try {
+    if (_body == nil) {
+      _body = [[NSMutableData alloc] initWithCapacity:bytes.size()];
+    }
+    [_body appendBytes:bytes.data() length:bytes.size()];
+  } @catch (NSException*) {  // There is no memory.
+    return NO;
+  }
+  return YES;
+}
+
+- (void)takeHeader:(std::string_view)text {
   if (_headersComplete) {
     return;  // A trailer, after the body.
   }
-  const std::string_view text = Trimmed(line);
   if (text.empty()) {
     long status = 0;
     Curl().easy_getinfo(_transfer, CURLINFO_RESPONSE_CODE, &status);
@@ -467,14 +501,6 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
   NSString* earlier = [_headers objectForKey:name];
   [_headers setObject:earlier == nil ? value : [NSString stringWithFormat:@"%@, %@", earlier, value]
                forKey:name];
-}
-
-- (void)receiveBody:(std::string_view)bytes {
-  _heard = YES;
-  if (_body == nil) {
-    _body = [[NSMutableData alloc] initWithCapacity:bytes.size()];
-  }
-  [_body appendBytes:bytes.data() length:bytes.size()];
 }
 
 #pragma mark Called by the run loop
@@ -526,6 +552,11 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
   int left = 0;
   const CURLMsg* message = _multi == nullptr ? nullptr : Curl().multi_info_read(_multi, &left);
   if (message == nullptr || _done) {
+    return;
+  }
+  if (_headerBytes > kMostHeaderBytes) {
+    [self endWithErrorCode:NSURLErrorDataLengthExceedsMaximum
+                    reason:"The headers are longer than 1 MiB"];
     return;
   }
   CURLcode result = message->data.result;

@@ -19,8 +19,8 @@ constexpr char kSubstitute = '?';
 char** s_argv;
 char** s_environment;
 
-/// Keeps what the kernel gave. The C library calls constructors like main; this one comes before
-/// those by which classes are loaded.
+/// Keeps the kernel's arrays; of the environment, what EnvironmentFilter.h has left in it. The C
+/// library calls constructors like main; this one comes before those by which classes are loaded.
 __attribute__((constructor(101))) void KeepArguments(int /*argc*/, char** argv,
                                                      char** environment) {
   s_argv = argv;

@@ -1,4 +1,5 @@
 #include <dirent.h>
+#include <fcntl.h>
 #include <libproc.h>
 #include <limits.h>
 #include <sys/stat.h>
@@ -39,7 +40,8 @@ struct Process {
 };
 
 /// Every process id of /proc, in no order. False with errno when it cannot be read.
-bool ReadProcessIDs(std::vector<pid_t>& pids) {
+bool ReadAllProcessIDs(std::vector<pid_t>& pids) {
+  pids.clear();
   const std::unique_ptr<DIR, FolderCloser> folder(opendir("/proc"));
   if (folder == nullptr) {
     return false;
@@ -85,52 +87,8 @@ bool IsNewer(const Process& left, const Process& right) {
                                            : left.pid > right.pid;
 }
 
-/// Bytes of `count` ids; as many as an int can tell.
-int SizeOf(size_t count) {
-  return static_cast<int>(std::min(count, INT_MAX / sizeof(int)) * sizeof(int));
-}
-
-/// Whether `path` names the very file behind `link`.
-bool IsSameFile(const char* path, const char* link) {
-  struct stat named = {};
-  struct stat linked = {};
-  return stat(path, &named) == 0 && stat(link, &linked) == 0 && named.st_dev == linked.st_dev &&
-         named.st_ino == linked.st_ino;
-}
-
-/// The path of the executable behind /proc/PID/exe, `link`; empty with errno when it cannot be
-/// read.
-std::string ReadExecutable(const char* link) {
-  char path[PATH_MAX + sizeof(kDeletedSuffix)];
-  const ssize_t length = readlink(link, path, sizeof(path) - 1);
-  if (length < 0) {
-    return std::string();
-  }
-  std::string executable(path, static_cast<size_t>(length));
-  const size_t suffixLength = strlen(kDeletedSuffix);
-  // A file may be called so, too.
-  if (executable.size() > suffixLength &&
-      executable.compare(executable.size() - suffixLength, suffixLength, kDeletedSuffix) == 0 &&
-      !IsSameFile(executable.c_str(), link)) {
-    executable.resize(executable.size() - suffixLength);
-  }
-  return executable;
-}
-
-}  // namespace
-
-int proc_listpids(uint32_t type, uint32_t /*typeinfo*/, void* buffer, int buffersize) {
-  if (type != PROC_ALL_PIDS) {
-    errno = EINVAL;
-    return 0;
-  }
-  std::vector<pid_t> pids;
-  if (!ReadProcessIDs(pids)) {
-    return 0;
-  }
-  if (buffer == nullptr) {
-    return SizeOf(pids.size() + kProcessesToCome);
-  }
+/// The processes of those ids that still exist.
+std::vector<Process> NewestFirst(const std::vector<pid_t>& pids) {
   std::vector<Process> processes;
   processes.reserve(pids.size());
   for (const pid_t pid : pids) {
@@ -140,10 +98,93 @@ int proc_listpids(uint32_t type, uint32_t /*typeinfo*/, void* buffer, int buffer
     }
   }
   std::sort(processes.begin(), processes.end(), IsNewer);
+  return processes;
+}
+
+/// Bytes of `count` ids; as many as an int can tell.
+int SizeOf(size_t count) {
+  return static_cast<int>(std::min(count, INT_MAX / sizeof(int)) * sizeof(int));
+}
+
+/// Finds which file `path` leads to, and on which mount it is. No server is asked and nothing is
+/// mounted: other users choose some of the paths, and must not make the caller wait.
+bool Identify(const std::string& path, struct statx& file) {
+  return statx(AT_FDCWD, path.c_str(), AT_STATX_DONT_SYNC | AT_NO_AUTOMOUNT,
+               STATX_INO | STATX_MNT_ID, &file) == 0;
+}
+
+/// Whether `path` leads the caller to `file`.
+bool LeadsTo(const std::string& path, const struct statx& file) {
+  struct statx found = {};
+  return Identify(path, found) && found.stx_dev_major == file.stx_dev_major &&
+         found.stx_dev_minor == file.stx_dev_minor && found.stx_ino == file.stx_ino;
+}
+
+/// Whether `file`, which has been removed, was at `path` for the caller: whether it is on the mount
+/// that the caller finds there, in the nearest folder that is left. A mount belongs to one mount
+/// namespace only.
+bool WasAt(std::string path, const struct statx& file) {
+  struct statx folder = {};
+  do {
+    path.resize(path.rfind('/'));
+  } while (!Identify(path.empty() ? "/" : path, folder) && errno == ENOENT && !path.empty());
+  return (file.stx_mask & folder.stx_mask & STATX_MNT_ID) != 0 &&
+         file.stx_mnt_id == folder.stx_mnt_id;
+}
+
+bool EndsWith(const std::string& text, const std::string& end) {
+  return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+/// The path of the executable that /proc/PID/exe, `link`, stands for; empty with errno when it
+/// cannot be read, or when the caller finds another file there. The link names the path in the
+/// mount namespace where the file was opened, in which any user may have mounted anything over any
+/// path.
+std::string ReadExecutable(const char* link) {
+  char buffer[PATH_MAX + sizeof(kDeletedSuffix)];
+  const ssize_t length = readlink(link, buffer, sizeof(buffer));
+  struct statx file = {};
+  if (length < 0 || !Identify(link, file)) {
+    return std::string();
+  }
+  std::string path(buffer, static_cast<size_t>(length));
+  if (path[0] == '/' && LeadsTo(path, file)) {
+    return path;
+  }
+  if (path[0] == '/' && EndsWith(path, kDeletedSuffix)) {
+    path.resize(path.size() - strlen(kDeletedSuffix));
+    if (WasAt(path, file)) {
+      return path;
+    }
+  }
+  errno = ENXIO;
+  return std::string();
+}
+
+}  // namespace
+
+int proc_listpids(uint32_t type, uint32_t /*typeinfo*/, void* buffer, int buffersize) {
+  if (type != PROC_ALL_PIDS) {
+    errno = EINVAL;
+    return 0;
+  }
+  // The ids whose size was asked for last. The list that is asked for next holds no others, so
+  // that no user can push a process out of the caller's buffer by starting many meanwhile.
+  thread_local std::vector<pid_t> s_announced;
+  std::vector<pid_t> pids;
+  pids.swap(s_announced);
+  if ((buffer == nullptr || pids.empty()) && !ReadAllProcessIDs(pids)) {
+    return 0;
+  }
+  if (buffer == nullptr) {
+    s_announced.swap(pids);
+    return SizeOf(2 * (s_announced.size() + kProcessesToCome));
+  }
+  const std::vector<Process> processes = NewestFirst(pids);
   const size_t room = static_cast<size_t>(std::max(buffersize, 0)) / sizeof(int);
-  const size_t count = std::min(processes.size(), room);
+  const size_t count = std::min(2 * processes.size(), room);
   for (size_t i = 0; i < count; ++i) {
-    static_cast<int*>(buffer)[i] = processes[i].pid;
+    static_cast<int*>(buffer)[i] = i < processes.size() ? processes[i].pid : 0;
   }
   return SizeOf(count);
 }

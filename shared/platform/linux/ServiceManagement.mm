@@ -212,9 +212,10 @@ int AppendUnit(sd_bus_message* message, const Job& job) {
   // The descriptor takes the place of StandardOutput, which must not be StandardError's own:
   // systemd would then send both to the descriptor.
   result = result < 0 ? result
-                      : sd_bus_message_append(message, "(sv)(sv)(sv)(sv)", "Type", "s", "exec",
+                      : sd_bus_message_append(message, "(sv)(sv)(sv)(sv)(sv)", "Type", "s", "exec",
                                               "StandardOutput", "s", "null", "StandardError", "s",
-                                              "journal", "TimeoutStopUSec", "t", kExitMicroseconds);
+                                              "journal", "TimeoutStopUSec", "t", kExitMicroseconds,
+                                              "IgnoreSIGPIPE", "b", 0);
   result = result < 0 ? result : AppendLifetime(message, job);
   if (job.output >= 0) {
     result = result < 0 ? result

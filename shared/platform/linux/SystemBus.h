@@ -5,9 +5,8 @@
 
 #include <memory>
 
-/// A connection that is closed with the object. Null when the bus cannot be reached. Every call
-/// waits for its answer, so nothing is left to flush, which could wait forever for a bus that
-/// hangs.
+/// A connection that is closed with the object. Every call waits for its answer, so nothing is left
+/// to flush, which could wait forever for a bus that hangs.
 struct BusCloser {
   void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
 };
@@ -38,9 +37,12 @@ class BusError {
 /// How long somebody who is asked for a password may take, in microseconds.
 constexpr uint64_t kInteractionMicroseconds = 300'000'000;
 
-/// Connects to the system's bus; `error` receives a negative errno, or 0.
-inline BusConnection OpenSystemBus(int& error) {
-  sd_bus* bus = nullptr;
-  error = sd_bus_open_system(&bus);
-  return BusConnection(error < 0 ? nullptr : bus);
-}
+/// How long the bus may take to accept a connection, and how long each call's answer may take, in
+/// microseconds. It is alone in its file, so that a test can have another.
+uint64_t BusTimeLimit();
+
+/// Connects to the system's bus and waits until it has accepted the connection. Returns null, with
+/// a negative errno in `error`, when the bus cannot be reached; -ETIMEDOUT when it has not accepted
+/// the connection within BusTimeLimit(). Calls on the connection that are not answered in that time
+/// fail with -ETIMEDOUT.
+BusConnection OpenSystemBus(int& error);

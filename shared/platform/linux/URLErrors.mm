@@ -26,6 +26,7 @@ const Description kDescriptions[] = {
     {NSURLErrorNotConnectedToInternet, @"The Internet connection appears to be offline."},
     {NSURLErrorRedirectToNonExistentLocation, @"redirected to nowhere"},
     {NSURLErrorCannotParseResponse, @"cannot parse response"},
+    {NSURLErrorDataLengthExceedsMaximum, @"resource exceeds maximum size"},
     {NSURLErrorSecureConnectionFailed,
      @"An SSL error has occurred and a secure connection to the server cannot be made."},
     {NSURLErrorServerCertificateHasBadDate, @"The certificate for this server has expired."},

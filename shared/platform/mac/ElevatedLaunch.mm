@@ -51,6 +51,7 @@ const char* CString(NSString* text) {
   }
   NSMutableData* bytes = [[[text dataUsingEncoding:NSUTF8StringEncoding] mutableCopy] autorelease];
   if (bytes == nil) {
+    // Untested: only Foundation's encoder could fail here.
     return nullptr;
   }
   const size_t length = [bytes length];

@@ -20,6 +20,7 @@ int32_t getAllPIDs(pid_t** pids) {
   const int capacity = needed > 0 ? needed : 1;
   *pids = static_cast<pid_t*>(malloc(static_cast<size_t>(capacity)));
   if (*pids == nullptr) {
+    // Untested: no memory for some ten kilobytes.
     return 0;
   }
   const int filled = proc_listpids(PROC_ALL_PIDS, 0, *pids, capacity);

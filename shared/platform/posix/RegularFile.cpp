@@ -24,7 +24,8 @@ int Prepare(int descriptor, int flags, FileNames names, struct stat& status) {
     return refusal;
   }
   (void)fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-  if ((flags & O_TRUNC) != 0 && Uninterrupted([&] { return ftruncate(descriptor, 0); }) != 0) {
+  const bool isToBeEmptied = (flags & O_TRUNC) != 0 && status.st_size != 0;
+  if (isToBeEmptied && Uninterrupted([&] { return ftruncate(descriptor, 0); }) != 0) {
     return errno;
   }
   return 0;
@@ -49,4 +50,9 @@ int OpenRegularFile(const char* path, int flags, mode_t mode, FileNames names,
     return -1;
   }
   return descriptor;
+}
+
+bool IsRegularFile(const char* path) {
+  struct stat status = {};
+  return stat(path, &status) == 0 && S_ISREG(status.st_mode);
 }

@@ -23,3 +23,7 @@ enum class FileNames {
 /// `status`, where given, receives the state of the opened file.
 int OpenRegularFile(const char* path, int flags, mode_t mode, FileNames names,
                     struct stat* status = nullptr);
+
+/// Whether `path` leads to a regular file, links followed. For a reader that cannot take a
+/// descriptor, in a folder where no other user may exchange the file before it is opened.
+bool IsRegularFile(const char* path);

@@ -41,8 +41,17 @@ class FolderNames {
   size_t capacity_ = 0;
 };
 
+DIR* OpenWorkingDirectory() {
+  for (;;) {
+    DIR* const folder = opendir(".");
+    if (folder != nullptr || errno != EINTR) {
+      return folder;
+    }
+  }
+}
+
 int FolderNames::Read() {
-  DIR* const folder = opendir(".");
+  DIR* const folder = OpenWorkingDirectory();
   if (folder == nullptr) {
     return errno;
   }

@@ -252,8 +252,9 @@ BASES = {
 
 
 def bomb():
-    """Three levels; all its files together would take 2.5 TB."""
-    entry = lzma_entry(b"z", bytes(1000000), False)
+    """Three levels; all its files together would take 2.5 TB, and the tables for them six times
+    that. So large ones keep the tests short: it is refused the sooner."""
+    entry = lzma_entry(b"z", bytes(1000000), False, lc=8, lp=4, pb=4)
     for name in (b"a", b"b"):
         entry = lzma_entry(name, entry * 1600, True, period=len(entry))
     return entry
@@ -331,9 +332,9 @@ def cases():
     yield ("bomb-of-probability-tables",
            lzma_entry(b"", GREATEST_TABLE * 20000, True, period=len(GREATEST_TABLE)),
            COST, None, True)
-    # The budget is 64 MiB and 8192 times the length: 11 tables, but not 12.
-    yield ("bomb-of-outer-probability-tables", GREATEST_TABLE * 16, COST,
-           len(GREATEST_TABLE) * 11 + 7, False)
+    # The budget is 4 GiB and 8192 times the length: 702 tables, but not 703.
+    yield ("bomb-of-outer-probability-tables", GREATEST_TABLE * 720, COST,
+           len(GREATEST_TABLE) * 702 + 7, False)
 
 
 def files():

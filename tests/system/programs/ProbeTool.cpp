@@ -5,14 +5,22 @@
 //   probe_tool print TEXT [SECONDS]   prints TEXT, waits, ends
 //   probe_tool flood BYTES            prints that many bytes, in lines of 64, and waits a second
 //   probe_tool stay FILE              waits until FILE is there
-//   probe_tool fail STATUS            prints to standard error, waits a second, ends with STATUS
-//   probe_tool anything else          prints its arguments, one a line, waits a second
+//   probe_tool between FILE COUNT     starts COUNT processes that sleep, prints a line, waits until
+//                                     FILE is there, ends them and prints a second line
+//   probe_tool signals                prints which signals it ignores, and waits a second
+//   probe_tool variables              prints its environment, one variable a line, and waits a
+//   second probe_tool fail STATUS            prints to standard error, waits a second, ends with
+//   STATUS probe_tool anything else          prints its arguments, one a line, waits a second
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -49,6 +57,48 @@ void Stay(const char* path) {
   }
 }
 
+/// Processes that sleep until the object goes.
+class Sleepers {
+ public:
+  explicit Sleepers(int count) : pids_(static_cast<size_t>(count)) {
+    for (pid_t& pid : pids_) {
+      pid = fork();
+      if (pid == 0) {
+        pause();
+        _exit(0);
+      }
+    }
+  }
+  ~Sleepers() {
+    for (const pid_t pid : pids_) {
+      kill(pid, SIGKILL);
+      waitpid(pid, nullptr, 0);
+    }
+  }
+  Sleepers(const Sleepers&) = delete;
+  Sleepers& operator=(const Sleepers&) = delete;
+
+ private:
+  std::vector<pid_t> pids_;
+};
+
+void PrintBetween(const char* path, int count) {
+  const Sleepers sleepers(count);
+  (void)puts("first");
+  (void)fflush(stdout);
+  Stay(path);
+  (void)puts("last");
+}
+
+void PrintIgnoredSignals() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.compare(0, 7, "SigIgn:") == 0) {
+      (void)puts(line.c_str());
+    }
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -63,6 +113,14 @@ int main(int argc, char** argv) {
     Flood(atol(argv[2]));
   } else if (strcmp(command, "stay") == 0 && argc > 2) {
     Stay(argv[2]);
+  } else if (strcmp(command, "between") == 0 && argc > 3) {
+    PrintBetween(argv[2], atoi(argv[3]));
+  } else if (strcmp(command, "signals") == 0) {
+    PrintIgnoredSignals();
+  } else if (strcmp(command, "variables") == 0) {
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+      (void)puts(*variable);
+    }
   } else if (strcmp(command, "fail") == 0 && argc > 2) {
     (void)fputs("this is standard error\n", stderr);
     status = atoi(argv[2]);

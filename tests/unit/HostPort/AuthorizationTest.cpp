@@ -1,5 +1,6 @@
 #include <Security/Authorization.h>
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -33,9 +35,9 @@ extern "C" int access(const char* path, int mode) {
   return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, path, mode));
 }
 
-extern "C" int execv(const char* path, char* const* arguments) {
+extern "C" int execve(const char* path, char* const* arguments, char* const* environment) {
   const char* program = strcmp(path, "/usr/bin/pkexec") == 0 ? KP_FAKE_PKEXEC_PROGRAM : path;
-  return static_cast<int>(syscall(SYS_execve, program, arguments, environ));
+  return static_cast<int>(syscall(SYS_execve, program, arguments, environment));
 }
 
 namespace {
@@ -65,6 +67,51 @@ bool HasChildren() {
   }
   return true;
 }
+
+/// Standard streams of the test that are closed: bit 0 for the input, and so on.
+class ClosedStreams {
+ public:
+  explicit ClosedStreams(unsigned int closed) {
+    (void)fflush(stdout);
+    for (int stream = 0; stream < 3; ++stream) {
+      saved_[stream] = fcntl(stream, F_DUPFD_CLOEXEC, 100);
+    }
+    for (int stream = 0; stream < 3; ++stream) {
+      if ((closed >> static_cast<unsigned int>(stream) & 1U) != 0) {
+        close(stream);
+      }
+    }
+  }
+  ClosedStreams(const ClosedStreams&) = delete;
+  ClosedStreams& operator=(const ClosedStreams&) = delete;
+
+  void Restore() const {
+    for (int stream = 0; stream < 3; ++stream) {
+      dup2(saved_[stream], stream);
+      close(saved_[stream]);
+    }
+  }
+
+ private:
+  int saved_[3];
+};
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+/// The variables that a tool of the superuser's may see.
+#ifdef KP_INSTRUMENTED
+#define KP_TRUSTED_VARIABLE \
+  "^(HOME|LANG|LANGUAGE|LC_[A-Z]+|LOGNAME|PATH|TMPDIR|TZ|USER|[A-Z]+_OPTIONS|LLVM_PROFILE_FILE)="
+#else
+#define KP_TRUSTED_VARIABLE "^(HOME|LANG|LANGUAGE|LC_[A-Z]+|LOGNAME|PATH|TMPDIR|TZ|USER)="
+#endif
 
 class AuthorizationTest : public testing::Test {
  protected:
@@ -210,13 +257,60 @@ TEST_F(AuthorizationTest, NoFileAndNoSignalSettingIsPassedOn) {
   EXPECT_EQ(0, sigismember(&after, SIGTERM));
 }
 
-TEST_F(AuthorizationTest, StandardStreamsMayBeClosed) {
-  const int input = dup(STDIN_FILENO);
-  close(STDIN_FILENO);
-  const std::string text = RunShell("echo hello; wc -c");
-  dup2(input, STDIN_FILENO);
-  close(input);
-  EXPECT_EQ("hello\n0\n", text);
+TEST_F(AuthorizationTest, EachStandardStreamThatIsClosedIsTheNullDevice) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "streams";
+  // Each is looked up before the shell redirects its own output.
+  const std::string script =
+      "for i in 0 1 2; do all=\"$all$(readlink /proc/$$/fd/$i || echo closed)\n\"; done;"
+      "printf \"$all\" >" +
+      path;
+  const std::string standardOutput = std::filesystem::read_symlink("/proc/self/fd/1");
+  const std::string standardError = std::filesystem::read_symlink("/proc/self/fd/2");
+  for (unsigned int closed = 0; closed < 8; ++closed) {
+    for (const bool hasPipe : {false, true}) {
+      const ClosedStreams streams(closed);
+      std::string line = script;
+      char option[] = "-c";
+      char* arguments[] = {option, line.data(), nullptr};
+      FILE* pipe = nullptr;
+      status_ = AuthorizationExecuteWithPrivileges(authorization_, "/bin/sh", 0, arguments,
+                                                   hasPipe ? &pipe : nullptr);
+      if (pipe != nullptr) {
+        (void)ReadAll(pipe);
+      }
+      (void)HasChildren();
+      streams.Restore();
+      ASSERT_EQ(errAuthorizationSuccess, status_);
+      const std::vector<std::string> seen = Lines(ReadWholeFile(path));
+      ASSERT_EQ(3u, seen.size());
+      EXPECT_EQ("/dev/null", seen[0]);
+      if (hasPipe) {
+        EXPECT_EQ(0u, seen[1].find("pipe:")) << closed << seen[1];
+        EXPECT_NE(standardOutput, seen[1]) << closed;
+      } else {
+        EXPECT_EQ((closed & 2U) != 0 ? "/dev/null" : standardOutput, seen[1]) << closed;
+      }
+      EXPECT_EQ((closed & 4U) != 0 ? "/dev/null" : standardError, seen[2]) << closed;
+    }
+  }
+}
+
+TEST_F(AuthorizationTest, OnlyTrustedVariablesArePassedOnByTheSuperuser) {
+  setenv("OPENSSL_CONF", "/nonexistent", 1);
+  setenv("LC_TIME", "C", 1);
+  const std::string asRoot = Run("/usr/bin/env", {});
+  s_user = kOrdinaryUser;
+  const std::string withPkexec = Run("/usr/bin/env", {});
+  s_user = 0;
+  unsetenv("OPENSSL_CONF");
+  unsetenv("LC_TIME");
+  EXPECT_THAT(Lines(asRoot), testing::Contains("LC_TIME=C"));
+  for (const std::string& variable : Lines(asRoot)) {
+    EXPECT_THAT(variable, testing::ContainsRegex(KP_TRUSTED_VARIABLE));
+  }
+  // pkexec itself leaves its caller's variables out.
+  EXPECT_THAT(Lines(withPkexec), testing::Contains("OPENSSL_CONF=/nonexistent"));
 }
 
 TEST_F(AuthorizationTest, NoZombieIsLeft) {
@@ -311,6 +405,15 @@ TEST_F(PolkitTest, FailuresAreNoAuthorization) {
     EXPECT_EQ(errAuthorizationInternal, AuthorizationCreate(&rights, nullptr, 19, &other));
     EXPECT_EQ(nullptr, other);
   }
+}
+
+TEST_F(PolkitTest, ABusThatAcceptsNoConnectionIsNoAuthorization) {
+  const SilentSystemBus bus;
+  const ScopedBusTimeLimit limit(100'000);
+  const ScopedUser user(kOrdinaryUser);
+  AuthorizationRef other = authorization_;
+  EXPECT_EQ(errAuthorizationInternal, AuthorizationCreate(&rights, nullptr, 19, &other));
+  EXPECT_EQ(nullptr, other);
 }
 
 TEST_F(PolkitTest, TheSuperuserIsNotAskedAbout) {

@@ -12,11 +12,36 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "shared/platform/linux/SystemBus.h"
+
 namespace {
 
 constexpr char kAddressVariable[] = "DBUS_SYSTEM_BUS_ADDRESS";
 constexpr char kClientName[] = ":1.1";
 constexpr uint64_t kPollMicroseconds = 20'000;
+constexpr uint64_t kRealBusTimeLimit = 25'000'000;
+constexpr unsigned int kSecondsToHang = 20;
+
+uint64_t s_busTimeLimit = kRealBusTimeLimit;
+
+/// Opens a socket and makes DBUS_SYSTEM_BUS_ADDRESS lead there.
+int ListenAsSystemBus() {
+  static int number = 0;
+  const std::string name =
+      "kp-test-bus-" + std::to_string(getpid()) + "-" + std::to_string(++number);
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  // A name that begins with a zero byte is in no file system (unix(7)).
+  memcpy(address.sun_path + 1, name.c_str(), name.size());
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  EXPECT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&address), size));
+  EXPECT_EQ(0, listen(listener, 4));
+  setenv(kAddressVariable, ("unix:abstract=" + name).c_str(), 1);
+  return listener;
+}
+
+void LeaveNoSystemBus() { setenv(kAddressVariable, "unix:path=/nonexistent", 1); }
 
 /// One line with single blanks.
 std::string Flattened(const std::string& text) {
@@ -56,25 +81,33 @@ std::string NameOf(sd_bus_message* message) {
 
 }  // namespace
 
+uint64_t BusTimeLimit() { return s_busTimeLimit; }
+
+ScopedBusTimeLimit::ScopedBusTimeLimit(uint64_t microseconds) {
+  s_busTimeLimit = microseconds;
+  alarm(kSecondsToHang);
+}
+
+ScopedBusTimeLimit::~ScopedBusTimeLimit() {
+  alarm(0);
+  s_busTimeLimit = kRealBusTimeLimit;
+}
+
+SilentSystemBus::SilentSystemBus() : listener_(ListenAsSystemBus()) {}
+
+SilentSystemBus::~SilentSystemBus() {
+  LeaveNoSystemBus();
+  close(listener_);
+}
+
 FakeSystemBus::FakeSystemBus(Answer answer) : answer_(std::move(answer)) {
-  static int number = 0;
-  const std::string name =
-      "kp-test-bus-" + std::to_string(getpid()) + "-" + std::to_string(++number);
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  // A name that begins with a zero byte is in no file system (unix(7)).
-  memcpy(address.sun_path + 1, name.c_str(), name.size());
-  listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-  EXPECT_EQ(0, bind(listener_, reinterpret_cast<sockaddr*>(&address), size));
-  EXPECT_EQ(0, listen(listener_, 4));
+  listener_ = ListenAsSystemBus();
   EXPECT_EQ(0, pipe(stop_));
-  setenv(kAddressVariable, ("unix:abstract=" + name).c_str(), 1);
   thread_ = std::thread(&FakeSystemBus::AcceptConnections, this);
 }
 
 FakeSystemBus::~FakeSystemBus() {
-  setenv(kAddressVariable, "unix:path=/nonexistent", 1);
+  LeaveNoSystemBus();
   close(stop_[1]);
   thread_.join();
   close(stop_[0]);

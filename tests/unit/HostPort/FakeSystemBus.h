@@ -9,6 +9,17 @@
 #include <thread>
 #include <vector>
 
+/// What the port's BusTimeLimit() returns in the test, in microseconds, while the object exists;
+/// before and after, the real limit. A test that waits by libsystemd's own limits of 25 and 90
+/// seconds is ended by SIGALRM.
+class ScopedBusTimeLimit {
+ public:
+  explicit ScopedBusTimeLimit(uint64_t microseconds);
+  ~ScopedBusTimeLimit();
+  ScopedBusTimeLimit(const ScopedBusTimeLimit&) = delete;
+  ScopedBusTimeLimit& operator=(const ScopedBusTimeLimit&) = delete;
+};
+
 class FakeSystemBus {
  public:
   /// Answers a method call, on a thread of the bus's: a reply, or a negative errno to hang up.
@@ -42,4 +53,17 @@ class FakeSystemBus {
   mutable std::mutex mutex_;
   std::vector<Call> calls_;
   std::thread thread_;
+};
+
+/// A bus that takes connections and says nothing, in place of the system's for as long as the
+/// object exists.
+class SilentSystemBus {
+ public:
+  SilentSystemBus();
+  ~SilentSystemBus();
+  SilentSystemBus(const SilentSystemBus&) = delete;
+  SilentSystemBus& operator=(const SilentSystemBus&) = delete;
+
+ private:
+  int listener_;
 };

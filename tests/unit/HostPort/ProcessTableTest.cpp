@@ -2,13 +2,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libproc.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,13 +24,22 @@ namespace {
 using testing::AnyOf;
 using testing::Contains;
 
-std::vector<int> ListPIDs() {
-  std::vector<int> pids(4096);
-  const int size =
-      proc_listpids(PROC_ALL_PIDS, 0, pids.data(), static_cast<int>(4096 * sizeof(int)));
+constexpr int kCapacity = 65536;
+
+/// The list as it is, with its zeros.
+std::vector<int> WholeList() {
+  std::vector<int> pids(kCapacity);
+  const int size = proc_listpids(PROC_ALL_PIDS, 0, pids.data(), kCapacity * int{sizeof(int)});
   EXPECT_GT(size, 0);
   EXPECT_EQ(0u, static_cast<size_t>(size) % sizeof(int));
   pids.resize(static_cast<size_t>(size) / sizeof(int));
+  return pids;
+}
+
+/// The processes of the list.
+std::vector<int> ListPIDs() {
+  std::vector<int> pids = WholeList();
+  pids.erase(std::remove(pids.begin(), pids.end(), 0), pids.end());
   return pids;
 }
 
@@ -33,11 +47,17 @@ std::vector<int> ListPIDs() {
 class Child {
  public:
   /// Runs a copy of /bin/sleep at `executable`, or the test itself for an empty path.
-  explicit Child(const std::string& executable = std::string(), const char* name = nullptr) {
+  /// In the child, `prepare` comes first.
+  explicit Child(
+      const std::string& executable = std::string(), const char* name = nullptr,
+      const std::function<bool()>& prepare = [] { return true; }) {
     int ready[2];
     EXPECT_EQ(0, pipe2(ready, O_CLOEXEC));
     pid_ = fork();
     if (pid_ == 0) {
+      if (!prepare()) {
+        _exit(1);
+      }
       if (name != nullptr) {
         prctl(PR_SET_NAME, name);
       }
@@ -64,6 +84,12 @@ class Child {
   Child& operator=(const Child&) = delete;
 
   pid_t pid() const { return pid_; }
+  /// False when it has ended, since it could not be prepared or executed.
+  bool isRunning() const {
+    siginfo_t info = {};
+    return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT | WNOHANG) == 0 &&
+           info.si_pid == 0;
+  }
 
  private:
   pid_t pid_ = -1;
@@ -119,11 +145,37 @@ TEST(ProcessTable, ZombiesAreListed) {
   EXPECT_THAT(ListPIDs(), testing::Not(Contains(child)));
 }
 
-TEST(ProcessTable, SizeIsToldWithRoomForTwentyMore) {
+TEST(ProcessTable, AfterTheProcessesComeAsManyZeros) {
+  const std::vector<int> pids = WholeList();
+  ASSERT_EQ(0u, pids.size() % 2);
+  const auto half = pids.begin() + static_cast<std::ptrdiff_t>(pids.size() / 2);
+  EXPECT_EQ(half, std::find(pids.begin(), pids.end(), 0));
+  EXPECT_EQ(pids.end(), std::find_if(half, pids.end(), [](int pid) { return pid != 0; }));
+  EXPECT_THAT(std::vector<int>(pids.begin(), half), Contains(1)) << "the oldest counts, too";
+}
+
+TEST(ProcessTable, SizeHasRoomForTheZerosAndForTwentyMore) {
   const int size = proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0);
-  const int listed = static_cast<int>(ListPIDs().size() * sizeof(int));
-  // Others come and go meanwhile.
-  EXPECT_NEAR(listed + 20 * static_cast<int>(sizeof(int)), size, 16 * sizeof(int));
+  const int listed = static_cast<int>(WholeList().size() * sizeof(int));
+  // Some may have ended meanwhile.
+  EXPECT_NEAR(listed + 40 * static_cast<int>(sizeof(int)), size, 32 * sizeof(int));
+}
+
+TEST(ProcessTable, ProcessesThatStartAfterTheSizeWasAskedForPushNoneOut) {
+  const Child before;
+  const int size = proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0);
+  std::vector<std::unique_ptr<Child>> meanwhile(100);
+  for (std::unique_ptr<Child>& child : meanwhile) {
+    child = std::make_unique<Child>();
+  }
+  std::vector<int> pids(static_cast<size_t>(size) / sizeof(int));
+  const int listed = proc_listpids(PROC_ALL_PIDS, 0, pids.data(), size);
+  // As the product counts: half of the list.
+  pids.resize(static_cast<size_t>(listed) / sizeof(int) / 2);
+  EXPECT_THAT(pids, Contains(before.pid()));
+  EXPECT_THAT(pids, Contains(getpid()));
+  EXPECT_THAT(pids, Contains(1));
+  EXPECT_THAT(ListPIDs(), Contains(meanwhile.back()->pid())) << "only one list is held back";
 }
 
 TEST(ProcessTable, ABufferThatIsTooSmallIsFilledAndNeverExceeded) {
@@ -166,12 +218,70 @@ TEST(ProcessPath, OfADeletedExecutableIsTheOneItHad) {
   // Another file in its place is not the executable.
   WriteWholeFile(path + " (deleted)", "x");
   EXPECT_EQ(path, PathOf(child.pid()));
+  WriteWholeFile(path, "x");
+  EXPECT_EQ(path, PathOf(child.pid()));
+}
+
+TEST(ProcessPath, OfAnExecutableThatWasDeletedWithItsFoldersIsTheOneItHad) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "a/b");
+  const std::string path = CopyOfSleep(folder, "a/b/tool");
+  const Child child(path);
+  std::filesystem::remove_all(folder / "a");
+  EXPECT_EQ(path, PathOf(child.pid()));
 }
 
 TEST(ProcessPath, AFileMayBeCalledDeleted) {
   const TemporaryFolder folder;
   const std::string path = CopyOfSleep(folder, "tool (deleted)");
   const Child child(path);
+  EXPECT_EQ(path, PathOf(child.pid()));
+}
+
+/// Mounts the folder `mounted` over `folder` in a new mount namespace of the calling process.
+bool MountInNewNamespace(const std::string& mounted, const std::string& folder) {
+  const int flags = geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
+  return unshare(flags) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount(mounted.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr) == 0;
+}
+
+TEST(ProcessPath, OfAnotherFileThatIsMountedThereElsewhereIsNone) {
+  const TemporaryFolder folder;
+  const TemporaryFolder mounted;
+  const std::string path = CopyOfSleep(folder, "tool");
+  const std::string disguised = CopyOfSleep(mounted, "tool");
+  const Child child(path, nullptr, [&] {
+    return MountInNewNamespace(mounted.Path().string(), folder.Path().string());
+  });
+  if (!child.isRunning()) {
+    GTEST_SKIP() << "needs a mount namespace, which this machine does not allow";
+  }
+  const std::string link = "/proc/" + std::to_string(child.pid()) + "/exe";
+  ASSERT_EQ(path, std::filesystem::read_symlink(link));
+  errno = 0;
+  EXPECT_EQ("", PathOf(child.pid()));
+  EXPECT_EQ(ENXIO, errno);
+  // Nor when either file has gone.
+  std::filesystem::remove(disguised);
+  ASSERT_EQ(path + " (deleted)", std::filesystem::read_symlink(link));
+  EXPECT_EQ("", PathOf(child.pid()));
+  std::filesystem::remove(path);
+  EXPECT_EQ("", PathOf(child.pid()));
+  std::filesystem::remove(folder.Path());
+  EXPECT_EQ("", PathOf(child.pid()));
+}
+
+TEST(ProcessPath, OfTheSameFileInAnotherNamespaceIsItsOwn) {
+  const TemporaryFolder folder;
+  const TemporaryFolder empty;
+  const TemporaryFolder elsewhere;
+  const std::string path = CopyOfSleep(folder, "tool");
+  const Child child(path, nullptr, [&] {
+    return MountInNewNamespace(empty.Path().string(), elsewhere.Path().string());
+  });
+  if (!child.isRunning()) {
+    GTEST_SKIP() << "needs a mount namespace, which this machine does not allow";
+  }
   EXPECT_EQ(path, PathOf(child.pid()));
 }
 

@@ -261,6 +261,7 @@ TEST_F(SystemdTest, AJobIsATransientService) {
   EXPECT_THAT(call.text, HasSubstr("STRING \"RemainAfterExit\"; VARIANT \"b\" { BOOLEAN true; }"));
   EXPECT_THAT(call.text,
               HasSubstr("STRING \"TimeoutStopUSec\"; VARIANT \"t\" { UINT64 20000000; }"));
+  EXPECT_THAT(call.text, HasSubstr("STRING \"IgnoreSIGPIPE\"; VARIANT \"b\" { BOOLEAN false; }"));
   EXPECT_THAT(call.text, Not(HasSubstr("\"Restart\"")));
   EXPECT_THAT(call.text, Not(HasSubstr("StandardOutputFileDescriptor")));
 }
@@ -353,12 +354,18 @@ TEST_F(SystemdTest, ALabelThatIsNotRegisteredIsAnError) {
 
 TEST_F(SystemdTest, ABusThatNeverAnswersIsAnError) {
   const FakeSystemBus other([](sd_bus_message*) { return 0; });
-  setenv("SYSTEMD_BUS_TIMEOUT", "100ms", 1);
-  const std::string reason = ReasonOfSubmission();
-  const std::string reasonOfRemoval = ReasonOfRemoval(@"com.example.tool");
-  unsetenv("SYSTEMD_BUS_TIMEOUT");
-  EXPECT_EQ("the job cannot be submitted: Connection timed out", reason);
-  EXPECT_EQ("the job cannot be removed: Connection timed out", reasonOfRemoval);
+  const ScopedBusTimeLimit limit(100'000);
+  EXPECT_EQ("the job cannot be submitted: Connection timed out", ReasonOfSubmission());
+  EXPECT_EQ("the job cannot be removed: Connection timed out",
+            ReasonOfRemoval(@"com.example.tool"));
+}
+
+TEST_F(SystemdTest, ABusThatAcceptsNoConnectionIsAnError) {
+  const SilentSystemBus other;
+  const ScopedBusTimeLimit limit(100'000);
+  const std::string noBus = "the system's message bus cannot be reached: Connection timed out";
+  EXPECT_EQ(noBus, ReasonOfSubmission());
+  EXPECT_EQ(noBus, ReasonOfRemoval(@"com.example.tool"));
 }
 
 TEST_F(SystemdTest, ABusThatHangsUpIsAnError) {

@@ -1,5 +1,5 @@
 // url_client: loads URLs through NSURLConnection and prints what its delegate is told, one line per
-// callback. tests/system/test_url_loading.py runs it against servers of many kinds.
+// callback. tests/system/host/test_url_loading.py runs it against servers of many kinds.
 //
 //   url_client [option...] URL...
 //     --sync                 +sendSynchronousRequest:returningResponse:error: instead of a delegate

@@ -1,5 +1,5 @@
-// The example of docs/blob-format.md is what the code reads. tests/system/test_blob_document.py
-// runs its commands.
+// The example of docs/blob-format.md is what the code reads.
+// tests/system/kpim/test_blob_document.py runs its commands.
 #include <gtest/gtest.h>
 
 #include <cctype>

@@ -3,8 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <vector>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
@@ -28,6 +31,17 @@ std::string Appended(std::string path, size_t capacity, const char* leaf) {
   memcpy(buffer.get(), path.c_str(), path.size() + 1);
   PlatformAppendPathLeaf(buffer.get(), static_cast<unsigned int>(capacity), leaf);
   return buffer.get();
+}
+
+// The file `name` below `root`, reached folder by folder.
+std::string ReadFileBelow(const std::string& root, const std::vector<std::string>& folders,
+                          const std::string& name) {
+  const fs::path before = fs::current_path();
+  fs::current_path(root);
+  for (const std::string& folder : folders) fs::current_path(folder);
+  const std::string contents = ReadFile(name);
+  fs::current_path(before);
+  return contents;
 }
 
 TEST(AppendPathLeaf, JoinsWithOneSlash) {
@@ -238,32 +252,16 @@ TEST(WriteFileFromChunk, TakesPathsOfAnyLength) {
   std::string root = folder.Path();
   while (root.size() < 300) root += "/" + std::string(60, 'r');
   fs::create_directories(root);
-  // Longer than a path that needs no more memory, and back again for the sibling.
+  // Longer than the system takes in one piece, and back again for the sibling.
   const std::string name(250, 'n');
   fileChunk* tree = NewFile("leaf", "deep");
-  std::string deepest = root;
-  for (int level = 0; level < 10; ++level) {
+  for (int level = 0; level < 20; ++level) {
     tree = NewDirectory(name.c_str(), {tree});
-    deepest += "/" + name;
   }
   const ChunkList list = List({tree, NewFile("sibling", "shallow")});
   PlatformWriteFileFromChunk(root.c_str(), list.get());
-  EXPECT_EQ("deep", ReadFile(deepest + "/leaf"));
+  EXPECT_EQ("deep", ReadFileBelow(root, std::vector<std::string>(20, name), "leaf"));
   EXPECT_EQ("shallow", ReadFile(root + "/sibling"));
-}
-
-TEST(WriteFileFromChunk, TakesPathsAroundTheLengthThatNeedsMoreMemory) {
-  for (const size_t length : {1022UL, 1023UL, 1024UL, 1025UL, 1026UL}) {
-    const TemporaryFolder folder;
-    const ChunkList list = List({NewFile("name", "joined")});
-    // The path with the leaf, and the path that the walk starts from.
-    for (const size_t parentLength : {length - strlen("/name"), length}) {
-      const std::string parent = FolderOfLength(folder.Path(), parentLength);
-      ASSERT_EQ(parentLength, parent.size());
-      PlatformWriteFileFromChunk(parent.c_str(), list.get());
-      EXPECT_EQ("joined", ReadFile(parent + "/name")) << parentLength;
-    }
-  }
 }
 
 // What is left of an older bundle may lead anywhere.
@@ -281,6 +279,79 @@ TEST(WriteFileFromChunk, WritesNothingThroughLinksBelowItsFolder) {
   EXPECT_TRUE(std::filesystem::is_empty(folder / "elsewhere"));
   EXPECT_EQ("kept", ReadFile(folder / "kept"));
   EXPECT_EQ("x", ReadFile(folder / "bundle/last"));
+}
+
+TEST(WriteFileFromChunk, WritesNothingThroughALinkWhoseNameEndsInASlash) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "bundle");
+  fs::create_directories(folder / "elsewhere");
+  fs::create_symlink(folder / "elsewhere", folder / "bundle/d");
+  const ChunkList list = List({NewDirectory("d/", {NewFile("inner", "x")}), NewFile("d/", "x")});
+  PlatformWriteFileFromChunk((folder / "bundle").c_str(), list.get());
+  EXPECT_TRUE(fs::is_empty(folder / "elsewhere"));
+}
+
+TEST(WriteFileFromChunk, WritesIntoNoFileThatHasASecondName) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "bundle");
+  WriteFile(folder / "kept", "kept");
+  fs::create_hard_link(folder / "kept", folder / "bundle/f");
+  const ChunkList list = List({NewFile("f", "x")});
+  PlatformWriteFileFromChunk((folder / "bundle").c_str(), list.get());
+  EXPECT_EQ("kept", ReadFile(folder / "kept"));
+}
+
+TEST(WriteFileFromChunk, TheLaterOfTwoEntriesWithOneNameCounts) {
+  const TemporaryFolder folder;
+  const ChunkList list = List({NewFile("f", "the first"), NewFile("f", "2nd"),
+                               NewDirectory("d", {NewFile("a", "a"), NewFile("both", "first")}),
+                               NewDirectory("d/", {NewFile("b", "b"), NewFile("both", "2")})});
+  PlatformWriteFileFromChunk(folder.Path().c_str(), list.get());
+  EXPECT_EQ("2nd", ReadFile(folder / "f"));
+  EXPECT_EQ("a", ReadFile(folder / "d/a"));
+  EXPECT_EQ("b", ReadFile(folder / "d/b"));
+  EXPECT_EQ("2", ReadFile(folder / "d/both"));
+}
+
+TEST(WriteFileFromChunk, RefusesNamesThatAreNotOneComponent) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "inner/sub");
+  const ChunkList list = List(
+      {NewDirectory("..", {NewFile("a", "x")}), NewDirectory("../", {NewFile("b", "x")}),
+       NewDirectory("./", {NewFile("c", "x")}), NewDirectory("sub/..", {NewFile("d", "x")}),
+       NewFile("../e", "x"), NewFile("sub/f", "x"), NewFile((folder / "g").c_str(), "x"),
+       NewDirectory(std::string(256, 'n').c_str(), {NewFile("h", "x")}), NewFile("last", "x")});
+  PlatformWriteFileFromChunk((folder / "inner").c_str(), list.get());
+  std::vector<std::string> found;
+  for (const auto& entry : fs::recursive_directory_iterator(folder.Path())) {
+    found.push_back(entry.path().lexically_relative(folder.Path()));
+  }
+  std::sort(found.begin(), found.end());
+  EXPECT_EQ((std::vector<std::string>{"inner", "inner/last", "inner/sub"}), found);
+}
+
+TEST(WriteFileFromChunk, ReturnsToTheWorkingDirectoryAndTheUmask) {
+  const TemporaryFolder folder;
+  const ScopedUmask mask(027);
+  const fs::path before = fs::current_path();
+  const ChunkList tree = List({NewDirectory("", {SampleTree().release()})});
+  PlatformWriteFileFromChunk((folder / "bundle").c_str(), tree.get());
+  EXPECT_EQ(before, fs::current_path());
+  EXPECT_EQ(027U, umask(027));
+}
+
+TEST(WriteFileFromChunk, TakesRelativeFolders) {
+  const TemporaryFolder folder;
+  const fs::path before = fs::current_path();
+  fs::current_path(folder.Path());
+  const ChunkList list =
+      List({NewDirectory("", {NewDirectory("d", {NewFile("f", "x")})}), NewFile("g", "x")});
+  PlatformWriteFileFromChunk("bundle", list.get());
+  PlatformWriteFileFromChunk("", list->next);
+  fs::current_path(before);
+  EXPECT_EQ("x", ReadFile(folder / "bundle/d/f"));
+  EXPECT_EQ("x", ReadFile(folder / "bundle/g"));
+  EXPECT_EQ("x", ReadFile(folder / "g"));
 }
 
 TEST(WriteFileFromChunk, TakesALinkForItsFolder) {
@@ -347,6 +418,106 @@ TEST(WriteFileFromChunk, WritesBackWhatTheSourceAndTheWriterMade) {
     ++compared;
   }
   EXPECT_EQ(8, compared);
+}
+
+// ---- What could not be written
+
+class SinkReportTest : public testing::Test {
+ protected:
+  SinkReportTest() { fs::create_directories(folder_ / "root/a/b"); }
+
+  // Writes to root/a/b/bundle.
+  void Write(fileChunk* list, const char* path = "/a/b/bundle") {
+    EXPECT_TRUE(PlatformWriteFileFromChunk(root_.c_str(), path, list, report_));
+  }
+  void Expect(unsigned long failed, unsigned long entries, const char* path, int error) const {
+    EXPECT_EQ(failed, report_.failed);
+    EXPECT_EQ(entries, report_.entries);
+    EXPECT_STREQ(path == nullptr ? nullptr : (root_ + path).c_str(), report_.path);
+    EXPECT_EQ(error, report_.error) << strerror(report_.error);
+  }
+
+  const TemporaryFolder folder_;
+  const std::string root_ = folder_ / "root";
+  SinkReport report_;
+};
+
+TEST_F(SinkReportTest, IsEmptyWhenAllIsWritten) {
+  const ChunkList tree = List({NewDirectory("", {SampleTree().release()})});
+  Write(tree.get());
+  Expect(0, 9, nullptr, 0);
+  EXPECT_EQ("<plist/>\n", ReadFile(root_ + "/a/b/bundle/Contents/Info.plist"));
+}
+
+TEST_F(SinkReportTest, TakesTheRootItself) {
+  const ChunkList tree = List({NewDirectory("", {NewFile("f", "x"), NewFile("g/", "y")})});
+  Write(tree.get(), "");
+  Expect(1, 3, "/g/", EISDIR);
+  EXPECT_EQ("x", ReadFile(root_ + "/f"));
+}
+
+TEST_F(SinkReportTest, CountsWhatIsBelowAFolderThatCannotBeEntered) {
+  fs::create_directories(root_ + "/a/b/bundle");
+  WriteFile(root_ + "/a/b/bundle/d", "in the way");
+  fs::create_directories(root_ + "/a/b/bundle/f");
+  const ChunkList tree = List({NewDirectory(
+      "", {NewDirectory("d", {NewFile("1", "x"), NewDirectory("2", {NewFile("3", "x")})}),
+           NewFile("f", "x"), NewFile("", "x"), NewFile("last", "x")})});
+  Write(tree.get());
+  Expect(6, 8, "/a/b/bundle/d", ENOTDIR);
+  EXPECT_EQ("x", ReadFile(root_ + "/a/b/bundle/last"));
+}
+
+TEST_F(SinkReportTest, NamesWhatTheEntryMeets) {
+  struct {
+    const char* name;
+    int error;
+  } const cases[] = {
+      {"link", ELOOP}, {"fifo", ENOTSUP}, {"second-name", EMLINK}, {"folder", EISDIR}};
+  fs::create_directories(root_ + "/a/b/bundle/folder");
+  WriteFile(root_ + "/kept", "kept");
+  fs::create_symlink("../../../kept", root_ + "/a/b/bundle/link");
+  fs::create_hard_link(root_ + "/kept", root_ + "/a/b/bundle/second-name");
+  ASSERT_EQ(0, mkfifo((root_ + "/a/b/bundle/fifo").c_str(), 0600));
+  for (const auto& [name, error] : cases) {
+    const ChunkList tree = List({NewDirectory("", {NewFile(name, "x")})});
+    SinkReport report;
+    PlatformWriteFileFromChunk(root_.c_str(), "a/b/bundle", tree.get(), report);
+    EXPECT_EQ(1UL, report.failed) << name;
+    // A FIFO without a reader is refused before it is known to be one.
+    EXPECT_EQ(name == std::string("fifo") ? ENXIO : error, report.error) << name;
+  }
+  EXPECT_EQ("kept", ReadFile(root_ + "/kept"));
+}
+
+TEST_F(SinkReportTest, NothingIsWrittenThroughALinkInTheTopsPlaceOrAboveIt) {
+  fs::create_directories(folder_ / "elsewhere/b/bundle");
+  fs::create_directory_symlink(folder_ / "elsewhere/b/bundle", root_ + "/a/b/bundle");
+  fs::create_directory_symlink("../elsewhere", root_ + "/above");
+  const ChunkList tree = List({NewDirectory("", {NewFile("f", "x")}), NewFile("g", "y")});
+  Write(tree.get());
+  Expect(3, 3, "/a/b/bundle", ELOOP);
+  SinkReport report;
+  PlatformWriteFileFromChunk(root_.c_str(), "/above/b/bundle", tree.get(), report);
+  EXPECT_EQ(3UL, report.failed);
+  EXPECT_EQ(ELOOP, report.error);
+  EXPECT_TRUE(fs::is_empty(folder_ / "elsewhere/b/bundle"));
+}
+
+TEST_F(SinkReportTest, AMissingRootOrFolderFailsAll) {
+  const ChunkList tree = List({NewDirectory("", {NewFile("f", "x")}), NewFile("g", "y")});
+  Write(tree.get(), "/a/missing/bundle");
+  Expect(3, 3, "/a/missing/bundle", ENOENT);
+  SinkReport report;
+  PlatformWriteFileFromChunk((folder_ / "missing").c_str(), "bundle", tree.get(), report);
+  EXPECT_EQ(3UL, report.failed);
+  EXPECT_EQ(ENOENT, report.error);
+}
+
+TEST_F(SinkReportTest, ATopThatNoEntryMakesFailsTheOthers) {
+  const ChunkList list = List({NewFile("f", "x"), NewDirectory("d", {NewFile("g", "y")})});
+  Write(list.get());
+  Expect(3, 3, "/a/b/bundle/f", ENOENT);
 }
 
 TEST(PlatformHooks, DoNothing) {

@@ -1,8 +1,9 @@
 // What the payload code does when memory runs out, when the file system gives less than it
 // promised, and what it leaves in memory that it frees.
 //
-// This executable replaces the allocation functions, and the linker routes read, write and fstat
-// through the wrappers below.
+// This executable replaces the allocation functions, and the linker routes read, write, fstat,
+// fchmod and close through the wrappers below.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,7 +14,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
@@ -29,8 +32,10 @@ unsigned long requests = 0;
 unsigned long requestedBytes = 0;
 // What an allocator for 64 bits takes for them: a length before each, multiples of 16, at least 32.
 unsigned long takenBytes = 0;
-// Blocks of memory that are in use.
+// Blocks of memory that are in use, their bytes, and the most bytes since the test set it to 0.
 long blocks = 0;
+size_t usedBytes = 0;
+size_t peakBytes = 0;
 
 // Text to look for in arrays that are freed, and how many held it. While it is looked for, the
 // lengths of those arrays that hold nothing but 'X', in the order in which they are freed.
@@ -52,8 +57,13 @@ bool interruptNext = false;
 bool pretends = false;
 unsigned long largestTransfer = 0;
 
-// Calls of fstat fail.
+// What happens before the next write.
+std::function<void()> beforeWriting;
+
+// Calls of fstat fail, those of fchmod, and the next one of close, which closes all the same.
 bool statusFails = false;
+bool modeFails = false;
+bool closeFails = false;
 
 // Stands before each block.
 struct alignas(std::max_align_t) BlockHeader {
@@ -71,6 +81,8 @@ void* Allocate(size_t size) {
   if (!header) abort();
   header->size = size;
   ++blocks;
+  usedBytes += size;
+  peakBytes = std::max(peakBytes, usedBytes);
   return header + 1;
 }
 
@@ -85,7 +97,9 @@ void* AllocateOrThrow(size_t size) {
 void Free(void* memory) {
   if (!memory) return;
   --blocks;
-  free(static_cast<BlockHeader*>(memory) - 1);
+  auto* const header = static_cast<BlockHeader*>(memory) - 1;
+  usedBytes -= header->size;
+  free(header);
 }
 
 void Inspect(const void* array) {
@@ -137,6 +151,8 @@ extern "C" {
 ssize_t __real_read(int descriptor, void* buffer, size_t count);
 ssize_t __real_write(int descriptor, const void* buffer, size_t count);
 int __real_fstat(int descriptor, struct stat* status);
+int __real_fchmod(int descriptor, mode_t mode);
+int __real_close(int descriptor);
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
   if (pretends) return Pretend(count);
@@ -156,6 +172,7 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
 
 ssize_t __wrap_write(int descriptor, const void* buffer, size_t count) {
   if (pretends) return Pretend(count);
+  if (beforeWriting) std::exchange(beforeWriting, nullptr)();
   if (Interrupted()) return -1;
   size_t allowed = Limited(count);
   if (writableBytes >= 0 && allowed > static_cast<size_t>(writableBytes)) {
@@ -176,6 +193,22 @@ int __wrap_fstat(int descriptor, struct stat* status) {
   errno = EIO;
   return -1;
 }
+
+int __wrap_fchmod(int descriptor, mode_t mode) {
+  if (!modeFails) return __real_fchmod(descriptor, mode);
+  errno = EPERM;
+  return -1;
+}
+
+// Only a file that is written to can lose something by it.
+int __wrap_close(int descriptor) {
+  const bool fails = closeFails && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
+  const int result = __real_close(descriptor);
+  if (!fails) return result;
+  closeFails = false;
+  errno = EIO;
+  return -1;
+}
 }
 
 namespace {
@@ -185,9 +218,10 @@ class FaultTest : public testing::Test {
   ~FaultTest() override {
     allowedRequests = largestRequest = -1;
     transferLimit = readableBytes = writableBytes = -1;
-    readFails = interruptNext = statusFails = pretends = false;
+    readFails = interruptNext = statusFails = modeFails = closeFails = pretends = false;
     largestTransfer = 0;
     soughtText = nullptr;
+    beforeWriting = nullptr;
   }
 };
 
@@ -225,15 +259,17 @@ TEST_F(FaultTest, AnImpossibleClaimIsRefusedBeforeMemoryIsAskedFor) {
   }
 }
 
+// The budget lets it take seconds, but none of what it has decoded is kept until it is spent.
 TEST_F(FaultTest, ABombIsRefusedBeforeItTakesMuch) {
   for (const char* name : {"hostile/bomb-of-bombs.blob", "hostile/bomb-of-probability-tables.blob",
                            "hostile/bomb-of-outer-probability-tables.blob"}) {
     const std::string blob = TestData(name);
-    requestedBytes = 0;
+    const size_t before = usedBytes;
+    peakBytes = 0;
     BlobFault fault;
     EXPECT_EQ(nullptr, Dismantle(blob, fault)) << name;
     EXPECT_STREQ("LZMA entries cost too much to decode", fault.reason);
-    EXPECT_LT(requestedBytes, 100UL << 20) << name;
+    EXPECT_LT(peakBytes - before, 16UL << 20) << name;
   }
 }
 
@@ -500,26 +536,169 @@ TEST_F(FaultTest, AFullDiskIsNotReported) {
   EXPECT_EQ(0664U, Mode(folder / "f"));
 }
 
-TEST_F(FaultTest, WhatHasNoMemoryForItsPathIsLeftOut) {
-  const TemporaryFolder folder;
-  const ChunkList file = List({NewFile("f", "x")});
-  allowedRequests = 0;
-  const bool withoutAnyPath = PlatformWriteFileFromChunk(folder.Path().c_str(), file.get());
-  allowedRequests = -1;
-  EXPECT_TRUE(withoutAnyPath);
-  EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
+// The entries f and g of a list that is written to a folder of their own.
+class SinkFaultTest : public FaultTest {
+ protected:
+  void Write() {
+    PlatformWriteFileFromChunk(folder_.Path().c_str(), "", list_.get(), report_);
+    statusFails = modeFails = closeFails = false;
+    writableBytes = allowedRequests = -1;
+  }
+  void Expect(unsigned long failed, const char* name, int error) const {
+    EXPECT_EQ(2UL, report_.entries);
+    EXPECT_EQ(failed, report_.failed);
+    EXPECT_EQ(error, report_.error);
+    EXPECT_STREQ((folder_ / name).c_str(), report_.path);
+  }
 
-  // The first path is there, the longer one of an entry is not.
-  const std::string name(250, 'n');
-  const ChunkList list = List({NewDirectory(name.c_str(), {NewFile("f", "x")}), NewFile("g", "y")});
-  const std::string parent = FolderOfLength(folder.Path(), 1000);
-  allowedRequests = 1;
-  const bool withoutALongerPath = PlatformWriteFileFromChunk(parent.c_str(), list.get());
-  allowedRequests = -1;
-  EXPECT_TRUE(withoutALongerPath);
-  EXPECT_EQ("y", ReadFile(parent + "/g"));
-  EXPECT_FALSE(std::filesystem::exists(parent + "/f"));
-  EXPECT_FALSE(std::filesystem::exists(parent + "/" + name));
+  const TemporaryFolder folder_;
+  const ChunkList list_ = List({NewFile("f", std::string(300, 'f')), NewFile("g", "g")});
+  SinkReport report_;
+};
+
+TEST_F(SinkFaultTest, AFullDiskIsReported) {
+  writableBytes = 100;
+  Write();
+  Expect(2, "f", ENOSPC);
+  EXPECT_EQ(std::string(100, 'f'), ReadFile(folder_ / "f"));
+}
+
+TEST_F(SinkFaultTest, AModeThatIsNotSetIsReported) {
+  modeFails = true;
+  Write();
+  Expect(2, "f", EPERM);
+  EXPECT_EQ("g", ReadFile(folder_ / "g"));
+}
+
+TEST_F(SinkFaultTest, AFailingCloseIsReported) {
+  closeFails = true;
+  Write();
+  Expect(1, "f", EIO);
+  EXPECT_EQ("g", ReadFile(folder_ / "g"));
+}
+
+TEST_F(SinkFaultTest, WithoutMemoryForThePathTheErrorIsReported) {
+  writableBytes = 0;
+  allowedRequests = 0;
+  Write();
+  EXPECT_EQ(2UL, report_.failed);
+  EXPECT_EQ(ENOSPC, report_.error);
+  EXPECT_EQ(nullptr, report_.path);
+}
+
+// Another user, who may write in the folders on the way, does so just then.
+class MovedFolderTest : public FaultTest {
+ protected:
+  void Write(const std::function<void()>& event) {
+    beforeWriting = event;
+    PlatformWriteFileFromChunk((folder_ / "root").c_str(), "bundle", list_.get(), report_);
+  }
+  void ExpectLost() const {
+    EXPECT_EQ(9UL, report_.entries);
+    EXPECT_EQ(4UL, report_.failed) << "what comes after the folder that was left";
+    EXPECT_EQ(ESTALE, report_.error);
+    EXPECT_STREQ((folder_ / "root/bundle/a/after").c_str(), report_.path);
+    EXPECT_EQ("3", ReadFile(folder_ / "moved/inner/3"));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "root/after"));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "after"));
+  }
+
+  const TemporaryFolder folder_;
+  const ChunkList list_ = List({NewDirectory(
+      "", {NewDirectory("a", {NewDirectory("inner", {NewFile("1", "1"), NewFile("3", "3")}),
+                              NewFile("after", "x"), NewDirectory("b", {NewFile("after", "x")})}),
+           NewFile("after", "x")})});
+  SinkReport report_;
+  const bool isMade_ = std::filesystem::create_directory(folder_ / "root");
+};
+
+TEST_F(MovedFolderTest, IsNotLeftForTheFolderAroundItsNewPlace) {
+  Write([this] {
+    std::filesystem::create_directory(folder_ / "moved");
+    std::filesystem::rename(folder_ / "root/bundle/a/inner", folder_ / "moved/inner");
+  });
+  ExpectLost();
+}
+
+TEST_F(MovedFolderTest, ALinkInItsOldPlaceLeadsNowhere) {
+  Write([this] {
+    std::filesystem::create_directories(folder_ / "moved");
+    std::filesystem::create_directories(folder_ / "victim");
+    std::filesystem::rename(folder_ / "root/bundle/a/inner", folder_ / "moved/inner");
+    std::filesystem::create_directory_symlink(folder_ / "victim", folder_ / "root/bundle/a/inner");
+  });
+  ExpectLost();
+  EXPECT_TRUE(std::filesystem::is_empty(folder_ / "victim"));
+}
+
+TEST_F(SinkFaultTest, WritingTakesNoMemory) {
+  const unsigned long before = requests;
+  allowedRequests = 0;
+  Write();
+  EXPECT_EQ(before, requests);
+  EXPECT_EQ(0UL, report_.failed);
+  EXPECT_EQ("g", ReadFile(folder_ / "g"));
+}
+
+// ---- A file that is open already
+
+class DescriptorSourceTest : public FaultTest {
+ protected:
+  DescriptorSourceTest() {
+    WriteFile(folder_ / "f", contents_);
+    descriptor_ = open((folder_ / "f").c_str(), O_RDWR);
+  }
+  ~DescriptorSourceTest() override { close(descriptor_); }
+
+  void ExpectAbsent(int error) {
+    const long blocksBefore = blocks;
+    int found = -1;
+    EXPECT_EQ(nullptr, PlatformCreateSourceFromDescriptor(descriptor_, found));
+    EXPECT_EQ(error, found);
+    EXPECT_EQ(blocksBefore, blocks);
+    allowedRequests = readableBytes = -1;
+    readFails = statusFails = false;
+  }
+
+  const TemporaryFolder folder_;
+  const std::string contents_ = RandomBytes(10000);
+  int descriptor_ = -1;
+};
+
+TEST_F(DescriptorSourceTest, IsReadWhole) {
+  transferLimit = 999;
+  interruptNext = true;
+  int error = -1;
+  const ChunkList node(PlatformCreateSourceFromDescriptor(descriptor_, error));
+  transferLimit = -1;
+  ASSERT_NE(nullptr, node);
+  EXPECT_EQ(contents_, Contents(*node));
+  EXPECT_EQ(nullptr, node->name);
+  EXPECT_FALSE(node->isDirectory);
+}
+
+TEST_F(DescriptorSourceTest, IsAbsentWhenItCannotBeReadWhole) {
+  readableBytes = 4000;
+  ExpectAbsent(kFileBecameShorter);
+  readableBytes = 4000;
+  readFails = true;
+  ExpectAbsent(EIO);
+  statusFails = true;
+  ExpectAbsent(EIO);
+}
+
+TEST_F(DescriptorSourceTest, IsAbsentWithoutMemory) {
+  for (const long allowed : {0, 1}) {
+    allowedRequests = allowed;
+    ExpectAbsent(ENOMEM);
+  }
+}
+
+TEST_F(DescriptorSourceTest, Of4GiBIsNotRead) {
+  ASSERT_EQ(0, ftruncate(descriptor_, 1L << 32));  // sparse
+  const unsigned long before = requestedBytes;
+  ExpectAbsent(EFBIG);
+  EXPECT_EQ(before, requestedBytes);
 }
 
 TEST_F(FaultTest, PathsOfEntriesAreScrubbedBeforeTheyAreFreed) {

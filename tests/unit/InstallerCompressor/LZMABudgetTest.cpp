@@ -1,4 +1,5 @@
-// The budget that LZMA entries share, to the byte: 64 MiB and 8192 times the blob's length.
+// The budget that LZMA entries share, to the byte: 4 GiB and 8192 times the blob's length.
+#include <LzmaEnc.h>
 #include <gtest/gtest.h>
 
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
@@ -7,7 +8,7 @@ namespace {
 
 constexpr char kTooCostly[] = "LZMA entries cost too much to decode";
 
-constexpr unsigned long kAllowance = 64UL << 20;
+constexpr unsigned long kAllowance = 4UL << 30;
 constexpr unsigned long kPerByte = 8192;
 
 constexpr unsigned long TableSize(unsigned int literalBits) {
@@ -49,46 +50,92 @@ void ExpectTooCostly(const std::string& blob, unsigned long offset, bool inDecod
 }
 
 TEST(LZMABudget, IsSpentToTheLastByte) {
-  // The lengths are the least ones whose budget the tables do not exceed.
-  struct {
-    size_t length;
-    unsigned long tables;
-  } const cases[] = {{1034, 12}, {1803, 13}};
-  for (const auto& [length, tables] : cases) {
-    const unsigned long claim = kAllowance + kPerByte * length - tables * (kGreatestTable + 1) -
-                                2 * kUsualTable;  // the root's, and that of the zeros
-    ASSERT_LT(claim, kPerByte);
-    const std::string entries = GreatestTables(tables);
-    EXPECT_NE(nullptr, Dismantle(PaddedTo(length, Root(entries + Zeros(claim)))));
-    ExpectTooCostly(PaddedTo(length, Root(entries + Zeros(claim + 1))),
-                    entries.size() + kClaimOffset, true);
-  }
-}
-
-TEST(LZMABudget, HasAnAllowanceForShortBlobs) {
-  const std::string blob = Root(GreatestTables(10));
-  EXPECT_LT(kPerByte * blob.size(), kGreatestTable);
-  EXPECT_NE(nullptr, Dismantle(blob));
-  ExpectTooCostly(Root(GreatestTables(11)), 10 * kGreatestTableEntryLength + kClaimOffset, true);
-}
-
-TEST(LZMABudget, GrowsWithTheLengthOfTheBlob) {
-  const std::string root = Root(GreatestTables(12));
-  EXPECT_GT(12 * kGreatestTable, kAllowance);
-  ExpectTooCostly(root, 10 * kGreatestTableEntryLength + kClaimOffset, true);
-  EXPECT_NE(nullptr, Dismantle(PaddedTo(1034, root)));
+  constexpr size_t kLength = 2000;
+  constexpr unsigned long kTables = kAllowance / kGreatestTable;
+  const unsigned long claim = kAllowance + kPerByte * kLength - kTables * (kGreatestTable + 1) -
+                              2 * kUsualTable;  // the root's, and that of the zeros
+  const std::string entries = GreatestTables(kTables);
+  const std::string root = Root(entries + Zeros(claim));
+  EXPECT_NE(nullptr, Dismantle(PaddedTo(kLength, root)));
+  // It grows with the length of the blob.
+  ExpectTooCostly(PaddedTo(kLength - 1, root), entries.size() + kClaimOffset, true);
+  ExpectTooCostly(PaddedTo(kLength, Root(entries + Zeros(claim + 1))),
+                  entries.size() + kClaimOffset, true);
 }
 
 TEST(LZMABudget, IsChargedTablesOutsideOfStreamsButNotClaims) {
-  constexpr unsigned long kClaim = 100000;
-  const std::string entries = GreatestTables(12) + Zeros(kClaim);
-  const unsigned long cost = 12 * kGreatestTable + kUsualTable;
-  constexpr size_t kLeastLength = 1032;
-  EXPECT_LT(kAllowance + kPerByte * (kLeastLength - 1), cost);
-  EXPECT_GT(cost + kClaim, kAllowance + kPerByte * kLeastLength);
-  EXPECT_NE(nullptr, Dismantle(PaddedTo(kLeastLength, entries)));
-  ExpectTooCostly(PaddedTo(kLeastLength - 1, entries),
-                  12 * kGreatestTableEntryLength + kClaimOffset, false);
+  constexpr unsigned long kClaim = 1UL << 20;
+  // More than their own length pays for, so that what is behind them decides.
+  constexpr unsigned long kTables = 705;
+  const unsigned long cost = kTables * kGreatestTable + kUsualTable;
+  const std::string entries = GreatestTables(kTables) + Zeros(kClaim);
+  const size_t length = (cost - kAllowance + kPerByte - 1) / kPerByte;
+  EXPECT_GT(cost + kClaim, kAllowance + kPerByte * length);
+  EXPECT_NE(nullptr, Dismantle(PaddedTo(length, entries)));
+  ExpectTooCostly(PaddedTo(length - 1, entries), kTables * kGreatestTableEntryLength + kClaimOffset,
+                  false);
+}
+
+// ---- Well-formed blobs as other encoders make them
+
+// An LZMA entry of the SDK's encoder, smaller than its content or not.
+std::string OtherEncodersEntry(const std::string& name, const std::string& content,
+                               int literalContextBits, int literalPositionBits) {
+  CLzmaEncProps settings;
+  LzmaEncProps_Init(&settings);
+  settings.dictSize = 1 << 16;
+  settings.lc = literalContextBits;
+  settings.lp = literalPositionBits;
+  Byte stream[1024];
+  SizeT length = sizeof(stream);
+  Byte properties[LZMA_PROPS_SIZE];
+  SizeT propertyCount = sizeof(properties);
+  EXPECT_EQ(SZ_OK, LzmaEncode(stream, &length, reinterpret_cast<const Byte*>(content.data()),
+                              content.size(), &settings, properties, &propertyCount, 0, nullptr,
+                              &GlobalAllocObject, &GlobalAllocObject));
+  return Header(kCompressionLZMA, name, 9 + length) + BigEndian32(content.size()) +
+         std::string(reinterpret_cast<const char*>(properties), propertyCount) +
+         std::string(reinterpret_cast<const char*>(stream), length);
+}
+
+void ExpectFiles(const std::string& blob, unsigned long count, const std::string& contents) {
+  BlobFault fault;
+  const ChunkList list = Dismantle(blob, fault);
+  ASSERT_NE(nullptr, list) << fault.reason;
+  unsigned long found = 0;
+  for (const fileChunk* file = list->children; file != nullptr; file = file->next) {
+    found += Contents(*file) == contents ? 1 : 0;
+  }
+  EXPECT_EQ(count, found);
+}
+
+TEST(LZMABudget, SufficesForSmallFilesWithTheLargestTables) {
+  std::string entries;
+  for (int number = 0; number < 20; ++number) {
+    entries += OtherEncodersEntry("file " + std::to_string(number), "contents", 8, 4);
+  }
+  ExpectFiles(Root(entries), 20, "contents");
+  ExpectFiles(StoredDirectory("", entries), 20, "contents");
+}
+
+TEST(LZMABudget, SufficesForLargeFilesInACompressedRoot) {
+  const std::string zeros(9UL << 20, '\0');
+  const std::string entry = LZMAEntry("zeros", zeros, false);
+  std::string entries;
+  for (int number = 0; number < 8; ++number) {
+    entries += entry;
+  }
+  ExpectFiles(Root(entries), 8, zeros);
+}
+
+TEST(LZMABudget, SufficesForManySmallFilesInACompressedRoot) {
+  const std::string contents = "seventeen bytes !";
+  const std::string entry = OtherEncodersEntry("f", contents, 3, 0);
+  std::string entries;
+  for (int number = 0; number < 20000; ++number) {
+    entries += entry;
+  }
+  ExpectFiles(Root(entries), 20000, contents);
 }
 
 }  // namespace

@@ -62,8 +62,8 @@ namespace {
 using testing::ElementsAre;
 
 constexpr char kFlag[] = "/tmp/KPExpressInstall.flag";
-constexpr char kUpdater[] = "/Library/Preferences/Velmora/Korvel Player/" KP_VENDOR_WEB_HOST
-                            "/bin/kpupdatepl/kpupdatepl";
+constexpr char kUpdater[] =
+    "/Library/Preferences/Velmora/Korvel Player/" KP_VENDOR_WEB_HOST "/bin/kpupdatepl/kpupdatepl";
 constexpr char kRemoveFlag[] = "remove in /tmp: KPExpressInstall.flag";
 constexpr char kLaunch[] = "launch /usr/bin/open http://" KP_VENDOR_WEB_HOST
                            "/software/korvel/about/installerRedirect.html";

@@ -2,7 +2,14 @@
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstring>
+#include <functional>
 #include <vector>
 
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/GlobalLogger.h"
@@ -12,6 +19,23 @@
 #include "tests/unit/support/TemporaryFolder.h"
 #include "tests/unit/support/Text.h"
 
+// ---- The pauses of the wait for a lock: counted, in microseconds, instead of made
+
+namespace {
+
+unsigned long s_pauses;
+std::function<void()> s_atPause;
+
+}  // namespace
+
+extern "C" int usleep(useconds_t duration) {
+  s_pauses += duration;
+  if (s_atPause) {
+    s_atPause();
+  }
+  return 0;
+}
+
 // ---- The payload library's place is taken by functions that record how they are called
 
 namespace {
@@ -19,10 +43,14 @@ namespace {
 constexpr char kBundlePath[] =
     "/Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin";
 
-bool s_blobIsReadable;
-std::vector<int> s_readErrors;
+std::string s_bundle;
+int s_readError;
+const int kNoError = -1;
 BlobFault s_fault;
 bool s_writingSucceeds;
+// What the sink reports.
+unsigned long s_failedEntries;
+const char* s_failedPath;
 
 // Nodes are told apart by their addresses alone. Raw memory: they are never built.
 alignas(fileChunk) unsigned char s_sourceNode[sizeof(fileChunk)];
@@ -45,14 +73,20 @@ std::string Presence(const std::string& bundle) {
 
 }  // namespace
 
-fileChunk* PlatformCreateSourceFromPath(char const* path, SourceFaultHandler* handler,
-                                        void* context) {
-  const std::string blob = path;
-  for (const int error : s_readErrors) {
-    handler(path, error, context);
-  }
-  g_events.push_back("read " + blob + Presence(blob.substr(0, blob.size() - 5)));
-  return s_blobIsReadable ? s_source : nullptr;
+fileChunk* PlatformCreateSourceFromDescriptor(int descriptor, int& error) {
+  const std::string blob = s_bundle + ".lzma";
+  struct stat opened = {};
+  struct stat present = {};
+  EXPECT_EQ(0, fstat(descriptor, &opened));
+  EXPECT_EQ(0, stat(blob.c_str(), &present));
+  EXPECT_EQ(present.st_ino, opened.st_ino);
+  // Another process could not lock it now.
+  const int other = open(blob.c_str(), O_RDONLY);
+  const bool isLocked = flock(other, LOCK_EX | LOCK_NB) != 0;
+  close(other);
+  g_events.push_back("read " + std::string(isLocked ? "locked " : "") + blob + Presence(s_bundle));
+  error = s_readError;
+  return s_readError == kNoError ? s_source : nullptr;
 }
 
 fileChunk* DismantleInstallerBlob(fileChunk* sources, BlobFault& fault) {
@@ -61,8 +95,18 @@ fileChunk* DismantleInstallerBlob(fileChunk* sources, BlobFault& fault) {
   return sources != nullptr && fault.reason == nullptr ? s_tree : nullptr;
 }
 
-bool PlatformWriteFileFromChunk(char const* parentPath, fileChunk* list) {
-  g_events.push_back("write " + Name(list) + " " + parentPath + Presence(parentPath));
+bool PlatformWriteFileFromChunk(const char* root, const char* path, fileChunk* list,
+                                SinkReport& report) {
+  std::string output = root;
+  output += output.back() == '/' ? path + 1 : path;
+  g_events.push_back("write " + Name(list) + " " + output + Presence(output));
+  report.entries = 12;
+  report.failed = s_failedEntries;
+  report.error = ENOSPC;
+  if (s_failedPath != nullptr) {
+    report.path = new char[strlen(s_failedPath) + 1];
+    strcpy(report.path, s_failedPath);
+  }
   return s_writingSucceeds;
 }
 
@@ -84,10 +128,12 @@ class DecompressLZMATest : public testing::Test {
         blob_(bundle_ + ".lzma"),
         outputLine_("[3] Compression Output Path: '" + bundle_ + "'."),
         inputLine_("[3] Compression Input Path: '" + blob_ + "'.") {
-    s_blobIsReadable = true;
-    s_readErrors.clear();
+    s_bundle = bundle_;
+    s_readError = kNoError;
     s_fault = BlobFault();
     s_writingSucceeds = true;
+    s_failedEntries = 0;
+    s_failedPath = nullptr;
     g_events.clear();
     g_logger = [[KPIMLogger alloc] init];
     std::filesystem::create_directories(std::filesystem::path(bundle_).parent_path());
@@ -108,7 +154,7 @@ class DecompressLZMATest : public testing::Test {
   /// What a run that gets past the missing-blob test does.
   std::vector<std::string> FullRun() const {
     return {
-        outputLine_,        inputLine_,    "read " + blob_ + " (bundle gone, blob present)",
+        outputLine_,        inputLine_,    "read locked " + blob_ + " (bundle gone, blob present)",
         "dismantle source", "free source", "write tree " + bundle_ + " (bundle gone, blob present)",
         "free tree"};
   }
@@ -191,58 +237,107 @@ TEST_F(DecompressLZMATest, LinksInsideTheBundleAreNotFollowed) {
   EXPECT_EQ("kept", ReadWholeFile(target + "/file"));
 }
 
-TEST_F(DecompressLZMATest, BlobThatIsALinkIsRemovedNotFollowed) {
+TEST_F(DecompressLZMATest, BlobMayBeALinkWhichAloneIsRemoved) {
   const std::string target = folder_ / "blob elsewhere";
   WriteWholeFile(target, "blob");
   std::filesystem::create_symlink(target, blob_);
   EXPECT_EQ(0, Decompress());
-  EXPECT_EQ(FullRun(), g_events);
+  EXPECT_THAT(g_events, testing::Contains("dismantle source"));
   EXPECT_FALSE(Exists(blob_));
   EXPECT_EQ("blob", ReadWholeFile(target));
 }
 
-TEST_F(DecompressLZMATest, BlobThatCannotBeOpened) {
-  LayBlob();
-  LayBundle();
-  s_blobIsReadable = false;
-  s_readErrors = {EACCES};
-  EXPECT_EQ(0, Decompress());
-  EXPECT_THAT(
-      g_events,
-      ElementsAre(outputLine_, inputLine_, "read " + blob_ + " (bundle gone, blob present)",
-                  "dismantle absent", "free absent",
-                  "write absent " + bundle_ + " (bundle gone, blob present)", "free absent"));
-  EXPECT_FALSE(Exists(blob_));
+TEST_F(DecompressLZMATest, WhatCannotBeOpenedAsABlobIsNeitherReadNorWaitedFor) {
+  const std::vector<std::string> expected = {
+      outputLine_, inputLine_, "write absent " + bundle_ + " (bundle gone, blob present)",
+      "free absent"};
+  for (const bool isFolder : {true, false}) {
+    g_events.clear();
+    LayBundle();
+    if (isFolder) {
+      std::filesystem::create_directories(blob_ + "/folder");
+    } else {
+      ASSERT_EQ(0, mkfifo(blob_.c_str(), 0600));
+    }
+    EXPECT_EQ(0, Decompress());
+    EXPECT_EQ(expected, g_events);
+    EXPECT_FALSE(Exists(blob_));
+  }
 }
 
-TEST_F(DecompressLZMATest, BlobWithAReadErrorIsNotDecoded) {
-  LayBlob();
-  LayBundle();
-  s_readErrors = {EIO};
-  EXPECT_EQ(0, Decompress());
-  EXPECT_THAT(
-      g_events,
-      ElementsAre(outputLine_, inputLine_, "read " + blob_ + " (bundle gone, blob present)",
-                  "free source", "[1] ERROR: The payload blob cannot be read: Input/output error.",
-                  "write absent " + bundle_ + " (bundle gone, blob present)", "free absent"));
-  EXPECT_FALSE(Exists(bundle_));
-  EXPECT_FALSE(Exists(blob_));
+TEST_F(DecompressLZMATest, BlobThatCannotBeReadIsNotDecoded) {
+  struct {
+    int error;
+    const char* reason;
+  } const cases[] = {{EIO, "Input/output error"},
+                     {ENOMEM, "Cannot allocate memory"},
+                     {kFileBecameShorter, "it has become shorter"}};
+  for (const auto& [error, reason] : cases) {
+    g_events.clear();
+    LayBlob();
+    LayBundle();
+    s_readError = error;
+    EXPECT_EQ(0, Decompress());
+    EXPECT_THAT(
+        g_events,
+        ElementsAre(outputLine_, inputLine_,
+                    "read locked " + blob_ + " (bundle gone, blob present)",
+                    std::string("[1] ERROR: The payload blob cannot be read: ") + reason + ".",
+                    "write absent " + bundle_ + " (bundle gone, blob present)", "free absent"));
+    EXPECT_FALSE(Exists(bundle_));
+    EXPECT_FALSE(Exists(blob_));
+  }
 }
 
-TEST_F(DecompressLZMATest, BlobThatBecomesShorterIsNotDecoded) {
+TEST_F(DecompressLZMATest, BlobOf4GiBIsMalformed) {
   LayBlob();
-  s_readErrors = {kFileBecameShorter};
+  s_readError = EFBIG;
   EXPECT_EQ(0, Decompress());
-  EXPECT_THAT(g_events, testing::Contains(
-                            "[1] ERROR: The payload blob cannot be read: it has become shorter."));
+  EXPECT_THAT(g_events, testing::Contains("[1] ERROR: The payload blob is malformed: too large for "
+                                          "a blob: 4 GiB or more at byte 4294967295."));
   EXPECT_THAT(g_events, testing::Not(testing::Contains("dismantle source")));
+  EXPECT_FALSE(Exists(blob_));
 }
 
-TEST_F(DecompressLZMATest, BlobWhoseSizeIsCutIsDecoded) {
+TEST_F(DecompressLZMATest, BlobThatAnotherProcessHoldsIsUsedAfterAMinute) {
   LayBlob();
-  s_readErrors = {EFBIG};
+  LayBundle();
+  const int holder = open(blob_.c_str(), O_RDONLY);
+  ASSERT_EQ(0, flock(holder, LOCK_EX));
+  s_pauses = 0;
   EXPECT_EQ(0, Decompress());
-  EXPECT_EQ(FullRun(), g_events);
+  close(holder);
+  std::vector<std::string> expected = FullRun();
+  expected.insert(expected.begin() + 2,
+                  "[1] ERROR: The payload blob cannot be locked: another process holds it.");
+  EXPECT_EQ(expected, g_events);
+  EXPECT_EQ(60000000u, s_pauses);
+}
+
+TEST_F(DecompressLZMATest, BlobThatAnotherProcessRemovesMeanwhileIsMissing) {
+  LayBlob();
+  LayBundle();
+  const int holder = open(blob_.c_str(), O_RDONLY);
+  ASSERT_EQ(0, flock(holder, LOCK_EX));
+  s_atPause = [this] { std::filesystem::remove(blob_); };
+  EXPECT_EQ(1, Decompress());
+  s_atPause = nullptr;
+  close(holder);
+  EXPECT_THAT(g_events,
+              ElementsAre(outputLine_, inputLine_, "[1] Input path not found: '" + blob_ + "'."));
+  EXPECT_TRUE(Exists(bundle_));
+}
+
+TEST_F(DecompressLZMATest, FolderOnTheWayThatIsALinkIsNotFollowed) {
+  const std::string folder = std::filesystem::path(bundle_).parent_path();
+  std::filesystem::rename(folder, folder_ / "elsewhere");
+  std::filesystem::create_directory_symlink(folder_ / "elsewhere", folder);
+  LayBlob();
+  LayBundle();
+  EXPECT_EQ(0, Decompress());
+  EXPECT_THAT(g_events, testing::Contains("[1] ERROR: 1 of the old bundle's items could not be "
+                                          "removed: Too many levels of symbolic links."));
+  EXPECT_TRUE(Exists(bundle_) && Exists(blob_));
 }
 
 TEST_F(DecompressLZMATest, MalformedBlob) {
@@ -253,7 +348,7 @@ TEST_F(DecompressLZMATest, MalformedBlob) {
   EXPECT_EQ(0, Decompress());
   EXPECT_THAT(
       g_events,
-      ElementsAre(outputLine_, inputLine_, "read " + blob_ + " (bundle gone, blob present)",
+      ElementsAre(outputLine_, inputLine_, "read locked " + blob_ + " (bundle gone, blob present)",
                   "dismantle source", "free source",
                   "[1] ERROR: The payload blob is malformed: the name is empty at byte 4294967303.",
                   "write absent " + bundle_ + " (bundle gone, blob present)", "free absent"));
@@ -281,16 +376,41 @@ TEST_F(DecompressLZMATest, SinkThatReportsFailureIsHeard) {
   EXPECT_FALSE(Exists(blob_)) << "the blob goes whether or not writing succeeded";
 }
 
+TEST_F(DecompressLZMATest, WhatTheSinkCouldNotWriteIsLogged) {
+  struct {
+    const char* path;
+    std::string shown;
+  } const cases[] = {{"/a/b", "/a/b"},
+                     {"/V\xC3\xB6l", "/V\xC3\xB6l"},
+                     {"/\xF6", "/\xC3\xB6"},
+                     {"/a\nb\x7F", "/a?b?"},
+                     {nullptr, bundle_}};
+  for (const auto& [path, shown] : cases) {
+    g_events.clear();
+    LayBlob();
+    s_failedEntries = 3;
+    s_failedPath = path;
+    EXPECT_EQ(0, Decompress());
+    std::vector<std::string> expected = FullRun();
+    expected.insert(expected.end() - 1,
+                    {"[1] Error writing file: '" + shown + "'.",
+                     "[1] ERROR: 3 of 12 entries of the payload could not be written: No space "
+                     "left on device."});
+    EXPECT_EQ(expected, g_events);
+    EXPECT_FALSE(Exists(blob_));
+  }
+}
+
 TEST_F(DecompressLZMATest, PathsAreUTF8) {
   root_ = folder_ / "V\xC3\xB6l 漢字 100%@";
-  const std::string bundle = root_ + kBundlePath;
+  const std::string bundle = s_bundle = root_ + kBundlePath;
   std::filesystem::create_directories(std::filesystem::path(bundle).parent_path());
   WriteWholeFile(bundle + ".lzma", "blob");
   EXPECT_EQ(0, Decompress());
   EXPECT_THAT(g_events,
               ElementsAre("[3] Compression Output Path: '" + bundle + "'.",
                           "[3] Compression Input Path: '" + bundle + ".lzma'.",
-                          "read " + bundle + ".lzma (bundle gone, blob present)",
+                          "read locked " + bundle + ".lzma (bundle gone, blob present)",
                           "dismantle source", "free source",
                           "write tree " + bundle + " (bundle gone, blob present)", "free tree"));
   EXPECT_FALSE(Exists(bundle + ".lzma"));

@@ -139,6 +139,29 @@ TEST_F(KPIMLoggerTest, StampIsInTheLocalTimeZone) {
   EXPECT_LE(logged, after);
 }
 
+/// The moment that the tests' clock shows, in seconds since 1970.
+NSTimeInterval s_now;
+
+id Now(id /*self*/, SEL /*selector*/) { return [NSDate dateWithTimeIntervalSince1970:s_now]; }
+
+TEST_F(KPIMLoggerTest, StampsOfFixedMoments) {
+  const ScopedTimeZone zone("UTC");
+  const ScopedMethodReplacement now([NSDate class], @selector(date), (IMP)Now,
+                                    ScopedMethodReplacement::kClassMethod);
+  const std::pair<NSTimeInterval, const char*> kMoments[] = {
+      // The last week of a year, of which the next year's first week has a part.
+      {1546229106, "2018-12-31 04:05:06 +0000 [E] x\n"},
+      {1478469849, "2016-11-06 22:04:09 +0000 [E] x\n"},
+      {951782400, "2000-02-29 00:00:00 +0000 [E] x\n"},
+  };
+  for (const auto& [moment, line] : kMoments) {
+    s_now = moment;
+    [Open() logTimeStampedString:@"x" withLoggingLevel:1];
+    EXPECT_EQ(line, ReadWholeFile(file_));
+    std::filesystem::remove(file_);
+  }
+}
+
 NSLocale* BuddhistLocale(id /*self*/, SEL /*selector*/) {
   return [[[NSLocale alloc] initWithLocaleIdentifier:@"th_TH@calendar=buddhist;numbers=thai"]
       autorelease];

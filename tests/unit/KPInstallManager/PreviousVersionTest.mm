@@ -71,6 +71,11 @@ TEST_F(PreviousVersionTest, FolderInItsPlaceIsAbsent) {
   EXPECT_EQ("(absent)", Version());
 }
 
+TEST_F(PreviousVersionTest, FIFOInItsPlaceIsNotWaitedFor) {
+  ASSERT_EQ(0, mkfifo(file_.c_str(), 0600));
+  EXPECT_EQ("(absent)", Version());
+}
+
 TEST_F(PreviousVersionTest, MissingFileIsNotRead) {
   g_events.clear();
   EXPECT_EQ(nil, ReadPreviousVersion(String(root_)));
@@ -109,33 +114,27 @@ TEST_F(PreviousVersionTest, RelativeRoot) {
   std::filesystem::current_path(before);
 }
 
-constexpr char kOnTheBootVolume[] = "/Library/Application Support/Velmora/previous_version.txt";
+/// What is read of the file at the URL, which must be the test's.
+ScopedMethodReplacement* s_contents;
+std::string s_file;
 
-BOOL FileExists(id /*self*/, SEL /*selector*/, NSString* path) {
-  return Text(path) == kOnTheBootVolume;
-}
-
-/// What the tests' boot volume holds in its previous-version file.
-NSString* Contents(id /*self*/, SEL /*selector*/, NSURL* url, NSStringEncoding encoding,
-                   NSError** error) {
+NSString* Contents(id self, SEL selector, NSURL* url, NSStringEncoding encoding, NSError** error) {
   EXPECT_THAT(g_events, ElementsAre(kReading)) << "logged before it is read";
   EXPECT_TRUE([url isFileURL]);
-  EXPECT_EQ(kOnTheBootVolume, Text([url path]));
+  EXPECT_EQ(s_file, Text([url path]));
   EXPECT_EQ(NSUTF8StringEncoding, encoding);
   EXPECT_EQ(nullptr, error);
-  return @"32.0.0.255\n";
+  return reinterpret_cast<NSString* (*)(id, SEL, NSURL*, NSStringEncoding, NSError**)>(
+      s_contents->original())(self, selector, url, encoding, error);
 }
 
-TEST_F(PreviousVersionTest, OnTheBootVolume) {
-  const ScopedMethodReplacement exists(object_getClass([NSFileManager defaultManager]),
-                                       @selector(fileExistsAtPath:), (IMP)FileExists);
-  const ScopedMethodReplacement contents([NSString class],
-                                         @selector(stringWithContentsOfURL:encoding:error:),
-                                         (IMP)Contents, ScopedMethodReplacement::kClassMethod);
-  for (const char* root : {"/", ""}) {
-    root_ = root;
-    EXPECT_EQ("32.0.0.255", Version());
-  }
+TEST_F(PreviousVersionTest, IsLoggedThenReadAsUTF8ThroughAURL) {
+  ScopedMethodReplacement contents([NSString class],
+                                   @selector(stringWithContentsOfURL:encoding:error:),
+                                   (IMP)Contents, ScopedMethodReplacement::kClassMethod);
+  s_contents = &contents;
+  s_file = file_;
+  EXPECT_EQ("32.0.0.255", VersionIn("32.0.0.255"));
 }
 
 }  // namespace

@@ -35,6 +35,21 @@ TEST_F(FolderWalkTest, ReturnsToTheWorkingDirectory) {
   EXPECT_EQ(before_, fs::current_path());
 }
 
+TEST_F(FolderWalkTest, LeavesNoDescriptorOpen) {
+  const int before = dup(0);
+  close(before);
+  {
+    FolderWalk walk;
+    ASSERT_TRUE(walk.Start(folder_.Path().c_str()));
+    ASSERT_TRUE(walk.EnterEach("outer/inner"));
+    EXPECT_FALSE(walk.Enter("missing"));
+    EXPECT_FALSE(walk.Enter("file"));
+  }
+  const int after = dup(0);
+  close(after);
+  EXPECT_EQ(before, after);
+}
+
 TEST_F(FolderWalkTest, StartFollowsLinksAndEnterDoesNot) {
   FolderWalk walk;
   ASSERT_TRUE(walk.Start((folder_ / "link").c_str()));
@@ -68,7 +83,9 @@ TEST_F(FolderWalkTest, EntersEachComponentOfAPath) {
   ASSERT_TRUE(walk.EnterEach("//outer//inner/"));
   EXPECT_EQ(fs::canonical(folder_ / "outer/inner"), fs::current_path());
   EXPECT_TRUE(walk.EnterEach(""));
-  EXPECT_FALSE(walk.EnterEach(std::string(300, 'n').c_str()));
+  fs::create_directory(std::string(255, 'n'));
+  EXPECT_TRUE(walk.EnterEach(std::string(255, 'n').c_str()));
+  EXPECT_FALSE(walk.EnterEach(std::string(256, 'n').c_str()));
   EXPECT_EQ(ENAMETOOLONG, errno);
 }
 

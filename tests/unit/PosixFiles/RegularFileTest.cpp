@@ -96,4 +96,13 @@ TEST_F(RegularFileTest, WhatIsNoRegularFile) {
   EXPECT_EQ(ENOTSUP, Open(O_RDONLY));
 }
 
+TEST_F(RegularFileTest, IsRegularFile) {
+  EXPECT_FALSE(IsRegularFile(file_.c_str()));
+  WriteWholeFile(other_, "");
+  ASSERT_EQ(0, symlink("other", file_.c_str()));
+  EXPECT_TRUE(IsRegularFile(file_.c_str()));
+  EXPECT_FALSE(IsRegularFile(folder_.Path().c_str()));
+  EXPECT_FALSE(IsRegularFile("/dev/zero"));
+}
+
 }  // namespace

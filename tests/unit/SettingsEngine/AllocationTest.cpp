@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <new>
+#include <string>
 
 #include "player/ControlPanel/Common/SMConfigFileManager.h"
 #include "player/ControlPanel/Common/SMMultiMap.h"
 #include "player/ControlPanel/Common/SMPointerVector.h"
 #include "player/ControlPanel/Common/SMShared.h"
 #include "player/ControlPanel/Common/SMString.h"
+#include "tests/unit/support/TemporaryFolder.h"
 
 namespace {
 
@@ -32,6 +34,10 @@ struct Watch {
   int allocationsBefore[kCapacity];
   /// Makes every allocation throw.
   bool isOutOfMemory = false;
+  /// Allocations that succeed before every one throws; none does while it is negative.
+  int allocationsLeft = -1;
+  /// Arrays and objects that are allocated and not released.
+  int held = 0;
 
   static Watch* sCurrent;
 };
@@ -39,7 +45,13 @@ Watch* Watch::sCurrent = nullptr;
 
 void* Allocate(size_t size) {
   Watch* watch = Watch::sCurrent;
-  if (watch != nullptr && watch->isOutOfMemory) throw std::bad_alloc();
+  if (watch != nullptr && (watch->isOutOfMemory || watch->allocationsLeft == 0)) {
+    throw std::bad_alloc();
+  }
+  if (watch != nullptr) {
+    ++watch->held;
+    watch->allocationsLeft -= watch->allocationsLeft > 0 ? 1 : 0;
+  }
   if (watch != nullptr && watch->allocationCount < Watch::kCapacity) {
     watch->sizes[watch->allocationCount++] = size;
   }
@@ -50,6 +62,9 @@ void* Allocate(size_t size) {
 
 void Release(void* bytes) {
   Watch* watch = Watch::sCurrent;
+  if (bytes != nullptr && watch != nullptr) {
+    --watch->held;
+  }
   if (bytes != nullptr && watch != nullptr && watch->releaseCount < Watch::kCapacity) {
     watch->allocationsBefore[watch->releaseCount] = watch->allocationCount;
     watch->released[watch->releaseCount++] = bytes;
@@ -284,6 +299,67 @@ TEST(Allocation, ConfigFileManagerReleasesItsPathThenItsSettingsThenItself) {
   for (int index = 0; index < 8; ++index) {
     EXPECT_EQ(watch.released[index], expected[index]) << index;
   }
+}
+
+TEST(Allocation, ReadWithoutMemoryKeepsNothingAndLosesNothing) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "rks.cfg";
+  const std::string content = "a=1\nlong=" + std::string(3000, 'x') + "\nb=\n";
+  WriteWholeFile(path, content);
+  const SimpleString enginePath(path.c_str());
+  bool hasThrown = true;
+  int allowed = 0;
+  for (; hasThrown; ++allowed) {
+    hasThrown = false;
+    Watch watch;
+    watch.allocationsLeft = allowed;
+    try {
+      const ConfigFileManager manager(enginePath);
+    } catch (const std::bad_alloc&) {
+      hasThrown = true;
+    }
+    Watch::Stop();
+    EXPECT_EQ(watch.held, 0) << "after " << allowed << " allocations";
+  }
+  EXPECT_GT(allowed, 20);
+  EXPECT_EQ(ReadWholeFile(path), content);
+}
+
+TEST(Allocation, SettingsOfAReloadWithoutMemoryAreNotWritten) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "rks.cfg";
+  WriteWholeFile(path, "a=1\n");
+  ConfigFileManager manager(SimpleString(path.c_str()));
+  const std::string content = "a=2\nb=" + std::string(3000, 'x') + "\n";
+  WriteWholeFile(path, content);
+  bool hasThrown = false;
+  {
+    Watch watch;
+    watch.allocationsLeft = 12;
+    try {
+      manager.ReloadSettingsFile();
+    } catch (const std::bad_alloc&) {
+      hasThrown = true;
+    }
+  }
+  EXPECT_TRUE(hasThrown);
+  EXPECT_FALSE(manager.UpdateSettingsFile());
+  EXPECT_EQ(ReadWholeFile(path), content);
+  EXPECT_TRUE(manager.ReloadSettingsFile());
+  EXPECT_TRUE(manager.UpdateSettingsFile());
+  EXPECT_EQ(ReadWholeFile(path), content);
+}
+
+TEST(Allocation, WriteNeedsNoMemoryOfTheEngine) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "rks.cfg";
+  WriteWholeFile(path, "a = 1\n");
+  ConfigFileManager manager(SimpleString(path.c_str()));
+  Watch watch;
+  watch.isOutOfMemory = true;
+  EXPECT_TRUE(manager.UpdateSettingsFile());
+  Watch::Stop();
+  EXPECT_EQ(ReadWholeFile(path), "a=1\n");
 }
 
 }  // namespace

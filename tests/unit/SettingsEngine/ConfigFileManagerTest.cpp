@@ -1,14 +1,17 @@
 #include "player/ControlPanel/Common/SMConfigFileManager.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stddef.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <iterator>
 #include <memory>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -150,15 +153,108 @@ TEST_F(ConfigFileManagerTest, OnlyTheWholeUtf16MarksCount) {
   EXPECT_EQ(Read("x\xFF\xFE=1").mEncoding, 0);
 }
 
-TEST_F(ConfigFileManagerTest, PipeIsNotRead) {
+/// What is no regular file, one of each kind, by its path. None of them may be waited for.
+std::vector<std::string> NotRegularFiles(const TemporaryFolder& folder) {
+  const std::string pipe = folder / "pipe";
+  const std::string link = folder / "link to the pipe";
+  EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  std::filesystem::create_symlink(pipe, link);
+  return {pipe, link, folder.Path().string(), "/dev/zero", "/dev/null", "/dev/tty"};
+}
+
+TEST_F(ConfigFileManagerTest, WhatIsNoRegularFileIsNotRead) {
+  for (const std::string& path : NotRegularFiles(mFolder)) {
+    ConfigFileManager& manager = Open(path);
+    EXPECT_EQ(manager.mEncoding, -1) << path;
+    EXPECT_EQ(SettingsOf(manager), Settings{}) << path;
+    EXPECT_FALSE(manager.ReadSettingsFile()) << path;
+  }
+}
+
+TEST_F(ConfigFileManagerTest, PipeWithAWriterIsNotRead) {
   ASSERT_EQ(mkfifo(mPath.c_str(), 0600), 0);
-  ConfigFileManager& manager = Open("");
-  manager.mPath = SimpleString(mPath.c_str());
-  std::thread writer([this] { WriteWholeFile(mPath, "long=1\nb=2\n"); });
-  EXPECT_FALSE(manager.ReadSettingsFile()) << "what it read to find a mark is lost";
-  writer.join();
-  EXPECT_EQ(manager.mEncoding, 0) << "what it found";
-  EXPECT_EQ(SettingsOf(manager), Settings{});
+  const int both = open(mPath.c_str(), O_RDWR);
+  ASSERT_GE(both, 0);
+  EXPECT_EQ(write(both, "long=1\nb=2\n", 11), 11);
+  EXPECT_EQ(SettingsOf(Open(mPath)), Settings{});
+  Update(*mManager, "a", "1");
+  EXPECT_FALSE(mManager->UpdateSettingsFile());
+  char found[32];
+  EXPECT_EQ(read(both, found, sizeof found), 11) << "as it was";
+  close(both);
+}
+
+TEST_F(ConfigFileManagerTest, WhatIsNoRegularFileIsNotWritten) {
+  for (const std::string& path : NotRegularFiles(mFolder)) {
+    ConfigFileManager& manager = Open(path);
+    Update(manager, "a", "1");
+    EXPECT_FALSE(manager.UpdateSettingsFile()) << path;
+  }
+}
+
+TEST_F(ConfigFileManagerTest, LinkToARegularFileIsReadAndWritten) {
+  const std::string link = mFolder / "link";
+  std::filesystem::create_symlink("rks.cfg", link);
+  WriteWholeFile(mPath, "a = 1\n");
+  EXPECT_EQ(SettingsOf(Open(link)), (Settings{{"a", "1"}}));
+  EXPECT_TRUE(mManager->UpdateSettingsFile());
+  EXPECT_EQ(ReadWholeFile(mPath), "a=1\n");
+}
+
+// ---- What is too large
+
+constexpr size_t kTail = 8'000'000;
+
+/// A line of `length` bytes, then `count` lines whose blank value takes its tail.
+std::string FileWithTails(size_t length, int count) {
+  std::string file = "#" + std::string(length, 'x') + "\n";
+  for (int number = 0; number < count; ++number) {
+    file += std::to_string(number) + "=\n";
+  }
+  return file;
+}
+
+TEST_F(ConfigFileManagerTest, TailsThatAskForMoreThanThereMayBeAreRefused) {
+  const std::string file = FileWithTails(kTail, 40);
+  ConfigFileManager& manager = Read(file);
+  EXPECT_FALSE(manager.ReadSettingsFile());
+  Update(manager, "a", "1");
+  EXPECT_FALSE(manager.UpdateSettingsFile());
+  EXPECT_EQ(ReadWholeFile(mPath), file) << "nothing is lost";
+}
+
+TEST_F(ConfigFileManagerTest, TailsThatThereIsRoomForAreReadAndWritten) {
+  const std::string file = FileWithTails(kTail, 24);
+  ConfigFileManager& manager = Read(file);
+  EXPECT_TRUE(manager.ReadSettingsFile());
+  EXPECT_EQ(ValueOf(manager, "0").size(), kTail - 2);
+  EXPECT_TRUE(manager.UpdateSettingsFile());
+  EXPECT_GT(std::filesystem::file_size(mPath), 23 * kTail);
+}
+
+class FileOfMoreThan256Megabytes : public ConfigFileManagerTest,
+                                   public testing::WithParamInterface<const char*> {};
+
+TEST_P(FileOfMoreThan256Megabytes, IsRefused) {
+  // Sparse: the rest of it is one line of zeros.
+  const std::string start = GetParam();
+  WriteWholeFile(mPath, start);
+  constexpr uintmax_t kSize = 300'000'000;
+  std::filesystem::resize_file(mPath, kSize);
+  ConfigFileManager& manager = Open(mPath);
+  Update(manager, "b", "2");
+  EXPECT_FALSE(manager.UpdateSettingsFile());
+  EXPECT_EQ(std::filesystem::file_size(mPath), kSize);
+}
+
+INSTANTIATE_TEST_SUITE_P(InLines, FileOfMoreThan256Megabytes,
+                         testing::Values("", "a=1\n", "a=1\nlong="));
+
+TEST_F(ConfigFileManagerTest, SmallerFileThatTakesThePlaceOfOneTooLargeIsWritten) {
+  ConfigFileManager& manager = Read(FileWithTails(kTail, 40));
+  WriteWholeFile(mPath, "a=1\n");
+  EXPECT_TRUE(manager.ReloadSettingsFile());
+  EXPECT_TRUE(manager.UpdateSettingsFile());
 }
 
 /// How many files this process has open.
@@ -173,12 +269,11 @@ TEST_F(ConfigFileManagerTest, FileIsClosedAfterEachKindOfRead) {
     Read(content);
     EXPECT_EQ(OpenFileCount(), before) << testing::PrintToString(content);
   }
-  std::filesystem::remove(mPath);
-  ASSERT_EQ(mkfifo(mPath.c_str(), 0600), 0);
-  std::thread writer([this] { WriteWholeFile(mPath, "long=1\n"); });
-  Open(mPath);
-  writer.join();
-  EXPECT_EQ(OpenFileCount(), before) << "a pipe";
+  for (const std::string& path : NotRegularFiles(mFolder)) {
+    Update(Open(path), "a", "1");
+    EXPECT_FALSE(mManager->UpdateSettingsFile());
+    EXPECT_EQ(OpenFileCount(), before) << path;
+  }
 }
 
 TEST_F(ConfigFileManagerTest, FileIsClosedAfterAWrite) {
@@ -506,8 +601,15 @@ TEST_F(ConfigFileManagerTest, WriteTruncatesInPlace) {
 
 TEST_F(ConfigFileManagerTest, ErrorsWhileWritingGoUnreported) {
   ConfigFileManager& manager = Read("a=1\n");
-  manager.mPath = SimpleString("/dev/full");
+  rlimit before;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit none = {0, before.rlim_max};
+  const auto handler = signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
   EXPECT_TRUE(manager.UpdateSettingsFile());
+  EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  (void)signal(SIGXFSZ, handler);
+  EXPECT_EQ(ReadWholeFile(mPath), "");
 }
 
 TEST_F(ConfigFileManagerTest, ProcessSettingsForWriteWritesAtTheCurrentPosition) {

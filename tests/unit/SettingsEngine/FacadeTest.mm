@@ -48,9 +48,12 @@ class FacadeTest : public testing::Test {
 };
 
 /// A string with half of a surrogate pair: no UTF-8 text says the same.
+/// +stringWithCharacters:length: returns nil for it on Linux.
 NSString* Unpaired() {
-  const unichar characters[] = {'a', 0xD800, 'b'};
-  return [NSString stringWithCharacters:characters length:3];
+  NSString* text = [NSString stringWithFormat:@"a%Cb", static_cast<unichar>(0xD800)];
+  EXPECT_EQ([text length], 3U);
+  EXPECT_EQ([text characterAtIndex:1], 0xD800);
+  return text;
 }
 
 NSString* WithNul(char before, char after) {
@@ -188,7 +191,10 @@ TEST_F(FacadeTest, NilAndUnpairedTextChangeNothing) {
   [settings setValue:@"2" forKey:kMissingPath];
   [settings setValue:Unpaired() forKey:@"a"];
   [settings setValue:@"2" forKey:Unpaired()];
-  [settings setValue:[[Unpaired() mutableCopy] autorelease] forKey:@"a"];
+  NSMutableString* mutableText = [NSMutableString string];
+  [mutableText appendFormat:@"%C", static_cast<unichar>(0xD800)];
+  EXPECT_EQ([mutableText length], 1U);
+  [settings setValue:mutableText forKey:@"a"];
   EXPECT_EQ([[settings allKeys] count], 1U);
   EXPECT_TRUE([[settings valueForKey:@"a"] isEqualToString:@"1"]);
 }

@@ -320,6 +320,17 @@ TEST_F(KPIMDownloadTest, AnExistingDirectoryGetsTheFile) {
   EXPECT_FALSE(std::filesystem::exists(File())) << "not before the first chunk";
 }
 
+TEST_F(KPIMDownloadTest, PathOutlivesTheDownload) {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  MakeWithFile();
+  [pool release];
+  NSString* path = [download_ getDownloadPath];
+  EXPECT_EQ(2u, [path retainCount]) << "the download's, and the pool's";
+  [download_ release];
+  download_ = nil;
+  EXPECT_EQ(File(), Text(path));
+}
+
 TEST_F(KPIMDownloadTest, AMissingDirectoryIsLoggedAndMemoryUsedInstead) {
   Make(true, String(folder_ / "missing"), @"body");
   EXPECT_EQ(nil, [download_ getDownloadPath]);
@@ -406,6 +417,73 @@ TEST_F(KPIMDownloadTest, AsynchronousModeConnects) {
   [download_ release];
   download_ = nil;
   EXPECT_EQ(0, network_.connections());
+}
+
+// ---- A bound on the body
+
+constexpr char kTooLong[] = "[E] ERROR: URL download failed: The reply is longer than 4 bytes.";
+
+TEST_F(KPIMDownloadTest, BodyWithinTheBoundArrives) {
+  Make(true);
+  [download_ setMostBytes:4];
+  EXPECT_TRUE([download_ startDownload]);
+  Respond(4);
+  Receive("bo");
+  Receive("dy");
+  Finish();
+  EXPECT_EQ("body", Bytes([download_ downloadedData]));
+}
+
+TEST_F(KPIMDownloadTest, BodyBeyondTheBoundIsGivenUpAsItArrives) {
+  MakeWithFile();
+  [download_ setMostBytes:4];
+  EXPECT_TRUE([download_ startDownload]);
+  Respond(-1);
+  Receive("bod");
+  Receive("ies");
+  EXPECT_EQ(1, network_.cancelled());
+  EXPECT_THAT(receiver_->events, ElementsAre("progress", "fail"));
+  EXPECT_EQ("bod", ReadWholeFile(File()));
+  Receive("more");
+  EXPECT_THAT(receiver_->events, ElementsAre("progress", "fail")) << "once";
+  EXPECT_THAT(Log(), ElementsAre(kTooLong));
+  EXPECT_FALSE([download_ startDownload]);
+}
+
+TEST_F(KPIMDownloadTest, AnnouncedLengthBeyondTheBoundIsGivenUpAtOnce) {
+  Make(true);
+  [download_ setMostBytes:4];
+  EXPECT_TRUE([download_ startDownload]);
+  Respond(5);
+  EXPECT_EQ(1, network_.cancelled());
+  EXPECT_THAT(receiver_->events, ElementsAre("fail"));
+  EXPECT_THAT(Log(), ElementsAre(kTooLong));
+}
+
+TEST_F(KPIMDownloadTest, BoundIsOfTheLastResponse) {
+  Make(true);
+  [download_ setMostBytes:4];
+  EXPECT_TRUE([download_ startDownload]);
+  Respond(-1);
+  Receive("here");
+  Respond(-1);
+  Receive("body");
+  Finish();
+  EXPECT_EQ("body", Bytes([download_ downloadedData]));
+}
+
+TEST_F(KPIMDownloadTest, ReceiverMayReleaseADownloadThatIsGivenUp) {
+  [receiver_ release];
+  auto* receiver = [[ReleasingReceiver alloc] init];
+  receiver_ = receiver;
+  receiver->when = "fail";
+  Make(true);
+  receiver->download = download_;
+  [download_ setMostBytes:4];
+  EXPECT_TRUE([download_ startDownload]);
+  Respond(5);
+  download_ = nil;
+  EXPECT_THAT(receiver->events, ElementsAre("fail"));
 }
 
 TEST_F(KPIMDownloadTest, BodyGoesIntoMemoryAndIntoTheFile) {

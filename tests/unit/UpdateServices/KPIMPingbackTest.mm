@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "shared/platform/mac/LanguageMapping.h"
+#include "shared/platform/posix/RegularFile.h"
 #include "shared/platform/posix/Removal.h"
 #include "tests/unit/UpdateServices/ConnectionRecorder.h"
 #include "tests/unit/support/ScopedMethodReplacement.h"
@@ -40,6 +41,7 @@ const char* s_language;
 bool s_languageRaises;
 bool s_switchFails;
 bool s_removalFails;
+bool s_vectorIsRegular;
 std::vector<std::string> s_events;
 bool s_isArmed;
 
@@ -103,6 +105,17 @@ RemovalResult RemoveFileOrEmptyFolder(const char* root, const char* path) {
   return {0, 0};
 }
 
+bool IsRegularFile(const char* path) {
+  EXPECT_STREQ(kVectorFile, path);
+  return s_vectorIsRegular;
+}
+
+int OpenRegularFile(const char* path, int /*flags*/, mode_t /*mode*/, FileNames /*names*/,
+                    struct stat* /*status*/) {
+  ADD_FAILURE() << path << " is not opened";
+  return -1;
+}
+
 RemovalResult RemoveTree(const char* /*root*/, const char* path) {
   ADD_FAILURE() << path << " is not removed with what is in it";
   return {0, 0};
@@ -145,6 +158,7 @@ class KPIMPingbackTest : public testing::Test {
                 {"hw.optional.x86_64", {0, 1}},
                 {"hw.optional.64bitops", {0, 1}}};
     s_files.clear();
+    s_vectorIsRegular = true;
     s_systemVersion = [NSDictionary dictionaryWithObject:@"10.9.5" forKey:@"ProductVersion"];
     s_language = "en";
     s_languageRaises = false;
@@ -277,6 +291,9 @@ TEST_F(KPIMPingbackTest, VectorFileStandsAsItIs) {
   EXPECT_EQ("", Text([KPIMPingback _getInstallVector]));
   s_files[kVectorFile] = nil;
   EXPECT_EQ("(absent)", Text([KPIMPingback _getInstallVector])) << "it cannot be read";
+  s_files[kVectorFile] = @"7";
+  s_vectorIsRegular = false;
+  EXPECT_EQ("(absent)", Text([KPIMPingback _getInstallVector])) << "a FIFO is not waited for";
   EXPECT_THAT(s_events, IsEmpty());
 }
 

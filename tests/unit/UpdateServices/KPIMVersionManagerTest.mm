@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <objc/runtime.h>
 
+#include <cstring>
+
 #include "tests/unit/KPInstallManager/RecordingLogger.h"
 #include "tests/unit/UpdateServices/ConnectionRecorder.h"
 #include "tests/unit/support/ScopedMethodReplacement.h"
@@ -223,6 +225,32 @@ TEST_F(KPIMVersionManagerTest, SecondRequestLeavesTheFirstDownload) {
 TEST_F(KPIMVersionManagerTest, HearsOfNoProgress) {
   const id<KPIMDownloadProgressReceiver> receiver = manager_;
   EXPECT_FALSE([receiver respondsToSelector:@selector(downloadDidProgress:)]);
+}
+
+// ---- A description that is too long
+
+constexpr size_t kMostBytes = 8 * 1024 * 1024;
+
+TEST_F(KPIMVersionManagerTest, LongestDescriptionIsRead) {
+  Request();
+  Answer(kExample + std::string(kMostBytes - strlen(kExample), ' '));
+  EXPECT_EQ(2, [manager_ downloadState]);
+  EXPECT_THAT(Events(), ElementsAre(kPosted));
+}
+
+TEST_F(KPIMVersionManagerTest, LongerDescriptionIsGivenUpAsItArrives) {
+  Request();
+  Respond();
+  Receive(kExample + std::string(kMostBytes - strlen(kExample), ' '));
+  EXPECT_EQ(0, network_.cancelled());
+  Receive(" ");
+  EXPECT_EQ(1, network_.cancelled());
+  EXPECT_EQ(4, [manager_ downloadState]);
+  EXPECT_EQ(nil, [manager_ XMLVersionString]);
+  EXPECT_THAT(Events(),
+              ElementsAre("[1] ERROR: URL download failed: The reply is longer than 8388608 bytes.",
+                          "[1] ERROR: Failed to download version XML.",
+                          testing::StartsWith("posted in state 4: ")));
 }
 
 // ---- The answer

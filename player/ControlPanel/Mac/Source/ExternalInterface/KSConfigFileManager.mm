@@ -2,12 +2,24 @@
 
 #import "player/ControlPanel/Mac/Source/ExternalInterface/NSString+SimpleString.h"
 
+namespace {
+
+/// `string` in UTF-8, up to its first NUL, for as long as the autorelease pool holds it. Null for
+/// nil and for half of a surrogate pair, for which -UTF8String may raise.
+const char* UTF8Text(NSString* string) {
+  return [string canBeConvertedToEncoding:NSUTF8StringEncoding] ? [string UTF8String] : nullptr;
+}
+
+}  // namespace
+
 @implementation KSConfigFileManager
 
 - (id)initWithConfigFile:(NSString*)path {
   self = [super init];
-  if (self == nil) return nil;
-  mConfigFileManager = new SASM::ConfigFileManager(SASM::SimpleString([path UTF8String]));
+  if (self == nil) {
+    return nil;
+  }
+  mConfigFileManager = new SASM::ConfigFileManager(SASM::SimpleString(UTF8Text(path)));
   return self;
 }
 
@@ -18,7 +30,10 @@
 
 - (NSArray*)allKeys {
   SASM::StringVector* keyList = mConfigFileManager->CreateListOfAllKeys();
-  if (keyList == nullptr) return nil;
+  // Untested: the list is made with new, and never null.
+  if (keyList == nullptr) {
+    return nil;
+  }
 
   NSMutableArray* keys = [NSMutableArray arrayWithCapacity:keyList->mCount];
   for (unsigned int index = 0; index < keyList->mCount; ++index) {
@@ -30,19 +45,24 @@
 }
 
 - (NSString*)valueForKey:(NSString*)key {
-  const SASM::SimpleString value =
-      mConfigFileManager->ValueForKey(SASM::SimpleString([key UTF8String]));
+  const char* keyText = UTF8Text(key);
+  if (keyText == nullptr) {
+    return @"";
+  }
+  const SASM::SimpleString value = mConfigFileManager->ValueForKey(SASM::SimpleString(keyText));
   return [NSString stringWithSimpleString:&value];
 }
 
 - (BOOL)boolValue:(NSString*)string {
-  return SASM::SimpleString([string UTF8String]).boolValue();
+  return SASM::SimpleString(UTF8Text(string)).boolValue();
 }
 
 - (void)setValue:(NSString*)value forKey:(NSString*)key {
-  char const* valueText = [value UTF8String];
-  char const* keyText = [key UTF8String];
-  if (valueText == nullptr || keyText == nullptr) return;
+  const char* valueText = UTF8Text(value);
+  const char* keyText = UTF8Text(key);
+  if (valueText == nullptr || keyText == nullptr) {
+    return;
+  }
   mConfigFileManager->UpdateSetting(SASM::SimpleString(keyText), SASM::SimpleString(valueText));
 }
 

@@ -77,13 +77,15 @@ OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags fl
 
 /// Starts the tool at `pathToTool` as the superuser with the zero-terminated `arguments` behind its
 /// path, without a shell, in the same folder, and does not wait for it. Its standard input is
-/// empty, its standard error the caller's. Not the superuser oneself, polkit's pkexec(1) decides,
-/// which gives the tool its real path and an environment of pkexec's own; where `authorization`
-/// does not allow to ask the user, it is only tried when polkit need not. `options` must be
-/// kAuthorizationFlagDefaults. On success `*communicationsPipe`, which the caller closes, reads
-/// what the tool writes to its standard output; when the pointer is NULL, the tool shares the
-/// caller's standard output. errAuthorizationToolExecuteFailure when there is no such program,
-/// errAuthorizationDenied or errAuthorizationCanceled when pkexec did not become the tool,
+/// empty, its standard error the caller's; /dev/null takes the place of a stream that is closed.
+/// From a superuser the tool gets only the environment variables that EnvironmentFilter.h trusts.
+/// For other users polkit's pkexec(1) decides, which gives the tool its real path and an
+/// environment of pkexec's own; where `authorization` does not allow to ask the user, it is only
+/// tried when polkit need not. `options` must be kAuthorizationFlagDefaults. On success
+/// `*communicationsPipe`, which the caller closes, reads what the tool writes to its standard
+/// output; when the pointer is NULL, the tool shares the caller's standard output.
+/// errAuthorizationToolExecuteFailure when there is no such program, errAuthorizationDenied or
+/// errAuthorizationCanceled when pkexec did not become the tool,
 /// errAuthorizationToolEnvironmentError for an ordinary user from whom /proc hides the processes of
 /// others. A caller that ignores SIGCHLD may be refused a tool that ended at once.
 OSStatus AuthorizationExecuteWithPrivileges(AuthorizationRef authorization, const char* pathToTool,

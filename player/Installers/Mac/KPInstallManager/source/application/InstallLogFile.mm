@@ -27,8 +27,7 @@ struct ConsoleUser {
 
 ConsoleUser CopyConsoleUser() {
   ConsoleUser console = {nil, kRoot, static_cast<gid_t>(-1)};
-  console.name =
-      (NSString*)SCDynamicStoreCopyConsoleUser(nullptr, &console.user, &console.group);
+  console.name = (NSString*)SCDynamicStoreCopyConsoleUser(nullptr, &console.user, &console.group);
   if ([console.name isEqualToString:@"loginwindow"]) {
     [console.name release];
     console.name = nil;

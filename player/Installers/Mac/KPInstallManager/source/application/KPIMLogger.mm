@@ -59,9 +59,13 @@ NSString* SessionStamp(NSString* format) {
 - (id)initWithPath:(NSString*)path {
   self = [super init];
   if (self == nil) {
+    // Untested: NSObject's init never returns nil.
     return nil;
   }
 
+  // Asked first: the class may need a descriptor for its start, and the log could take the last
+  // one.
+  (void)[NSFileHandle class];
   const int file = OpenInstallLogFile(path);
   if (file < 0) {
     [self autorelease];

@@ -1,6 +1,7 @@
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/PreviousVersion.h"
 
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/GlobalLogger.h"
+#include "shared/platform/posix/RegularFile.h"
 
 static NSString* const kPreviousVersionFile =
     @"/Library/Application Support/Velmora/previous_version.txt";
@@ -12,6 +13,10 @@ NSString* ReadPreviousVersion(NSString* installRoot) {
   }
   [g_logger logTimeStampedString:@"Reading previous version file"
                 withLoggingLevel:kLogLevelInformation];
+  // A FIFO would be waited for.
+  if (!IsRegularFile([path fileSystemRepresentation])) {
+    return nil;
+  }
   NSString* text = [NSString stringWithContentsOfURL:[NSURL fileURLWithPath:path]
                                             encoding:NSUTF8StringEncoding
                                                error:nullptr];

@@ -1,7 +1,7 @@
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/RunStage.h"
 
-#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/GlobalLogger.h"
 #include "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/CatchCxxExceptions.h"
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/GlobalLogger.h"
 
 namespace {
 

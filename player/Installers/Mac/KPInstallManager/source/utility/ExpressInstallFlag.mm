@@ -12,8 +12,6 @@ NSString* const kFlag = @"/tmp/KPExpressInstall.flag";
 
 }  // namespace
 
-bool IsExpressInstallFlagSet() {
-  return [[NSFileManager defaultManager] fileExistsAtPath:kFlag];
-}
+bool IsExpressInstallFlagSet() { return [[NSFileManager defaultManager] fileExistsAtPath:kFlag]; }
 
 void RemoveExpressInstallFlag() { (void)RemoveFileOrEmptyFolder(kFlagFolder, kFlagName); }

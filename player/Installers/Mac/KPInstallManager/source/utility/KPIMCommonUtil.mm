@@ -43,6 +43,7 @@ NSString* const kUnknownVersion = @"XX.y";
 
 + (NSString*)KorvelPlayerVersionBeingInstalled {
   if (sKorvelPlayerVersionBeingInstalled != nil) {
+    // Untested: nothing keeps an answer.
     return sKorvelPlayerVersionBeingInstalled;
   }
   id version = [[[NSBundle mainBundle] infoDictionary] objectForKey:@"CFBundleVersion"];
@@ -50,6 +51,7 @@ NSString* const kUnknownVersion = @"XX.y";
       [version isKindOfClass:[NSString class]] ? [version componentsSeparatedByString:@"."] : nil;
   switch ([components count]) {
     case 0:
+      // Untested: the first of these, as nothing keeps an answer.
       return sKorvelPlayerVersionBeingInstalled != nil ? sKorvelPlayerVersionBeingInstalled
                                                        : kUnknownVersion;
     case 1:

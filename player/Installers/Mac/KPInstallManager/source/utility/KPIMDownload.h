@@ -55,6 +55,7 @@ enum : int {
   bool m_keepDownloadedDataInMemory;
   KPIMLogger* m_logger;
   bool m_asyncModeOn;
+  unsigned long long m_mostBytes;
 }
 
 /// A download of `url` that has not started. `directory` and `filename` name the file to write;
@@ -68,10 +69,17 @@ enum : int {
          delegate:(id<KPIMDownloadProgressReceiver>)delegate
       asyncModeOn:(bool)asyncModeOn;
 
+/// Bounds the body, in bytes, in asynchronous mode; 0, as at first, for no bound. As soon as the
+/// server announces or sends more, the download is cancelled, with a line in the log, and the
+/// delegate's `downloadDidFail` is called.
+- (void)setMostBytes:(unsigned long long)mostBytes;
+
 /// Sends the request, past all caches, and removes the file of an earlier download. In asynchronous
-/// mode the server may be silent for 60 seconds at a time; in synchronous mode everything may take
-/// 60 seconds. Returns true when a request was sent, whatever comes of it; false, with a line in
-/// the log, when the server has answered an earlier one or that one has failed, even without an
+/// mode the server may be silent for 60 seconds at a time. In synchronous mode the call returns
+/// after 60 seconds at the latest on Linux, where it also fails for a body of more than 256 MiB; on
+/// macOS the server may be silent for 60 seconds at a time, and neither the time in all nor the
+/// body has a bound. Returns true when a request was sent, whatever comes of it; false, with a line
+/// in the log, when the server has answered an earlier one or that one has failed, even without an
 /// answer. An earlier one that is still unanswered is dropped for the new one.
 - (bool)startDownload;
 
@@ -82,7 +90,8 @@ enum : int {
 /// The body. In asynchronous mode nil, with a line in the log, unless the download is completed.
 - (NSData*)downloadedData;
 
-/// The file that is written, or nil.
+/// The path of the file that is written, or nil. Retained and autoreleased: it outlives the
+/// download.
 - (NSString*)getDownloadPath;
 
 @end

@@ -15,6 +15,7 @@ NSString* const kReadTooEarly =
     @"ERROR: attempt to access downloaded data before download was completed.";
 NSString* const kFileNotCreated = @"ERROR: Could not create file at path: %@";
 NSString* const kDownloadFailed = @"ERROR: URL download failed: %@";
+NSString* const kTooLarge = @"The reply is longer than %llu bytes.";
 
 NSString* const kNotStarted = @"Download state should be kDownloadStateStarted";
 NSString* const kKeptNowhere =
@@ -38,6 +39,7 @@ bool IsPlainName(NSString* name) {
 @interface KPIMDownload (Internal)
 
 - (void)_logError:(NSString*)message;
+- (bool)_giveUpBeyond:(unsigned long long)bytes;
 - (void)_writeChunk:(NSData*)chunk;
 - (void)_createFile;
 - (void)_closeFile;
@@ -54,6 +56,7 @@ bool IsPlainName(NSString* name) {
       asyncModeOn:(bool)asyncModeOn {
   self = [super init];
   if (self == nil) {
+    // Untested: NSObject's init never returns nil.
     return nil;
   }
   m_asyncModeOn = asyncModeOn;
@@ -88,6 +91,10 @@ bool IsPlainName(NSString* name) {
   [super dealloc];
 }
 
+- (void)setMostBytes:(unsigned long long)mostBytes {
+  m_mostBytes = mostBytes;
+}
+
 - (bool)startDownload {
   if (m_downloadState != kDownloadStateNotStarted) {
     [self _logError:kStartedTwice];
@@ -96,6 +103,7 @@ bool IsPlainName(NSString* name) {
   if (m_downloadPath != nil) {
     [[NSFileManager defaultManager] removeItemAtPathIfItExists:m_downloadPath error:nullptr];
   } else if (!m_keepDownloadedDataInMemory) {
+    // Untested: every initializer keeps the data in memory.
     return false;
   }
 
@@ -145,7 +153,7 @@ bool IsPlainName(NSString* name) {
 }
 
 - (NSString*)getDownloadPath {
-  return m_downloadPath;
+  return [[m_downloadPath retain] autorelease];
 }
 
 // ---- Delegate of the connection
@@ -154,16 +162,25 @@ bool IsPlainName(NSString* name) {
 
 - (void)connection:(NSURLConnection*)connection didReceiveResponse:(NSURLResponse*)response {
   (void)connection;
+  [[self retain] autorelease];
   // After a redirect a second response replaces what came before. The counter goes on.
   [m_data setLength:0];
-  m_bytesTotal = static_cast<unsigned long long>([response expectedContentLength]);
+  const long long length = [response expectedContentLength];
+  m_bytesTotal = static_cast<unsigned long long>(length);
   m_downloadState = kDownloadStateStarted;
+  if (length > 0) {
+    [self _giveUpBeyond:m_bytesTotal];
+  }
 }
 
 - (void)connection:(NSURLConnection*)connection didReceiveData:(NSData*)chunk {
   (void)connection;
   [[self retain] autorelease];
+  if ([self _giveUpBeyond:[m_data length] + [chunk length]]) {
+    return;
+  }
   [m_logger assert:m_downloadState == kDownloadStateStarted message:kNotStarted];
+  // Untested: the path, since the data is always kept in memory.
   [m_logger assert:m_keepDownloadedDataInMemory || m_downloadPath != nil message:kKeptNowhere];
   if (m_keepDownloadedDataInMemory) {
     [m_data appendData:chunk];
@@ -204,6 +221,19 @@ bool IsPlainName(NSString* name) {
 
 - (void)_logError:(NSString*)message {
   [m_logger logTimeStampedString:message withLoggingLevel:kLogLevelError];
+}
+
+/// Ends the download if a body of so many bytes is too long. Returns whether it is.
+- (bool)_giveUpBeyond:(unsigned long long)bytes {
+  if (m_mostBytes == 0 || bytes <= m_mostBytes) {
+    return false;
+  }
+  if ([self cancelDownload]) {
+    NSString* reason = [NSString stringWithFormat:kTooLarge, m_mostBytes];
+    [self _logError:[NSString stringWithFormat:kDownloadFailed, reason]];
+    [m_downloadDataReceiverDelegate downloadDidFail];
+  }
+  return true;
 }
 
 /// Appends `chunk` to the file, which the first chunk creates. Nothing is written to a file that

@@ -7,8 +7,11 @@
 @interface KP_DECOMP_KPIMPingback : NSObject
 
 /// Reports this installation to the vendor's download server. `previousVersion` is the version
-/// that was installed before, or nil. Blocks until the server has answered, 30 seconds at most;
-/// the answer and every failure are ignored.
+/// that was installed before, or nil. The answer and every failure are ignored.
+///
+/// Blocks until the server has answered. On Linux that takes 30 seconds at most, and an answer of
+/// more than 256 MiB ends it. On macOS the 30 seconds are idle time: they run again whenever the
+/// server is heard from, and the answer, which is kept in memory, has no bound.
 + (void)doPingbackWithPreviousVersion:(NSString*)previousVersion;
 
 @end

@@ -9,6 +9,7 @@
 #import "player/Installers/Mac/KPInstallManager/source/utility/ExpressInstallFlag.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/URLFromText.h"
 #include "shared/platform/mac/LanguageMapping.h"
+#include "shared/platform/posix/RegularFile.h"
 
 namespace {
 
@@ -149,9 +150,12 @@ void SendRequest(NSString* urlText) {
     return kExpressInstallVector;
   }
   if ([[NSFileManager defaultManager] fileExistsAtPath:kInstallVectorFile]) {
-    return [NSString stringWithContentsOfFile:kInstallVectorFile
-                                     encoding:NSUTF8StringEncoding
-                                        error:nullptr];
+    // A FIFO would be waited for.
+    return IsRegularFile([kInstallVectorFile fileSystemRepresentation])
+               ? [NSString stringWithContentsOfFile:kInstallVectorFile
+                                           encoding:NSUTF8StringEncoding
+                                              error:nullptr]
+               : nil;
   }
   return kDefaultInstallVector;
 }

@@ -56,7 +56,8 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 - (id)init;
 
 /// Asks for the version description of the player `kind`. To be called once per instance, on a
-/// thread whose run loop then runs in the default mode.
+/// thread whose run loop then runs in the default mode. A description of more than 8 MiB is given
+/// up as it arrives and counts as one that could not be fetched.
 - (void)sendVersionXMLRequestFor:(int)kind;
 
 /// 0 before the request, 1 after it, 2 when the answer has been read, whatever was in it, and 4

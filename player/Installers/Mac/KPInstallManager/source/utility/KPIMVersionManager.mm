@@ -21,6 +21,9 @@ NSString* const kPepperSuffix = @"_mac_pep.xml";
 NSString* const kPluginSuffix = @"_mac_pl.xml";
 NSString* const kLocaleKey = @"AutoUpdateXmlLocale";
 
+/// A description has a few hundred bytes. Nothing else bounds what a server sends.
+constexpr unsigned long long kMostBytes = 8ULL * 1024 * 1024;
+
 constexpr float kDefaultDialogWidth = 320;
 constexpr float kDefaultDialogHeight = 450;
 
@@ -73,6 +76,7 @@ void PostReceived() {
 - (id)init {
   self = [super init];
   if (self == nil) {
+    // Untested: NSObject's init never returns nil.
     return nil;
   }
   mXMLDownloadState = kDownloadStateNotStarted;
@@ -94,6 +98,7 @@ void PostReceived() {
                                          logger:[[self class] _logger]
                                        delegate:self
                                     asyncModeOn:true];
+  [mDownload setMostBytes:kMostBytes];
   [mDownload startDownload];
   mXMLDownloadState = kDownloadStateStarted;
 }

@@ -1,0 +1,60 @@
+# What ctest runs. A test has a name of the form AREA/SUBJECT, labels to choose it by, and a cost:
+# about the seconds that it takes, so that long ones begin first. GoogleTest and pytest leave their
+# results in KP_TEST_RESULTS/NAME.xml, where scripts/summarize_tests.py counts them.
+enable_testing()
+set(KP_TEST_RESULTS "${CMAKE_BINARY_DIR}/test-results")
+# Nothing in the tests measures time. A test that takes as long as this hangs.
+set(KP_TEST_TIMEOUT 1800)
+
+if(KP_SANITIZE)
+  # Both builds' tests can be part of one run.
+  set(KP_TEST_PREFIX "asan/")
+  set(KP_TEST_BUILD_LABELS asan)
+  # Leaks are told apart by their whole stacks, see lsan.supp.
+  set(KP_TEST_ENVIRONMENT
+    "ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0"
+    "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0"
+    "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1")
+endif()
+
+# kp_test(NAME LABELS label... [COST seconds] [LOCK name] [PROCESSORS number]
+#   [ENVIRONMENT variable=value...] COMMAND word...): one test of ctest. At most one test with the
+# same LOCK runs at a time.
+function(kp_test NAME)
+  cmake_parse_arguments(TEST "" "COST;LOCK;PROCESSORS" "LABELS;ENVIRONMENT;COMMAND" ${ARGN})
+  set(NAME "${KP_TEST_PREFIX}${NAME}")
+  list(APPEND TEST_LABELS ${KP_TEST_BUILD_LABELS})
+  list(APPEND TEST_ENVIRONMENT ${KP_TEST_ENVIRONMENT})
+  add_test(NAME "${NAME}" COMMAND ${TEST_COMMAND})
+  set_tests_properties("${NAME}" PROPERTIES
+    LABELS "${TEST_LABELS}"
+    ENVIRONMENT "${TEST_ENVIRONMENT}"
+    TIMEOUT ${KP_TEST_TIMEOUT})
+  foreach(PROPERTY COST PROCESSORS)
+    if(TEST_${PROPERTY})
+      set_tests_properties("${NAME}" PROPERTIES ${PROPERTY} ${TEST_${PROPERTY}})
+    endif()
+  endforeach()
+  if(TEST_LOCK)
+    set_tests_properties("${NAME}" PROPERTIES RESOURCE_LOCK "${TEST_LOCK}")
+  endif()
+endfunction()
+
+# kp_google_test(TARGET): the tests of one executable. Foundation writes into the home folder, so
+# each has one of its own.
+function(kp_google_test TARGET)
+  set(HOME "${CMAKE_BINARY_DIR}/tests/homes/${TARGET}")
+  file(MAKE_DIRECTORY "${HOME}")
+  kp_test(unit/${TARGET} LABELS unit ENVIRONMENT "HOME=${HOME}"
+    COMMAND ${TARGET} --gtest_brief=1
+      "--gtest_output=xml:${KP_TEST_RESULTS}/${KP_TEST_PREFIX}unit/${TARGET}.xml")
+endfunction()
+
+# kp_python_test(NAME [option of kp_test...] PYTEST word...): what pytest, which Debian's own Python has,
+# runs when it is given those words.
+function(kp_python_test NAME)
+  cmake_parse_arguments(PYTHON "" "" "PYTEST" ${ARGN})
+  kp_test("${NAME}" ${PYTHON_UNPARSED_ARGUMENTS} ENVIRONMENT PYTHONDONTWRITEBYTECODE=1
+    COMMAND /usr/bin/python3 -m pytest -q -p no:cacheprovider -o junit_family=xunit2
+      "--junit-xml=${KP_TEST_RESULTS}/${KP_TEST_PREFIX}${NAME}.xml" ${PYTHON_PYTEST})
+endfunction()

@@ -1,0 +1,51 @@
+// One finalizer at a time: the payload blob is locked while it becomes a bundle.
+#pragma once
+
+/// What locking the blob has come to.
+enum class BlobLockResult {
+  /// It is locked.
+  kLocked,
+  /// It does not exist, or no longer: another process may have removed it while it was waited for.
+  kMissing,
+  /// It cannot be opened for reading or is not a regular file.
+  kUnreadable,
+  /// It is open, but could not be locked.
+  kNotLocked,
+};
+
+/// An advisory lock (flock(2)) on the payload blob, released by the destructor.
+///
+/// Any user who may read the blob can lock it and keep it locked, so the wait has a limit; after
+/// that the caller goes on without the lock.
+class BlobLock {
+ public:
+  /// Attempts to lock the blob, and the pause before each but the first, in microseconds: together
+  /// one minute.
+  static constexpr unsigned int kAttempts = 1201;
+  static constexpr unsigned int kPause = 50000;
+
+  BlobLock() = default;
+  ~BlobLock();
+  BlobLock(const BlobLock&) = delete;
+  BlobLock& operator=(const BlobLock&) = delete;
+
+  /// Opens the blob at `path` and locks it. While another process holds it, waits for up to a
+  /// minute and looks each time at what is at `path` then. A link to a regular file is followed.
+  /// Once per object.
+  BlobLockResult Take(const char* path);
+
+  /// The open blob, with the position at its start; -1 unless Take() returned kLocked or
+  /// kNotLocked.
+  int Descriptor() const { return descriptor_; }
+
+  /// Why the blob could not be opened or locked, an errno value; EWOULDBLOCK when another process
+  /// has held it for too long.
+  int Error() const { return error_; }
+
+ private:
+  BlobLockResult Try(const char* path);
+  void Close();
+
+  int descriptor_ = -1;
+  int error_ = 0;
+};

@@ -1,0 +1,18 @@
+// Linked into a program that keeps its caller's environment, except when it runs as root.
+#include <unistd.h>
+
+#include "shared/platform/linux/EnvironmentFilter.h"
+
+namespace {
+
+void CleanRootEnvironment(int /*argc*/, char** /*argv*/, char** environment) {
+  if (geteuid() == 0) {
+    RemoveUntrustedVariables(environment);
+  }
+}
+
+// As in CleanEnvironment.cpp.
+[[gnu::section(".preinit_array"),
+  gnu::used]] void (*const s_atStart)(int, char**, char**) = CleanRootEnvironment;
+
+}  // namespace

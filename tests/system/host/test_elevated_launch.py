@@ -1,0 +1,370 @@
+"""The elevated launch in a booted system: real jobs of a real service manager, real polkit.
+
+alice may submit jobs and run tools, carol may submit jobs only, bob may do nothing.
+"""
+
+import concurrent.futures
+import contextlib
+import itertools
+import os
+import re
+import stat
+import time
+
+import pytest
+
+from booted_root import TEST_PROGRAMS, USERS
+
+DRIVER = TEST_PROGRAMS + "/elevated_launch_driver"
+JOBS = "10.7"
+DIRECT = "10.6"
+ALLOWED = [None, "alice"]
+AWKWARD = ["a b", " ", "", '"', "'", "%", "%%n", "%n %i", "$", "$$", "${HOME}", "$HOME", ";", "a;b", "&& x",
+           "\\", "\\x41", "`id`", "line\nbreak", "tab\t", "*", "~", "-v", "--", "é", "日本 😀", "@", "+x", "!", ":"]
+
+numbers = itertools.count(1)
+
+
+class Tool:
+    """A copy of the probe tool of its own, with a label of its own."""
+
+    def __init__(self, booted, label=None):
+        number = next(numbers)
+        self.booted = booted
+        self.label = f"com.example.job-{number}" if label is None else label
+        self.env = {}
+        self.path = f"/usr/local/lib/tools/probe-{number}"
+        booted.write(self.path, booted.path(TEST_PROGRAMS + "/probe_tool").read_bytes(), 0o755)
+
+    def launch(self, version, *arguments, user=None, output=True, path=None, cwd="/"):
+        """Gives the result and the output as the driver tells them: None for nil, bytes for text;
+        without a slot, "none". pkexec says on standard error why it refuses."""
+        result = self.booted.run(
+            [DRIVER, version, "output" if output else "no-output", self.label, path or self.path,
+             *arguments], user=user, cwd=cwd, env=self.env)
+        assert result.status == 0, result
+        returned, kind, text = (result.stdout + b"\n").split(b"\n", 2)
+        return returned == b"true", {b"text": text[:-1], b"nil": None, b"none": "none"}[kind]
+
+    def ran(self):
+        """(user id, arguments) of each time that it ran."""
+        path = self.booted.path(self.path + ".ran")
+        if not path.exists():
+            return []
+        runs = []
+        for record in path.read_bytes().split(b"\0\n")[:-1]:
+            user, *arguments = record.split(b"\0")
+            runs.append((int(user), [each.decode() for each in arguments]))
+        return runs
+
+    def unit(self):
+        name = self.booted.ask("systemd-escape", "--", self.label)
+        return self.booted.unit(f"launch-job-{name}.service")
+
+    def is_registered(self):
+        return self.unit()["LoadState"] != "not-found"
+
+    def is_running(self):
+        # The brackets keep the pattern from matching the command line that it stands in.
+        return self.booted.run(["pgrep", "-f", f"[/]{self.path[1:]}( |$)"]).status == 0
+
+
+@pytest.fixture
+def tool(booted):
+    made = Tool(booted)
+    yield made
+    assert not made.is_running(), "left running"
+
+
+def temporary_files(booted):
+    return {path.name: path.lstat() for path in booted.path("/tmp").glob("tarvixsmuoutp*")}
+
+
+@pytest.mark.parametrize("version", [JOBS, DIRECT])
+@pytest.mark.parametrize("user", ALLOWED)
+class TestEitherWay:
+    """What is the same for a job and for direct execution."""
+
+    def test_two_lines_and_a_partial_third(self, tool, version, user):
+        text = "one\ntwo é\nthree"
+        assert tool.launch(version, "print", text, user=user) == (True, text.encode())
+        assert tool.ran() == [(0, ["print", text])]
+        assert not tool.is_registered()
+
+    def test_two_seconds(self, tool, version, user):
+        assert tool.launch(version, "print", "done", "2", user=user) == (True, b"done")
+        assert not tool.is_running()
+
+    def test_arguments_arrive_unchanged(self, tool, version, user):
+        printed = "".join(each + "\n" for each in AWKWARD).encode()
+        assert tool.launch(version, *AWKWARD, user=user) == (True, printed)
+        assert tool.ran() == [(0, AWKWARD)]
+
+    def test_no_arguments(self, tool, version, user):
+        assert tool.launch(version, user=user) == (True, b"")
+        assert tool.ran() == [(0, [])]
+
+    def test_a_megabyte_of_output(self, tool, version, user):
+        assert tool.launch(version, "flood", "1048576", user=user) == (
+            True, (b"x" * 63 + b"\n") * 16384)
+
+    def test_exit_status_and_standard_error_are_not_told(self, tool, version, user):
+        result = tool.booted.run([DRIVER, version, "output", tool.label, tool.path, "fail", "3"],
+                                 user=user)
+        assert (result.status, result.stdout) == (0, b"true\ntext\n")
+        # Run directly, the tool shares the caller's standard error; a job has the journal.
+        assert result.stderr == (b"this is standard error\n" if version == DIRECT else b"")
+        assert not tool.is_registered()
+
+    def test_missing_tool(self, tool, version, user):
+        missing = "/no/such/tool"
+        expected = (False, None if version == JOBS else b"")
+        assert tool.launch(version, "x", user=user, path=missing) == expected
+        assert tool.launch(version, user=user, path=missing, output=False) == (False, "none")
+        assert not tool.is_registered()
+
+    def test_relative_path(self, tool, version, user):
+        folder, name = tool.path.rsplit("/", 1)
+        assert tool.launch(version, "print", "x", user=user, path="./" + name, cwd=folder) == (
+            True, b"x")
+        assert tool.ran() == [(0, ["print", "x"])]
+
+    def test_link(self, tool, version, user):
+        link = tool.booted.path(tool.path + ".link")
+        link.symlink_to(tool.path)
+        assert tool.launch(version, "print", "x", user=user, path=tool.path + ".link") == (
+            True, b"x")
+
+    def test_tool_that_is_no_program(self, tool, version, user):
+        tool.booted.path(tool.path).chmod(0o644)
+        expected = (False, None if version == JOBS else b"")
+        assert tool.launch(version, "print", "x", user=user) == expected
+        assert tool.ran() == []
+
+
+@pytest.mark.parametrize("version", [JOBS, DIRECT])
+def test_refused_user_runs_nothing(tool, version):
+    before = temporary_files(tool.booted)
+    assert tool.launch(version, "print", "x", user="bob") == (False, b"untouched")
+    assert tool.launch(version, "print", "x", user="bob", output=False) == (False, "none")
+    assert tool.ran() == []
+    assert not tool.is_registered()
+    assert temporary_files(tool.booted) == before
+
+
+def test_refused_direct_execution_runs_nothing(tool):
+    assert tool.launch(DIRECT, "print", "x", user="carol") == (False, b"")
+    assert tool.ran() == []
+    assert tool.launch(JOBS, "print", "x", user="carol") == (True, b"x")
+
+
+@pytest.mark.parametrize("user", ALLOWED)
+def test_job_that_is_quicker_than_the_look(tool, user):
+    returned, output = tool.launch(JOBS, "print", "quick", "0", user=user)
+    assert tool.ran() == [(0, ["print", "quick", "0"])]
+    # Seen or not: a tool that was not seen is a failure, though it has run.
+    assert (returned, output) in [(True, b"quick"), (False, None)]
+    assert tool.is_registered() == (not returned)
+    # What is left does not stand in the way of the next.
+    assert tool.launch(JOBS, "print", "again", user=user) == (True, b"again")
+    assert not tool.is_registered()
+
+
+@pytest.mark.parametrize("user", ALLOWED)
+def test_script_is_not_found_as_a_job_though_it_runs(tool, user):
+    script = tool.path + "-script"
+    tool.booted.write(script, f"#!/bin/sh\n{tool.path} print x 0\nsleep 5\n", 0o755)
+    assert tool.launch(JOBS, user=user, path=script) == (False, None)
+    assert tool.ran() == [(0, ["print", "x", "0"])]
+    assert tool.is_registered()
+    assert tool.launch(JOBS, "print", "y", user=user) == (True, b"y")
+
+
+@pytest.mark.parametrize("user", ALLOWED)
+def test_without_output_the_job_stays_registered(tool, user):
+    assert tool.launch(JOBS, "print", "x", "0", user=user, output=False) == (True, "none")
+    for _ in range(100):
+        if tool.unit()["SubState"] == "exited":
+            break
+        time.sleep(0.1)
+    first = tool.unit()
+    assert (first["ActiveState"], first["SubState"]) == ("active", "exited")
+    assert tool.launch(JOBS, "print", "y", "0", user=user, output=False) == (True, "none")
+    assert tool.unit()["InvocationID"] != first["InvocationID"]
+    # The job has been taken, but need not have begun when the call returns.
+    for _ in range(100):
+        if len(tool.ran()) == 2:
+            break
+        time.sleep(0.1)
+    assert tool.ran() == [(0, ["print", "x", "0"]), (0, ["print", "y", "0"])]
+
+
+@pytest.mark.parametrize("user", ALLOWED)
+def test_running_job_of_the_label_is_ended(tool, user):
+    assert tool.launch(JOBS, "stay", "/never", user=user, output=False) == (True, "none")
+    for _ in range(100):
+        if tool.ran():
+            break
+        time.sleep(0.1)
+    other = Tool(tool.booted, tool.label)
+    assert other.launch(JOBS, "print", "x", user=user) == (True, b"x")
+    assert not tool.is_running()
+
+
+def test_jobs_that_failed_do_not_stand_in_the_way(tool):
+    for _ in range(2):
+        assert tool.launch(JOBS, "fail", "1", output=False) == (True, "none")
+        for _ in range(100):
+            if tool.unit()["ActiveState"] == "failed":
+                break
+            time.sleep(0.1)
+        assert tool.unit()["ExecMainStatus"] == "1"
+    assert len(tool.ran()) == 2
+
+
+@pytest.mark.parametrize("label", ["com.example/a-b", ".hidden", "é %n $HOME", "x" * 236, "a\\b@c"])
+def test_any_label_names_one_unit(booted, label):
+    tool = Tool(booted, label)
+    assert tool.launch(JOBS, "print", "x", "0", output=False) == (True, "none")
+    assert tool.is_registered()
+    assert tool.launch(JOBS, "print", "y") == (True, b"y")
+    assert not tool.is_registered()
+
+
+@pytest.mark.parametrize("label", ["", "x" * 237, "é" * 100])
+def test_labels_that_name_no_unit_are_refused(booted, label):
+    tool = Tool(booted, label)
+    assert tool.launch(JOBS, "print", "x") == (False, None)
+    assert tool.ran() == []
+
+
+@pytest.mark.parametrize("user", ALLOWED)
+def test_output_file_is_the_callers_own_and_stays(tool, user):
+    before = temporary_files(tool.booted)
+    assert tool.launch(JOBS, "print", "secret", user=user) == (True, b"secret")
+    new = {name: status for name, status in temporary_files(tool.booted).items()
+           if name not in before}
+    ((name, status),) = new.items()
+    assert re.fullmatch("tarvixsmuoutp[A-Za-z0-9]{6}", name)
+    assert stat.S_IMODE(status.st_mode) == 0o600 and stat.S_ISREG(status.st_mode)
+    assert status.st_uid == USERS.get(user, 0)
+    assert tool.booted.path("/tmp/" + name).read_bytes() == b"secret"
+
+
+def test_direct_execution_keeps_no_file_and_no_job(tool):
+    before = temporary_files(tool.booted)
+    assert tool.launch(DIRECT, "print", "x") == (True, b"x")
+    assert temporary_files(tool.booted) == before
+    assert not tool.is_registered()
+
+
+def test_over_long_line_is_the_last_one_of_direct_execution(tool):
+    assert tool.launch(DIRECT, "print", "a\n" + "x" * 5000 + "\nb\n") == (
+        True, b"a\n" + b"x" * 4096)
+
+
+def test_unset_version_is_the_systems_own(tool):
+    tool.booted.write("/System/Library/CoreServices/SystemVersion.plist", """<?xml version="1.0"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0"><dict><key>ProductVersion</key><string>10.9.5</string></dict></plist>
+""")
+    assert tool.launch("-", "print", "x", output=False) == (True, "none")
+    assert tool.is_registered()
+    for _ in range(100):
+        if tool.ran() and not tool.is_running():
+            break
+        time.sleep(0.1)
+
+
+# ---- What other processes do while the tool runs
+
+
+@contextlib.contextmanager
+def daemon_reload(booted):
+    """Starts systemd's generators, a dozen processes and more, again and again."""
+    for _ in range(5):
+        booted.ask("systemctl", "daemon-reload")
+    yield
+
+
+@contextlib.contextmanager
+def sleepers_of_another_user(booted):
+    """200 processes of bob's."""
+    pids = booted.ask("runuser", "-u", "bob", "--", "sh", "-c",
+                      "for i in $(seq 200); do sleep 60 > /dev/null 2>&1 & echo $!; done")
+    try:
+        yield
+    finally:
+        booted.ask("kill", *pids.split())
+
+
+@pytest.mark.parametrize("user", ALLOWED)
+@pytest.mark.parametrize("meanwhile, children", [
+    (contextlib.nullcontext, 15), (daemon_reload, 0), (sleepers_of_another_user, 0)])
+def test_younger_processes_do_not_end_the_wait(tool, user, meanwhile, children):
+    gate = tool.path + ".gate"
+    with concurrent.futures.ThreadPoolExecutor() as executor:
+        launched = executor.submit(tool.launch, JOBS, "between", gate, str(children), user=user)
+        try:
+            await_run(tool)
+            with meanwhile(tool.booted):
+                # A launch that does not see the tool gives up within 3 seconds.
+                concurrent.futures.wait([launched], timeout=4)
+                assert not launched.done()
+        finally:
+            tool.booted.write(gate, "")
+        assert launched.result() == (True, b"first\nlast\n")
+
+
+@pytest.mark.parametrize("user", ALLOWED)
+def test_what_another_user_mounts_over_the_tool_does_not_pass_for_it(tool, user):
+    # A script is never seen itself: only what takes its place could be.
+    script = tool.path + "-script"
+    tool.booted.write(script, f"#!/bin/sh\n{tool.path} print x 0\nexec sleep 20\n", 0o755)
+    with concurrent.futures.ThreadPoolExecutor() as executor:
+        launched = executor.submit(tool.launch, JOBS, user=user, path=script)
+        await_run(tool)
+        impostor = executor.submit(
+            tool.booted.run, ["unshare", "--user", "--map-root-user", "--mount", "sh", "-c",
+                              f"mount --bind /bin/sleep {script} && exec {script} 5"], user="bob")
+        await_executable(tool.booted, script)
+        assert launched.result() == (False, None)
+        assert impostor.result().status == 0
+    # What is left of the job goes.
+    assert tool.launch(JOBS, "print", "y", user=user) == (True, b"y")
+
+
+@pytest.mark.parametrize("version, user", [(JOBS, None), (JOBS, "alice"), (DIRECT, None)])
+def test_no_signal_is_ignored(tool, version, user):
+    assert tool.launch(version, "signals", user=user) == (True, b"SigIgn:\t0000000000000000\n")
+
+
+@pytest.mark.parametrize("version", [JOBS, DIRECT])
+@pytest.mark.parametrize("user", ALLOWED)
+def test_variables_of_the_caller_do_not_reach_the_tool(tool, version, user):
+    tool.env = {"OPENSSL_CONF": "/nonexistent", "SSLKEYLOGFILE": "/nonexistent"}
+    returned, variables = tool.launch(version, "variables", user=user)
+    assert returned and b"PATH=" in variables
+    assert b"OPENSSL_CONF" not in variables and b"SSLKEYLOGFILE" not in variables
+
+
+def await_run(tool):
+    """Waits until the tool has run."""
+    for _ in range(300):
+        if tool.ran():
+            return
+        time.sleep(0.02)
+    raise AssertionError("the tool has not run")
+
+
+def await_executable(booted, path):
+    """Waits until a process runs a file that was at `path` in the eyes of the process."""
+    for _ in range(300):
+        for process in booted.path("/proc").glob("[0-9]*"):
+            try:
+                if os.readlink(process / "exe") == path:
+                    return
+            except OSError:
+                pass  # It has ended, or is one of the kernel's.
+        time.sleep(0.02)
+    raise AssertionError(f"nothing runs {path}")

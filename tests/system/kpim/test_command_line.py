@@ -1,0 +1,138 @@
+"""kpim's command line: wrong usage, help, and standard output that fails."""
+
+import os
+import re
+
+import pytest
+
+import blob
+from install_root import REPOSITORY
+from kpim_program import FAILED, OK, USAGE, error, make_bundle, names, write_blob
+
+
+@pytest.mark.parametrize("arguments, complaint, helper", [
+    ([], "command line: no command given", "kpim"),
+    (["bogus"], "bogus: no such command or option", "kpim"),
+    (["--bogus"], "--bogus: no such command or option", "kpim"),
+    (["pack"], "pack: BUNDLE is required", "kpim pack"),
+    (["pack", "a", "b"], "pack: The following argument was not expected: b", "kpim pack"),
+    (["pack", "--bogus", "a"], "pack: The following argument was not expected: --bogus",
+     "kpim pack"),
+    (["pack", "a", "-o"], "pack: --output: 1 required BLOB missing", "kpim pack"),
+    (["pack", "a", "-o", "b", "-o", "c"], "pack: --output", "kpim pack"),
+    (["pack", "a", "--sort=no"], "pack: sort was given a disallowed flag override", "kpim pack"),
+    (["pack", "a", "--verify=0"], "pack: verify was given a disallowed flag override",
+     "kpim pack"),
+    (["list"], "list: BLOB is required", "kpim list"),
+    (["list", "a", "b"], "list: The following argument was not expected: b", "kpim list"),
+    (["list", "a", "--json=0"], "list: json was given a disallowed flag override", "kpim list"),
+    (["verify"], "verify: BLOB is required", "kpim verify"),
+    (["verify", "a", "b", "c"], "verify: The following argument was not expected: c",
+     "kpim verify"),
+    (["unpack"], "unpack: BLOB is required", "kpim unpack"),
+    (["unpack", "a"], "unpack: DIR is required", "kpim unpack"),
+    (["unpack", "a", "b", "c"], "unpack: The following argument was not expected: c",
+     "kpim unpack"),
+])
+def test_wrong_usage(run, tmp_path, arguments, complaint, helper):
+    result = run(*arguments)
+    assert (result.returncode, result.stdout) == (USAGE, "")
+    first, second = result.stderr.splitlines()
+    assert first.startswith(f"kpim: {complaint}")
+    assert second == f"Try '{helper} --help'."
+    assert names(tmp_path) == []
+
+
+@pytest.mark.parametrize("arguments, texts", [
+    (["--help"], ["pack", "list", "verify", "unpack", "--version", "Exit status"]),
+    (["-h"], ["pack", "list", "verify", "unpack", "--version", "Exit status"]),
+    (["pack", "--help"], ["BUNDLE", "--output", "--sort", "--verify", "execute bits"]),
+    (["list", "--help"], ["BLOB", "--json", "nameBytes"]),
+    (["verify", "--help"], ["BLOB", "BUNDLE", "missing: PATH", "unreadable: PATH: WHY"]),
+    (["unpack", "--help"], ["BLOB", "DIR", "0664"]),
+])
+def test_help(run, arguments, texts):
+    result = run(*arguments)
+    assert (result.returncode, result.stderr) == (OK, "")
+    for text in texts:
+        assert text in result.stdout
+
+
+@pytest.mark.parametrize("arguments, status", [
+    (["--help"], OK), (["--version"], OK), (["pack"], USAGE), (["pack", "missing"], FAILED),
+    (["pack", "B"], OK), (["pack", "B", "--sort", "--verify"], OK),
+    (["list", "small"], OK), (["list", "--json", "small"], OK), (["list", "damaged"], FAILED),
+    (["verify", "small", "B"], OK), (["verify", "other", "B"], FAILED), (["verify", "damaged"], FAILED),
+    (["unpack", "small", "out"], OK), (["unpack", "damaged", "out"], FAILED),
+    (["unpack", "small", "B"], FAILED),
+])
+def test_nothing_leaks(run, tmp_path, small_blob, arguments, status):
+    make_bundle(tmp_path / "B", {"a": b"12345"})
+    write_blob(tmp_path, [blob.stored_file("a", b"54321")], name="other")
+    (tmp_path / "damaged").write_bytes(small_blob.read_bytes()[:-1])
+    result = run.looking_for_leaks(*arguments)
+    assert result.returncode == status, result
+    assert "Sanitizer" not in result.stderr
+
+
+def test_version(run):
+    project = (REPOSITORY / "CMakeLists.txt").read_text()
+    version = re.search(r"project\(KPInstallManager VERSION ([\d.]+)", project)[1]
+    result = run("--version")
+    assert (result.returncode, result.stdout, result.stderr) == (OK, f"kpim {version}\n", "")
+
+
+@pytest.mark.parametrize("command", ["pack", "list", "verify", "unpack"])
+def test_manual_knows_every_option(run, command):
+    manual = (REPOSITORY / "tools/kpim/kpim.1").read_text()
+    reference = (REPOSITORY / "docs/kpim.md").read_text()
+    assert f".Cm {command}" in manual and f"kpim {command}" in reference
+    options = re.findall(r"--(\w+)", run(command, "--help").stdout)
+    assert options
+    for option in set(options) - {"help"}:
+        assert f"Fl -{option}" in manual and f"--{option}" in reference
+
+
+PRINTING = [["--help"], ["--version"], ["pack", "--help"], ["list", "small"],
+            ["list", "--json", "small"], ["verify", "small"], ["unpack", "small", "out"]]
+
+
+@pytest.mark.parametrize("arguments", PRINTING)
+def test_full_disk_under_standard_output(run, small_blob, arguments):
+    with open("/dev/full", "wb") as full:
+        result = run(*arguments, stdout=full)
+    assert result.returncode == FAILED
+    assert result.stderr == error("standard output", "No space left on device")
+
+
+@pytest.mark.parametrize("arguments", PRINTING)
+def test_broken_pipe(run, small_blob, arguments):
+    reader, writer = os.pipe()
+    os.close(reader)
+    result = run(*arguments, stdout=writer)
+    os.close(writer)
+    assert (result.returncode, result.stderr) == (FAILED, error("standard output", "Broken pipe"))
+
+
+def test_write_error_in_the_middle_of_long_output(run, tmp_path):
+    entries = [blob.stored_file(f"{i:0200}", b"") for i in range(1000)]
+    (tmp_path / "long").write_bytes(blob.solid_root(entries, compress=False))
+    with open("/dev/full", "wb") as full:
+        result = run("list", "long", stdout=full)
+    assert result.returncode == FAILED
+    assert result.stderr.startswith("kpim: standard output: ")
+
+
+@pytest.mark.parametrize("arguments", PRINTING)
+def test_closed_standard_output(run, small_blob, arguments):
+    result = run(*arguments, stdout=None, preexec_fn=lambda: os.close(1))
+    assert result.returncode == FAILED
+    assert result.stderr == error("standard output", "Bad file descriptor")
+
+
+def test_closed_standard_streams_do_not_end_up_in_the_blob(run, bundle):
+    assert run("pack", bundle, "-o", "expected", "--sort").returncode == OK
+    result = run("pack", bundle, "-o", "blob", "--sort", stdout=None, stderr=None,
+                 preexec_fn=lambda: os.closerange(0, 3))
+    assert result.returncode == FAILED
+    assert (run.folder / "blob").read_bytes() == (run.folder / "expected").read_bytes()

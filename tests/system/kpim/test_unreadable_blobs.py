@@ -1,0 +1,97 @@
+"""Blobs that cannot be read, for every command of kpim that reads one."""
+
+import os
+import re
+import shutil
+
+import pytest
+
+from install_root import REPOSITORY
+from kpim_program import FAILED, GIB, IO_ERROR, NO_SUCH_FILE, OK, error, names, poke_status
+
+HOSTILE = REPOSITORY / "tests/data/hostile"
+READERS = [["list"], ["list", "--json"], ["verify"], ["unpack"]]
+
+
+def arguments_for(reader, path):
+    return [*reader, path, "out"] if reader == ["unpack"] else [*reader, path]
+
+
+@pytest.mark.parametrize("reader", READERS, ids=" ".join)
+def test_blob_that_is_no_file(run, tmp_path, reader):
+    (tmp_path / "folder").mkdir()
+    os.mkfifo(tmp_path / "pipe")
+    (tmp_path / "large").touch()
+    os.truncate(tmp_path / "large", 4 * GIB)
+    before = names(tmp_path)
+    for path, why in [("missing", NO_SUCH_FILE), ("folder", "Is a directory"),
+                      ("pipe", "not a regular file"), ("/dev/null", "not a regular file"),
+                      ("large", "too large for a blob: 4 GiB or more"),
+                      ("missing\n", NO_SUCH_FILE)]:
+        what = path.replace("\n", "\\x0a")
+        assert run.fails(*arguments_for(reader, path)) == error(what, why)
+    assert names(tmp_path) == before
+
+
+@pytest.mark.parametrize("reader", READERS, ids=" ".join)
+def test_blob_that_may_not_be_read(run, small_blob, reader):
+    small_blob.chmod(0)
+    result = run.unprivileged(*arguments_for(reader, "small"))
+    assert (result.returncode, result.stdout) == (FAILED, "")
+    assert result.stderr == error("small", "Permission denied")
+
+
+@pytest.mark.parametrize("injection, why", [
+    ("openat:error=EMFILE", "Too many open files"),
+    ("newfstatat:error=EIO", IO_ERROR),
+    ("read:error=EIO", IO_ERROR),
+    ("read:retval=0", "became shorter while it was read"),
+    (poke_status(size=1000) + ":when=1", "became shorter while it was read"),
+])
+@pytest.mark.parametrize("reader", READERS, ids=" ".join)
+def test_blob_that_cannot_be_read_whole(run, small_blob, reader, injection, why):
+    result = run.with_fault(injection, *arguments_for(reader, "small"), path="small")
+    assert (result.returncode, result.stdout) == (FAILED, ""), result
+    assert result.stderr.endswith(error("small", why))
+    assert names(run.folder) == ["small"]
+
+
+@pytest.mark.parametrize("reader", READERS, ids=" ".join)
+def test_blob_is_read_through_signals(run, small_blob, reader):
+    result = run.with_fault("read:error=EINTR:when=1..2", *arguments_for(reader, "small"),
+                            path="small")
+    assert result.returncode == OK
+
+
+@pytest.mark.parametrize("reader", READERS, ids=" ".join)
+def test_blob_that_does_not_fit_in_memory(run, tmp_path, reader):
+    (tmp_path / "blob").touch()
+    os.truncate(tmp_path / "blob", 900_000_000)
+    result = run.with_memory(700, *arguments_for(reader, "blob"))
+    assert (result.returncode, result.stdout) == (FAILED, "")
+    assert result.stderr.endswith(error("blob", "Cannot allocate memory"))
+    assert names(tmp_path) == ["blob"]
+
+
+def hostile_blobs():
+    """Rows of the table of hostile blobs: file, offset or a star, where it counts, reason."""
+    for line in (HOSTILE / "expected.txt").read_text().splitlines():
+        if line and not line.startswith("#"):
+            yield line.split("\t")
+
+
+def test_hostile_blobs_are_there():
+    assert len(list(hostile_blobs())) > 50
+
+
+@pytest.mark.parametrize("name, offset, where, reason", hostile_blobs(),
+                         ids=[row[0] for row in hostile_blobs()])
+def test_hostile_blob(run, tmp_path, name, offset, where, reason):
+    decoded = " in the decoded content" if where == "decoded" else ""
+    number = r"\d+" if offset == "*" else offset
+    shutil.copy(HOSTILE / name, tmp_path)
+    for reader in READERS:
+        assert re.fullmatch(
+            f"kpim: {re.escape(name)}: malformed: {re.escape(reason)}{decoded} at byte {number}\n",
+            run.fails(*arguments_for(reader, name)))
+    assert names(tmp_path) == [name]

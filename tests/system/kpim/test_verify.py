@@ -1,0 +1,207 @@
+"""kpim verify."""
+
+import os
+
+import pytest
+
+import blob
+from kpim_program import (FAILED, NOT_SOLID, NO_SUCH_FILE, OK, error, make_bundle, poke_status,
+                          tree_of, write_blob)
+
+
+def test_verify(run, bundle, bundle_blob):
+    (run.folder / "blob").write_bytes(bundle_blob)
+    content = tree_of(bundle)
+    count = sum(len(data) for data in content.values() if data is not None)
+    result = run("verify", "blob")
+    assert (result.returncode, result.stderr) == (OK, "")
+    assert result.stdout == f"blob: well formed, {len(content)} entries, {count} bytes\n"
+    result = run("verify", "blob", bundle)
+    assert (result.returncode, result.stderr) == (OK, "")
+    assert result.stdout == (f"blob: well formed, {len(content)} entries, {count} bytes, "
+                             f"the same as {bundle}\n")
+    assert run("verify", "blob", f"{bundle}/").returncode == OK
+
+
+def differences(run, bundle="B", warning=""):
+    """What verify says about the file "blob", of which it warns, and a bundle that differ."""
+    result = run("verify", "blob", bundle)
+    assert result.returncode == FAILED
+    lines = result.stdout.splitlines()
+    noun = "difference" if len(lines) == 1 else "differences"
+    assert result.stderr == warning + error("blob", f"{len(lines)} {noun} from {bundle}")
+    return lines
+
+
+def test_verify_tells_each_difference(run, tmp_path):
+    write_blob(tmp_path, [
+        blob.stored_directory("c", [
+            blob.stored_file("shorter", b"12345"),
+            blob.stored_file("longer", b"12345"),
+            blob.stored_file("other", b"12345"),
+            blob.stored_file("same", b"12345"),
+            blob.stored_file("empty", b""),
+            blob.stored_file("file", b"12345"),
+            blob.stored_directory("folder", [blob.stored_file("inside", b"")]),
+        ]),
+        blob.stored_directory("gone", [blob.stored_file("inside", b"")]),
+        blob.stored_file("gone too", b"1"),
+        blob.stored_directory("Same", [blob.stored_file("a", b"1")]),
+    ])
+    make_bundle(tmp_path / "B", {
+        "c/shorter": b"1234", "c/longer": b"123456", "c/other": b"1234x", "c/same": b"12345",
+        "c/empty": b"1", "c/file/inside": b"", "c/folder": b"", "new/inside": b"", "c/new": b"",
+        "Same/a": b"1"})
+    assert differences(run) == [
+        "different: c/empty",
+        "type mismatch: c/file",
+        "type mismatch: c/folder",
+        "different: c/longer",
+        "extra: c/new",
+        "different: c/other",
+        "different: c/shorter",
+        "missing: gone",
+        "missing: gone too",
+        "extra: new",
+    ]
+
+
+def test_verify_of_a_long_file(run, tmp_path):
+    data = os.urandom(200_000)
+    write_blob(tmp_path, [blob.stored_file("a", data)], compress=False)
+    make_bundle(tmp_path / "B", {"a": data})
+    assert run("verify", "blob", "B").returncode == OK
+    for changed in [data[:-1], data + b"x", data[:150_000] + b"?" + data[150_001:], data[:65536]]:
+        make_bundle(tmp_path / "B", {"a": changed})
+        if changed != data:
+            assert differences(run) == ["different: a"]
+
+
+def test_verify_writes_each_difference_on_one_line(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_file(b"a\nmissing: b\x1b\xff", b"")])
+    make_bundle(tmp_path / "B", {})
+    assert differences(run) == [r"missing: a\x0amissing: b\x1b\xff"]
+
+
+def test_verify_ignores_ds_store_in_the_bundle(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_file("a", b"1")])
+    make_bundle(tmp_path / "B", {"a": b"1", ".DS_Store": b"2"})
+    assert run("verify", "blob", "B").returncode == OK
+
+
+def test_verify_compares_ds_store_when_the_blob_has_it(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_file(".DS_Store", b"1")])
+    make_bundle(tmp_path / "B", {".DS_Store": b"1"})
+    assert run("verify", "blob", "B").returncode == OK
+    make_bundle(tmp_path / "B", {".DS_Store": b"2"})
+    assert differences(run) == ["different: .DS_Store"]
+    (tmp_path / "B/.DS_Store").unlink()
+    assert differences(run) == ["missing: .DS_Store"]
+
+
+def test_verify_follows_links(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_file("a", b"1"),
+                          blob.stored_directory("d", [blob.stored_file("b", b"2")])])
+    make_bundle(tmp_path / "outside", {"a": b"1", "d/b": b"2"})
+    bundle = make_bundle(tmp_path / "B", {})
+    (bundle / "a").symlink_to("../outside/a")
+    (bundle / "d").symlink_to("../outside/d")
+    assert run("verify", "blob", "B").returncode == OK
+    (bundle / "extra").symlink_to("..")
+    assert differences(run) == ["extra: extra"]
+
+
+def test_verify_does_not_wait_for_a_pipe(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_file("a", b"1")])
+    bundle = make_bundle(tmp_path / "B", {})
+    os.mkfifo(bundle / "a")
+    assert differences(run) == ["type mismatch: a"]
+
+
+def test_verify_does_not_wait_for_a_pipe_that_comes_last(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_file("a", b"1")])
+    bundle = make_bundle(tmp_path / "B", {})
+    os.mkfifo(bundle / "a")
+    # To stat it is a file.
+    result = run.with_fault(poke_status(size=1) + ":when=1", "verify", "blob", "B", path="B/a")
+    assert (result.returncode, result.stdout) == (FAILED, "type mismatch: a\n")
+
+
+def test_verify_tells_what_it_may_not_read(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_file("a", b"1"), blob.stored_file("dangling", b"2"),
+                          blob.stored_directory("d", [blob.stored_file("b", b"2")])])
+    bundle = make_bundle(tmp_path / "B", {"a": b"1", "d/b": b"2"})
+    (bundle / "dangling").symlink_to("nowhere")
+    (bundle / "a").chmod(0)
+    (bundle / "d").chmod(0)
+    result = run.unprivileged("verify", "blob", "B")
+    (bundle / "d").chmod(0o700)
+    assert result.returncode == FAILED
+    assert result.stdout.splitlines() == ["unreadable: a: Permission denied",
+                                          "unreadable: d: Permission denied",
+                                          f"unreadable: dangling: {NO_SUCH_FILE}"]
+    assert result.stderr == error("blob", "3 differences from B")
+
+
+def test_verify_tells_a_read_error(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_file("a", b"1")])
+    bundle = make_bundle(tmp_path / "B", {"a": b"1"})
+    result = run.with_fault("read:error=EIO", "verify", "blob", "B", path=str(bundle / "a"))
+    assert (result.returncode, result.stdout) == (FAILED, "unreadable: a: Input/output error\n")
+
+
+def test_verify_needs_a_directory_to_compare_with(run, tmp_path, small_blob):
+    assert run.fails("verify", "small", "missing") == error("missing", NO_SUCH_FILE)
+    assert run.fails("verify", "small", "small") == error("small", "Not a directory")
+    assert run.fails("verify", "small", "") == error("''", NO_SUCH_FILE)
+
+
+NOT_SOLID_BLOBS = {
+    "empty": b"",
+    "two roots": (blob.solid_root([blob.stored_file("a", b"1")]) +
+                  blob.solid_root([blob.stored_file("b", b"1")])),
+    "named root": blob.stored_directory("B", [blob.stored_file("a", b"1")]),
+    "file": blob.stored_file("a", b"1"),
+    "nameless file": blob.stored_file("", b"1"),
+    "root and file": blob.solid_root([]) + blob.stored_file("a", b"1"),
+}
+
+
+@pytest.mark.parametrize("data", NOT_SOLID_BLOBS.values(), ids=NOT_SOLID_BLOBS.keys())
+def test_verify_wants_one_nameless_directory(run, tmp_path, data):
+    (tmp_path / "blob").write_bytes(data)
+    assert run.fails("verify", "blob") == error("blob", NOT_SOLID)
+
+
+def test_verify_compares_even_without_a_solid_root(run, tmp_path):
+    (tmp_path / "blob").write_bytes(blob.stored_file("a", b"1"))
+    make_bundle(tmp_path / "B", {"a": b"1"})
+    assert run.fails("verify", "blob", "B") == error("blob", NOT_SOLID)
+    make_bundle(tmp_path / "B", {"a": b"2"})
+    result = run("verify", "blob", "B")
+    assert (result.returncode, result.stdout) == (FAILED, "different: a\n")
+    assert result.stderr == error("blob", NOT_SOLID) + error("blob", "1 difference from B")
+
+
+@pytest.mark.parametrize("compress", [True, False])
+def test_verify_accepts_an_empty_and_a_stored_root(run, tmp_path, compress):
+    write_blob(tmp_path, [], compress=compress)
+    result = run("verify", "blob")
+    assert (result.returncode, result.stdout) == (OK, "blob: well formed, 0 entries, 0 bytes\n")
+
+
+def test_verify_compares_the_later_of_two_entries(run, tmp_path):
+    write_blob(tmp_path, [
+        blob.stored_file("a", b"1"), blob.stored_file("a", b"2"),
+        blob.stored_file("c", b"1"), blob.stored_directory("c", []),
+        blob.stored_directory("d", [blob.stored_file("x", b"1")]),
+        blob.stored_directory("d/", [blob.stored_file("y", b"2")]),
+        blob.stored_directory("", [blob.stored_file("z", b"3")]),
+        blob.stored_directory("/", [blob.stored_file("z", b"3")]),
+        blob.stored_file("", b"4"),
+    ])
+    make_bundle(tmp_path / "B", {"a": b"1", "c": b"1", "d/x": b"1", "d/y": b"2", "z": b"3"})
+    warning = error("blob", "warning: 3 paths with more than one entry, of which the later one "
+                            "counts: a, ...")
+    assert differences(run, warning=warning) == [
+        "type mismatch: .", "different: a", "type mismatch: c"]

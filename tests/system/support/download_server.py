@@ -1,0 +1,117 @@
+"""The vendor's download server, in the root of its own that the programs run in.
+
+The programs find it under its real name and port: the root's /etc/hosts leads there, and its trust
+store holds the test authority alone. As nobody else is in the root's network, nothing is reached
+that is not started here.
+"""
+
+import pathlib
+
+from install_root import as_user
+from url_sandbox import Certificates
+
+HOST = "download.tarvix.example"
+CURRENT = "/get/korvelplayer/update/current"
+
+# Where the server's files lie in the root.
+FOLDER = "/run/server"
+PROGRAM = FOLDER + "/serve_and_run.py"
+ACCESS_LOG = FOLDER + "/access.log"
+NAMES_LOG = FOLDER + "/names.log"
+WWW = FOLDER + "/www"
+
+NGINX = f"""
+daemon off;
+master_process off;
+user root root;
+pid {FOLDER}/nginx.pid;
+events {{}}
+http {{
+  log_format request escape=none '$request';
+  access_log {ACCESS_LOG} request;
+  client_body_temp_path {FOLDER}/body;
+  proxy_temp_path {FOLDER}/proxy;
+  fastcgi_temp_path {FOLDER}/fastcgi;
+  uwsgi_temp_path {FOLDER}/uwsgi;
+  scgi_temp_path {FOLDER}/scgi;
+  server {{
+    listen 127.0.0.1:443 ssl;
+    ssl_certificate {FOLDER}/server.crt;
+    ssl_certificate_key {FOLDER}/server.key;
+    root {WWW};
+    location {CURRENT}/install/ {{ return 200 "thank you"; }}
+    location {CURRENT}/moved/ {{ return 302 {CURRENT}/xml/; }}
+  }}
+}}
+"""
+
+
+def make_certificates(folder):
+    """Makes them in the empty folder `folder`, and returns it: "good" is the server's own, the
+    others are each wrong in one way. "trusted" is the authority in the root's trust store."""
+    certificates = Certificates(folder)
+    certificates.make_authority("trusted")
+    certificates.make_authority("unknown")
+    certificates.make_server("good", "trusted", host=HOST)
+    certificates.make_server("elsewhere", "trusted", host="www.tarvix.example")
+    certificates.make_server("expired", "trusted", host=HOST,
+                             dates=("-startdate", "20010101000000Z", "-enddate", "20020101000000Z"))
+    certificates.make_server("stranger", "unknown", host=HOST)
+    return folder
+
+
+class DownloadServer:
+    """The server in the InstallRoot `root`. It runs as long as a program that run() starts.
+
+    `kind` is what it does: "nginx" answers, "silent" accepts and says nothing, "express" answers
+    and makes the flag file of an express install while it does, "names" is a name server that knows
+    no name, "endless" and "endless trailers" answer without end, and "none" listens nowhere.
+    """
+
+    kind = "nginx"
+
+    def __init__(self, root, certificates):
+        self._root = root
+        self._certificates = certificates
+        root.mkdir(FOLDER)
+        root.mkdir(WWW)
+        self.configure(NGINX)
+        root.write(ACCESS_LOG, "")
+        root.write("/etc/hosts", f"127.0.0.1 localhost {HOST}\n")
+        root.empty("/etc/ssl/certs")
+        root.mount(certificates / "trusted.crt", "/etc/ssl/certs/ca-certificates.crt")
+        root.mount(pathlib.Path(__file__).with_name("serve_and_run.py"), PROGRAM)
+        self.set_certificate("good")
+
+    def configure(self, text):
+        """Gives nginx the configuration `text`."""
+        self._root.write(FOLDER + "/nginx.conf", text)
+
+    def set_certificate(self, name):
+        """Has the server show the certificate `name` of make_certificates()."""
+        for suffix in (".crt", ".key"):
+            self._root.write(f"{FOLDER}/server{suffix}",
+                             (self._certificates / (name + suffix)).read_bytes())
+
+    def offer(self, path, content):
+        """Has the server answer `content` under CURRENT + `path`."""
+        self._root.write(WWW + CURRENT + path, content)
+
+    def run(self, command, user=None, **options):
+        """Runs a command beside the server, which is root's; options as for
+        InstallRoot.execute()."""
+        if user is not None:
+            command = [*as_user(user), *command]
+        return self._root.execute(["/usr/bin/python3", PROGRAM, self.kind, *command], **options)
+
+    def names(self):
+        """The names that the name server was asked for, each once, in order."""
+        return list(dict.fromkeys(self._root.path(NAMES_LOG).read_text().splitlines()))
+
+    def requests(self):
+        """The lines of the requests that came, as the server logged them."""
+        return self._root.path(ACCESS_LOG).read_text().splitlines()
+
+    def sent(self):
+        """How many bytes an endless answer had when the program had enough of it."""
+        return int(self._root.path(FOLDER + "/sent").read_text())

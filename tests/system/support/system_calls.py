@@ -1,0 +1,107 @@
+"""The system calls of a program on files and descriptors, as strace tells them, and the options
+with which it has one of them fail."""
+
+import collections
+import dataclasses
+import os
+import pathlib
+import re
+
+CLASSES = "%file,%desc,vfork,clone3"
+_COMMAND = ["strace", "-qq", "-y"]
+_LINE = re.compile(r'(?P<name>\w+)\((?:AT_FDCWD<[^>]*>, )?'
+                   r'(?:"(?P<path>[^"]+)"|\d+<(?P<open_path>/[^>]*)>)?')
+
+
+@dataclasses.dataclass(frozen=True)
+class Call:
+    """The `number`-th call of a process or thread that has this `name` and is about the file at
+    `path`, or, where that is empty because it is about no file with a path, the `number`-th of that
+    name. `is_first` tells whether it is the program's first thread that makes it.
+
+    A call in a folder other than "/" has a `folder`, and a path that may be composed of it and the
+    `given` one. Strace selects no such path, so `number` counts all calls of that name. `text` is
+    strace's line."""
+
+    name: str
+    path: str
+    number: int
+    is_first: bool
+    folder: str = ""
+    given: str = dataclasses.field(default="", compare=False, repr=False)
+    text: str = dataclasses.field(default="", compare=False, repr=False)
+
+    def failing(self, what, output):
+        """The beginning of a command in which this call alone comes to `what`, as in
+        "error=EIO"; strace writes the call into the file `output`."""
+        command = [*_COMMAND, "-o", output, "-e", f"trace={self.name}", "-e",
+                   f"inject={self.name}:{what}:when={self.number}"]
+        if self.path and not self.folder:
+            command += ["-P", self.path]
+        # Each process and thread has its own count.
+        return command if self.is_first else [*command, "-f"]
+
+
+def tracing(output):
+    """The beginning of a command whose calls strace writes into files that begin with `output`."""
+    return [*_COMMAND, "-ff", "-o", output, "-e", "trace=" + CLASSES]
+
+
+def read_trace(output: pathlib.Path):
+    """The calls of a command that was begun with tracing(): those of its first thread, and those
+    of its other threads, and of its children up to the program that they become."""
+    files = sorted(output.parent.glob(output.name + ".*"), key=lambda file: int(file.suffix[1:]))
+    first, *others = [file.read_text(errors="replace").splitlines() for file in files]
+    return _calls(first, True), [call for lines in others for call in _calls(_own(lines), False)]
+
+
+def has_failed(output, call):
+    """Whether in the command that was begun with call.failing() that call has failed, and no
+    other."""
+    lines = [line for line in output.read_text(errors="replace").splitlines()
+             if "(INJECTED)" in line]
+    # In front is the number of a process where there are several.
+    found = {(match["name"], _path(match)) for match in map(_LINE.search, lines) if match}
+    return found == {(call.name, call.given)}
+
+
+def _own(lines):
+    """The lines of a child before it has become another program."""
+    for index, line in enumerate(lines):
+        if line.startswith("execve(") and line.endswith(" = 0"):
+            return lines[:index + 1]
+    return lines
+
+
+def _path(match):
+    path = match["path"] or match["open_path"] or ""
+    # Strace takes every relative path for one that is about this folder.
+    return "" if path == "/" else path
+
+
+def _number(numbers, name, path):
+    # With a link strace looks out for what it leads to, too. Those of programs and libraries are
+    # the host's, and at the same place.
+    target = os.path.realpath(path) if path.startswith(("/usr/", "/lib")) else path
+    return numbers[name, path] + (numbers[name, target] if target != path else 0)
+
+
+def _calls(lines, is_first):
+    numbers = collections.Counter()
+    found = []
+    folder = "/"
+    for line in lines:
+        match = _LINE.match(line)
+        if not match:
+            continue
+        name = match["name"]
+        path = _path(match)
+        numbers[name] += 1
+        numbers[name, path] += 1
+        is_walking = folder != "/" or path and not path.startswith("/")
+        number = _number(numbers, name, path) if path and not is_walking else numbers[name]
+        whole = os.path.normpath(os.path.join(folder, path)) if path else ""
+        found.append(Call(name, whole, number, is_first, folder if is_walking else "", path, line))
+        if name == "fchdir" and line.endswith(" = 0"):
+            folder = match["open_path"]
+    return found

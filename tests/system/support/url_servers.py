@@ -1,0 +1,300 @@
+"""Web servers of many kinds, good and bad, and a runner of clients, inside one sandbox.
+
+Run by url_sandbox.py in a network namespace of its own as `url_servers.py FOLDER`, with FOLDER
+holding the certificates and nginx's configuration. Says "ready" when all servers listen; then each
+line of standard input, {"argv": [...], "environment": {...}}, runs a program and is answered by a
+line {"status": ..., "stdout": ..., "stderr": ...}.
+"""
+
+import json
+import pathlib
+import socket
+import ssl
+import struct
+import subprocess
+import sys
+import threading
+import time
+
+PLAIN_PORT = 8000
+# Certificate folder name: port.
+TLS_PORTS = {"good": 8443, "expired": 8444, "early": 8445, "elsewhere": 8446, "stranger": 8447,
+             "selfsigned": 8448}
+NO_TLS_PORT = 8449
+NGINX_PORT = 8080
+NGINX_TLS_PORT = 8081
+
+# A client that takes longer hangs.
+CLIENT_LIMIT = 45
+
+# Longer than any time-out in the tests, shorter than CLIENT_LIMIT.
+FOR_EVER = 30
+
+
+def head(status, *lines):
+    return "\r\n".join([f"HTTP/1.1 {status}", "Connection: close", *lines, "", ""]).encode("latin-1")
+
+
+def text(body, *lines, status="200 OK"):
+    return head(status, "Content-Type: text/plain; charset=utf-8",
+                f"Content-Length: {len(body)}", *lines) + body
+
+
+def redirect(location, status="302 Found", body=b"moved"):
+    return text(body, f"Location: {location}", status=status)
+
+
+def chunk(data):
+    return b"%x\r\n%s\r\n" % (len(data), data)
+
+
+def send_slowly(send, pieces, pause):
+    for piece in pieces:
+        send(piece)
+        time.sleep(pause)
+
+
+def serve_chunked(send, request):
+    send_slowly(send, [head("200 OK", "Transfer-Encoding: chunked"), chunk(b"one"), chunk(b"two"),
+                       chunk(b"three")], 0.2)
+    send(b"0\r\nX-Trailer: late\r\n\r\n")
+
+
+def serve_until_closed(send, request):
+    send_slowly(send, [head("200 OK"), b"first", b"second"], 0.2)
+
+
+def serve_slow_first(send, request):
+    time.sleep(1.5)
+    send(text(b"late"))
+
+
+def serve_drip(send, request):
+    """A byte every half second for three seconds."""
+    send_slowly(send, [head("200 OK", "Content-Length: 6")] + [b"."] * 6, 0.5)
+
+
+def serve_silence(send, request):
+    time.sleep(FOR_EVER)
+
+
+def serve_stall(send, request):
+    send(head("200 OK", "Content-Length: 100") + b"part")
+    time.sleep(FOR_EVER)
+
+
+def serve_half_head(send, request):
+    send(b"HTTP/1.1 200 OK\r\nContent-Le")
+
+
+def send_for_ever(send, piece):
+    """Until the client closes the connection."""
+    while True:
+        send(piece)
+
+
+def serve_endless_head(send, request):
+    send(b"HTTP/1.1 200 OK\r\n")
+    send_for_ever(send, b"X-More: " + b"x" * 1000 + b"\r\n")
+
+
+def serve_endless_body(send, request):
+    send(head("200 OK"))
+    send_for_ever(send, bytes(1 << 20))
+
+
+def serve_endless_trailers(send, request):
+    send(head("200 OK", "Transfer-Encoding: chunked") + chunk(b"part") + b"0\r\n")
+    send_for_ever(send, b"X-More: x\r\n" * 1000)
+
+
+def serve_endless_hints(send, request):
+    send_for_ever(send, b"HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n" * 100)
+
+
+def serve_length(send, request):
+    """As many bytes as the path says."""
+    size = int(request.path.rsplit("/", 1)[1])
+    send(head("200 OK"))
+    for start in range(0, size, 1 << 20):
+        send(bytes(min(1 << 20, size - start)))
+
+
+def serve_redirect_chain(send, request):
+    left = int(request.path.rsplit("/", 1)[1])
+    send(redirect(f"/chain/{left - 1}") if left else text(b"arrived"))
+
+
+def serve_echo(send, request):
+    """What came, the line breaks as '|'."""
+    send(text((request.head + b"|" + request.body).replace(b"\r\n", b"|")))
+
+
+def serve_reset(send, request):
+    send(head("200 OK", "Content-Length: 1000") + b"part")
+    request.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+
+
+FIXED = {
+    "/plain": text(b"hello"),
+    "/empty": text(b""),
+    "/no-content": head("204 No Content"),
+    "/missing": text(b"not here", status="404 Not Found"),
+    "/broken": text(b"sorry", status="500 Internal Server Error"),
+    "/early-hints": b"HTTP/1.1 103 Early Hints\r\nX-Early: yes\r\n\r\n" + text(b"hello"),
+    "/twice": text(b"hello", "X-List: a", "X-List: b"),
+    "/huge": head("200 OK", "Content-Length: 5000000000") + b"part",
+    "/coded": text(b"not really gzip", "Content-Encoding: gzip"),
+    "/loop": redirect("/loop"),
+    "/relative": redirect("chain/../plain"),
+    "/absolute": redirect(f"https://good.test:{TLS_PORTS['good']}/plain"),
+    "/to-plain-http": redirect(f"http://good.test:{PLAIN_PORT}/plain"),
+    "/to-blanks": redirect("/a b"),
+    "/a%20b": text(b"blank"),
+    "/to-accent": redirect("/caf\xe9"),
+    "/to-wrong-host": redirect(f"https://other.test:{TLS_PORTS['good']}/plain"),
+    "/to-file": redirect("file:///etc/passwd"),
+    "/to-ftp": redirect(f"ftp://good.test:{PLAIN_PORT}/plain"),
+    "/to-javascript": redirect("javascript:alert(1)"),
+    "/to-nowhere": redirect("http://"),
+    "/no-location": text(b"stay", status="302 Found"),
+    "/see-other": redirect("/echo", status="303 See Other"),
+    "/found": redirect("/echo"),
+    "/temporary": redirect("/echo", status="307 Temporary Redirect"),
+    "/to-other-host": redirect(f"http://other.test:{PLAIN_PORT}/echo"),
+    "/short": head("200 OK", "Content-Length: 1000") + b"part",
+    "/short-chunk": head("200 OK", "Transfer-Encoding: chunked") + b"100\r\npart",
+    "/bad-chunk": head("200 OK", "Transfer-Encoding: chunked") + b"what\r\n",
+    "/garbage": b"220 mail.test ESMTP\r\n",
+    "/bad-length": head("200 OK", "Content-Length: many"),
+    "/hang-up": b"",
+}
+
+BEHAVIOURS = {
+    "/chunked": serve_chunked,
+    "/until-closed": serve_until_closed,
+    "/slow-first": serve_slow_first,
+    "/drip": serve_drip,
+    "/silence": serve_silence,
+    "/stall": serve_stall,
+    "/half-head": serve_half_head,
+    "/endless-head": serve_endless_head,
+    "/endless-body": serve_endless_body,
+    "/endless-trailers": serve_endless_trailers,
+    "/endless-hints": serve_endless_hints,
+    "/length": serve_length,
+    "/chain": serve_redirect_chain,
+    "/echo": serve_echo,
+    "/reset": serve_reset,
+}
+
+
+class Request:
+    """A request as it came: `head` its bytes up to the blank line, `body` what follows."""
+
+    def __init__(self, connection):
+        self.connection = connection
+        data = b""
+        while b"\r\n\r\n" not in data:
+            more = connection.recv(65536)
+            if not more:
+                raise ConnectionError("no request")
+            data += more
+        self.head, _, self.body = data.partition(b"\r\n\r\n")
+        self.path = self.head.split()[1].decode("latin-1")
+        length = 0
+        for line in self.head.split(b"\r\n"):
+            if line.lower().startswith(b"content-length:"):
+                length = int(line.split(b":")[1])
+        while len(self.body) < length:
+            self.body += connection.recv(65536)
+
+
+def greet(connection):
+    """Speaks first, and not TLS."""
+    with connection:
+        connection.sendall(b"220 mail.test ESMTP\r\n")
+        connection.recv(65536)
+
+
+def serve(connection, context):
+    try:
+        with connection:
+            if context is not None:
+                connection = context.wrap_socket(connection, server_side=True)
+            request = Request(connection)
+            if request.path in FIXED:
+                connection.sendall(FIXED[request.path])
+            else:
+                name = "/" + request.path.split("/")[1].split("?")[0]
+                BEHAVIOURS.get(name, serve_echo)(connection.sendall, request)
+            if context is not None:
+                connection.unwrap()
+    except (OSError, ValueError):
+        pass  # The client went away, which is what many tests are about.
+
+
+def listen(port, handler, *arguments):
+    listener = socket.create_server(("127.0.0.1", port), backlog=64)
+
+    def accept():
+        while True:
+            connection, _ = listener.accept()
+            threading.Thread(target=handler, args=(connection, *arguments), daemon=True).start()
+
+    threading.Thread(target=accept, daemon=True).start()
+
+
+def context_of(folder, name):
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(folder / f"{name}.crt", folder / f"{name}.key")
+    return context
+
+
+def answer_names():
+    """A name server that knows no name, and does not even say so for silent.test."""
+    server = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    server.bind(("127.0.0.1", 53))
+
+    def answer():
+        while True:
+            query, client = server.recvfrom(4096)
+            if b"\x06silent\x04test" not in query:
+                server.sendto(query[:2] + b"\x81\x83" + query[4:6] + bytes(6) + query[12:], client)
+
+    threading.Thread(target=answer, daemon=True).start()
+
+
+def run_client(command):
+    try:
+        done = subprocess.run(command["argv"], env=command["environment"], timeout=CLIENT_LIMIT,
+                              stdin=subprocess.DEVNULL, capture_output=True, check=False)
+    except subprocess.TimeoutExpired as hung:
+        return {"status": None, "stdout": (hung.stdout or b"").decode(), "stderr": "hangs"}
+    return {"status": done.returncode, "stdout": done.stdout.decode(),
+            "stderr": done.stderr.decode()}
+
+
+def main():
+    folder = pathlib.Path(sys.argv[1])
+    listen(PLAIN_PORT, serve, None)
+    for name, port in TLS_PORTS.items():
+        listen(port, serve, context_of(folder, name))
+    listen(NO_TLS_PORT, greet)
+    answer_names()
+    nginx = subprocess.Popen(["nginx", "-p", str(folder), "-c", "nginx.conf", "-e", "error.log"])
+    try:
+        for port in (NGINX_PORT, NGINX_TLS_PORT):
+            while socket.socket().connect_ex(("127.0.0.1", port)) != 0:
+                assert nginx.poll() is None, "nginx ended"
+                time.sleep(0.05)
+        print("ready", flush=True)
+        for line in sys.stdin:
+            print(json.dumps(run_client(json.loads(line))), flush=True)
+    finally:
+        nginx.terminate()
+        nginx.wait()
+
+
+if __name__ == "__main__":
+    main()
