@@ -28,9 +28,6 @@ target_link_libraries(kp_host INTERFACE
   "-framework Security"
   "-framework ServiceManagement")
 target_link_options(kp_host INTERFACE
-  # Categories are reached by no symbol; members of an archive that hold Objective-C
-  # code are linked all the same.
-  -ObjC
   # A framework from which an executable imports nothing is not loaded.
   LINKER:-dead_strip_dylibs)
 
@@ -49,3 +46,11 @@ function(kp_use_cxx_library TARGET)
   target_compile_options(${TARGET} PRIVATE -mmacosx-version-min=10.15)
   target_link_options(${TARGET} PRIVATE -mmacosx-version-min=10.15 -stdlib=libc++)
 endfunction()
+
+# kp_use_cxx_library_here(): the same for all targets of a folder and of those below it, the tests.
+macro(kp_use_cxx_library_here)
+  if(CMAKE_OSX_DEPLOYMENT_TARGET AND CMAKE_OSX_DEPLOYMENT_TARGET VERSION_LESS 10.15)
+    add_compile_options(-mmacosx-version-min=10.15)
+    add_link_options(-mmacosx-version-min=10.15 -stdlib=libc++)
+  endif()
+endmacro()

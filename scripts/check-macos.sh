@@ -1,20 +1,28 @@
 #!/usr/bin/env bash
-# Checks on any host that the product compiles, links and stays within macOS 10.6.
+# Checks on any host that the product compiles and links for macOS, and makes the universal files.
 #
-#   scripts/check-macos.sh --sdk DIR [--build-dir DIR]
+#   scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--tests]
 #
-# Compiles every product source for x86_64 macOS against the SDK in DIR and, when the
-# SDK has link stubs, links the executables and looks at what they import. Says what it
-# did and what it could not do; exit status 1 when anything it did fails.
-# docs/macos.md tells what an SDK must hold.
+# Compiles every product source for Intel processors (macOS 10.6) and for Apple's (11.0) against
+# the SDK in DIR. When the SDK has link stubs, links the executables, joins each of them into one
+# universal file in build/macos/bin, and checks what the slices say and import. With --tests it
+# compiles the unit tests too, all but the Linux host port's, and links them when there are stubs.
+# Prints what it did and what it could not do; exit status 1 when anything it did fails.
+# docs/macos.md lists what an SDK must hold.
 set -euo pipefail
 
 repo=$(cd "$(dirname "$0")/.." && pwd)
-build=$repo/build/macos
+out=$repo/build/macos
 sdk=
+with_tests=
+googletest=/usr/src/googletest
+architectures=(x86_64 arm64)
+declare -A oldest=([x86_64]=10.6 [arm64]=11.0)
+declare -A cxx_library=([x86_64]=libstdc++ [arm64]=libc++)
+frameworks=(Foundation CoreFoundation SystemConfiguration Security ServiceManagement)
 
 usage() {
-    echo "usage: scripts/check-macos.sh --sdk DIR [--build-dir DIR]" >&2
+    echo "usage: scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--tests]" >&2
     exit 2
 }
 fail() {
@@ -23,24 +31,26 @@ fail() {
 }
 
 while [ $# -gt 0 ]; do
+    if [ "$1" = --tests ]; then
+        with_tests=yes
+        shift
+        continue
+    fi
     [ $# -ge 2 ] || usage
     case $1 in
         --sdk) sdk=$2 ;;
-        --build-dir) build=$2 ;;
+        --build-dir) out=$2 ;;
         *) usage ;;
     esac
     shift 2
 done
 [ -n "$sdk" ] || usage
 [ -d "$sdk/usr/include" ] || fail "$sdk: no SDK: usr/include is missing"
+[ -f "$sdk/SDKSettings.json" ] || fail "$sdk: SDKSettings.json is missing: the linked files would \
+record 10.6 as their SDK (docs/macos.md)"
 sdk=$(cd "$sdk" && pwd)
-
-# Builds targets; shows the build's output only when it fails.
-build_targets() {
-    ninja -C "$build" --quiet "$@" > "$build/ninja.log" 2>&1 && return
-    cat "$build/ninja.log" >&2
-    return 1
-}
+mkdir -p "$out"
+out=$(cd "$out" && pwd)
 
 # The first of LLVM's tools under its plain name or with the release in it.
 llvm_tool() {
@@ -48,104 +58,173 @@ llvm_tool() {
 }
 nm=$(llvm_tool llvm-nm)
 objdump=$(llvm_tool llvm-objdump)
+lipo=$(llvm_tool llvm-lipo)
+
+# run LOG COMMAND...: shows the command's output only when it fails.
+run() {
+    local log=$1
+    shift
+    "$@" > "$log" 2>&1 && return
+    tail -n 60 "$log" >&2
+    return 1
+}
+
+# CLI11 is headers only. They are offered in a folder of their own, because the host's
+# /usr/include must not come before the SDK's.
+product=(player shared/platform/mac shared/platform/posix)
+with_kpim=OFF
+# KP_WERROR: a warning is an error.
+options=("-DMACOS_SDK=$sdk" -DKP_WERROR=ON)
+if [ -d /usr/include/CLI ] && [ -d /usr/share/cmake/CLI11 ]; then
+    mkdir -p "$out/cli11/include" "$out/cli11/share/cmake"
+    cp -Rp /usr/include/CLI "$out/cli11/include/"
+    cp -Rp /usr/share/cmake/CLI11 "$out/cli11/share/cmake/"
+    options+=("-DCLI11_DIR=$out/cli11/share/cmake/CLI11")
+    product+=(tools)
+    with_kpim=ON
+else
+    echo "kpim: not compiled: CLI11 is not installed (Debian: libcli11-dev)"
+fi
+options+=("-DKP_BUILD_KPIM=$with_kpim")
+
+# configure ARCHITECTURE BUILD OPTION...
+configure() {
+    local architecture=$1 build=$2
+    shift 2
+    mkdir -p "$build"
+    (cd "$repo" && run "$build/configure.log" cmake --preset "macos-$architecture" \
+        -S "$repo" -B "$build" "${options[@]}" "$@") || fail "$architecture: configuring failed"
+}
+
+# objects BUILD: the object files of a build.
+objects() {
+    ninja -C "$1" -t targets all | sed -n 's/^\(.*\.o\): .*/\1/p'
+}
 
 # --- Compile -------------------------------------------------------------------------
 
-product=(player shared/platform/mac shared/platform/posix)
-configure=("--preset" macos -DKP_WERROR=ON -S "$repo" -B "$build" "-DMACOS_SDK=$sdk")
-# CLI11 is headers only. They are offered in a folder of their own, because the host's
-# /usr/include must not come before the SDK's.
-if [ -d /usr/include/CLI ] && [ -d /usr/share/cmake/CLI11 ]; then
-    mkdir -p "$build/cli11/include" "$build/cli11/share/cmake"
-    cp -R /usr/include/CLI "$build/cli11/include/"
-    cp -R /usr/share/cmake/CLI11 "$build/cli11/share/cmake/"
-    configure+=(-DKP_BUILD_KPIM=ON "-DCLI11_DIR=$build/cli11/share/cmake/CLI11")
-    product+=(tools)
-else
-    configure+=(-DKP_BUILD_KPIM=OFF)
-    echo "kpim: not compiled: CLI11 is not installed (Debian: libcli11-dev)"
-fi
-mkdir -p "$build"
-(cd "$repo" && cmake "${configure[@]}") > "$build/configure.log" 2>&1 || {
-    tail -n 20 "$build/configure.log" >&2
-    fail "configuring failed"
+compile() {
+    local architecture=$1 build=$out/$1 source compiled=0 files sources
+    configure "$architecture" "$build"
+    mapfile -t files < <(objects "$build")
+    [ ${#files[@]} -gt 0 ] || fail "the build has no sources"
+    run "$build/ninja.log" ninja -C "$build" "${files[@]}" || fail "$architecture: compiling failed"
+
+    mapfile -t sources < <(cd "$repo" && git ls-files "${product[@]}" |
+        grep -E '\.(c|cc|cpp|m|mm)$')
+    for source in "${sources[@]}"; do
+        grep -qF "\"file\": \"$repo/$source\"" "$build/compile_commands.json" ||
+            fail "$source belongs to no target of the macOS build"
+        compiled=$((compiled + 1))
+    done
+    echo "compiled for $architecture, macOS ${oldest[$architecture]}: $compiled product sources" \
+        "and $((${#files[@]} - compiled)) of the LZMA SDK, without a warning"
 }
 
-mapfile -t objects < <(ninja -C "$build" -t targets all | sed -n 's/^\(.*\.o\): .*/\1/p')
-[ ${#objects[@]} -gt 0 ] || fail "the build has no sources"
-build_targets "${objects[@]}" || fail "compiling failed"
-
-mapfile -t sources < <(cd "$repo" && git ls-files "${product[@]}" |
-    grep -E '\.(c|cc|cpp|m|mm)$')
-compiled=0
-for source in "${sources[@]}"; do
-    grep -qF "\"file\": \"$repo/$source\"" "$build/compile_commands.json" ||
-        fail "$source belongs to no target of the macOS build"
-    compiled=$((compiled + 1))
+for architecture in "${architectures[@]}"; do
+    compile "$architecture"
 done
-echo "compiled: $compiled product sources and $((${#objects[@]} - compiled)) of the LZMA SDK, without a warning"
+
+# compile_tests ARCHITECTURE: the unit tests, in a build of their own that is not optimized.
+compile_tests() {
+    local architecture=$1 build=$out/tests-$1 files
+    configure "$architecture" "$build" -DKP_BUILD_KPIM=OFF -DKP_BUILD_TESTS=ON \
+        -DCMAKE_BUILD_TYPE= "-DKP_GOOGLETEST_SOURCE_DIR=$googletest" \
+        "-DCMAKE_CXX_STANDARD_LIBRARIES=$build/tests.tbd" \
+        "-DCMAKE_OBJCXX_STANDARD_LIBRARIES=$build/tests.tbd"
+    mapfile -t files < <(objects "$build")
+    run "$build/ninja.log" ninja -C "$build" "${files[@]}" ||
+        fail "$architecture: compiling the tests failed"
+    echo "compiled for $architecture: the unit tests"
+}
+
+if [ -n "$with_tests" ]; then
+    [ -f "$googletest/CMakeLists.txt" ] || fail "$googletest is missing (Debian: googletest)"
+    for architecture in "${architectures[@]}"; do
+        compile_tests "$architecture"
+    done
+fi
 
 # --- Link ----------------------------------------------------------------------------
 
-frameworks=(Foundation CoreFoundation SystemConfiguration Security ServiceManagement)
-stubs=(usr/lib/lib{System,objc,stdc++}.tbd)
+# The link stubs of an SDK that has none are missing one and all; name each that is.
+missing=()
+stubs=(usr/lib/lib{System,objc,stdc++,c++}.tbd)
 for framework in "${frameworks[@]}"; do
     stubs+=("System/Library/Frameworks/$framework.framework/$framework.tbd")
 done
-missing=()
 for stub in "${stubs[@]}"; do
     [ -e "$sdk/$stub" ] || missing+=("$stub")
 done
 if [ ${#missing[@]} -gt 0 ]; then
-    printf 'not linked, imports not looked at: the SDK has no %s\n' "${missing[@]}"
+    printf 'not linked, joined or looked at: the SDK has no %s\n' "${missing[@]}"
     exit 0
 fi
 
-# cache_value NAME: a variable of CMake's cache.
-cache_value() {
-    sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"
-}
-version=$(cache_value CMAKE_PROJECT_VERSION)
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:[A-Z]*=//p' "$out/x86_64/CMakeCache.txt")
 
-# check_executable NAME MINIMUM-RELEASE: one linked file.
-check_executable() {
-    local name=$1 minimum=$2 file=$build/bin/$1
-    local headers
-    build_targets "$name" || fail "linking $name failed"
-
-    headers=$("$objdump" --macho --private-headers "$file")
-    grep -q 'MH_MAGIC_64 *X86_64 .*EXECUTE' <<< "$headers" ||
-        fail "$name is no x86_64 Mach-O executable"
-    grep -Eq "^ *(version|minos) ${minimum//./\\.}\$" <<< "$headers" ||
-        fail "$name does not ask for macOS $minimum"
-    "$objdump" --macho --section=__TEXT,__info_plist "$file" |
-        grep -A 1 '<key>CFBundleVersion</key>' | grep -qF "<string>$version</string>" ||
-        fail "$name: __TEXT,__info_plist does not carry the version $version"
-    echo "linked: $name, x86_64, macOS $minimum and later, information dictionary of $version"
+# imports ARCHITECTURE FILE: fails when the file imports what the oldest system lacks.
+imports() {
+    "$repo/scripts/macos_imports.py" --nm "$nm" --objdump "$objdump" --arch "$1" "$2" ||
+        fail "$2 imports what macOS ${oldest[$1]} does not have"
 }
 
 # All of the product in one image: also what finalizer does not use.
-image=$build/product
-product_objects=()
-for object in "${objects[@]}"; do
-    [[ $object == tools/* ]] || product_objects+=("$build/$object")
+link_product() {
+    local architecture=$1 build=$out/$1 object files=()
+    while read -r object; do
+        [[ $object == tools/* ]] || files+=("$build/$object")
+    done < <(objects "$build")
+    clang++ "--target=$architecture-apple-macosx${oldest[$architecture]}" -isysroot "$sdk" \
+        -fuse-ld=lld -nostartfiles "-stdlib=${cxx_library[$architecture]}" -bundle \
+        -o "$build/product" "${files[@]}" "${frameworks[@]/#/-Wl,-framework,}" ||
+        fail "$architecture: linking the product's objects failed"
+    imports "$architecture" "$build/product"
+}
+
+# join NAME SLICE SLICE: links the executable for each processor, joins the files and checks them.
+join() {
+    local name=$1 architecture parts=()
+    for architecture in "${architectures[@]}"; do
+        run "$out/$architecture/ninja.log" ninja -C "$out/$architecture" "$name" ||
+            fail "$architecture: linking $name failed"
+        parts+=("$out/$architecture/bin/$name")
+    done
+    mkdir -p "$out/bin"
+    "$lipo" -create "${parts[@]}" -output "$out/bin/$name" || fail "joining $name failed"
+    echo "$name, universal: $out/bin/$name"
+    "$repo/scripts/macos_file.py" --version "$version" --slice "$2" --slice "$3" \
+        "$out/bin/$name" ||
+        fail "$name is not what can be shipped"
+}
+
+echo "the product's objects, linked together:"
+for architecture in "${architectures[@]}"; do
+    link_product "$architecture"
 done
-clang++ --target=x86_64-apple-macosx10.6 -isysroot "$sdk" -fuse-ld=lld -nostartfiles \
-    -stdlib=libstdc++ -bundle -o "$image" "${product_objects[@]}" \
-    "${frameworks[@]/#/-Wl,-framework,}" ||
-    fail "linking the product's objects failed"
-/usr/bin/env python3 "$repo/scripts/macos_imports.py" --nm "$nm" --objdump "$objdump" "$image" ||
-    fail "the product imports what macOS 10.6 does not have"
+join finalizer x86_64:10.6 arm64:11.0
+for architecture in "${architectures[@]}"; do
+    imports "$architecture" "$out/bin/finalizer"
+done
+# kpim uses the C++ library, which has all of C++17 since 10.15.
+if [ "$with_kpim" = ON ]; then
+    join kpim x86_64:10.15 arm64:11.0
+fi
 
-check_executable finalizer 10.6
-/usr/bin/env python3 "$repo/scripts/macos_imports.py" --nm "$nm" --objdump "$objdump" \
-    "$build/bin/finalizer" ||
-    fail "finalizer imports what macOS 10.6 does not have"
+# link_tests ARCHITECTURE: against the SDK's stubs and one of what these do not list.
+link_tests() {
+    local architecture=$1 build=$out/tests-$1 files programs
+    mapfile -t files < <(objects "$build")
+    "$repo/scripts/macos_test_stub.py" --nm "$nm" --sdk "$sdk" --output "$build/tests.tbd" \
+        "${files[@]/#/$build/}" || fail "$architecture: the tests lack a symbol"
+    mapfile -t programs < <(ninja -C "$build" -t targets all | sed -n 's|^\(tests/[^/]*\): .*|\1|p')
+    run "$build/ninja.log" ninja -C "$build" "${programs[@]}" ||
+        fail "$architecture: linking the tests failed"
+    echo "linked for $architecture: ${#programs[@]} unit-test programs"
+}
 
-if [[ " ${sources[*]}" == *" tools/kpim/"* ]]; then
-    if [ -e "$sdk/usr/lib/libc++.tbd" ]; then
-        check_executable kpim 10.15
-    else
-        echo "kpim: not linked: the SDK has no usr/lib/libc++.tbd"
-    fi
+if [ -n "$with_tests" ]; then
+    for architecture in "${architectures[@]}"; do
+        link_tests "$architecture"
+    done
 fi

@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""Lists what a Mach-O executable imports, and fails on what macOS 10.6 does not have.
+"""Lists what a macOS executable imports, and fails on what its oldest system does not have.
 
-    scripts/macos_imports.py [--table] EXECUTABLE
+    scripts/macos_imports.py [--arch x86_64|arm64] [--table] EXECUTABLE
 
-Availability marks in the SDK's headers let the compiler refuse newer functions, classes and
-methods. This looks at what no mark covers: symbols that the compiler or the C++ headers bring
-in by themselves, functions that headers declare without a mark, and libraries.
+The oldest system is macOS 10.6 for Intel processors and 11.0 for Apple's. Availability marks in the
+SDK's headers let the compiler refuse newer functions, classes and methods. This looks at what no
+mark covers: symbols that the compiler or the C++ headers bring in by themselves, functions that
+headers declare without a mark, and libraries.
 """
 
 import argparse
@@ -15,7 +16,7 @@ import shutil
 import subprocess
 import sys
 
-# The libraries of 10.6 that the product may load.
+# The libraries that the product may load on every processor.
 LIBRARIES = {
     "/System/Library/Frameworks/CoreFoundation.framework/Versions/A/CoreFoundation",
     "/System/Library/Frameworks/Foundation.framework/Versions/C/Foundation",
@@ -24,11 +25,11 @@ LIBRARIES = {
     "/System/Library/Frameworks/SystemConfiguration.framework/Versions/A/SystemConfiguration",
     "/usr/lib/libSystem.B.dylib",
     "/usr/lib/libobjc.A.dylib",
-    "/usr/lib/libstdc++.6.dylib",
 }
 
-# What GCC's C++ library of 10.6 shares with the one whose headers are compiled: memory
-# operators without size or alignment, exception handling, run-time types.
+# What the two C++ libraries share, GCC's of 10.6 and the one whose headers are compiled: memory
+# operators without size or alignment, exception handling, run-time types. The product takes no more
+# on Apple's processors either: it is one source.
 CXX_RUNTIME = re.compile(
     r"__Zn[wa]m(RKSt9nothrow_t)?|__Zd[la]Pv(RKSt9nothrow_t)?|__ZSt7nothrow|__ZSt9terminatev"
     r"|___cxa_(allocate_exception|free_exception|throw|rethrow|begin_catch|end_catch"
@@ -38,7 +39,7 @@ CXX_RUNTIME = re.compile(
     r"|__ZT[IVS]St(9exception|9bad_alloc)|__ZNK?St(9exception|9bad_alloc)(D[012]Ev|4whatEv)")
 
 # Names that came after 10.6: from the compiler, or undated in headers.
-NEWER = re.compile(
+NEWER_THAN_10_6 = re.compile(
     # Reference counting by the compiler (10.7), its allocation shortcuts (10.14.4 and later).
     r"_objc_(retain|release|autorelease|store|load|copyWeak|moveWeak|initWeak|destroyWeak)\w*"
     r"|_objc_(alloc|allocWithZone|alloc_init|opt_\w+|unsafeClaim\w+)"
@@ -54,6 +55,21 @@ NEWER = re.compile(
     r"|getentropy|timingsafe_bcmp|os_log\w*|__os_log\w*|qsort_s|aligned_alloc|timespec_get"
     r"|at_quick_exit|quick_exit|pthread_setname_np|pthread_getname_np|sysdir_\w+)")
 
+# The same for 11.0.
+NEWER_THAN_11_0 = re.compile(
+    # Shortcuts for messages, reference counting by register (13) and autoreleased results (13).
+    r"_objc_msgSend\$\S+|_objc_(retain|release)_x\d+|_objc_claimAutoreleasedReturnValue"
+    r"|___ubsan\w*|___asan\w*"
+    r"|_(mkfifoat|mknodat|freadlink|strchrnul|at_quick_exit|quick_exit|os_sync_\w+)")
+
+# What executables for one architecture may ask for.
+Rules = collections.namedtuple("Rules", "oldest cxx_library newer")
+ARCHITECTURES = {
+    "x86_64": Rules("10.6", "/usr/lib/libstdc++.6.dylib", NEWER_THAN_10_6),
+    "arm64": Rules("11.0", "/usr/lib/libc++.1.dylib", NEWER_THAN_11_0),
+}
+CXX_LIBRARIES = {"libstdc++", "libc++"}
+
 LOAD = re.compile(r"\s+(/.*) \(compatibility version .*\)")
 IMPORT = re.compile(r"\(undefined\).*? external (\S+) \(from (\S+)\)")
 
@@ -62,16 +78,17 @@ def output_of(*command):
     return subprocess.run(command, check=True, text=True, stdout=subprocess.PIPE).stdout
 
 
-def loads(objdump, executable):
+def loads(objdump, executable, architecture):
     """The install names of the libraries that the executable loads."""
-    lines = output_of(objdump, "--macho", "--dylibs-used", executable).splitlines()
+    lines = output_of(objdump, "--macho", f"--arch={architecture}", "--dylibs-used",
+                      executable).splitlines()
     return [match.group(1) for match in map(LOAD.fullmatch, lines) if match]
 
 
-def imports(nm, executable):
+def imports(nm, executable, architecture):
     """The imported symbols by library, as nm prints both."""
     table = collections.defaultdict(list)
-    for line in output_of(nm, "-m", "-u", executable).splitlines():
+    for line in output_of(nm, "-m", "-u", f"--arch={architecture}", executable).splitlines():
         if not line.strip():
             continue
         match = IMPORT.search(line)
@@ -81,17 +98,17 @@ def imports(nm, executable):
     return table
 
 
-def faults(loaded, table):
-    """What 10.6 does not have, one line each."""
+def faults(loaded, table, rules):
+    """What the oldest system does not have, one line each."""
     for library in loaded:
-        if library not in LIBRARIES:
+        if library not in LIBRARIES | {rules.cxx_library}:
             yield f"{library}: not a library that the product may load"
     for library, symbols in sorted(table.items()):
         for symbol in symbols:
-            if library == "libstdc++" and not CXX_RUNTIME.fullmatch(symbol):
+            if library in CXX_LIBRARIES and not CXX_RUNTIME.fullmatch(symbol):
                 yield f"{symbol}: not shared by the C++ libraries"
-            elif NEWER.fullmatch(symbol):
-                yield f"{symbol} (from {library}): newer than 10.6"
+            elif rules.newer.fullmatch(symbol):
+                yield f"{symbol} (from {library}): newer than {rules.oldest}"
 
 
 def main():
@@ -102,11 +119,13 @@ def main():
     parser.add_argument("--objdump",
                         default=shutil.which("llvm-objdump") or "llvm-objdump-14",
                         help="LLVM's objdump")
+    parser.add_argument("--arch", choices=ARCHITECTURES, default="x86_64")
     parser.add_argument("--table", action="store_true", help="print every import")
     arguments = parser.parse_args()
 
-    loaded = loads(arguments.objdump, arguments.executable)
-    table = imports(arguments.nm, arguments.executable)
+    rules = ARCHITECTURES[arguments.arch]
+    loaded = loads(arguments.objdump, arguments.executable, arguments.arch)
+    table = imports(arguments.nm, arguments.executable, arguments.arch)
     if not loaded or not table:
         raise SystemExit(f"macos_imports: {arguments.executable}: imports nothing")
     if arguments.table:
@@ -114,13 +133,13 @@ def main():
         for library, symbols in sorted(table.items()):
             names = ", ".join(f"`{symbol.removeprefix('_')}`" for symbol in sorted(symbols))
             print(f"| {library} | {names} |")
-    found = list(faults(loaded, table))
+    found = list(faults(loaded, table, rules))
     for fault in found:
         print(f"macos_imports: {arguments.executable}: {fault}", file=sys.stderr)
     if found:
         return 1
-    print(f"imports: {sum(map(len, table.values()))} symbols of {len(table)} libraries, "
-          "none newer than 10.6", file=sys.stderr if arguments.table else sys.stdout)
+    print(f"  {arguments.arch}: imports {sum(map(len, table.values()))} symbols of {len(table)} "
+          f"libraries, none newer than {rules.oldest}", file=sys.stderr if arguments.table else sys.stdout)
     return 0
 
 

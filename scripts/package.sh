@@ -1,7 +1,56 @@
 #!/usr/bin/env bash
 # Builds the packages from a release build: build/release/packages/*.deb and *.tar.gz.
+#
+#   scripts/package.sh [--macos DIR]
+#
+# --macos makes a tarball of the universal macOS programs in DIR/bin, where scripts/check-macos.sh
+# leaves them, with man pages and completions: DIR/packages/*-macOS-universal.tar.gz.
 set -euo pipefail
+here=$PWD
 cd "$(dirname "$0")/.."
+
+package_macos() {
+    local build=$1 version name
+    version=$(sed -n 's/^project(.* VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
+    # Never a program for one processor, or one that says of itself what is not so.
+    scripts/macos_file.py --version "$version" --slice x86_64:10.6 --slice arm64:11.0 \
+        "$build/bin/finalizer"
+    scripts/macos_file.py --version "$version" --slice x86_64:10.15 --slice arm64:11.0 \
+        "$build/bin/kpim"
+
+    name=kpinstallmanager-$version-macOS-universal
+    stage=$(mktemp -d)
+    trap 'rm -rf "$stage"' EXIT
+    umask 022
+    mkdir -p "$build/packages"
+    install -D "$build/bin/kpim" "$stage/$name/bin/kpim"
+    install -D "$build/bin/finalizer" "$stage/$name/libexec/kpinstallmanager/finalizer"
+    while read -r source target; do
+        install -D -m 644 "$source" "$stage/$name/share/$target"
+    done << 'FILES'
+tools/kpim/kpim.1 man/man1/kpim.1
+player/Installers/Mac/KPInstallManager/finalizer.8 man/man8/finalizer.8
+tools/kpim/completions/kpim.bash bash-completion/completions/kpim
+tools/kpim/completions/_kpim zsh/site-functions/_kpim
+LICENSE doc/kpinstallmanager/LICENSE
+README.md doc/kpinstallmanager/README.md
+CHANGELOG.md doc/kpinstallmanager/CHANGELOG.md
+cmake/copyright doc/kpinstallmanager/copyright
+FILES
+    # Not stripped: that would break the signature.
+    tar -C "$stage" --owner=0 --group=0 --numeric-owner --sort=name \
+        -czf "$build/packages/$name.tar.gz" "$name"
+    find "$build/packages" -maxdepth 1 -type f -printf '%p %s bytes\n'
+}
+
+if [ "${1-}" = --macos ] && [ $# -eq 2 ]; then
+    package_macos "$(cd "$here" && realpath "$2")"
+    exit
+fi
+if [ $# -gt 0 ]; then
+    echo "usage: scripts/package.sh [--macos DIR]" >&2
+    exit 2
+fi
 
 scripts/bootstrap.sh
 cmake --preset release > /dev/null

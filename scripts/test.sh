@@ -77,7 +77,7 @@ case $mode in
         step build-release build release
         step build-asan build asan
         run_tests all
-        if [ -n "${KP_MACOS_SDK-}" ]; then step macos scripts/check-macos.sh --sdk "$KP_MACOS_SDK"; fi
+        if [ -n "${KP_MACOS_SDK-}" ]; then step macos scripts/check-macos.sh --sdk "$KP_MACOS_SDK" --tests; fi
         ;;
 esac
 exec /usr/bin/python3 scripts/summarize_tests.py "$results" build/release/test-results \

@@ -1,4 +1,4 @@
-"""The script that refuses imports newer than macOS 10.6, against listings as nm prints them."""
+"""The script that refuses imports newer than the oldest macOS, against listings as nm prints them."""
 
 import pathlib
 import stat
@@ -52,7 +52,7 @@ def check(tmp_path):
 def test_what_10_6_has_passes(check):
     result = check(OLD)
     assert (result.returncode, result.stderr) == (0, "")
-    assert result.stdout == "imports: 10 symbols of 5 libraries, none newer than 10.6\n"
+    assert result.stdout == "  x86_64: imports 10 symbols of 5 libraries, none newer than 10.6\n"
 
 
 @pytest.mark.parametrize("symbol, library", [
@@ -70,6 +70,40 @@ def test_a_newer_symbol_is_refused_by_name(check, symbol, library):
     result = check(OLD + imported(symbol, library))
     assert result.returncode == 1
     assert len(result.stderr.splitlines()) == 1 and symbol in result.stderr
+
+
+OLD_ON_APPLE = (imported("_objc_alloc_init", "libobjc") + imported("_objc_retain", "libobjc")
+                + imported("_fstat", "libSystem") + imported("_bzero", "libSystem")
+                + imported("__Znam", "libc++") + imported("___gxx_personality_v0", "libc++"))
+APPLE_LIBRARIES = loaded("/usr/lib/libSystem.B.dylib") + loaded("/usr/lib/libc++.1.dylib")
+
+
+def test_what_11_0_has_passes_on_apples_processors(check):
+    result = check(OLD_ON_APPLE, "--arch", "arm64", libraries=APPLE_LIBRARIES)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout == "  arm64: imports 6 symbols of 3 libraries, none newer than 11.0\n"
+
+
+@pytest.mark.parametrize("symbol, library", [
+    ("_objc_retain_x19", "libobjc"), ("_objc_msgSend$length", "libobjc"),
+    ("_mkfifoat", "libSystem"), ("__ZNSt3__19to_stringEi", "libc++"), ("__ZdlPvm", "libc++"),
+])
+def test_a_newer_symbol_is_refused_on_apples_processors(check, symbol, library):
+    result = check(OLD_ON_APPLE + imported(symbol, library), "--arch", "arm64",
+                   libraries=APPLE_LIBRARIES)
+    assert result.returncode == 1
+    assert len(result.stderr.splitlines()) == 1 and symbol in result.stderr
+
+
+def test_the_slice_that_is_asked_for_is_listed(tmp_path):
+    for name, listing in (("nm", OLD_ON_APPLE), ("objdump", APPLE_LIBRARIES)):
+        program = tool(tmp_path / name, listing)
+        program.write_text(program.read_text().replace(
+            "cat", 'case "$*" in *--arch=arm64*) ;; *) exit 1 ;; esac; cat'))
+    result = subprocess.run([SCRIPT, "--nm", tmp_path / "nm", "--objdump", tmp_path / "objdump",
+                             "--arch", "arm64", "program"],
+                            text=True, capture_output=True, check=False)
+    assert (result.returncode, result.stderr) == (0, "")
 
 
 @pytest.mark.parametrize("library", [

@@ -19,6 +19,12 @@ int InitializeGroups(int (*function)(const char*, Group), const char* name, gid_
   return function(name, static_cast<Group>(group));
 }
 
+// setgroups(2) takes the count as an int on macOS and as a size_t on Linux.
+template <typename Count>
+int SetGroups(int (*function)(Count, const gid_t*), int count, const gid_t* groups) {
+  return function(static_cast<Count>(count), groups);
+}
+
 }  // namespace
 
 EffectiveUser::EffectiveUser(const char* name, uid_t user, gid_t group)
@@ -64,5 +70,5 @@ bool EffectiveUser::Become(const char* name, uid_t user, gid_t group) const {
 void EffectiveUser::Restore() const {
   (void)seteuid(savedUser_);
   (void)setegid(savedGroup_);
-  (void)setgroups(static_cast<unsigned int>(savedGroupCount_), savedGroups_);
+  (void)SetGroups(setgroups, savedGroupCount_, savedGroups_);
 }

@@ -93,9 +93,11 @@ class TreeRemoval {
  public:
   explicit TreeRemoval(FolderWalk& walk) : walk_(walk), result_() {}
 
+  // Each removes the item `name` of the folder that the walk is in, `depth` folders below the one
+  // that the removal is for, and counts it when it stays.
   void Remove(const char* name, unsigned int depth);
-  void RemoveFile(const char* name);
-  void RemoveFolder(const char* name);
+  void RemoveFile(const char* name, unsigned int depth);
+  void RemoveFolder(const char* name, unsigned int depth);
   void Refuse(int error);
   const RemovalResult& Result() const { return result_; }
 
@@ -104,6 +106,7 @@ class TreeRemoval {
   bool IsTrusted(uid_t owner) const { return owner_ == kRoot || owner == owner_ || owner == kRoot; }
 
  private:
+  void RemoveBy(int (*function)(const char*), const char* name, unsigned int depth);
   void Empty(const char* name, unsigned int depth);
   int EmptyHere(const FolderIdentity& parent, unsigned int depth);
 
@@ -124,19 +127,46 @@ void TreeRemoval::Refuse(int error) {
   ++result_.refused;
 }
 
-void TreeRemoval::RemoveFile(const char* name) {
-  if (Uninterrupted([&] { return unlink(name); }) != 0) {
-    Refuse(errno);
+// Clears the flags of the item `name`, a link being one itself. Returns whether it could. A file
+// with another name elsewhere keeps them: it does not go, and may be someone else's.
+//
+// Another user may put something else in the item's place before the flags are cleared, but only
+// what this user may place there, which is never an item that someone else has locked: locked items
+// can be neither renamed nor linked.
+bool Unlock(const char* name) {
+  struct stat status = {};
+  if (lstat(name, &status) != 0 || (!S_ISDIR(status.st_mode) && status.st_nlink != 1)) {
+    return false;
   }
+  return Uninterrupted([&] { return lchflags(name, 0); }) == 0;
 }
 
-void TreeRemoval::RemoveFolder(const char* name) {
-  if (Uninterrupted([&] { return rmdir(name); }) != 0) {
-    Refuse(errno);
+// Where a lock of the item, or of the folder if that goes too, is in the way, it is cleared and
+// `function` called again.
+void TreeRemoval::RemoveBy(int (*function)(const char*), const char* name, unsigned int depth) {
+  const auto remove = [&] { return function(name); };
+  if (Uninterrupted(remove) == 0) {
+    return;
   }
+  const int error = errno;
+  if (error == EPERM) {
+    const bool isItemUnlocked = Unlock(name);
+    const bool isFolderUnlocked = depth > 0 && Unlock(".");
+    if ((isItemUnlocked || isFolderUnlocked) && Uninterrupted(remove) == 0) {
+      return;
+    }
+  }
+  Refuse(error);
 }
 
-// Removes the item `name` of the folder that the walk is in.
+void TreeRemoval::RemoveFile(const char* name, unsigned int depth) {
+  RemoveBy(unlink, name, depth);
+}
+
+void TreeRemoval::RemoveFolder(const char* name, unsigned int depth) {
+  RemoveBy(rmdir, name, depth);
+}
+
 void TreeRemoval::Remove(const char* name, unsigned int depth) {
   struct stat status = {};
   if (lstat(name, &status) != 0) {
@@ -144,14 +174,14 @@ void TreeRemoval::Remove(const char* name, unsigned int depth) {
     return;
   }
   if (!S_ISDIR(status.st_mode)) {
-    RemoveFile(name);
+    RemoveFile(name, depth);
     return;
   }
   const unsigned long refusedBefore = result_.refused;
   Empty(name, depth);
   // A folder that is not empty would be refused for what is counted already.
   if (result_.refused == refusedBefore && !isLost_) {
-    RemoveFolder(name);
+    RemoveFolder(name, depth);
   }
 }
 
@@ -243,9 +273,9 @@ RemovalResult RemoveFileOrEmptyFolder(const char* root, const char* path) {
     if (lstat(name, &status) != 0) {
       removal.Refuse(errno);
     } else if (S_ISDIR(status.st_mode)) {
-      removal.RemoveFolder(name);
+      removal.RemoveFolder(name, 0);
     } else {
-      removal.RemoveFile(name);
+      removal.RemoveFile(name, 0);
     }
   });
 }

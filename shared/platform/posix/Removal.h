@@ -19,6 +19,11 @@ struct RemovalResult {
 /// `root` is not root's but another user's, folders of third users, which that user may have moved
 /// there.
 ///
+/// An item that is locked against changes (chflags(1): uchg, schg and the append-only ones) is
+/// unlocked first, and so is a locked folder below the removed one or that one itself, as far as
+/// the process may. What stays: the item of a folder that is locked itself, and a locked file with
+/// another name elsewhere.
+///
 /// An item that does not exist is not refused. `path` may begin with a slash and ends with a name.
 RemovalResult RemoveTree(const char* root, const char* path);
 

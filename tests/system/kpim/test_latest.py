@@ -4,7 +4,7 @@ import json
 
 import pytest
 
-from download_server import CURRENT
+from download_server import CURRENT, NGINX
 from install_root import PROGRAMS
 
 EXAMPLE = ('<XML><update version="32.0.0.270"><description><meta>message "A new version is '
@@ -203,6 +203,15 @@ def test_wrong_certificate(latest, download_server, certificate, reason):
 def test_silent_server(latest, download_server):
     download_server.kind = "silent"
     latest("--time-limit", "1", status=1, errors=["no complete answer within 1 second"],
+           check_leaks=False)
+
+
+def test_trickling_server(latest, download_server):
+    """The limit is one of everything: a server that is never silent for long does not extend it."""
+    download_server.configure(NGINX.replace("  server {", "  server {\n    limit_rate 10000;", 1))
+    # It takes the server ten seconds.
+    download_server.offer(path_of(), EXAMPLE + " " * 100_000)
+    latest("--time-limit", "2", status=1, errors=["no complete answer within 2 seconds"],
            check_leaks=False)
 
 

@@ -143,7 +143,7 @@ Boolean SMJobRemove(CFStringRef domain, CFStringRef jobLabel, AuthorizationRef a
   return fakePlatform->removeResult ? 1 : 0;
 }
 
-time_t time(time_t* result) noexcept {
+time_t time(time_t* result) {
   time_t now = 0;
   if (fakePlatform == nullptr || fakePlatform->times.empty()) {
     struct timespec real = {};

@@ -85,18 +85,23 @@ TEST_F(InstallLogFileTest, CreatedLogIsTheConsoleUsers) {
   EXPECT_EQ("line", ReadWholeFile(log_));
 }
 
+/// setgroups(2), which takes the count as an int on macOS and as a size_t on Linux.
+template <typename Count>
+int SetGroups(int (*function)(Count, const gid_t*), const std::vector<gid_t>& groups) {
+  return function(static_cast<Count>(groups.size()), groups.data());
+}
+
 TEST_F(InstallLogFileTest, IdsAndGroupsAreRestored) {
   std::vector<gid_t> before(static_cast<size_t>(getgroups(0, nullptr)));
   ASSERT_LE(0, getgroups(static_cast<int>(before.size()), before.data()));
-  const gid_t groups[] = {0, 4711};
-  ASSERT_EQ(0, setgroups(2, groups));
+  ASSERT_EQ(0, SetGroups(setgroups, {0, 4711}));
   EXPECT_TRUE(Log());
   EXPECT_EQ(0u, geteuid());
   EXPECT_EQ(0u, getegid());
   gid_t after[8] = {};
   EXPECT_EQ(2, getgroups(8, after));
   EXPECT_EQ(4711u, after[1]);
-  ASSERT_EQ(0, setgroups(static_cast<unsigned int>(before.size()), before.data()));
+  ASSERT_EQ(0, SetGroups(setgroups, before));
 }
 
 TEST_F(InstallLogFileTest, LogThatAnEarlierRunHasLeftAsRootsIsAppendedTo) {

@@ -2,6 +2,7 @@
 
 #import <SystemConfiguration/SystemConfiguration.h>
 #include <gmock/gmock.h>
+#include <objc/runtime.h>
 
 #include <csignal>
 #include <deque>

@@ -259,7 +259,7 @@ TEST_F(ConfigFileManagerTest, SmallerFileThatTakesThePlaceOfOneTooLargeIsWritten
 
 /// How many files this process has open.
 ptrdiff_t OpenFileCount() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+  return std::distance(std::filesystem::directory_iterator("/dev/fd"),
                        std::filesystem::directory_iterator());
 }
 

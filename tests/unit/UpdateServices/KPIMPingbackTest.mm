@@ -255,6 +255,11 @@ TEST_F(KPIMPingbackTest, ValueThatNoURLCanHoldLeavesNoURL) {
   EXPECT_EQ("(absent)", URL());
 }
 
+TEST_F(KPIMPingbackTest, SecondFragmentLeavesNoURL) {
+  s_files[kVectorFile] = @"7#";
+  EXPECT_EQ("(absent)", URL(@"32#0"));
+}
+
 TEST_F(KPIMPingbackTest, PreviousVersionWithASpaceLeavesNoURL) {
   EXPECT_EQ("(absent)", URL(@"32.0 beta"));
 }

@@ -103,19 +103,19 @@ class KPIMVersionManagerTest : public testing::Test {
   void Request(int kind = 1) { [manager_ sendVersionXMLRequestFor:kind]; }
   std::string URL() { return Text([[network_.request() URL] absoluteString]); }
 
-  void Respond() { [network_.delegate() connection:nil didReceiveResponse:nil]; }
+  void Respond() { [network_.delegate() connection:noConnection_ didReceiveResponse:noResponse_]; }
   void Receive(const std::string& bytes) {
-    [network_.delegate() connection:nil
+    [network_.delegate() connection:noConnection_
                      didReceiveData:[NSData dataWithBytes:bytes.data() length:bytes.size()]];
   }
   /// The server's answer from beginning to end.
   void Answer(const std::string& text) {
     Respond();
     Receive(text);
-    [network_.delegate() connectionDidFinishLoading:nil];
+    [network_.delegate() connectionDidFinishLoading:noConnection_];
   }
   void Fail() {
-    [network_.delegate() connection:nil
+    [network_.delegate() connection:noConnection_
                    didFailWithError:[NSError errorWithDomain:NSURLErrorDomain
                                                         code:-1
                                                     userInfo:nil]];
@@ -125,6 +125,9 @@ class KPIMVersionManagerTest : public testing::Test {
   ConnectionRecorder network_;
   KPIMVersionManager* manager_ = [[KPIMVersionManager alloc] init];
   Observer* observer_ = [[Observer alloc] init];
+  // The download looks at neither.
+  NSURLConnection* const noConnection_ = nil;
+  NSURLResponse* const noResponse_ = nil;
 
  private:
   ScopedMethodReplacement localized_;
@@ -192,6 +195,12 @@ TEST_F(KPIMVersionManagerTest, AsksForTheKeyWithoutATranslation) {
   EXPECT_EQ("https://download.tarvix.example/get/korvelplayer/update/current/xml/"
             "version_AutoUpdateXmlLocale_mac_pep.xml",
             URL());
+}
+
+TEST_F(KPIMVersionManagerTest, LocaleThatNoURLCanHoldLeavesNoURL) {
+  s_locale = @"e#n#";
+  Request();
+  EXPECT_EQ("(absent)", URL());
 }
 
 TEST_F(KPIMVersionManagerTest, WritesNoFile) {
@@ -351,7 +360,7 @@ TEST_F(KPIMVersionManagerTest, AnswerInPieces) {
   for (const char byte : std::string(kExample)) {
     Receive(std::string(1, byte));
   }
-  [network_.delegate() connectionDidFinishLoading:nil];
+  [network_.delegate() connectionDidFinishLoading:noConnection_];
   EXPECT_EQ("32.0.0.270", Text([manager_ XMLVersionString]));
 }
 

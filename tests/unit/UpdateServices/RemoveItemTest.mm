@@ -1,8 +1,12 @@
 #import "player/Installers/Mac/KPInstallManager/source/utility/NSFileManager+RemoveItem.h"
 
 #include <gtest/gtest.h>
+#include <objc/runtime.h>
 #include <unistd.h>
 
+#include <cerrno>
+
+#include "tests/unit/support/ScopedMethodReplacement.h"
 #include "tests/unit/support/TemporaryFolder.h"
 #include "tests/unit/support/Text.h"
 
@@ -82,11 +86,22 @@ TEST(RemoveItem, TellsWhatCannotBeLookedAt) {
   }
 }
 
-TEST(RemoveItem, TellsWhatCannotBeRemoved) {
+BOOL RefuseToRemove(id /*self*/, SEL /*selector*/, NSString* /*path*/, NSError** error) {
+  if (error != nullptr) {
+    *error = [NSError errorWithDomain:NSPOSIXErrorDomain code:EPERM userInfo:nil];
+  }
+  return NO;
+}
+
+TEST(RemoveItem, ReportsWhatCannotBeRemoved) {
+  const TemporaryFolder folder;
+  WriteWholeFile(folder / "file", "x");
+  const ScopedMethodReplacement refusal(object_getClass([NSFileManager defaultManager]),
+                                        @selector(removeItemAtPath:error:), (IMP)RefuseToRemove);
   NSError* error = nil;
-  EXPECT_FALSE(Remove("/proc/self/status", &error));
-  EXPECT_NE(nil, error);
-  EXPECT_FALSE(Remove("/proc/self/status"));
+  EXPECT_FALSE(Remove(folder / "file", &error));
+  EXPECT_EQ(EPERM, [error code]);
+  EXPECT_FALSE(Remove(folder / "file"));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "KPVendorConfig.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/ExpressInstallFlag.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/URLFromText.h"
 #include "shared/platform/mac/LanguageMapping.h"
 #include "shared/platform/posix/RegularFile.h"
 
@@ -88,7 +89,7 @@ NSString* PingbackURLText(NSString* previousVersion) {
 /// Sends one request to `urlText` and forgets the answer.
 void SendRequest(NSString* urlText) {
   // Nothing is escaped. A field that no URL can hold leaves no URL, and the request fails.
-  NSURL* url = [NSURL URLWithString:urlText];
+  NSURL* url = URLFromText(urlText);
   NSURLRequest* request = [[NSURLRequest alloc] initWithURL:url
                                                 cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
                                             timeoutInterval:kTimeOut];

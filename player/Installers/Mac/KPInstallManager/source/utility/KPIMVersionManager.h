@@ -32,7 +32,9 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 ///     // ... the run loop of this thread runs until kKPIMVersionXMLReceivedNotification ...
 ///     NSString* newest = [manager XMLVersionString];
 ///
-/// The instance and its download retain each other from the request on.
+/// The instance and its download retain each other from the request on. A server that is silent for
+/// 60 seconds fails the request. One that keeps sending little may take as long as it likes: the
+/// caller decides how long it waits in all.
 ///
 /// The class tells whether an installation may proceed, see the category InstallChecks.
 @interface KPIMVersionManager : NSObject <KPIMDownloadProgressReceiver> {

@@ -5,6 +5,7 @@
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionXML.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/URLFromText.h"
 
 NSString* const kKPIMVersionXMLReceivedNotification = @"kKPIMVersionXMLReceivedNotification";
 
@@ -44,7 +45,7 @@ NSURL* VersionXMLURL(int kind) {
   // Without a translation this is the key itself: an empty default counts as none.
   NSString* locale = [[NSBundle mainBundle] localizedStringForKey:kLocaleKey value:@"" table:nil];
   NSString* suffix = kind == kKPIMPlayerKindPepper ? kPepperSuffix : kPluginSuffix;
-  return [NSURL URLWithString:[NSString stringWithFormat:kURLFormat, kBaseURL, locale, suffix]];
+  return URLFromText([NSString stringWithFormat:kURLFormat, kBaseURL, locale, suffix]);
 }
 
 void PostReceived() {

@@ -1,0 +1,69 @@
+"""The tarball of the universal macOS programs."""
+
+import pathlib
+import subprocess
+import tarfile
+
+import pytest
+
+from test_macos_file import APPLE, INTEL, program, universal
+
+SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "scripts/package.sh"
+NAME = "kpinstallmanager-32.0.0.269-macOS-universal"
+FINALIZER = universal(program(INTEL, "10.6"), program(APPLE, "11.0", signed=True))
+KPIM = universal(program(INTEL, "10.15"), program(APPLE, "11.0", signed=True))
+
+
+@pytest.fixture
+def package(tmp_path):
+    """Packs the two programs, and returns the script's result."""
+    def run(finalizer=FINALIZER, kpim=KPIM):
+        (tmp_path / "bin").mkdir()
+        (tmp_path / "bin/finalizer").write_bytes(finalizer)
+        (tmp_path / "bin/kpim").write_bytes(kpim)
+        # From another folder: the path given is relative to it.
+        return subprocess.run([SCRIPT, "--macos", "."], cwd=tmp_path, text=True,
+                              capture_output=True, check=False)
+    return run
+
+
+def test_files_of_the_tarball(package, tmp_path):
+    result = package()
+    assert result.returncode == 0, result.stderr
+    with tarfile.open(tmp_path / f"packages/{NAME}.tar.gz") as archive:
+        members = {member.name: member for member in archive if member.isfile()}
+        assert archive.extractfile(f"{NAME}/bin/kpim").read() == KPIM
+        assert (archive.extractfile(f"{NAME}/libexec/kpinstallmanager/finalizer").read()
+                == FINALIZER)
+    modes = {name.removeprefix(NAME + "/"): member.mode for name, member in members.items()}
+    assert modes == {
+        "bin/kpim": 0o755,
+        "libexec/kpinstallmanager/finalizer": 0o755,
+        **dict.fromkeys(["share/man/man1/kpim.1", "share/man/man8/finalizer.8",
+                         "share/bash-completion/completions/kpim",
+                         "share/zsh/site-functions/_kpim",
+                         "share/doc/kpinstallmanager/LICENSE",
+                         "share/doc/kpinstallmanager/README.md",
+                         "share/doc/kpinstallmanager/CHANGELOG.md",
+                         "share/doc/kpinstallmanager/copyright"], 0o644)}
+    assert {(member.uid, member.gid) for member in members.values()} == {(0, 0)}
+
+
+@pytest.mark.parametrize("programs, fault", [
+    ({"finalizer": program(INTEL, "10.6")}, "holds x86_64 instead of arm64, x86_64"),
+    ({"finalizer": KPIM}, "x86_64 asks for macOS 10.15 instead of 10.6"),
+    ({"kpim": universal(program(INTEL, "10.15"), program(APPLE, "11.0"))}, "arm64 is not signed"),
+    ({"kpim": b"#!/bin/sh\n".ljust(64)}, "not a 64-bit executable"),
+])
+def test_what_cannot_be_shipped_is_not_packed(package, tmp_path, programs, fault):
+    result = package(**programs)
+    assert result.returncode == 1
+    assert fault in result.stderr
+    assert not list(tmp_path.glob("packages/*"))
+
+
+@pytest.mark.parametrize("arguments", [["--macos"], ["--macos", "a", "b"], ["--other"], ["DIR"]])
+def test_wrong_usage(arguments):
+    result = subprocess.run([SCRIPT, *arguments], text=True, capture_output=True, check=False)
+    assert result.returncode == 2
+    assert result.stderr == "usage: scripts/package.sh [--macos DIR]\n"
