@@ -217,7 +217,7 @@ link_tests() {
     mapfile -t files < <(objects "$build")
     "$repo/scripts/macos_test_stub.py" --nm "$nm" --sdk "$sdk" --output "$build/tests.tbd" \
         "${files[@]/#/$build/}" || fail "$architecture: the tests lack a symbol"
-    mapfile -t programs < <(ninja -C "$build" -t targets all | sed -n 's|^\(tests/[^/]*\): .*|\1|p')
+    mapfile -t programs < <(ninja -C "$build" -t targets all | sed -n 's|^\(tests/[^/]*\): .*_EXECUTABLE_LINKER_.*|\1|p')
     run "$build/ninja.log" ninja -C "$build" "${programs[@]}" ||
         fail "$architecture: linking the tests failed"
     echo "linked for $architecture: ${#programs[@]} unit-test programs"
