@@ -401,7 +401,11 @@ def logs_after(call, error, lines):
 def check_log(machine, call, error, reports):
     lines = machine.lines()
     lines[3:3] = reports
-    logs = (machine.log(), machine.log("/" + LOG))
+    found = machine.log()
+    if found is not None and not OWN_FILE.match(call.path):
+        # Foundation raises where it cannot even begin a request.
+        found = [line for line in found if not line.startswith("[E] FIN: ERROR: Pingback failed: ")]
+    logs = (found, machine.log("/" + LOG))
     if ABOUT_USERS.match(call.path):
         # Nobody at the console, or somebody without a name.
         assert logs in [(lines, None), (None, lines), (None, None)]
