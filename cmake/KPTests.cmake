@@ -3,7 +3,7 @@
 # results in KP_TEST_RESULTS/NAME.xml, where scripts/summarize_tests.py counts them.
 enable_testing()
 set(KP_TEST_RESULTS "${CMAKE_BINARY_DIR}/test-results")
-# Nothing in the tests measures time. A test that takes as long as this hangs.
+# A test that takes as long as this hangs.
 set(KP_TEST_TIMEOUT 1800)
 
 if(KP_SANITIZE)

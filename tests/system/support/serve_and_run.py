@@ -47,7 +47,9 @@ def listen(handler):
 
 
 def stay_silent(connection):
-    """Keeps the connection until the other side closes it."""
+    """Keeps the connection, which the access log counts, until the other side closes it."""
+    with open(FOLDER / "access.log", "a", encoding="latin-1") as log:
+        log.write("connection\n")
     while connection.recv(65536):
         pass
 
