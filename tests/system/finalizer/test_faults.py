@@ -629,6 +629,34 @@ PINGBACK_FAILED = ("[E] FIN: ERROR: Pingback failed: Failed to create pipe to ha
                    "thread.")
 
 
+def test_roots_own_way_to_the_log_fails_once(machine):
+    """The console user may not write the log, so that root goes down to it. Each call on that way
+    fails once: the log is as it was or complete, and everything else is done."""
+    def lay_log():
+        machine.reset()
+        machine.root.write(USER_LOG, "", mode=0o600)
+
+    lay_log()
+    assert machine.run_under_strace(system_calls.tracing(TRACE)).status == 0
+    first, _ = system_calls.read_trace(machine.root.path(TRACE))
+    start = next(index for index, call in enumerate(first)
+                 if (call.name, call.given) == ("openat", "."))
+    end = next(index for index, call in enumerate(first)
+               if index > start and call.name == "lseek" and call.path == USER_LOG)
+    way = first[start:end]
+    assert {"/", "/Users", "/Users/alice", f"/Users/alice/{LOG}"} <= {call.path for call in way}
+    for call in way:
+        for error in FAULTS[call.name]:
+            lay_log()
+            result = machine.run_under_strace(call.failing("error=" + error, FAULT))
+            assert system_calls.has_failed(machine.root.path(FAULT), call), call
+            assert result.status == 0, (call, error)
+            assert machine.tree(BUNDLE) == NEW_TREE, (call, error)
+            assert machine.log() in ([LINES] if error == "EINTR" else [LINES, []]), (call, error)
+            assert machine.log("/" + LOG) is None, (call, error)
+            machine.check_surroundings()
+
+
 # With 6 to 8 a request can be begun and, as a rule, not carried out: it ends after its 30 seconds.
 @pytest.mark.parametrize("limit", [4, 5, 6, 7, 9, 10, 12])
 def test_few_descriptors(machine, limit):
