@@ -49,13 +49,11 @@ id InitLockWithPath(id self, SEL selector, NSString* path) {
 using CreateDirectoryMethod = BOOL (*)(id, SEL, NSString*, BOOL, NSDictionary*, NSError**);
 CreateDirectoryMethod s_createDirectory;
 
+/// Only in the folder of the user's own defaults: others may have a ".lck" that is made for use.
 bool IsForTheDefaultsLock(NSString* path) {
-  if ([[path lastPathComponent] isEqualToString:kDefaultsLockFolder]) {
-    return true;
-  }
   NSString* defaults = [GSDefaultsRootForUser(NSUserName()) stringByStandardizingPath];
-  return [[path lastPathComponent] isEqualToString:[defaults lastPathComponent]] &&
-         [path isEqualToString:defaults];
+  return [path isEqualToString:defaults] ||
+         [path isEqualToString:[defaults stringByAppendingPathComponent:kDefaultsLockFolder]];
 }
 
 /// GNUstep makes the folder of the defaults, and one for the lock in it, before it takes the lock,

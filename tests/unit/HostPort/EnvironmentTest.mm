@@ -172,8 +172,9 @@ class MachineTest : public EnvironmentTest {
                    "\t<string>fr</string>\n    </array>\n</dict>\n</plist>");
   }
 
-  Result RunThere(std::vector<std::string> environment, bool homeIsReadOnly = false) {
-    return Run(std::move(environment), {},
+  Result RunThere(std::vector<std::string> environment, bool homeIsReadOnly = false,
+                  std::vector<std::string> arguments = {}) {
+    return Run(std::move(environment), std::move(arguments),
                [this, homeIsReadOnly] { EnterMachine(homeIsReadOnly); });
   }
 
@@ -255,6 +256,14 @@ TEST_F(MachineTest, HomeWithoutDefaults) {
   std::filesystem::create_directories(defaults_);
   ExpectOutput(RunThere({}), kNoLanguages);
   EXPECT_EQ(Files{}, FilesBelow(defaults_));
+}
+
+TEST_F(MachineTest, AConnectionLeavesNothingInTheHome) {
+  std::filesystem::create_directories(home_);
+  ExpectOutput(RunThere({}, false, {"--connect"}), std::string(kNoLanguages) + "not loaded\n");
+  ExpectOutput(RunThere({"HOME=" + home_}, false, {"--connect"}),
+               "HOME=" + home_ + "\noffset +0000\nnot loaded\n");
+  EXPECT_EQ(Files{}, FilesBelow(home_));
 }
 
 TEST_F(MachineTest, HomeThatIsReadOnly) {

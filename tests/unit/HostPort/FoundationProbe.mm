@@ -35,7 +35,14 @@ int main(int argc, char** argv) {
   // Foundation does this by itself every half a minute.
   [defaults synchronize];
   [[NSBundle mainBundle] infoDictionary];
-  if (argc > 1) {
+  if (argc > 1 && strcmp(argv[1], "--connect") == 0) {
+    // Fails without a network: the URL names no host.
+    NSURLRequest* request = [NSURLRequest requestWithURL:[NSURL URLWithString:@"http:///"]];
+    NSData* body = [NSURLConnection sendSynchronousRequest:request
+                                         returningResponse:nullptr
+                                                     error:nullptr];
+    puts(body != nil ? "loaded" : "not loaded");
+  } else if (argc > 1) {
     NSURL* url = [NSURL fileURLWithPath:[NSString stringWithUTF8String:argv[1]]];
     NSString* text = [NSString stringWithContentsOfURL:url
                                               encoding:NSUTF8StringEncoding

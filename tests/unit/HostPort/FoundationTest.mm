@@ -618,11 +618,13 @@ bool CreateDirectory(const std::string& path) {
                                                          error:nullptr];
 }
 
-TEST_F(FoundationTest, FoldersAreCreatedButForTheLock) {
-  EXPECT_TRUE(CreateDirectory(folder_ / "GNUstep/Defaults"));
-  EXPECT_TRUE(std::filesystem::is_directory(folder_ / "GNUstep/Defaults"));
-  EXPECT_TRUE(CreateDirectory(folder_ / ".lck"));
-  EXPECT_FALSE(std::filesystem::exists(folder_ / ".lck"));
+TEST_F(FoundationTest, FoldersAreCreatedWhateverTheirNames) {
+  for (const char* name :
+       {"GNUstep/Defaults", "GNUstep/Defaults/.lck", ".lck", ".lck/folder", "folder.lck"}) {
+    EXPECT_TRUE(CreateDirectory(folder_ / name)) << name;
+    EXPECT_TRUE(std::filesystem::is_directory(folder_ / name)) << name;
+  }
+  EXPECT_FALSE(CreateDirectory("/dev/null/.lck"));
 }
 
 TEST_F(FoundationTest, OtherLocksAreAsBefore) {

@@ -4,8 +4,10 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "player/ControlPanel/Common/SMConfigFileManager.h"
 #include "player/ControlPanel/Common/SMMultiMap.h"
@@ -299,6 +301,31 @@ TEST(Allocation, ConfigFileManagerReleasesItsPathThenItsSettingsThenItself) {
   for (int index = 0; index < 8; ++index) {
     EXPECT_EQ(watch.released[index], expected[index]) << index;
   }
+}
+
+/// The arrays of at least 512 bytes that reading one line of `length` bytes without a setting
+/// takes.
+std::vector<size_t> LargeArraysOfALine(size_t length) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "rks.cfg";
+  WriteWholeFile(path, std::string(length, 'x'));
+  const SimpleString enginePath(path.c_str());
+  Watch watch;
+  const ConfigFileManager manager(enginePath);
+  Watch::Stop();
+  std::vector<size_t> large;
+  std::copy_if(watch.sizes, watch.sizes + watch.allocationCount, std::back_inserter(large),
+               [](size_t size) { return size >= 512; });
+  return large;
+}
+
+TEST(Allocation, LineBufferStartsAt1024BytesAndDoubles) {
+  // One byte beyond the capacity keeps a text behind the terminator of a line that fills it.
+  using Sizes = std::vector<size_t>;
+  EXPECT_EQ(LargeArraysOfALine(1023), (Sizes{1025}));
+  EXPECT_EQ(LargeArraysOfALine(1024), (Sizes{1025, 2049}));
+  EXPECT_EQ(LargeArraysOfALine(2047), (Sizes{1025, 2049}));
+  EXPECT_EQ(LargeArraysOfALine(5000), (Sizes{1025, 2049, 4097, 8193}));
 }
 
 TEST(Allocation, ReadWithoutMemoryKeepsNothingAndLosesNothing) {

@@ -116,6 +116,15 @@ TEST_F(FacadeTest, AllKeysInOrder) {
   EXPECT_FALSE([keys isKindOfClass:[NSMutableArray class]]);
 }
 
+TEST_F(FacadeTest, AllKeysAreThoseOfTheFirstRead) {
+  KSConfigFileManager* settings = Open("x=1\ny=2\n");
+  [settings setValue:@"3" forKey:@"z"];
+  WriteWholeFile(mPath, "other=4\nx=5\n");
+  NSArray* expected = [NSArray arrayWithObjects:@"x", @"y", @"z", nil];
+  EXPECT_TRUE([[settings allKeys] isEqualToArray:expected]);
+  EXPECT_TRUE([[settings valueForKey:@"x"] isEqualToString:@"1"]);
+}
+
 TEST_F(FacadeTest, AllKeysBeyondTheFirstSlots) {
   std::string content;
   for (int number = 0; number < 25; ++number) content += std::to_string(number) + "=x\n";

@@ -67,6 +67,21 @@ class MultiMapTest : public testing::Test {
 
 using Pairs = std::vector<std::string>;
 
+TEST(MultiMap, DeletingAllEntriesLeavesThePointers) {
+  const auto pointers = [](MultiMap const& map) {
+    return std::vector<uintptr_t>{reinterpret_cast<uintptr_t>(map.mSentinel),
+                                  reinterpret_cast<uintptr_t>(map.mEnd),
+                                  reinterpret_cast<uintptr_t>(map.mFirst)};
+  };
+  MultiMap map;
+  map.Initialize();
+  map.insert(SimpleString("a"), SimpleString("1"));
+  map.insert(SimpleString("b"), SimpleString("2"));
+  const std::vector<uintptr_t> before = pointers(map);
+  EXPECT_TRUE(map.DeleteAllEntries());
+  EXPECT_EQ(pointers(map), before);
+}
+
 TEST(MultiMapPair, FieldsStandInOrder) {
   EXPECT_EQ(offsetof(MultiMapPair, key), 0U);
   EXPECT_EQ(offsetof(MultiMapPair, value), 8U);

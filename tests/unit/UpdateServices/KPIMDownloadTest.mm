@@ -863,4 +863,31 @@ TEST_F(KPIMDownloadTest, FullDiskLeavesTheBodyInMemory) {
   EXPECT_THAT(Log(), ElementsAre("[I] 12"));
 }
 
+// ---- With the platform's own connection
+
+TEST(KPIMDownload, TellsItsReceiverInTheDefaultModeOnly) {
+  PlainReceiver* receiver = [[[PlainReceiver alloc] init] autorelease];
+  // Fails without a network: the URL names no host.
+  KPIMDownload* download = [[[KPIMDownload alloc] initWithURL:[NSURL URLWithString:@"http:///file"]
+                                                 downloadPath:nil
+                                                     filename:nil
+                                                       logger:nil
+                                                     delegate:receiver
+                                                  asyncModeOn:true] autorelease];
+  EXPECT_TRUE([download startDownload]);
+  EXPECT_THAT(receiver->events, IsEmpty()) << "not before the run loop runs";
+  NSRunLoop* loop = [NSRunLoop currentRunLoop];
+  for (NSString *mode in [NSArray arrayWithObjects:@"KPOwnMode", @"NSConnectionReplyMode",
+                                                   @"NSModalPanelRunLoopMode", nil]) {
+    [loop runMode:mode beforeDate:[NSDate date]];
+    EXPECT_THAT(receiver->events, IsEmpty()) << [mode UTF8String];
+  }
+  // Only a failing test waits so long.
+  NSDate* limit = [NSDate dateWithTimeIntervalSinceNow:60];
+  while (receiver->events.empty() && [limit timeIntervalSinceNow] > 0 &&
+         [loop runMode:NSDefaultRunLoopMode beforeDate:limit]) {
+  }
+  EXPECT_THAT(receiver->events, ElementsAre("fail"));
+}
+
 }  // namespace
