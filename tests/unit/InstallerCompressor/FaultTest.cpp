@@ -347,6 +347,24 @@ TEST_F(FaultTest, AFileThatDoesNotFitInMemoryIsAsOneThatCannotBeOpened) {
   EXPECT_EQ(99UL, length);
 }
 
+// Its low 32 bits would fit.
+TEST_F(FaultTest, AFileOfMoreThan4GiBIsReadIntoAnArrayWholeOrNotAtAll) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "f";
+  WriteFile(path, "contents");
+  ASSERT_EQ(0, truncate(path.c_str(), (1L << 32) + 3));  // sparse
+  int anything = 0;
+  void* data = &anything;
+  unsigned long length = 99;
+  const unsigned long before = requestedBytes;
+  largestRequest = 1L << 20;
+  EXPECT_EQ(0, PlatformCreateSourceFromFile(path.c_str(), data, length));
+  largestRequest = -1;
+  EXPECT_EQ((1UL << 32) + 3, requestedBytes - before);
+  EXPECT_EQ(&anything, data);
+  EXPECT_EQ(99UL, length);
+}
+
 TEST_F(FaultTest, AFileThatDoesNotFitInMemoryIsLeftOutOfATree) {
   const TemporaryFolder folder;
   std::filesystem::create_directory(folder / "tree");
