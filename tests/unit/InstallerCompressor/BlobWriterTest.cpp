@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
@@ -10,17 +11,26 @@ namespace {
 
 constexpr size_t kLeastSaving = 24;
 
-// What the SDK makes of `data` with the documented settings; other dictionaries are for speed.
-std::string Compressed(const std::string& data, unsigned int dictionarySize = 1U << 26) {
+// All settings as documented, none left to the SDK's defaults.
+CLzmaEncProps DocumentedSettings() {
   CLzmaEncProps settings;
   LzmaEncProps_Init(&settings);
   settings.level = 5;
-  settings.dictSize = dictionarySize;
+  settings.dictSize = 1U << 26;
   settings.lc = 3;
   settings.lp = 0;
   settings.pb = 2;
+  settings.algo = 1;
   settings.fb = 32;
+  settings.btMode = 1;
+  settings.numHashBytes = 4;
+  settings.mc = 32;
   settings.numThreads = 1;
+  return settings;
+}
+
+// What the SDK makes of `data`.
+std::string CompressedWith(const CLzmaEncProps& settings, const std::string& data) {
   std::string output(data.size() * 2 + 1000, '\0');
   SizeT length = output.size();
   Byte properties[5];
@@ -30,6 +40,45 @@ std::string Compressed(const std::string& data, unsigned int dictionarySize = 1U
                               properties, &propertyCount, 0, nullptr, &GlobalAllocObject,
                               &GlobalAllocObject));
   return output.substr(0, length);
+}
+
+// With the documented settings; other dictionaries are for speed.
+std::string Compressed(const std::string& data, unsigned int dictionarySize = 1U << 26) {
+  CLzmaEncProps settings = DocumentedSettings();
+  settings.dictSize = dictionarySize;
+  return CompressedWith(settings, data);
+}
+
+// Repetitions, most of them short, then groups of records in rising order, of which the search tree
+// is a chain, each group followed by one of its records: where the encoder looks for matches, and
+// how far, shows in the stream.
+std::string RepetitiveBytes() {
+  std::mt19937 random(1);
+  const std::string words = RandomBytes(4096, 2);
+  std::string bytes;
+  while (bytes.size() < 50000) {
+    const size_t start = random() % 64 * (random() % 64);
+    const unsigned int greatest = random() % 4 == 0 ? 40 : 12;
+    bytes += words.substr(start, 2 + random() % greatest);
+    if (random() % 4 == 0) {
+      bytes += static_cast<char>(random());
+    }
+  }
+  constexpr unsigned int kRecords = 64;
+  for (unsigned int depth = 24; depth < 40; ++depth) {
+    const std::string group = RandomBytes(6, 100 + depth);
+    std::string sought;
+    for (unsigned int number = 0; number < kRecords; ++number) {
+      const std::string record =
+          group + static_cast<char>(number) + RandomBytes(depth, depth * kRecords + number);
+      bytes += record;
+      if (number + depth == kRecords) {
+        sought = record;
+      }
+    }
+    bytes += sought;
+  }
+  return bytes;
 }
 
 struct Formatted {
@@ -135,6 +184,34 @@ TEST(PrepareFileChunk, CompressesWithTheDocumentedSettings) {
             Formatted("text", text, kCompressionLZMA).bytes);
   EXPECT_EQ(Header(0x81, "", 9 + stream.size()) + BigEndian32(text.size()) + properties + stream,
             Formatted(nullptr, text, kCompressionLZMA, true).bytes);
+}
+
+TEST(PrepareFileChunk, SearchesForMatchesAsDocumented) {
+  struct {
+    const char* setting;
+    int CLzmaEncProps::*field;
+    int other;
+  } const cases[] = {{"no binary tree", &CLzmaEncProps::btMode, 0},
+                     {"hash bytes", &CLzmaEncProps::numHashBytes, 3},
+                     {"hash bytes", &CLzmaEncProps::numHashBytes, 5},
+                     {"fast mode", &CLzmaEncProps::algo, 0},
+                     {"fast bytes", &CLzmaEncProps::fb, 31},
+                     {"fast bytes", &CLzmaEncProps::fb, 33}};
+  const std::string data = RepetitiveBytes();
+  const std::string stream = Compressed(data);
+  // Not a word of the streams themselves, which would fill the screen.
+  EXPECT_TRUE(stream == Formatted("f", data, kCompressionLZMA).bytes.substr(8 + 9));
+  // Each of them shows in this stream.
+  for (const auto& [setting, field, other] : cases) {
+    CLzmaEncProps settings = DocumentedSettings();
+    settings.*field = other;
+    EXPECT_TRUE(stream != CompressedWith(settings, data)) << setting << " " << other;
+  }
+  for (const UInt32 cycles : {31U, 33U}) {
+    CLzmaEncProps settings = DocumentedSettings();
+    settings.mc = cycles;
+    EXPECT_TRUE(stream != CompressedWith(settings, data)) << cycles;
+  }
 }
 
 TEST(PrepareFileChunk, ASolidRootBeginsAsDocumented) {

@@ -456,6 +456,40 @@ TEST_F(SinkReportTest, TakesTheRootItself) {
   EXPECT_EQ("x", ReadFile(root_ + "/f"));
 }
 
+TEST_F(SinkReportTest, TakesASlashForTheFolderAroundIt) {
+  const ChunkList tree = List({NewDirectory("/", {NewDirectory("/", {NewFile("f", "x")})})});
+  Write(tree.get());
+  Expect(0, 3, nullptr, 0);
+  EXPECT_EQ("x", ReadFile(root_ + "/a/b/bundle/f"));
+}
+
+TEST_F(SinkReportTest, TakesNamesAsLongAsTheSystemDoes) {
+  const std::string folder(255, 'd'), file(255, 'f');
+  const ChunkList tree = List(
+      {NewDirectory("", {NewDirectory((folder + "/").c_str(), {NewFile(file.c_str(), "x")})})});
+  Write(tree.get());
+  Expect(0, 3, nullptr, 0);
+  EXPECT_EQ("x", ReadFile(root_ + "/a/b/bundle/" + folder + "/" + file));
+}
+
+TEST_F(SinkReportTest, RefusesDots) {
+  for (const char* name : {".", "..", "./", "../"}) {
+    const ChunkList tree = List({NewDirectory("", {NewDirectory(name, {NewFile("f", "x")})})});
+    SinkReport report;
+    PlatformWriteFileFromChunk(root_.c_str(), "a/b/bundle", tree.get(), report);
+    EXPECT_EQ(2UL, report.failed) << name;
+    EXPECT_EQ(EINVAL, report.error) << name;
+  }
+  for (const char* name : {".", ".."}) {
+    const ChunkList tree = List({NewDirectory("", {NewFile(name, "x")})});
+    SinkReport report;
+    PlatformWriteFileFromChunk(root_.c_str(), "a/b/bundle", tree.get(), report);
+    EXPECT_EQ(1UL, report.failed) << name;
+    EXPECT_EQ(EINVAL, report.error) << name;
+  }
+  EXPECT_TRUE(fs::is_empty(root_ + "/a/b/bundle"));
+}
+
 TEST_F(SinkReportTest, CountsWhatIsBelowAFolderThatCannotBeEntered) {
   fs::create_directories(root_ + "/a/b/bundle");
   WriteFile(root_ + "/a/b/bundle/d", "in the way");

@@ -72,6 +72,18 @@ TEST(GetFileSize, AsksForTheSize) {
   EXPECT_EQ(0UL, size);
 }
 
+TEST(GetFileSize, FollowsLinks) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "f", std::string(1000, 'x'));
+  fs::create_symlink("f", folder / "link");
+  fs::create_symlink("nowhere", folder / "dangling");
+  unsigned long size = 99;
+  EXPECT_TRUE(PlatformGetFileSize((folder / "link").c_str(), size));
+  EXPECT_EQ(1000UL, size);
+  EXPECT_FALSE(PlatformGetFileSize((folder / "dangling").c_str(), size));
+  EXPECT_EQ(0UL, size);
+}
+
 TEST(SourceFromFile, ReadsTheWholeFileUnderTheNameGiven) {
   const TemporaryFolder folder;
   const std::string contents = RandomBytes(100000);

@@ -65,6 +65,9 @@ bool statusFails = false;
 bool modeFails = false;
 bool closeFails = false;
 
+// What calls of fstat find is changed by this.
+std::function<void(struct stat&)> alterStatus;
+
 // Stands before each block.
 struct alignas(std::max_align_t) BlockHeader {
   size_t size;
@@ -189,6 +192,7 @@ ssize_t __wrap_write(int descriptor, const void* buffer, size_t count) {
 
 int __wrap_fstat(int descriptor, struct stat* status) {
   const int result = __real_fstat(descriptor, status);
+  if (result == 0 && alterStatus) alterStatus(*status);
   if (!statusFails) return result;
   errno = EIO;
   return -1;
@@ -222,6 +226,7 @@ class FaultTest : public testing::Test {
     largestTransfer = 0;
     soughtText = nullptr;
     beforeWriting = nullptr;
+    alterStatus = nullptr;
   }
 };
 
@@ -342,6 +347,24 @@ TEST_F(FaultTest, AFileThatDoesNotFitInMemoryIsAsOneThatCannotBeOpened) {
   EXPECT_EQ(99UL, length);
 }
 
+// Its low 32 bits would fit.
+TEST_F(FaultTest, AFileOfMoreThan4GiBIsReadIntoAnArrayWholeOrNotAtAll) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "f";
+  WriteFile(path, "contents");
+  ASSERT_EQ(0, truncate(path.c_str(), (1L << 32) + 3));  // sparse
+  int anything = 0;
+  void* data = &anything;
+  unsigned long length = 99;
+  const unsigned long before = requestedBytes;
+  largestRequest = 1L << 20;
+  EXPECT_EQ(0, PlatformCreateSourceFromFile(path.c_str(), data, length));
+  largestRequest = -1;
+  EXPECT_EQ((1UL << 32) + 3, requestedBytes - before);
+  EXPECT_EQ(&anything, data);
+  EXPECT_EQ(99UL, length);
+}
+
 TEST_F(FaultTest, AFileThatDoesNotFitInMemoryIsLeftOutOfATree) {
   const TemporaryFolder folder;
   std::filesystem::create_directory(folder / "tree");
@@ -403,6 +426,29 @@ TEST_F(FaultTest, ADirectoryOrFileWhoseStatusIsUnknownIsAsOneThatCannotBeOpened)
   EXPECT_EQ(99UL, length);
   EXPECT_FALSE(written);
   EXPECT_EQ(descriptor, LowestFreeDescriptor());
+}
+
+// Each file system numbers its folders for itself.
+TEST_F(FaultTest, AFolderWithTheNumberOfOneAroundItOnAnotherDeviceIsRead) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "tree/mounted");
+  WriteFile(folder / "tree/mounted/f", "x");
+  const std::string path = folder / "tree";
+  dev_t device = 1;
+  alterStatus = [&](struct stat& status) {
+    status.st_ino = 2;
+    status.st_dev = device++;
+  };
+  const ChunkList tree(PlatformCreateSourceFromPath(path.c_str()));
+  alterStatus = [](struct stat& status) {
+    status.st_ino = 2;
+    status.st_dev = 1;
+  };
+  const ChunkList loop(PlatformCreateSourceFromPath(path.c_str()));
+  alterStatus = nullptr;
+  EXPECT_EQ("'tree' directory 0\n  'mounted' directory 0\n    'f' file 1 'x'\n",
+            Describe(tree.get()));
+  EXPECT_EQ("'tree' directory 0\n", Describe(loop.get()));
 }
 
 TEST_F(FaultTest, AFileIsReadWholeInSmallPiecesAndThroughSignals) {

@@ -106,6 +106,28 @@ TEST_F(BlobLockTest, WaitsForAnotherHolder) {
   EXPECT_TRUE(IsLocked());
 }
 
+TEST_F(BlobLockTest, LeavesNoDescriptorOfAnEarlierAttemptOpen) {
+  Hold();
+  s_atPause = [this] {
+    if (s_pauses == 3) {
+      Release();
+    }
+  };
+  const int before = dup(STDERR_FILENO);
+  close(before);
+  {
+    BlobLock lock;
+    EXPECT_EQ(BlobLockResult::kLocked, lock.Take(blob_.c_str()));
+    EXPECT_EQ(0, lock.Error());
+  }
+  // The holder's has been closed meanwhile, and is lower.
+  const int first = dup(STDERR_FILENO);
+  const int second = dup(STDERR_FILENO);
+  close(first);
+  close(second);
+  EXPECT_EQ(before, second);
+}
+
 TEST_F(BlobLockTest, FindsTheBlobGoneWhenItsHolderHasRemovedIt) {
   Hold();
   s_atPause = [this] {
