@@ -2,7 +2,7 @@
 // promised, and what it leaves in memory that it frees.
 //
 // This executable replaces the allocation functions, and the linker routes read, write, fstat,
-// fchmod and close through the wrappers below.
+// fchmod, close and mkdir through the wrappers below.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -60,9 +60,11 @@ unsigned long largestTransfer = 0;
 // What happens before the next write.
 std::function<void()> beforeWriting;
 
-// Calls of fstat fail, those of fchmod, and the next one of close, which closes all the same.
+// Calls of fstat fail, those of fchmod, those of mkdir, and the next one of close, which closes all
+// the same.
 bool statusFails = false;
 bool modeFails = false;
+bool makingFails = false;
 bool closeFails = false;
 
 // What calls of fstat find is changed by this.
@@ -156,6 +158,7 @@ ssize_t __real_write(int descriptor, const void* buffer, size_t count);
 int __real_fstat(int descriptor, struct stat* status);
 int __real_fchmod(int descriptor, mode_t mode);
 int __real_close(int descriptor);
+int __real_mkdir(const char* path, mode_t mode);
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
   if (pretends) return Pretend(count);
@@ -204,6 +207,12 @@ int __wrap_fchmod(int descriptor, mode_t mode) {
   return -1;
 }
 
+int __wrap_mkdir(const char* path, mode_t mode) {
+  if (!makingFails) return __real_mkdir(path, mode);
+  errno = ENOSPC;
+  return -1;
+}
+
 // Only a file that is written to can lose something by it.
 int __wrap_close(int descriptor) {
   const bool fails = closeFails && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
@@ -222,7 +231,8 @@ class FaultTest : public testing::Test {
   ~FaultTest() override {
     allowedRequests = largestRequest = -1;
     transferLimit = readableBytes = writableBytes = -1;
-    readFails = interruptNext = statusFails = modeFails = closeFails = pretends = false;
+    readFails = interruptNext = statusFails = modeFails = makingFails = closeFails = pretends =
+        false;
     largestTransfer = 0;
     soughtText = nullptr;
     beforeWriting = nullptr;
@@ -685,6 +695,19 @@ TEST_F(SinkFaultTest, WritingTakesNoMemory) {
   EXPECT_EQ(before, requests);
   EXPECT_EQ(0UL, report_.failed);
   EXPECT_EQ("g", ReadFile(folder_ / "g"));
+}
+
+// ---- A folder that cannot be made
+
+TEST_F(FaultTest, TheErrorIsThatOfMakingAFolderNotOfEnteringIt) {
+  const TemporaryFolder folder;
+  const ChunkList list = List({NewDirectory("", {NewDirectory("d", {NewFile("f", "x")})})});
+  SinkReport report;
+  makingFails = true;
+  PlatformWriteFileFromChunk(folder.Path().c_str(), "", list.get(), report);
+  makingFails = false;
+  EXPECT_EQ(2UL, report.failed);
+  EXPECT_EQ(ENOSPC, report.error);
 }
 
 // ---- A file that is open already
