@@ -285,7 +285,7 @@ bool Sink::EnterDirectory(const char* name, bool creates, const fileChunk& node,
     Fail(node, trail, refusal != 0 ? refusal : errno);
     return false;
   }
-  // Another user may have put a folder of somebody else's in the place of the new one.
+  // Another user may have put a third user's folder in the place of the new one.
   if (isNew && walk_.Owner() == geteuid() && chmod(".", kDirectoryMode) != 0) {
     Report(1, trail, errno);
   }
