@@ -31,6 +31,13 @@ def build(request):
     return pathlib.Path(request.config.getoption("--build")).resolve()
 
 
+@pytest.fixture(scope="session")
+def rounds(build):
+    """How often a race is run. A sanitizer slows the finalizer down, and what a race shows is shown by
+    the release."""
+    return 5 if build.name == "asan" else 25
+
+
 def _program(build, name):
     path = build / "bin" / name
     assert os.access(path, os.X_OK), f"{path} is missing: build first"

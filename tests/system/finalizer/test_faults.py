@@ -468,7 +468,7 @@ def check_fault(machine, result, call, error, stage):
 def errors_of(call, build):
     is_own = OWN_FILE.match(call.path)
     if build.name == "asan":
-        # Sanitized runs take three times as long: the product's own calls alone.
+        # Sanitized runs take three times as long: the product's own calls alone, below once each.
         return [error for index, error in enumerate(FAULTS[call.name])
                 if is_own and (index == 0 or error == "EINTR")]
     errors = FAULTS[call.name] if is_own else FAULTS[call.name][:1]
@@ -516,6 +516,9 @@ def test_every_system_call_fails_once(build, small_blob, tmp_path):
                    for call in calls_to_fail(first, others)
                    if (call.name, call.path) not in known for error in errors_of(call, build)]
         known |= {(call.name, call.path) for call in first + others}
+    if build.name == "asan":
+        faults = list({(call.name, call.path, error, stage): (index, call, error, stage)
+                       for index, call, error, stage in reversed(faults)}.values())
     assert seen == set(FAULTS) | set(LEFT_OUT)
 
     todo = queue.SimpleQueue()
@@ -763,7 +766,7 @@ def test_killed_at_each_change_and_run_again(machine, small_blob):
     print(f"killed at {len(moments)} moments:", dict(stages))
 
 
-def test_killed_at_random_moments(install_root, tmp_path):
+def test_killed_at_random_moments(install_root, tmp_path, rounds):
     numbers = random.Random(1)
     bundle = tmp_path / "Large.plugin"
     bundle.mkdir()
@@ -783,10 +786,14 @@ def test_killed_at_random_moments(install_root, tmp_path):
     assert run_killed_after(60).status == 0
     duration = time.monotonic() - start
     killed = 0
-    for _ in range(20):
-        result = run_killed_after(numbers.uniform(0.001, duration))
+    for _ in range(rounds):
+        moment = numbers.uniform(0.001, duration)
+        result = run_killed_after(moment)
         assert result.status in (0, SIGNALLED + signal.SIGKILL), result
         killed += result.status != 0
+        if result.status == 0:
+            # The first run may have been a slow one.
+            duration = moment
         found = contents(install_root.tree(BUNDLE)) if install_root.path(BUNDLE).exists() else {}
         if not install_root.path(BLOB).exists():
             assert found == whole
@@ -797,14 +804,13 @@ def test_killed_at_random_moments(install_root, tmp_path):
         assert install_root.execute([FINALIZER, "/"]).status == 0
         assert contents(install_root.tree(BUNDLE)) == whole
     assert killed > 0
-    print(f"killed {killed} times of 20")
+    print(f"killed {killed} times of {rounds}")
 
 
 # ---- Two at once
 
 
-def test_two_finalizers_on_one_log(install_root, small_blob):
-    rounds = 20
+def test_two_finalizers_on_one_log(install_root, small_blob, rounds):
     install_root.mkdir(VOLUME + "/Library/Internet Plug-Ins/PepperKorvelPlayer")
     for _ in range(rounds):
         install_root.lay_blob(small_blob)

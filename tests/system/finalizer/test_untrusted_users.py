@@ -18,7 +18,6 @@ ALICE = USERS["alice"]
 LOGS = "/Users/alice/Library/Logs"
 USER_LOG = f"/Users/alice/{LOG}"
 EXCHANGE = "/opt/exchanger.py"
-ROUNDS = 25
 
 
 @pytest.fixture
@@ -181,25 +180,25 @@ def test_log_for_which_the_users_group_counts(install_root, run):
     assert [path.stat().st_uid for path in logs.iterdir()] == [ALICE]
 
 
-def test_log_exchanged_while_it_is_opened(install_root, run):
+def test_log_exchanged_while_it_is_opened(install_root, run, rounds):
     """The user exchanges log and link all the time: root's file is never appended to."""
     secret = install_root.write("/etc/secret", "secret\n", mode=0o600)
     log = own(install_root.write(USER_LOG, ""))
     own_link(install_root, f"{LOGS}/link", "/etc/secret")
     own_link(install_root, f"{LOGS}/missing", "/etc/ld.so.preload")
-    for _ in range(ROUNDS):
+    for _ in range(rounds):
         run_beside_attacker(install_root, run, [log, log.with_name("link"),
                                                 log, log.with_name("missing")])
     assert secret.read_text() == "secret\n"
     assert not install_root.path("/etc/ld.so.preload").exists()
 
 
-def test_folder_of_logs_exchanged_while_root_goes_down(install_root, run):
+def test_folder_of_logs_exchanged_while_root_goes_down(install_root, run, rounds):
     """The log is root's, so that root goes down itself."""
     target = install_root.write(f"/etc/{pathlib.Path(LOG).name}", "secret\n", mode=0o600)
     install_root.write(USER_LOG, "", mode=0o600)
     own_link(install_root, "/Users/alice/Library/link", "/etc")
-    for _ in range(ROUNDS):
+    for _ in range(rounds):
         run_beside_attacker(install_root, run, [install_root.path(LOGS),
                                                 install_root.path("/Users/alice/Library/link")])
     assert target.read_text() == "secret\n"
@@ -285,14 +284,14 @@ PLUGIN = f"/Users/alice{FOLDER}/{NAMES[0]}"
 
 
 @pytest.mark.parametrize("place", [EXPRESS_FLAG, f"/Users/alice{UPDATER}", PLUGIN])
-def test_folder_whose_parts_are_exchanged_while_it_is_removed(install_root, run, place):
+def test_folder_whose_parts_are_exchanged_while_it_is_removed(install_root, run, place, rounds):
     treasure = lay_treasure(install_root)
     before = tree_of(treasure)
     if place != EXPRESS_FLAG:
         # Lasting, so that the updater is removed.
         install_root.write(EXPRESS_FLAG, "")
         install_root.pin(EXPRESS_FLAG)
-    for _ in range(ROUNDS):
+    for _ in range(rounds):
         pairs = lay_race(install_root, place)
         run_beside_attacker(install_root, run, pairs, env={"HOME": "/Users/alice"})
         assert tree_of(treasure) == before

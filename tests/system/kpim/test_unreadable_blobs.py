@@ -90,7 +90,8 @@ def test_hostile_blob(run, tmp_path, name, offset, where, reason):
     decoded = " in the decoded content" if where == "decoded" else ""
     number = r"\d+" if offset == "*" else offset
     shutil.copy(HOSTILE / name, tmp_path)
-    for reader in READERS:
+    # All decode alike, and a sanitizer makes that slow.
+    for reader in READERS[:1] if run.sanitized else READERS:
         assert re.fullmatch(
             f"kpim: {re.escape(name)}: malformed: {re.escape(reason)}{decoded} at byte {number}\n",
             run.fails(*arguments_for(reader, name)))
