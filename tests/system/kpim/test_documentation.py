@@ -33,7 +33,7 @@ def test_man_page(commands):
         (part,) = re.findall(rf"^\.It Cm {command}\b(.*?)(?=^\.It Cm (?:{'|'.join(commands)})\b|^\.Sh )",
                              text, re.M | re.S)
         for option in options:
-            assert re.search(rf"Fl -{option[2:]}(?![a-z-])", part), (command, option)
+            assert re.search(rf"^\.It Fl .*-{option[2:]}(?![a-z-])", part, re.M), (command, option)
 
 
 def test_reference(commands):

@@ -18,7 +18,7 @@ from install_root import REPOSITORY
 HOSTS = {
     "KP_DOWNLOAD_HOST": "Get-1." + ".".join(["player-downloads"] * 4) + ".vendor.test",
     "KP_VENDOR_WEB_HOST": "vendor-2",
-    "KP_UNINSTALLER_URL": "https://vendor-2:8443/~u/%41?a=[1]&b=$X;#'c'",
+    "KP_UNINSTALLER_URL": "https://vendor-2:8443/~u/%41?a=[1]&b=${X};#'c'",
 }
 UNIT_TESTS = ["CompleteExpressInstallTest", "KPIMInstallChecksTest", "KPIMPingbackTest",
               "KPIMVersionManagerTest"]
