@@ -1,11 +1,5 @@
 # Compiler settings of our own code. Third-party sources do not get them.
 
-if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  message(FATAL_ERROR
-    "clang++ is required: other compilers mistranslate parts of Objective-C++ "
-    "(configure with a preset, or with -DCMAKE_CXX_COMPILER=clang++).")
-endif()
-
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)

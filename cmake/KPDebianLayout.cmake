@@ -18,8 +18,9 @@ kp_compress(${PAGES})
 # Debian's zsh keeps what packages bring apart from what administrators add.
 file(RENAME "${SHARE}/zsh/site-functions" "${SHARE}/zsh/vendor-completions")
 
-# The license is in /usr/share/common-licenses, as the copyright file tells.
+# The license is in /usr/share/common-licenses, as the copyright file says. The README links to it.
 file(REMOVE "${DOC}/LICENSE")
+file(CREATE_LINK "/usr/share/common-licenses/Apache-2.0" "${DOC}/LICENSE" SYMBOLIC)
 
 # The newest section of CHANGELOG.md in Debian's own format, see deb-changelog(5).
 file(READ "${DOC}/CHANGELOG.md" HISTORY)

@@ -5,14 +5,23 @@ set(CPACK_PACKAGE_CONTACT "Installer engineering <installers@tarvix.example>" CA
   "Who answers for the packages")
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Finalizer of the Korvel Player installer, and its blob tool")
-# In lines of less than 80 characters: Debian's tools show them as they stand.
+# In lines of less than 80 characters: Debian's tools show them as they stand. Lines that begin with a
+# blank are not joined.
 set(CPACK_PACKAGE_DESCRIPTION
   "kpim packs, lists, verifies and unpacks the payload blobs of the Korvel Player
 installer, runs its install checks and fetches the current version
 description. The finalizer is what the installer runs: it unpacks the blob
 into the plug-in's bundle, removes what is obsolete, reports the install and
-writes a log of it.")
+writes a log of it.
+
+This build uses these hosts of the vendor:
+ download server: ${KP_DOWNLOAD_HOST}
+ web site: ${KP_VENDOR_WEB_HOST}
+ uninstaller: ${KP_UNINSTALLER_URL}
+kpim --version prints them.")
 set(CPACK_RESOURCE_FILE_LICENSE "${CMAKE_SOURCE_DIR}/LICENSE")
+set(CPACK_PACKAGE_FILE_NAME
+  "${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR}")
 set(CPACK_OUTPUT_FILE_PREFIX "${CMAKE_BINARY_DIR}/packages")
 set(CPACK_STRIP_FILES ON)
 # Folders that everybody may enter, whoever builds.
@@ -31,4 +40,6 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # And what no linked file names: libcurl is loaded by the first request.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, libcurl4 (>= 7.87)")
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+# A $ in an address is nothing to expand.
+set(CPACK_VERBATIM_VARIABLES YES)
 include(CPack)

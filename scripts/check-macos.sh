@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Checks on any host that the product compiles and links for macOS, and makes the universal files.
 #
-#   scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--tests]
+#   scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--tests] [-DNAME=VALUE...]
 #
 # Compiles every product source for Intel processors (macOS 10.6) and for Apple's (11.0) against
 # the SDK in DIR. When the SDK has link stubs, links the executables, joins each of them into one
 # universal file in build/macos/bin, and checks what the slices say and import. With --tests it
 # compiles the unit tests too, all but the Linux host port's, and links them when there are stubs.
+# -D options, such as the vendor's hosts, go to cmake.
 # Prints what it did and what it could not do; exit status 1 when anything it did fails.
 # docs/macos.md lists what an SDK must hold.
 set -euo pipefail
@@ -15,6 +16,7 @@ repo=$(cd "$(dirname "$0")/.." && pwd)
 out=$repo/build/macos
 sdk=
 with_tests=
+given=()
 googletest=/usr/src/googletest
 architectures=(x86_64 arm64)
 declare -A oldest=([x86_64]=10.6 [arm64]=11.0)
@@ -22,7 +24,7 @@ declare -A cxx_library=([x86_64]=libstdc++ [arm64]=libc++)
 frameworks=(Foundation CoreFoundation SystemConfiguration Security ServiceManagement)
 
 usage() {
-    echo "usage: scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--tests]" >&2
+    echo "usage: scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--tests] [-DNAME=VALUE...]" >&2
     exit 2
 }
 fail() {
@@ -31,18 +33,17 @@ fail() {
 }
 
 while [ $# -gt 0 ]; do
-    if [ "$1" = --tests ]; then
-        with_tests=yes
-        shift
-        continue
-    fi
-    [ $# -ge 2 ] || usage
     case $1 in
-        --sdk) sdk=$2 ;;
-        --build-dir) out=$2 ;;
+        --tests) with_tests=yes ;;
+        -D?*=*) given+=("$1") ;;
+        --sdk | --build-dir)
+            [ $# -ge 2 ] || usage
+            if [ "$1" = --sdk ]; then sdk=$2; else out=$2; fi
+            shift
+            ;;
         *) usage ;;
     esac
-    shift 2
+    shift
 done
 [ -n "$sdk" ] || usage
 [ -d "$sdk/usr/include" ] || fail "$sdk: no SDK: usr/include is missing"
@@ -74,7 +75,7 @@ run() {
 product=(player shared/platform/mac shared/platform/posix)
 with_kpim=OFF
 # KP_WERROR: a warning is an error.
-options=("-DMACOS_SDK=$sdk" -DKP_WERROR=ON)
+options=("-DMACOS_SDK=$sdk" -DKP_WERROR=ON "${given[@]}")
 if [ -d /usr/include/CLI ] && [ -d /usr/share/cmake/CLI11 ]; then
     mkdir -p "$out/cli11/include" "$out/cli11/share/cmake"
     cp -Rp /usr/include/CLI "$out/cli11/include/"

@@ -13,7 +13,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests/system/support"))
 
-from download_server import DownloadServer, HOST, make_certificates  # noqa: E402
+from download_server import DownloadServer, make_certificates  # noqa: E402
 from install_root import (BLOB, BUNDLE, PROGRAMS, SETTINGS, InstallRoot,  # noqa: E402
                           tree_of)
 
@@ -31,21 +31,24 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--build", default="build/release",
                         help="build folder (default: build/release)")
-    build = pathlib.Path(parser.parse_args().build).resolve()
+    parser.add_argument("--small", action="store_true",
+                        help="a bundle of one language, without binaries")
+    options = parser.parse_args()
+    build = pathlib.Path(options.build).resolve()
 
     work = pathlib.Path(tempfile.mkdtemp(prefix="kpinstall-demo-"))
     try:
         work.chmod(0o755)
-        return demonstrate(build, work)
+        return demonstrate(build, work, options.small)
     finally:
         shutil.rmtree(work)
 
 
-def demonstrate(build, work):
+def demonstrate(build, work, small):
     """Packs, installs and compares. Returns the exit status."""
     heading("A bundle, from files of this machine")
     bundle = work / "PepperKorvelPlayer.plugin"
-    make_bundle(bundle)
+    make_bundle(bundle, small)
     source = tree_of(bundle)
     print(describe(source))
 
@@ -62,10 +65,11 @@ def demonstrate(build, work):
     show_folder(root)
     show_settings(root)
 
-    heading(f"finalizer / -disableAnalytics, while nginx serves https://{HOST} in the same root")
+    host = root.vendor.download_host
+    heading(f"finalizer / -disableAnalytics, while nginx serves https://{host} in the same root")
     certificates = work / "certificates"
     certificates.mkdir()
-    server = DownloadServer(root, make_certificates(certificates))
+    server = DownloadServer(root, make_certificates(certificates, host))
     start = time.monotonic()
     result = server.run([f"{PROGRAMS}/finalizer", "/", "-disableAnalytics"],
                         env={"LANG": "en_US.UTF-8"})
@@ -77,16 +81,22 @@ def demonstrate(build, work):
     print(root.log_path("alice").read_text(encoding="utf-8"), end="")
 
     heading("The pingback, as nginx received it")
-    print("\n".join(server.requests()) or "none")
+    requests = server.requests()
+    print("\n".join(requests) or f"none: the finalizer sent no request to {host}")
 
     heading("After")
     show_folder(root)
     show_settings(root)
 
     heading("Every byte")
-    if not server.requests():
-        return 1
-    return result.status or compare(source, root.tree(BUNDLE), bundle, root.path(BUNDLE))
+    faults = compare(source, root.tree(BUNDLE), bundle, root.path(BUNDLE))
+    if not requests:
+        faults.append(f"{host} received no pingback")
+    if result.status != 0:
+        faults.append(f"the finalizer ended with status {result.status}")
+    for fault in faults:
+        print(f"demo: FAILED: {fault}", file=sys.stderr)
+    return 1 if faults else 0
 
 
 def heading(text):
@@ -94,9 +104,9 @@ def heading(text):
     print(f"\n-- {text}", flush=True)
 
 
-def make_bundle(bundle):
+def make_bundle(bundle, small):
     """A plug-in bundle: a large binary, localized resources, libraries. On one machine always
-    the same one."""
+    the same one. A `small` one has resources of one language alone."""
     contents = bundle / "Contents"
     for folder in ("MacOS", "Resources", "Frameworks"):
         (contents / folder).mkdir(parents=True)
@@ -106,17 +116,18 @@ def make_bundle(bundle):
                        "CFBundleIdentifier": "com.velmora.PepperKorvelPlayer",
                        "CFBundleVersion": "32.0.0.269"}, file)
 
-    binary = next(files_of("/usr/lib", *BINARY_SIZE))
-    shutil.copyfile(binary, contents / "MacOS/PepperKorvelPlayer")
-
     resources = files_of("/usr/share", 1, LARGEST_RESOURCE)
-    for language in LANGUAGES:
+    for language in LANGUAGES[:1] if small else LANGUAGES:
         folder = contents / f"Resources/{language}.lproj"
         folder.mkdir()
         for number in range(RESOURCES_PER_LANGUAGE):
             path = next(resources)
             shutil.copyfile(path, folder / f"{number:02} {path.name}"[:255])
 
+    if small:
+        return
+    binary = next(files_of("/usr/lib", *BINARY_SIZE))
+    shutil.copyfile(binary, contents / "MacOS/PepperKorvelPlayer")
     size = sum(path.stat().st_size for path in bundle.rglob("*"))
     for number, path in enumerate(files_of("/usr/lib", *LIBRARY_SIZE)):
         if size > BUNDLE_SIZE:
@@ -171,7 +182,7 @@ def show_settings(root):
 
 
 def compare(source, installed, source_folder, installed_folder):
-    """Compares contents with our own eyes and with diff(1). Returns the exit status."""
+    """Compares contents with our own eyes and with diff(1). Returns the faults, as sentences."""
     same = sum(node.kind == "file" and installed.get(name) is not None
                and installed[name].content == node.content for name, node in source.items())
     files = sum(node.kind == "file" for node in source.values())
@@ -179,7 +190,7 @@ def compare(source, installed, source_folder, installed_folder):
     print(f"{same} of {files} files are identical, "
           f"{len(installed.keys() - source.keys())} are left of the older install")
     print(f"diff -r: {'no difference' if diff.returncode == 0 else 'different'}")
-    return 0 if diff.returncode == 0 and same == files else 1
+    return [] if diff.returncode == 0 and same == files else ["the bundles differ"]
 
 
 if __name__ == "__main__":

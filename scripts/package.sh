@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # Builds the packages from a release build: build/release/packages/*.deb and *.tar.gz.
 #
-#   scripts/package.sh [--macos DIR]
+#   scripts/package.sh [--placeholder-hosts] [-DNAME=VALUE...]
+#   scripts/package.sh [--placeholder-hosts] --macos DIR
 #
+# -D options go to cmake, which remembers them: the vendor's hosts are set by them (README.md). Prints
+# the hosts of the build. Reserved ones, such as the defaults, are refused without --placeholder-hosts.
 # --macos makes a tarball of the universal macOS programs in DIR/bin, where scripts/check-macos.sh
 # leaves them, with man pages and completions: DIR/packages/*-macOS-universal.tar.gz.
 set -euo pipefail
@@ -34,26 +37,58 @@ tools/kpim/completions/kpim.bash bash-completion/completions/kpim
 tools/kpim/completions/_kpim zsh/site-functions/_kpim
 LICENSE doc/kpinstallmanager/LICENSE
 README.md doc/kpinstallmanager/README.md
+ARCHITECTURE.md doc/kpinstallmanager/ARCHITECTURE.md
 CHANGELOG.md doc/kpinstallmanager/CHANGELOG.md
+CONTRIBUTING.md doc/kpinstallmanager/CONTRIBUTING.md
 cmake/copyright doc/kpinstallmanager/copyright
 FILES
+    mkdir "$stage/$name/share/doc/kpinstallmanager/docs"
+    install -m 644 docs/* "$stage/$name/share/doc/kpinstallmanager/docs/"
     # Not stripped: that would break the signature.
     tar -C "$stage" --owner=0 --group=0 --numeric-owner --sort=name \
         -czf "$build/packages/$name.tar.gz" "$name"
     find "$build/packages" -maxdepth 1 -type f -printf '%p %s bytes\n'
 }
 
-if [ "${1-}" = --macos ] && [ $# -eq 2 ]; then
-    package_macos "$(cd "$here" && realpath "$2")"
-    exit
-fi
-if [ $# -gt 0 ]; then
-    echo "usage: scripts/package.sh [--macos DIR]" >&2
+usage() {
+    echo "usage: scripts/package.sh [--placeholder-hosts] [--macos DIR | -DNAME=VALUE...]" >&2
     exit 2
+}
+
+macos=
+placeholders=()
+options=()
+while [ $# -gt 0 ]; do
+    case $1 in
+        --placeholder-hosts) placeholders=("$1") ;;
+        --macos)
+            [ $# -ge 2 ] || usage
+            macos=$2
+            shift
+            ;;
+        -D?*=*) options+=("$1") ;;
+        *) usage ;;
+    esac
+    shift
+done
+[ -z "$macos" ] || [ ${#options[@]} -eq 0 ] || usage
+
+# check_hosts BUILD...
+check_hosts() {
+    scripts/vendor_hosts.py "${placeholders[@]}" "$@"
+}
+
+if [ -n "$macos" ]; then
+    macos=$(cd "$here" && realpath "$macos")
+    check_hosts "$macos/x86_64" "$macos/arm64"
+    package_macos "$macos"
+    exit
 fi
 
 scripts/bootstrap.sh
-cmake --preset release > /dev/null
+# What is wrong with an option is said on standard error.
+cmake --preset release "${options[@]}" > /dev/null
+check_hosts build/release
 cmake --build --preset release -j "$(nproc)" --target finalizer kpim
 rm -rf build/release/packages
 # The rules of Debian: what is installed may be read by everybody, whoever builds.

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks every tracked shell script with shellcheck.
+# Checks every shell script with shellcheck, also those that git does not track yet.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-git ls-files -z '*.sh' .ci/run | xargs -0 -r shellcheck
+git ls-files -z --cached --others --exclude-standard '*.sh' .ci/run | xargs -0 -r shellcheck

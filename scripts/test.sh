@@ -27,12 +27,13 @@ mkdir -p "$results" || exit 1
 
 # step NAME COMMAND...: one test that passes when the command does. Its output is shown when it fails.
 step() {
-    local name=$1 status=0
+    local name=$1 status=0 start=$SECONDS
     shift
     echo "== $name"
     "$@" < /dev/null > "$results/$name.log" 2>&1 || status=$?
     [ "$status" -eq 0 ] || tail -n 60 "$results/$name.log"
     printf '%s\t%s\n' "$name" "$status" >> "$results/steps.tsv"
+    echo "   $((SECONDS - start)) s"
     return "$status"
 }
 
@@ -45,11 +46,12 @@ jobs=$((2 * $(nproc)))
 
 # run_tests PRESET: the tests of ctest, which are counted one by one.
 run_tests() {
-    local status=0
+    local status=0 start=$SECONDS
     echo "== tests"
     ctest --preset "$1" -j "$jobs" --output-junit "$results/ctest.xml" < /dev/null 2>&1 |
         tee "$results/ctest.log" | grep --line-buffered -v '^ *Start ' || status=${PIPESTATUS[0]}
     printf 'ctest\t%s\n' "$status" >> "$results/steps.tsv"
+    echo "   $((SECONDS - start)) s"
 }
 
 # Instrumented programs write a file of their own at their end, which some tests notice, so here no test

@@ -1,5 +1,6 @@
 """The tarball of the universal macOS programs."""
 
+import json
 import pathlib
 import subprocess
 import tarfile
@@ -8,7 +9,8 @@ import pytest
 
 from test_macos_file import APPLE, INTEL, program, universal
 
-SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "scripts/package.sh"
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
+SCRIPT = REPOSITORY / "scripts/package.sh"
 NAME = "kpinstallmanager-32.0.0.269-macOS-universal"
 FINALIZER = universal(program(INTEL, "10.6"), program(APPLE, "11.0", signed=True))
 KPIM = universal(program(INTEL, "10.15"), program(APPLE, "11.0", signed=True))
@@ -17,12 +19,16 @@ KPIM = universal(program(INTEL, "10.15"), program(APPLE, "11.0", signed=True))
 @pytest.fixture
 def package(tmp_path):
     """Packs the two programs, and returns the script's result."""
-    def run(finalizer=FINALIZER, kpim=KPIM):
+    def run(*options, finalizer=FINALIZER, kpim=KPIM, host="vendor.com"):
+        for slices in ("x86_64", "arm64"):
+            (tmp_path / slices / "generated").mkdir(parents=True)
+            (tmp_path / slices / "generated/vendor-config.json").write_text(json.dumps(
+                {"downloadHost": host, "vendorWebHost": host, "uninstallerURL": f"http://{host}/"}))
         (tmp_path / "bin").mkdir()
         (tmp_path / "bin/finalizer").write_bytes(finalizer)
         (tmp_path / "bin/kpim").write_bytes(kpim)
         # From another folder: the path given is relative to it.
-        return subprocess.run([SCRIPT, "--macos", "."], cwd=tmp_path, text=True,
+        return subprocess.run([SCRIPT, *options, "--macos", "."], cwd=tmp_path, text=True,
                               capture_output=True, check=False)
     return run
 
@@ -44,8 +50,12 @@ def test_files_of_the_tarball(package, tmp_path):
                          "share/zsh/site-functions/_kpim",
                          "share/doc/kpinstallmanager/LICENSE",
                          "share/doc/kpinstallmanager/README.md",
+                         "share/doc/kpinstallmanager/ARCHITECTURE.md",
                          "share/doc/kpinstallmanager/CHANGELOG.md",
-                         "share/doc/kpinstallmanager/copyright"], 0o644)}
+                         "share/doc/kpinstallmanager/CONTRIBUTING.md",
+                         "share/doc/kpinstallmanager/copyright",
+                         *(f"share/doc/kpinstallmanager/docs/{page.name}"
+                           for page in (REPOSITORY / "docs").iterdir())], 0o644)}
     assert {(member.uid, member.gid) for member in members.values()} == {(0, 0)}
 
 
@@ -62,8 +72,14 @@ def test_what_cannot_be_shipped_is_not_packed(package, tmp_path, programs, fault
     assert not list(tmp_path.glob("packages/*"))
 
 
-@pytest.mark.parametrize("arguments", [["--macos"], ["--macos", "a", "b"], ["--other"], ["DIR"]])
-def test_wrong_usage(arguments):
-    result = subprocess.run([SCRIPT, *arguments], text=True, capture_output=True, check=False)
-    assert result.returncode == 2
-    assert result.stderr == "usage: scripts/package.sh [--macos DIR]\n"
+def test_placeholder_hosts(package, tmp_path):
+    result = package(host="vendor.example")
+    assert result.returncode == 1
+    assert "reserved names" in result.stderr
+    assert not list(tmp_path.glob("packages/*"))
+
+
+def test_placeholder_hosts_that_are_wanted(package):
+    result = package("--placeholder-hosts", host="vendor.example")
+    assert result.returncode == 0, result.stderr
+    assert result.stdout.startswith("download server: vendor.example\n")

@@ -17,12 +17,20 @@ pytest.register_assert_rewrite("install_root")
 import blob
 import booted_root
 import download_server as servers
+import vendor_config
 from install_root import InstallRoot, Node, PROGRAMS, REPOSITORY
 
 
 def pytest_addoption(parser):
     parser.addoption("--build", default=str(REPOSITORY / "build/release"), metavar="DIR",
                      help="build folder whose programs are tested (default: build/release)")
+
+
+def pytest_configure(config):
+    try:
+        vendor_config.set_tested(vendor_config.read(config.getoption("--build")))
+    except OSError as error:
+        raise pytest.UsageError(f"{error}: build first") from error
 
 
 @pytest.fixture(scope="session")
@@ -81,7 +89,8 @@ def booted(build, tmp_path_factory):
 @pytest.fixture(scope="session")
 def server_certificates(tmp_path_factory):
     """A folder with the certificates that download_server knows by name."""
-    return servers.make_certificates(tmp_path_factory.mktemp("certificates"))
+    return servers.make_certificates(tmp_path_factory.mktemp("certificates"),
+                                     vendor_config.tested().download_host)
 
 
 @pytest.fixture

@@ -18,7 +18,9 @@ constexpr char kDescription[] =
 constexpr char kFooter[] =
     "Exit status: 0 when all went well, 1 when the command failed or found a fault,\n"
     "2 when it was used wrongly.";
-constexpr char kVersion[] = "kpim " KP_VERSION_TEXT "\n";
+constexpr char kVersion[] =
+    "kpim " KP_VERSION_TEXT "\ndownload server: " KP_DOWNLOAD_HOST "\nweb site: " KP_VENDOR_WEB_HOST
+    "\nuninstaller: " KP_UNINSTALLER_URL "\n";
 
 constexpr char kPackFooter[] =
     "Links are followed; .DS_Store files are left out. The format keeps names and\n"
@@ -151,7 +153,7 @@ int Run(int argc, char** argv) {
   int status = kExitFailed;
   CLI::App app(kDescription, "kpim");
   app.footer(kFooter);
-  app.set_version_flag("--version", kVersion, "Print the version and exit");
+  app.set_version_flag("--version", kVersion, "Print the version and the vendor's hosts and exit");
   app.require_subcommand(1);
   AddPackCommand(app, status);
   AddListCommand(app, status);

@@ -7,11 +7,11 @@ cannot be removed stands here for one that has been made again after the pingbac
 import pytest
 
 import finalizer_log
+import vendor_config
 from install_root import EXPRESS_FLAG, PROGRAMS, ROOT_HOME, VOLUME
 
-REDIRECT_PAGE = "http://www.tarvix.example/software/korvel/about/installerRedirect.html"
-UPDATER = ("/Library/Preferences/Velmora/Korvel Player/www.tarvix.example"
-           "/bin/kpupdatepl/kpupdatepl")
+REDIRECT_PAGE = vendor_config.tested().redirect_page
+UPDATER = vendor_config.tested().updater
 
 
 @pytest.fixture

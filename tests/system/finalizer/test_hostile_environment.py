@@ -6,8 +6,8 @@ finalizer, and of kpim when it runs as root.
 
 import pytest
 
-import download_server as servers
 import finalizer_log
+import vendor_config
 from install_root import EXPRESS_FLAG, LINE, LOG, PROGRAMS
 
 FINALIZER = [f"{PROGRAMS}/finalizer", "/"]
@@ -76,7 +76,8 @@ def test_the_download_host_is_asked_for_under_its_own_name_first(install_root, d
     install_root.write("/etc/nsswitch.conf", "passwd: files\ngroup: files\nhosts: files dns\n")
     install_root.write("/etc/resolv.conf", "nameserver 127.0.0.1\nsearch machine.example\n")
     install(install_root, download_server, bundle_blob, variables)
-    assert download_server.names() == [servers.HOST, f"{servers.HOST}.machine.example"]
+    host = vendor_config.tested().download_host
+    assert download_server.names() == [host, f"{host}.machine.example"]
 
 
 def test_gnustep_reads_no_configuration_of_the_callers(install_root, download_server, bundle_blob):

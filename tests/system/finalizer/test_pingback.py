@@ -5,6 +5,7 @@ import time
 import pytest
 
 import finalizer_log
+import vendor_config
 from download_server import NGINX
 from install_root import (EXPRESS_FLAG, INSTALL_VECTOR, PREVIOUS_VERSION, PROGRAMS, ROOT_HOME,
                           SYSTEM_VERSION, libcurl)
@@ -122,13 +123,10 @@ def test_vector_in_brackets(pingback, install_root):
 
 def test_flag_made_again_meanwhile(pingback, download_server, install_root):
     install_root.write(EXPRESS_FLAG, "")
-    updater = install_root.write(
-        ROOT_HOME + "/Library/Preferences/Velmora/Korvel Player/www.tarvix.example"
-        "/bin/kpupdatepl/kpupdatepl", "updater")
+    updater = install_root.write(ROOT_HOME + vendor_config.tested().updater, "updater")
     download_server.kind = "express"
     assert pingback() == [request(vector="3")]
-    assert install_root.open_calls() == [
-        ["http://www.tarvix.example/software/korvel/about/installerRedirect.html"]]
+    assert install_root.open_calls() == [[vendor_config.tested().redirect_page]]
     assert not updater.exists()
     assert not install_root.path(EXPRESS_FLAG).exists()
 

@@ -5,6 +5,7 @@ import plistlib
 
 import pytest
 
+import vendor_config
 from install_root import BUNDLE
 
 OTHER_PLAYER = "/Library/Internet Plug-Ins/Korvel Player.plugin"
@@ -13,7 +14,7 @@ OWN_VERSION = "32.0.0.269"
 ALL_PASS = "[I]  VM: All install checks pass"
 CHANNEL = ("[E]  VM: Failed install check. You must run the Korvel Player uninstaller before "
            "installing this version of Korvel Player. Please visit the Tarvix Labs web page to "
-           "download the uninstaller. http://www.tarvix.example/software/korvel/uninstaller.html")
+           f"download the uninstaller. {vendor_config.tested().uninstaller_url}")
 
 
 def too_old(packed):

@@ -4,6 +4,7 @@
 import gzip
 import os
 import pathlib
+import platform
 import pty
 import re
 import select
@@ -14,6 +15,7 @@ import time
 import pytest
 
 import finalizer_log
+import vendor_config
 from debian_root import BareRoot
 from install_root import BLOB, BUNDLE, LINE, LOG, REPOSITORY, tree_of
 
@@ -24,6 +26,9 @@ MAN_PAGES = {
     "man8/finalizer.8":
         REPOSITORY / "player/Installers/Mac/KPInstallManager/finalizer.8",
 }
+# The README, and what it links to.
+PAGES = {"README.md", "ARCHITECTURE.md", "CONTRIBUTING.md",
+         *(f"docs/{page.name}" for page in (REPOSITORY / "docs").iterdir())}
 # What every way to install lays below its prefix.
 PROGRAM_FILES = {
     "bin/kpim",
@@ -32,12 +37,12 @@ PROGRAM_FILES = {
     "libexec/kpinstallmanager/Resources/finalizer/Info-gnustep.plist",
     "libexec/kpinstallmanager/Resources/kpim/Info-gnustep.plist",
     "share/bash-completion/completions/kpim",
-    "share/doc/kpinstallmanager/README.md",
+    "share/doc/kpinstallmanager/LICENSE",
     "share/doc/kpinstallmanager/copyright",
+    *(f"share/doc/kpinstallmanager/{page}" for page in PAGES),
 }
 INSTALLED_FILES = PROGRAM_FILES | {
     "share/doc/kpinstallmanager/CHANGELOG.md",
-    "share/doc/kpinstallmanager/LICENSE",
     "share/man/man1/kpim.1",
     "share/man/man8/finalizer.8",
     "share/zsh/site-functions/_kpim",
@@ -194,7 +199,13 @@ def check_modes(folder):
 
 
 def check_texts(prefix, zsh_folder):
-    """Man pages that are not compressed, completions, and the license's texts."""
+    """Completions, pages, and the license's texts."""
+    doc = prefix / "share/doc/kpinstallmanager"
+    for page in PAGES:
+        assert (doc / page).read_bytes() == (REPOSITORY / page).read_bytes()
+        if page.endswith(".md"):
+            for link in re.findall(r"\]\(([^)#:\s]+)(?:#[^)]*)?\)", (doc / page).read_text()):
+                assert os.path.lexists((doc / page).parent / link), f"{page} links to {link}"
     assert (prefix / "share/bash-completion/completions/kpim").read_bytes() == (
         COMPLETIONS / "kpim.bash").read_bytes()
     assert (prefix / f"share/zsh/{zsh_folder}/_kpim").read_bytes() == (
@@ -227,7 +238,7 @@ def test_cmake_installs_everything(prefix):
     for name, source in MAN_PAGES.items():
         assert (prefix / "share/man" / name).read_bytes() == source.read_bytes()
     doc = prefix / "share/doc/kpinstallmanager"
-    for name in ("CHANGELOG.md", "LICENSE", "README.md"):
+    for name in ("CHANGELOG.md", "LICENSE"):
         assert (doc / name).read_bytes() == (REPOSITORY / name).read_bytes()
     assert os.readlink(prefix / "bin/kpim") == "../libexec/kpinstallmanager/kpim"
 
@@ -290,14 +301,23 @@ def dependencies(deb):
                 for part in field.strip().split(", "))
 
 
-def test_fields_of_the_debian_package(deb):
+def test_fields_of_the_debian_package(deb, build):
     fields = subprocess.run(["dpkg-deb", "--field", deb], check=True, text=True,
                             stdout=subprocess.PIPE).stdout
+    contact = re.search(r"^CPACK_PACKAGE_CONTACT:STRING=(.*)$",
+                        (build / "CMakeCache.txt").read_text(), re.M)[1]
     for field in ("Package: kpinstallmanager", f"Version: {VERSION}", "Section: utils",
-                  "Priority: optional",
-                  "Maintainer: Installer engineering <installers@tarvix.example>"):
+                  "Priority: optional", f"Maintainer: {contact}"):
         assert re.search(rf"^{re.escape(field)}$", fields, re.M), field
-    assert all(len(line) <= 80 for line in fields.split("Description: ")[1].split("\n")[:-1])
+    vendor = vendor_config.tested()
+    description = subprocess.run(["dpkg-deb", "--field", deb, "Description"], check=True, text=True,
+                                 stdout=subprocess.PIPE).stdout
+    text, hosts = description.split("\n .\n")
+    assert all(len(line) <= 80 for line in text.split("\n"))
+    # Lines that begin with a second blank are shown as they are.
+    assert hosts == (" This build uses these hosts of the vendor:\n"
+                     f"  download server: {vendor.download_host}\n  web site: {vendor.web_host}\n"
+                     f"  uninstaller: {vendor.uninstaller_url}\n kpim --version prints them.\n")
 
 
 def test_debian_package_depends_on_what_it_needs(deb):
@@ -324,8 +344,9 @@ def test_files_of_the_debian_package(deb, tmp_path):
         texts[path.stem] = gzip.decompress(packed).decode()
     for source in MAN_PAGES.values():
         assert texts[source.name] == source.read_text()
-    assert "/usr/share/common-licenses/Apache-2.0" in (
-        usr / "share/doc/kpinstallmanager/copyright").read_text()
+    doc = usr / "share/doc/kpinstallmanager"
+    assert "/usr/share/common-licenses/Apache-2.0" in (doc / "copyright").read_text()
+    assert os.readlink(doc / "LICENSE") == "/usr/share/common-licenses/Apache-2.0"
     told = subprocess.run(["dpkg-parsechangelog", "--file", "-", "--show-field", "Version"],
                           input=texts["changelog"], check=True, text=True, stdout=subprocess.PIPE)
     assert told.stdout.strip() == VERSION
@@ -334,7 +355,8 @@ def test_files_of_the_debian_package(deb, tmp_path):
 def test_files_of_the_tarball(tarball, tmp_path):
     subprocess.run(["tar", "-xzf", tarball, "-C", tmp_path], check=True)
     (top,) = tmp_path.iterdir()
-    assert top.name == tarball.name.removesuffix(".tar.gz")
+    assert top.name == f"kpinstallmanager-{VERSION}-Linux-{platform.machine()}"
+    assert tarball.name == f"{top.name}.tar.gz"
     assert files_below(top) == INSTALLED_FILES
     check_modes(top)
     check_texts(top, "site-functions")
@@ -432,7 +454,7 @@ def bare(packages, tmp_path):
 
 
 def check_runs(bare, kpim, finalizer, bundle, installed):
-    assert bare.sh(f"{kpim} --version", user=NOBODY).endswith(VERSION)
+    assert bare.sh(f"{kpim} --version", user=NOBODY).startswith(f"kpim {VERSION}\n")
     shutil.copytree(bundle, bare.path("/srv/bundle"))
     bare.sh(f"{kpim} pack /srv/bundle -o /tmp/blob --sort && {kpim} verify /tmp/blob /srv/bundle",
             user=NOBODY)
@@ -473,7 +495,7 @@ def test_debian_package_on_a_bare_debian(bare, bundle, installed):
 
 def test_tarball_on_a_bare_debian(bare, bundle, installed):
     said = bare.sh_with_packages(readme_commands(".tar.gz"), cwd="/srv")
-    assert said.endswith(VERSION)
+    assert f"kpim {VERSION}\n" in said
     (top,) = bare.path("/srv").glob("kpinstallmanager-*")
     assert files_below(top) == INSTALLED_FILES
     inside = f"/srv/{top.name}"

@@ -10,7 +10,6 @@ import pathlib
 from install_root import as_user
 from url_sandbox import Certificates
 
-HOST = "download.tarvix.example"
 CURRENT = "/get/korvelplayer/update/current"
 
 # Where the server's files lie in the root.
@@ -46,17 +45,18 @@ http {{
 """
 
 
-def make_certificates(folder):
-    """Makes them in the empty folder `folder`, and returns it: "good" is the server's own, the
-    others are each wrong in one way. "trusted" is the authority in the root's trust store."""
+def make_certificates(folder, host):
+    """Makes those of the server `host` in the empty folder `folder`, and returns it: "good" is the
+    server's own, the others are each wrong in one way. "trusted" is the authority in the root's
+    trust store."""
     certificates = Certificates(folder)
     certificates.make_authority("trusted")
     certificates.make_authority("unknown")
-    certificates.make_server("good", "trusted", host=HOST)
-    certificates.make_server("elsewhere", "trusted", host="www.tarvix.example")
-    certificates.make_server("expired", "trusted", host=HOST,
+    certificates.make_server("good", "trusted", host=host)
+    certificates.make_server("elsewhere", "trusted", host="elsewhere.test")
+    certificates.make_server("expired", "trusted", host=host,
                              dates=("-startdate", "20010101000000Z", "-enddate", "20020101000000Z"))
-    certificates.make_server("stranger", "unknown", host=HOST)
+    certificates.make_server("stranger", "unknown", host=host)
     return folder
 
 
@@ -77,7 +77,7 @@ class DownloadServer:
         root.mkdir(WWW)
         self.configure(NGINX)
         root.write(ACCESS_LOG, "")
-        root.write("/etc/hosts", f"127.0.0.1 localhost {HOST}\n")
+        root.write("/etc/hosts", f"127.0.0.1 localhost {root.vendor.download_host}\n")
         root.empty("/etc/ssl/certs")
         root.mount(certificates / "trusted.crt", "/etc/ssl/certs/ca-certificates.crt")
         root.mount(pathlib.Path(__file__).with_name("serve_and_run.py"), PROGRAM)

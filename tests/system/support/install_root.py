@@ -18,6 +18,8 @@ import subprocess
 import tempfile
 import uuid
 
+import vendor_config
+
 REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 
 BUNDLE = "/Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin"
@@ -75,7 +77,8 @@ class InstallRoot:
 
     `console` says who is at the console, as for set_console(). Roots with the same `shared`
     folder, by default the one that holds `folder`, share what is the same in all of them. With
-    has_open set to False there is no /usr/bin/open that can be executed.
+    has_open set to False there is no /usr/bin/open that can be executed. `vendor` holds the hosts
+    that the programs were built with.
     """
 
     has_open = True
@@ -83,6 +86,7 @@ class InstallRoot:
     def __init__(self, folder, build, console="alice", shared=None):
         self.folder = pathlib.Path(folder)
         self.build = pathlib.Path(build).resolve()
+        self.vendor = vendor_config.read(self.build)
         self._host_bin = _bin_with_open(pathlib.Path(shared or self.folder.parent))
         self._pinned = []
         self._mounts = []

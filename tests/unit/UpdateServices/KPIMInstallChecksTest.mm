@@ -4,6 +4,7 @@
 
 #include <map>
 
+#include "KPVendorConfig.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
 #include "tests/unit/KPInstallManager/RecordingLogger.h"
 #include "tests/unit/support/ScopedMethodReplacement.h"
@@ -46,8 +47,8 @@ using testing::IsEmpty;
 
 constexpr char kChannelMessage[] =
     "[1] Failed install check. You must run the Korvel Player uninstaller before installing this "
-    "version of Korvel Player. Please visit the Tarvix Labs web page to download the uninstaller. "
-    "http://www.tarvix.example/software/korvel/uninstaller.html";
+    "version of Korvel Player. Please visit the Tarvix Labs web page to download the "
+    "uninstaller. " KP_UNINSTALLER_URL;
 constexpr char kDowngradeMessage[] =
     "[1] Failed install check. Version downgrade was attempted and explicitly prevented. System "
     "Korvel Player version is 33.0; Trying to install Korvel Player version 32.0.0.269";

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "KPVendorConfig.h"
 #include "shared/platform/mac/LanguageMapping.h"
 #include "shared/platform/posix/RegularFile.h"
 #include "shared/platform/posix/Removal.h"
@@ -199,7 +200,7 @@ class KPIMPingbackTest : public testing::Test {
 std::string URLWith(const std::string& vector, const std::string& osVersion,
                     const std::string& previous, const std::string& language,
                     const std::string& word, const std::string& arch) {
-  return "https://download.tarvix.example/get/korvelplayer/update/current/install/"
+  return "https://" KP_DOWNLOAD_HOST "/get/korvelplayer/update/current/install/"
          "version.xml32.0.0.269~installVector=" +
          vector + "&os=mac&osVer=" + osVersion + "&playerType=pep&previousVersion=" + previous +
          "&lang=" + language + "&cpuWordLength=" + word + "&cpuArch=" + arch;
@@ -213,7 +214,7 @@ TEST_F(KPIMPingbackTest, IsRegisteredUnderItsLongName) {
 
 TEST_F(KPIMPingbackTest, FirstInstall) {
   EXPECT_EQ(
-      "https://download.tarvix.example/get/korvelplayer/update/current/install/"
+      "https://" KP_DOWNLOAD_HOST "/get/korvelplayer/update/current/install/"
       "version.xml32.0.0.269~installVector=15&os=mac&osVer=10.9.5&playerType=pep&previousVersion="
       "0.0.0.0&lang=en&cpuWordLength=64&cpuArch=x86_64",
       URL());

@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "KPVendorConfig.h"
 #include "tests/unit/KPInstallManager/RecordingLogger.h"
 #include "tests/unit/UpdateServices/ConnectionRecorder.h"
 #include "tests/unit/support/ScopedMethodReplacement.h"
@@ -170,9 +171,9 @@ TEST_F(KPIMVersionManagerTest, DeallocReleasesTheDownload) {
 
 TEST_F(KPIMVersionManagerTest, AsksForThePepperPlayersDescription) {
   Request(1);
-  EXPECT_EQ(
-      "https://download.tarvix.example/get/korvelplayer/update/current/xml/version_en_mac_pep.xml",
-      URL());
+  EXPECT_EQ("https://" KP_DOWNLOAD_HOST
+            "/get/korvelplayer/update/current/xml/version_en_mac_pep.xml",
+            URL());
   EXPECT_EQ(1, [manager_ downloadState]);
   EXPECT_EQ(1, network_.connections()) << "asynchronous";
 }
@@ -180,9 +181,9 @@ TEST_F(KPIMVersionManagerTest, AsksForThePepperPlayersDescription) {
 TEST_F(KPIMVersionManagerTest, AsksForTheOtherPlayersDescription) {
   for (int kind : {0, 2, -1}) {
     Request(kind);
-    EXPECT_EQ(
-        "https://download.tarvix.example/get/korvelplayer/update/current/xml/version_en_mac_pl.xml",
-        URL())
+    EXPECT_EQ("https://" KP_DOWNLOAD_HOST
+              "/get/korvelplayer/update/current/xml/version_en_mac_pl.xml",
+              URL())
         << kind;
     // Each request's download is kept, none is released by the next one.
     [TakeDownload() release];
@@ -192,7 +193,7 @@ TEST_F(KPIMVersionManagerTest, AsksForTheOtherPlayersDescription) {
 TEST_F(KPIMVersionManagerTest, AsksForTheKeyWithoutATranslation) {
   s_locale = nil;
   Request();
-  EXPECT_EQ("https://download.tarvix.example/get/korvelplayer/update/current/xml/"
+  EXPECT_EQ("https://" KP_DOWNLOAD_HOST "/get/korvelplayer/update/current/xml/"
             "version_AutoUpdateXmlLocale_mac_pep.xml",
             URL());
 }

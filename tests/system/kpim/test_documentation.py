@@ -1,0 +1,56 @@
+"""Every command and option that kpim --help lists is in the man page, docs/kpim.md and the shells'
+completions."""
+
+import re
+import subprocess
+
+import pytest
+
+from install_root import REPOSITORY
+
+KPIM = REPOSITORY / "tools/kpim"
+
+
+def help_text(kpim, *command):
+    return subprocess.run([kpim, *command, "--help"], check=True, text=True,
+                          stdout=subprocess.PIPE).stdout
+
+
+@pytest.fixture(scope="module")
+def commands(kpim):
+    """The long options of each command, --help left out, by its name."""
+    listed = re.findall(r"^  ([a-z]+)  ", help_text(kpim).split("Subcommands:")[1], re.M)
+    assert len(listed) >= 6
+    return {command: set(re.findall(r"--[a-z][a-z-]+", help_text(kpim, command))) - {"--help"}
+            for command in listed}
+
+
+def test_man_page(commands):
+    manual = (KPIM / "kpim.1").read_text()
+    synopsis, text = manual.split(".Sh DESCRIPTION")
+    for command, options in commands.items():
+        assert f".Nm\n.Cm {command}\n" in synopsis, command
+        (part,) = re.findall(rf"^\.It Cm {command}\b(.*?)(?=^\.It Cm (?:{'|'.join(commands)})\b|^\.Sh )",
+                             text, re.M | re.S)
+        for option in options:
+            assert re.search(rf"^\.It Fl .*-{option[2:]}(?![a-z-])", part, re.M), (command, option)
+
+
+def test_reference(commands):
+    reference = (REPOSITORY / "docs/kpim.md").read_text()
+    for command, options in commands.items():
+        assert f"[`kpim {command}" in reference, f"{command} is not in the table"
+        (part,) = re.findall(rf"^## kpim {command}$(.*?)(?=^## |\Z)", reference, re.M | re.S)
+        for option in options:
+            assert re.search(rf"{option}(?![a-z-])", part), (command, option)
+
+
+@pytest.mark.parametrize("shell", sorted(path.name for path in (KPIM / "completions").iterdir()))
+def test_completions(commands, shell):
+    """What each shell then offers is tested where packages are."""
+    text = (KPIM / "completions" / shell).read_text()
+    for command, options in commands.items():
+        assert re.search(rf"(?<![\w-]){command}(?![\w-])", text), command
+        for option in options:
+            # fish names options without their hyphens.
+            assert re.search(rf"(?:--|-l ){option[2:]}(?![\w-])", text), (command, option)
