@@ -63,9 +63,9 @@ bool ReadFile(const std::string& path, BlobBytes& blob) {
 void WarnOfRepeatedPaths(const std::string& blob, const fileChunk* list) {
   const std::vector<std::string> paths = RepeatedPaths(list);
   if (!paths.empty()) {
-    ReportError(blob, "warning: " + Counted(paths.size(), "path", "paths") +
-                          " with more than one entry, of which the later one counts: " +
-                          paths.front() + (paths.size() > 1 ? ", ..." : ""));
+    ReportWarning(blob, Counted(paths.size(), "path", "paths") +
+                            " with more than one entry, of which the later one counts: " +
+                            paths.front() + (paths.size() > 1 ? ", ..." : ""));
   }
 }
 

@@ -6,8 +6,8 @@
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
 #include "tools/kpim/Commands.h"
 #include "tools/kpim/FoundationText.h"
+#include "tools/kpim/JSON.h"
 #include "tools/kpim/Report.h"
-#include "tools/kpim/Text.h"
 
 namespace kpim {
 
@@ -36,13 +36,14 @@ void PrintText(unsigned int result, NSString* installed, NSString* offered) {
 }
 
 void PrintJSON(unsigned int result, NSString* installed, NSString* offered) {
-  Print("{");
+  JSONObject object;
   for (const Verdict& verdict : kVerdicts) {
-    const bool passed = (result & verdict.bit) == 0;
-    Print(JSONString(verdict.jsonName) + ": " + (passed ? "true" : "false") + ", ");
+    object.AddBool(verdict.jsonName, (result & verdict.bit) == 0);
   }
-  Print("\"result\": " + std::to_string(result) + ", \"installed\": " + JSONOrNull(installed) +
-        ", \"toBeInstalled\": " + JSONOrNull(offered) + "}\n");
+  object.AddNumber("result", result)
+      .Add("installed", JSONOrNull(installed))
+      .Add("toBeInstalled", JSONOrNull(offered));
+  Print(object.Text() + "\n");
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
 #include "tools/kpim/Commands.h"
 #include "tools/kpim/FoundationText.h"
+#include "tools/kpim/JSON.h"
 #include "tools/kpim/Report.h"
 #include "tools/kpim/StageLine.h"
 #include "tools/kpim/Text.h"
@@ -88,11 +89,14 @@ void PrintText(KPIMVersionManager* manager) {
 }
 
 void PrintJSON(KPIMVersionManager* manager) {
-  Print("{\"version\": " + JSONOrNull([manager XMLVersionString]) +
-        ", \"message\": " + JSONOrNull([manager HTMLDisplayString]) +
-        ", \"autoUpdateMode\": " + JSONOrNull([manager AutoUpdateModeString]) +
-        ", \"dialogWidth\": " + JSONNumber([manager dialogWidth]) +
-        ", \"dialogHeight\": " + JSONNumber([manager dialogHeight]) + "}\n");
+  Print(JSONObject()
+            .Add("version", JSONOrNull([manager XMLVersionString]))
+            .Add("message", JSONOrNull([manager HTMLDisplayString]))
+            .Add("autoUpdateMode", JSONOrNull([manager AutoUpdateModeString]))
+            .Add("dialogWidth", JSONNumber([manager dialogWidth]))
+            .Add("dialogHeight", JSONNumber([manager dialogHeight]))
+            .Text() +
+        "\n");
 }
 
 /// Lets the request of `manager` go on until it has ended or `timeLimit` seconds are over. Returns

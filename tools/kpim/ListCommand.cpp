@@ -5,6 +5,7 @@
 
 #include "tools/kpim/BlobFile.h"
 #include "tools/kpim/Commands.h"
+#include "tools/kpim/JSON.h"
 #include "tools/kpim/Report.h"
 #include "tools/kpim/Text.h"
 #include "tools/kpim/Tree.h"

@@ -126,7 +126,7 @@ bool IsStored(const fileChunk* encoded) {
 }
 
 void PrintSummary(const std::string& output, const fileChunk* encoded, const TreeTotals& totals) {
-  std::string text = output + ": " + Counted(totals.entries, "entry", "entries") + ", " +
+  std::string text = Printable(output) + ": " + Counted(totals.entries, "entry", "entries") + ", " +
                      Counted(totals.bytes, "byte", "bytes") + " packed into " +
                      std::to_string(encoded->size);
   if (totals.bytes > 0) {

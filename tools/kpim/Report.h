@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace kpim {
 
@@ -17,8 +18,24 @@ void Print(const std::string& text);
 /// that or an earlier write failed.
 bool FinishStandardOutput();
 
-/// Prints "kpim: WHAT: WHY" on standard error; control characters are shown as \xHH.
+/// Prints "kpim: WHAT: WHY" on standard error, both parts as Printable() shows them.
 void ReportError(const std::string& what, const std::string& why);
+
+/// Prints "kpim: warning: WHAT: WHY" in the same way. A warning does not change the exit status.
+void ReportWarning(const std::string& what, const std::string& why);
+
+/// An error or a warning, as it was reported.
+struct Message {
+  /// The file, folder or command that it is about.
+  std::string what;
+  std::string why;
+};
+
+/// What ReportError and ReportSystemError have reported, in order.
+const std::vector<Message>& ReportedErrors();
+
+/// What ReportWarning has reported, in order.
+const std::vector<Message>& ReportedWarnings();
 
 /// Prints "kpim: WHY" on standard error, without allocating memory.
 void ReportPlainError(const char* why);

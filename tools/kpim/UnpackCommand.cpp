@@ -73,7 +73,7 @@ int Unpack(const UnpackOptions& options) {
     return kExitFailed;
   }
   if (!IsSolidRoot(tree.get())) {
-    ReportError(options.blob, std::string("warning: ") + kNotASolidRoot);
+    ReportWarning(options.blob, kNotASolidRoot);
   }
   if (!PrepareDirectory(options.directory)) {
     return kExitFailed;
@@ -88,7 +88,7 @@ int Unpack(const UnpackOptions& options) {
     return kExitFailed;
   }
   const TreeTotals totals = CountTree(tree.get());
-  Print(options.directory + ": " + Counted(totals.entries, "entry", "entries") + ", " +
+  Print(Printable(options.directory) + ": " + Counted(totals.entries, "entry", "entries") + ", " +
         Counted(totals.bytes, "byte", "bytes") + " written\n");
   return kExitOK;
 }

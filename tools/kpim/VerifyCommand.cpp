@@ -83,9 +83,9 @@ int VerifyBlob(const VerifyOptions& options) {
     return kExitFailed;
   }
   const TreeTotals totals = CountTree(tree.get());
-  Print(options.blob + ": well formed, " + Counted(totals.entries, "entry", "entries") + ", " +
+  Print(Printable(options.blob) + ": well formed, " + Counted(totals.entries, "entry", "entries") + ", " +
         Counted(totals.bytes, "byte", "bytes") +
-        (options.bundle ? ", the same as " + *options.bundle : "") + "\n");
+        (options.bundle ? ", the same as " + Printable(*options.bundle) : "") + "\n");
   return kExitOK;
 }
 

@@ -12,7 +12,7 @@ import pytest
 
 import blob
 from kpim_program import (AWKWARD_NAMES, FAILED, NOT_SOLID, NO_SUCH_FILE, OK, error, make_bundle,
-                          names, read_terminal, tree_of, write_blob)
+                          names, read_terminal, tree_of, warning, write_blob)
 from test_unreadable_blobs import READERS, arguments_for
 
 
@@ -96,7 +96,7 @@ def test_unpack_of_other_than_one_nameless_directory(run, tmp_path):
                                     blob.stored_directory("b/", [blob.stored_file("c", b"2")]))
     result = run("unpack", "blob", "out")
     assert (result.returncode, result.stdout) == (OK, "out: 3 entries, 2 bytes written\n")
-    assert result.stderr == error("blob", f"warning: {NOT_SOLID}")
+    assert result.stderr == warning("blob", NOT_SOLID)
     assert tree_of(tmp_path / "out") == {"a": b"1", "b": None, "b/c": b"2"}
 
 
@@ -143,8 +143,8 @@ def test_repeated_names_are_warned_of(run, tmp_path, reader):
     make_bundle(tmp_path / "bundle", {"a": b"3", "d/x": b"3", "d/y": b"2"})
     result = run(*(reader if len(reader) == 3 else arguments_for(reader, "blob")))
     assert result.returncode == OK
-    assert result.stderr == error("blob", "warning: 2 paths with more than one entry, of which the "
-                                          "later one counts: a, ...")
+    assert result.stderr == warning("blob", "2 paths with more than one entry, of which the later "
+                                            "one counts: a, ...")
     if reader == ["unpack"]:
         assert tree_of(tmp_path / "out") == tree_of(tmp_path / "bundle")
 
@@ -154,7 +154,7 @@ def test_unpack_of_a_file_and_a_folder_with_one_name(run, tmp_path):
                           blob.stored_directory("a", [blob.stored_file("b", b"2")]),
                           blob.stored_file("", b"3")])
     assert run.fails("unpack", "blob", "out") == (
-        error("blob", "warning: 1 path with more than one entry, of which the later one counts: a") +
+        warning("blob", "1 path with more than one entry, of which the later one counts: a") +
         error("out/.", "not written as the blob has it") +
         error("out/a", "not written as the blob has it") +
         error("out", "3 of 5 entries could not be written: Not a directory"))

@@ -6,7 +6,7 @@ import pytest
 
 import blob
 from kpim_program import (FAILED, NOT_SOLID, NO_SUCH_FILE, OK, error, make_bundle, poke_status,
-                          tree_of, write_blob)
+                          tree_of, warning, write_blob)
 
 
 def test_verify(run, bundle, bundle_blob):
@@ -23,13 +23,13 @@ def test_verify(run, bundle, bundle_blob):
     assert run("verify", "blob", f"{bundle}/").returncode == OK
 
 
-def differences(run, bundle="B", warning=""):
+def differences(run, bundle="B", warned=""):
     """What verify says about the file "blob", of which it warns, and a bundle that differ."""
     result = run("verify", "blob", bundle)
     assert result.returncode == FAILED
     lines = result.stdout.splitlines()
     noun = "difference" if len(lines) == 1 else "differences"
-    assert result.stderr == warning + error("blob", f"{len(lines)} {noun} from {bundle}")
+    assert result.stderr == warned + error("blob", f"{len(lines)} {noun} from {bundle}")
     return lines
 
 
@@ -201,7 +201,6 @@ def test_verify_compares_the_later_of_two_entries(run, tmp_path):
         blob.stored_file("", b"4"),
     ])
     make_bundle(tmp_path / "B", {"a": b"1", "c": b"1", "d/x": b"1", "d/y": b"2", "z": b"3"})
-    warning = error("blob", "warning: 3 paths with more than one entry, of which the later one "
-                            "counts: a, ...")
-    assert differences(run, warning=warning) == [
+    assert differences(run, warned=warning("blob", "3 paths with more than one entry, of which the "
+                                                   "later one counts: a, ...")) == [
         "type mismatch: .", "different: a", "type mismatch: c"]

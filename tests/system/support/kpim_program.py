@@ -127,6 +127,10 @@ def error(what, why):
     return f"kpim: {what}: {why}\n"
 
 
+def warning(what, why):
+    return f"kpim: warning: {what}: {why}\n"
+
+
 def read_terminal(descriptor):
     """All that comes out of a pseudo-terminal until its last user is gone."""
     chunks = []
