@@ -23,7 +23,11 @@ constexpr char kVersion[] = "kpim " KP_VERSION_TEXT "\n";
 constexpr char kPackFooter[] =
     "Links are followed; .DS_Store files are left out. The format keeps names and\n"
     "contents only: execute bits, other modes, owners and times are dropped, and\n"
-    "unpacking gives every file mode 0664 and every directory 0775.";
+    "unpacking gives every file mode 0664 and every directory 0775.\n"
+    "\n"
+    "Warnings say what was followed or dropped, and what may have been packed by\n"
+    "mistake. With --json, prints an object with \"ok\", \"blob\", \"entries\", \"bytes\",\n"
+    "\"findings\", \"blobBytes\", \"compressed\", \"seconds\", \"warnings\" and \"errors\".";
 constexpr char kListFooter[] =
     "With --json, every entry is an object with \"name\" and \"type\" (\"file\" or\n"
     "\"directory\"); files have \"size\", directories \"entries\". A name that is not UTF-8\n"
@@ -75,17 +79,41 @@ void AddPackCommand(CLI::App& app, int& status) {
       ->type_name("DIR");
   command
       ->add_option("-o,--output", options->output,
-                   "Where to write the blob (default: BUNDLE.lzma beside the bundle)")
+                   "Where to write the blob (default: BUNDLE.lzma beside the bundle); - for\n"
+                   "standard output")
       ->type_name("BLOB");
   command
-      ->add_flag("--sort", options->sort,
-                 "Order entries by name, so that the same bundle always gives the same blob")
-      ->disable_flag_override();
+      ->add_option("--exclude", options->excluded,
+                   "Leave out entries whose name, or path in the bundle, matches; repeatable")
+      ->type_name("GLOB")
+      ->allow_extra_args(false);
+  command
+      ->add_option("--threads", options->threads,
+                   "1 (the default), or more for faster packing into slightly other bytes")
+      ->check(CLI::Range(1U, kMostThreads))
+      ->type_name("N");
+  CLI::Option* sort =
+      command->add_flag("--sort", "Order entries by name; the default")->disable_flag_override();
+  command
+      ->add_flag("--no-sort", options->unsorted,
+                 "Keep the order in which the file system lists entries")
+      ->disable_flag_override()
+      ->excludes(sort);
   command
       ->add_flag("--verify", options->verify,
                  "Decode the blob again and compare it with the bundle before it is written")
       ->disable_flag_override();
-  command->callback([options, &status] { status = Pack(*options); });
+  command->add_flag("--quiet", options->quiet, "No warnings and no progress")
+      ->disable_flag_override();
+  command->add_flag("--strict", options->strict, "Make every warning an error")
+      ->disable_flag_override();
+  command->add_flag("--json", options->json, "Print the result as JSON")->disable_flag_override();
+  command->callback([options, &status] {
+    if (options->json && options->output == kStandardStream) {
+      throw CLI::ValidationError("--json", "standard output is for the blob");
+    }
+    status = Pack(*options);
+  });
 }
 
 void AddListCommand(CLI::App& app, int& status) {

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kpim {
 
@@ -11,6 +12,9 @@ constexpr int kExitOK = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
+/// Stands for standard output or standard input where the command line names a file.
+constexpr char kStandardStream[] = "-";
+
 /// Runs the command that the command line chooses, and returns its exit status. Usage errors are
 /// reported on standard error, with kExitUsage.
 int Run(int argc, char** argv);
@@ -18,17 +22,27 @@ int Run(int argc, char** argv);
 // Each of these runs one command and returns its exit status. A failure has been reported on
 // standard error.
 
+/// The most that --threads takes. What is beyond two makes no difference.
+constexpr unsigned int kMostThreads = 1024;
+
 /// What the command line says for "kpim pack".
 struct PackOptions {
   std::string bundle;
   std::optional<std::string> output;
-  bool sort = false;
+  std::vector<std::string> excluded;
+  unsigned int threads = 1;
+  bool unsorted = false;
   bool verify = false;
+  bool quiet = false;
+  bool strict = false;
+  bool json = false;
 };
 
 /// Builds a blob out of the directory `bundle` and writes it to `output`, by default beside the
-/// bundle. `sort` orders the entries by name; with `verify` the blob is decoded and compared before
-/// it is written.
+/// bundle, or to standard output when that is kStandardStream. `excluded` has the patterns of what
+/// is left out. Entries are ordered by name unless `unsorted` is true; with `verify` the blob is
+/// decoded and compared before it is written. `quiet` drops warnings and progress, `strict` makes
+/// errors of the warnings. The result is printed as JSON when `json` is true.
 int Pack(const PackOptions& options);
 
 /// What the command line says for "kpim list".

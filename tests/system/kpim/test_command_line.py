@@ -21,6 +21,12 @@ from kpim_program import FAILED, OK, USAGE, error, make_bundle, names, write_blo
     (["pack", "a", "-o"], "pack: --output: 1 required BLOB missing", "kpim pack"),
     (["pack", "a", "-o", "b", "-o", "c"], "pack: --output", "kpim pack"),
     (["pack", "a", "--sort=no"], "pack: sort was given a disallowed flag override", "kpim pack"),
+    (["pack", "a", "--sort", "--no-sort"], "pack: --sort excludes --no-sort", "kpim pack"),
+    (["pack", "a", "--threads", "0"], "pack: --threads: Value 0 not in range", "kpim pack"),
+    (["pack", "a", "--threads", "many"], "pack: --threads: ", "kpim pack"),
+    (["pack", "a", "--exclude"], "pack: --exclude: 1 required GLOB missing", "kpim pack"),
+    (["pack", "a", "--json", "-o", "-"], "pack: --json: standard output is for the blob",
+     "kpim pack"),
     (["pack", "a", "--verify=0"], "pack: verify was given a disallowed flag override",
      "kpim pack"),
     (["list"], "list: BLOB is required", "kpim list"),
@@ -46,7 +52,7 @@ def test_wrong_usage(run, tmp_path, arguments, complaint, helper):
 @pytest.mark.parametrize("arguments, texts", [
     (["--help"], ["pack", "list", "verify", "unpack", "--version", "Exit status"]),
     (["-h"], ["pack", "list", "verify", "unpack", "--version", "Exit status"]),
-    (["pack", "--help"], ["BUNDLE", "--output", "--sort", "--verify", "execute bits"]),
+    (["pack", "--help"], ["BUNDLE", "--output", "--no-sort", "--verify", "execute bits"]),
     (["list", "--help"], ["BLOB", "--json", "nameBytes"]),
     (["verify", "--help"], ["BLOB", "BUNDLE", "missing: PATH", "unreadable: PATH: WHY"]),
     (["unpack", "--help"], ["BLOB", "DIR", "0664"]),
@@ -60,7 +66,7 @@ def test_help(run, arguments, texts):
 
 @pytest.mark.parametrize("arguments, status", [
     (["--help"], OK), (["--version"], OK), (["pack"], USAGE), (["pack", "missing"], FAILED),
-    (["pack", "B"], OK), (["pack", "B", "--sort", "--verify"], OK),
+    (["pack", "B"], OK), (["pack", "B", "--threads=2", "--verify"], OK),
     (["list", "small"], OK), (["list", "--json", "small"], OK), (["list", "damaged"], FAILED),
     (["verify", "small", "B"], OK), (["verify", "other", "B"], FAILED), (["verify", "damaged"], FAILED),
     (["unpack", "small", "out"], OK), (["unpack", "damaged", "out"], FAILED),
@@ -87,7 +93,7 @@ def test_manual_knows_every_option(run, command):
     manual = (REPOSITORY / "tools/kpim/kpim.1").read_text()
     reference = (REPOSITORY / "docs/kpim.md").read_text()
     assert f".Cm {command}" in manual and f"kpim {command}" in reference
-    options = re.findall(r"--(\w+)", run(command, "--help").stdout)
+    options = re.findall(r"--(\w[\w-]*)", run(command, "--help").stdout)
     assert options
     for option in set(options) - {"help"}:
         assert f"Fl -{option}" in manual and f"--{option}" in reference
@@ -131,8 +137,8 @@ def test_closed_standard_output(run, small_blob, arguments):
 
 
 def test_closed_standard_streams_do_not_end_up_in_the_blob(run, bundle):
-    assert run("pack", bundle, "-o", "expected", "--sort").returncode == OK
-    result = run("pack", bundle, "-o", "blob", "--sort", stdout=None, stderr=None,
+    assert run("pack", bundle, "-o", "expected").returncode == OK
+    result = run("pack", bundle, "-o", "blob", stdout=None, stderr=None,
                  preexec_fn=lambda: os.closerange(0, 3))
     assert result.returncode == FAILED
     assert (run.folder / "blob").read_bytes() == (run.folder / "expected").read_bytes()

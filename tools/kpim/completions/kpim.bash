@@ -18,7 +18,7 @@ _kpim() {
             mapfile -t COMPREPLY < <(compgen -W "pep pl" -- "$current")
             return
             ;;
-        --time-limit)
+        --time-limit | --exclude | --threads)
             return
             ;;
         -o | --output)
@@ -27,7 +27,7 @@ _kpim() {
             ;;
     esac
     case $command in
-        pack) words="--help --output --sort --verify" ;;
+        pack) words="--help --output --exclude --threads --sort --no-sort --verify --quiet --strict --json" ;;
         list | check) words="--help --json" ;;
         verify | unpack) words="--help" ;;
         latest) words="--help --kind --time-limit --json" ;;
