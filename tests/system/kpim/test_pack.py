@@ -610,7 +610,7 @@ def words(count, seed):
 
 
 def test_two_threads_give_the_same_blob_every_time_under_load(run, tmp_path):
-    make_bundle(tmp_path / "B", {f"file {i}": words(300_000, i) for i in range(4)})
+    make_bundle(tmp_path / "B", {f"file {i}": words(150_000, i) for i in range(4)})
     busy = [subprocess.Popen([sys.executable, "-c", "while True: pass"])
             for _ in range(2 * os.cpu_count())]
     try:
