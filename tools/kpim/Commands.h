@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kpim {
 
@@ -16,7 +17,7 @@ constexpr int kExitUsage = 2;
 int Run(int argc, char** argv);
 
 // Each of these runs one command and returns its exit status. A failure has been reported on
-// standard error.
+// standard error. A blob called "-" is read from standard input.
 
 /// What the command line says for "kpim pack".
 struct PackOptions {
@@ -37,25 +38,42 @@ struct ListOptions {
   bool json = false;
 };
 
-/// Prints the tree of the file `blob`, as JSON when `json` is true.
+/// Prints the tree of the blob `blob`, as JSON when `json` is true.
 int List(const ListOptions& options);
 
 /// What the command line says for "kpim verify".
 struct VerifyOptions {
   std::string blob;
   std::optional<std::string> bundle;
+  bool json = false;
 };
 
-/// Checks that the file `blob` is well formed and, with `bundle`, that it has the same contents.
+/// Checks that the blob `blob` is well formed and, with `bundle`, that it has the same contents.
+/// Prints the result as JSON when `json` is true.
 int VerifyBlob(const VerifyOptions& options);
+
+/// What the command line says for "kpim diff".
+struct DiffOptions {
+  std::string left;
+  std::string right;
+  bool json = false;
+};
+
+/// Compares the contents of two blobs, or of a blob and a directory. Prints the result as JSON when
+/// `json` is true.
+int Diff(const DiffOptions& options);
 
 /// What the command line says for "kpim unpack".
 struct UnpackOptions {
   std::string blob;
   std::string directory;
+  /// The entries to write; all when there are none.
+  std::vector<std::string> paths;
+  bool json = false;
 };
 
-/// Writes the tree of the file `blob` below `directory`, which is empty or can be created.
+/// Writes the tree of the blob `blob` below `directory`, which is empty or can be created. Prints
+/// the result as JSON when `json` is true.
 int Unpack(const UnpackOptions& options);
 
 /// What the command line says for "kpim check".
