@@ -21,6 +21,9 @@ enum : unsigned int {
   kKPIMInstallChecksChannelSwitch = 4,
 };
 
+/// The oldest system that the player runs on, 10.6.0, packed as `getSystemOSVersion` packs it.
+constexpr unsigned int kKPIMOldestSystem = 0xA0600;
+
 /// Posted on the default notification center, without object and user information, when the
 /// version description has come with a message in it, or could not be fetched.
 extern NSString* const kKPIMVersionXMLReceivedNotification;
