@@ -186,10 +186,30 @@ void AddCheckCommand(CLI::App& app, int& status) {
   command->callback([options, &status] { status = Check(*options); });
 }
 
+/// Empty when `text` can be the part of a file's name that names a locale, else why not.
+std::string CheckLocale(const std::string& text) {
+  const auto isPart = [](char character) {
+    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
+           (character >= '0' && character <= '9') || character == '_' || character == '-';
+  };
+  const bool isLocale = !text.empty() && std::all_of(text.begin(), text.end(), isPart);
+  return isLocale ? "" : "\"" + text + "\" is not a locale: letters, digits, _ and -";
+}
+
 void AddLatestCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<LatestOptions>();
   CLI::App* command = app.add_subcommand("latest", "Fetch the current version description");
   command->footer(kLatestFooter);
+  command
+      ->add_option("--locale", options->locale,
+                   "Whose description to fetch, as in en or pt_BR (default: the translation of\n"
+                   "AutoUpdateXmlLocale in the strings table)")
+      ->check(CLI::Validator(CheckLocale, ""))
+      ->type_name("LOCALE");
+  command
+      ->add_option("--ca-file", options->authorities,
+                   "A PEM file with the authorities to trust instead of the system's")
+      ->type_name("FILE");
   command->add_option("--kind", options->kind, "The player's flavour, pep (the default) or pl")
       ->check(CLI::IsMember({kPepperKind, kPluginKind}))
       ->type_name("KIND");

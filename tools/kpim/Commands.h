@@ -93,6 +93,10 @@ constexpr int kLongestTimeLimit = 24 * 60 * 60;
 /// What the command line says for "kpim latest".
 struct LatestOptions {
   std::string kind = kPepperKind;
+  /// The locale in the address; by default, that of the strings table.
+  std::optional<std::string> locale;
+  /// A PEM file with the authorities to trust instead of the system's.
+  std::optional<std::string> authorities;
   int timeLimit = kDefaultTimeLimit;
   bool json = false;
 };
