@@ -42,6 +42,7 @@ def test_files_of_the_tarball(package, tmp_path):
         **dict.fromkeys(["share/man/man1/kpim.1", "share/man/man8/finalizer.8",
                          "share/bash-completion/completions/kpim",
                          "share/zsh/site-functions/_kpim",
+                         "share/fish/vendor_completions.d/kpim.fish",
                          "share/doc/kpinstallmanager/LICENSE",
                          "share/doc/kpinstallmanager/README.md",
                          "share/doc/kpinstallmanager/CHANGELOG.md",

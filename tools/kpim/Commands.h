@@ -20,7 +20,7 @@ constexpr char kStandardStream[] = "-";
 int Run(int argc, char** argv);
 
 // Each of these runs one command and returns its exit status. A failure has been reported on
-// standard error.
+// standard error. A blob called "-" is read from standard input.
 
 /// The most that --threads takes. What is beyond two makes no difference.
 constexpr unsigned int kMostThreads = 1024;
@@ -51,25 +51,42 @@ struct ListOptions {
   bool json = false;
 };
 
-/// Prints the tree of the file `blob`, as JSON when `json` is true.
+/// Prints the tree of the blob `blob`, as JSON when `json` is true.
 int List(const ListOptions& options);
 
 /// What the command line says for "kpim verify".
 struct VerifyOptions {
   std::string blob;
   std::optional<std::string> bundle;
+  bool json = false;
 };
 
-/// Checks that the file `blob` is well formed and, with `bundle`, that it has the same contents.
+/// Checks that the blob `blob` is well formed and, with `bundle`, that it has the same contents.
+/// Prints the result as JSON when `json` is true.
 int VerifyBlob(const VerifyOptions& options);
+
+/// What the command line says for "kpim diff".
+struct DiffOptions {
+  std::string left;
+  std::string right;
+  bool json = false;
+};
+
+/// Compares the contents of two blobs, or of a blob and a directory. Prints the result as JSON when
+/// `json` is true.
+int Diff(const DiffOptions& options);
 
 /// What the command line says for "kpim unpack".
 struct UnpackOptions {
   std::string blob;
   std::string directory;
+  /// The entries to write; all when there are none.
+  std::vector<std::string> paths;
+  bool json = false;
 };
 
-/// Writes the tree of the file `blob` below `directory`, which is empty or can be created.
+/// Writes the tree of the blob `blob` below `directory`, which is empty or can be created. Prints
+/// the result as JSON when `json` is true.
 int Unpack(const UnpackOptions& options);
 
 /// What the command line says for "kpim check".
@@ -89,6 +106,10 @@ constexpr int kLongestTimeLimit = 24 * 60 * 60;
 /// What the command line says for "kpim latest".
 struct LatestOptions {
   std::string kind = kPepperKind;
+  /// The locale in the address; by default, that of the strings table.
+  std::optional<std::string> locale;
+  /// A PEM file with the authorities to trust instead of the system's.
+  std::optional<std::string> authorities;
   int timeLimit = kDefaultTimeLimit;
   bool json = false;
 };

@@ -45,6 +45,9 @@ void Print(const std::string& text) { (void)fwrite(text.data(), 1, text.size(), 
 bool FinishStandardOutput() {
   const bool failedEarlier = ferror(stdout) != 0;
   if (fflush(stdout) != 0) {
+    if (errno == EPIPE) {
+      return true;
+    }
     ReportSystemError("standard output", errno);
     return false;
   }

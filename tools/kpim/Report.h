@@ -11,11 +11,12 @@ namespace kpim {
 /// instead of killing the process. Call it first.
 void PrepareStandardStreams();
 
-/// Prints `text` on standard output as it stands. FinishStandardOutput tells of failures.
+/// Prints `text` on standard output as it stands. FinishStandardOutput reports failures.
 void Print(const std::string& text);
 
 /// Writes out what standard output still holds. False, and a line on standard error, when
-/// that or an earlier write failed.
+/// that or an earlier write failed. A pipe whose reader has closed it is not a failure: the reader
+/// has all that it asked for.
 bool FinishStandardOutput();
 
 /// Prints "kpim: WHAT: WHY" on standard error, both parts as Printable() shows them.

@@ -33,7 +33,8 @@ void ForEachCharacter(const std::string& text, Visitor visit) {
   }
 }
 
-/// `value` as the printf(3) format `format`, which takes one unsigned int, has it; at most 15 bytes.
+/// `value` as the printf(3) format `format`, which takes one unsigned int, has it; at most 15
+/// bytes.
 std::string Formatted(const char* format, unsigned int value);
 
 /// True when `bytes` is well-formed UTF-8 (RFC 3629).

@@ -116,7 +116,7 @@ typedef void EncodingProgressHandler(unsigned long done, unsigned long total, vo
 /// The same, with progress and threads. `handler`, unless it is absent, is called every 128 KiB or
 /// so, and changes no byte of the entry. With `threads` 0 or 1 the result is as above. With 2 or
 /// more the SDK searches for matches on threads of its own: that is faster, and the entry may
-/// differ by a few hundred bytes, but every run gives the same. One thread is used instead when
+/// differ by a kilobyte, but every run gives the same. One thread is used instead when
 /// more cannot be started, and in a build with an LZMA SDK that has no such threads.
 fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType, unsigned int threads,
                             EncodingProgressHandler* handler, void* context);

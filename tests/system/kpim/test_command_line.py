@@ -2,6 +2,7 @@
 
 import os
 import re
+import subprocess
 
 import pytest
 
@@ -37,8 +38,16 @@ from kpim_program import FAILED, OK, USAGE, error, make_bundle, names, write_blo
      "kpim verify"),
     (["unpack"], "unpack: BLOB is required", "kpim unpack"),
     (["unpack", "a"], "unpack: DIR is required", "kpim unpack"),
-    (["unpack", "a", "b", "c"], "unpack: The following argument was not expected: c",
-     "kpim unpack"),
+    (["diff", "a"], "diff: RIGHT is required", "kpim diff"),
+    (["list", "a", "--one", "b", "--two", "-3"],
+     "list: The following arguments were not expected: --one b --two -3", "kpim list"),
+    (["check", "c", "b", "a"], "check: The following arguments were not expected: c b a",
+     "kpim check"),
+    (["help", "bogus"], "bogus: no such command or option", "kpim"),
+    (["help", "list", "b", "a"], "help: The following arguments were not expected: b a",
+     "kpim help"),
+    (["list", "a", "\u202e"], r"list: The following argument was not expected: \xe2\x80\xae",
+     "kpim list"),
 ])
 def test_wrong_usage(run, tmp_path, arguments, complaint, helper):
     result = run(*arguments)
@@ -55,7 +64,9 @@ def test_wrong_usage(run, tmp_path, arguments, complaint, helper):
     (["pack", "--help"], ["BUNDLE", "--output", "--no-sort", "--verify", "execute bits"]),
     (["list", "--help"], ["BLOB", "--json", "nameBytes"]),
     (["verify", "--help"], ["BLOB", "BUNDLE", "missing: PATH", "unreadable: PATH: WHY"]),
-    (["unpack", "--help"], ["BLOB", "DIR", "0664"]),
+    (["diff", "--help"], ["LEFT", "RIGHT", "missing: PATH", "--json"]),
+    (["unpack", "--help"], ["BLOB", "DIR", "PATH", "0664", "--json"]),
+    (["latest", "--help"], ["--locale", "--ca-file"]),
 ])
 def test_help(run, arguments, texts):
     result = run(*arguments)
@@ -64,13 +75,24 @@ def test_help(run, arguments, texts):
         assert text in result.stdout
 
 
+@pytest.mark.parametrize("command", [[], ["pack"], ["list"], ["verify"], ["diff"], ["unpack"],
+                                     ["check"], ["latest"], ["help"]], ids=str)
+def test_help_command(run, command):
+    """It prints what --help prints."""
+    result = run("help", *command)
+    assert (result.returncode, result.stderr) == (OK, "")
+    assert result.stdout == run(*command, "--help").stdout
+
+
 @pytest.mark.parametrize("arguments, status", [
     (["--help"], OK), (["--version"], OK), (["pack"], USAGE), (["pack", "missing"], FAILED),
     (["pack", "B"], OK), (["pack", "B", "--threads=2", "--verify"], OK),
     (["list", "small"], OK), (["list", "--json", "small"], OK), (["list", "damaged"], FAILED),
     (["verify", "small", "B"], OK), (["verify", "other", "B"], FAILED), (["verify", "damaged"], FAILED),
     (["unpack", "small", "out"], OK), (["unpack", "damaged", "out"], FAILED),
-    (["unpack", "small", "B"], FAILED),
+    (["unpack", "small", "B"], FAILED), (["unpack", "small", "out", "a", "--json"], OK),
+    (["unpack", "small", "out", "b"], FAILED), (["diff", "small", "other", "--json"], FAILED),
+    (["diff", "B", "small"], OK), (["verify", "-"], FAILED), (["help", "list"], OK),
 ])
 def test_nothing_leaks(run, tmp_path, small_blob, arguments, status):
     make_bundle(tmp_path / "B", {"a": b"12345"})
@@ -88,19 +110,20 @@ def test_version(run):
     assert (result.returncode, result.stdout, result.stderr) == (OK, f"kpim {version}\n", "")
 
 
-@pytest.mark.parametrize("command", ["pack", "list", "verify", "unpack"])
+@pytest.mark.parametrize("command", ["pack", "list", "verify", "diff", "unpack", "check", "latest"])
 def test_manual_knows_every_option(run, command):
     manual = (REPOSITORY / "tools/kpim/kpim.1").read_text()
     reference = (REPOSITORY / "docs/kpim.md").read_text()
     assert f".Cm {command}" in manual and f"kpim {command}" in reference
-    options = re.findall(r"--(\w[\w-]*)", run(command, "--help").stdout)
+    options = re.findall(r"--(\w[\w-]+)", run(command, "--help").stdout)
     assert options
     for option in set(options) - {"help"}:
         assert f"Fl -{option}" in manual and f"--{option}" in reference
 
 
 PRINTING = [["--help"], ["--version"], ["pack", "--help"], ["list", "small"],
-            ["list", "--json", "small"], ["verify", "small"], ["unpack", "small", "out"]]
+            ["list", "--json", "small"], ["verify", "small"], ["verify", "--json", "small"],
+            ["diff", "small", "small"], ["unpack", "small", "out"], ["help", "list"]]
 
 
 @pytest.mark.parametrize("arguments", PRINTING)
@@ -111,13 +134,37 @@ def test_full_disk_under_standard_output(run, small_blob, arguments):
     assert result.stderr == error("standard output", "No space left on device")
 
 
-@pytest.mark.parametrize("arguments", PRINTING)
-def test_broken_pipe(run, small_blob, arguments):
+def without_reader(run, *arguments):
+    """Runs kpim with a pipe as standard output that no one reads."""
     reader, writer = os.pipe()
     os.close(reader)
     result = run(*arguments, stdout=writer)
     os.close(writer)
-    assert (result.returncode, result.stderr) == (FAILED, error("standard output", "Broken pipe"))
+    return result
+
+
+@pytest.mark.parametrize("arguments", PRINTING)
+def test_closed_pipe(run, small_blob, arguments):
+    """The reader has all that it wanted."""
+    result = without_reader(run, *arguments)
+    assert (result.returncode, result.stderr) == (OK, "")
+
+
+def test_closed_pipe_changes_no_verdict(run, tmp_path, small_blob):
+    write_blob(tmp_path, [], name="other")
+    result = without_reader(run, "diff", "small", "other")
+    assert (result.returncode, result.stderr) == (FAILED, error("small", "1 difference from other"))
+
+
+def test_reader_that_leaves_in_the_middle(run, tmp_path):
+    entries = [blob.stored_file(f"{i:0200}", b"") for i in range(10_000)]
+    (tmp_path / "long").write_bytes(blob.solid_root(entries, compress=False))
+    for options in ([], ["--json"]):
+        result = subprocess.run(["bash", "-c", '"$0" list long "$@" | head -n 1; echo "${PIPESTATUS[0]}"',
+                                 run.program, *options], cwd=tmp_path, check=True, text=True,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60)
+        assert result.stdout in ("- /\n0\n", "[\n0\n")
+        assert result.stderr == ""
 
 
 def test_write_error_in_the_middle_of_long_output(run, tmp_path):

@@ -767,6 +767,14 @@ def test_pack_to_standard_output_that_fails(run, bundle):
     assert result.stderr == error("standard output", "No space left on device")
 
 
+def test_pack_into_a_closed_pipe_is_an_error(run, bundle):
+    reader, writer = os.pipe()
+    os.close(reader)
+    result = run("pack", bundle, "-o", "-", stdout=writer)
+    os.close(writer)
+    assert (result.returncode, result.stderr) == (FAILED, error("standard output", "Broken pipe"))
+
+
 def test_pack_refuses_standard_output_inside_the_bundle(run, tmp_path):
     make_bundle(tmp_path / "B", {"a": b"1"})
     with open(tmp_path / "B/blob", "wb") as file:

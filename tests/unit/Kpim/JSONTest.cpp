@@ -45,10 +45,9 @@ TEST(JSONTest, TextThatIsNotUTF8HasItsBytesBesideIt) {
 TEST(TextTest, PrintableEscapesWhatSteersATerminal) {
   EXPECT_EQ(Printable("a\x1B[2J\xFF"), "a\\x1b[2J\\xff");
   // Each reorders, hides or ends the text around it: the first and the last of each range.
-  for (const char* control :
-       {"\u00AD", "\u061C", "\u180E", "\u200B", "\u200E", "\u200F", "\u2028", "\u202A", "\u202E",
-        "\u2060", "\u2066", "\u2069", "\u206F", "\uFEFF", "\uFFF9", "\uFFFB", "\U000E0001",
-        "\U000E007F"}) {
+  for (const char* control : {"\u00AD", "\u061C", "\u180E", "\u200B", "\u200E", "\u200F", "\u2028",
+                              "\u202A", "\u202E", "\u2060", "\u2066", "\u2069", "\u206F", "\uFEFF",
+                              "\uFFF9", "\uFFFB", "\U000E0001", "\U000E007F"}) {
     EXPECT_EQ(Printable(control).substr(0, 2), "\\x") << control;
     std::string masked = control;
     MaskUnprintable(masked.data());
