@@ -49,7 +49,7 @@ def demonstrate(build, work):
     source = tree_of(bundle)
     print(describe(source))
 
-    heading("kpim pack: some ten seconds, one thread by design")
+    heading("kpim pack: some ten seconds, one thread")
     blob = work / "payload.lzma"
     subprocess.run([build / "bin/kpim", "pack", bundle, "-o", blob], check=True)
 
