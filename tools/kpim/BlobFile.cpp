@@ -96,6 +96,7 @@ bool ReadStandardInput(const std::string& name, BlobBytes& blob) {
   size_t step = kFirstStep;
   for (size_t capacity = 0; blob.length == capacity; step *= 2) {
     if (blob.length > kMaximumBlobLength) {
+      // Untested: it takes 4 GiB of memory.
       ReportError(name, kBlobTooLarge);
       return false;
     }

@@ -70,7 +70,7 @@ std::vector<Difference> Compare(const Side& left, const Side& right) {
 
 /// Prints the differences, or that there are none.
 void PrintText(const std::vector<Difference>& differences, const Side& left, const Side& right,
-            const TreeTotals& totals) {
+               const TreeTotals& totals) {
   PrintDifferences(differences);
   if (differences.empty() && left.isFit && right.isFit) {
     Print(Printable(left.name) + ": the same as " + Printable(right.name) + ", " +

@@ -9,6 +9,7 @@ namespace {
 
 std::string JSONMessages(const std::vector<Message>& messages) {
   std::vector<std::string> objects;
+  objects.reserve(messages.size());
   for (const Message& message : messages) {
     objects.push_back(
         JSONObject().AddString("about", message.what).AddString("text", message.why).Text());

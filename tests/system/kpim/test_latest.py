@@ -105,6 +105,7 @@ def test_translated_locale(latest, download_server, install_root, build):
     install_root.mount(build / "bin/kpim", "/opt/localized/kpim")
     install_root.write("/opt/localized/Resources/kpim/en.lproj/Localizable.strings",
                        f'"{KEY}" = "xx";\n')
+    install_root.mkdir("/opt/bare")
     install_root.mount(build / "bin/kpim", "/opt/bare/kpim")
     for program, locale in [("/opt/localized/kpim", "xx"), ("/opt/bare/kpim", KEY)]:
         download_server.offer(path_of(locale), EXAMPLE)

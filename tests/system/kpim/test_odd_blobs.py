@@ -17,7 +17,8 @@ FOLDER = blob.stored_directory("a", [blob.stored_file("b", b"3")])
 @dataclasses.dataclass
 class Row:
     """`said` is what kpim says of the blob, `unpacked` what it writes (None: nothing), `installed`
-    what the finalizer makes of it (None: no bundle), and `logged` its line about it."""
+    what the finalizer makes of it (None: no bundle; bytes: a file in its place), and `logged` its
+    lines about it."""
 
     data: bytes
     status: int
@@ -58,6 +59,7 @@ ROWS = {
         UNWRITTEN(f"{BUNDLE}/a", 2, 2, "No such file or directory")),
     "file": Row(A1, FAILED, NOT_SOLID_LINE, {"a": b"1"}, None,
                 UNWRITTEN(f"{BUNDLE}/a", 1, 1, "No such file or directory")),
+    "nameless file": Row(blob.stored_file("", b"1"), FAILED, NOT_SOLID_LINE, {}, b"1"),
     "root and file": Row(blob.solid_root([]) + A1, FAILED, NOT_SOLID_LINE, {"a": b"1"},
                          {"a": b"1"}),
     "repeated file": Row(
@@ -137,6 +139,9 @@ def test_finalizer(finalizer_run, install_root, row):
     assert not install_root.path(BLOB).exists()
     if row.installed is None:
         assert not install_root.path(BUNDLE).exists()
+        return
+    if isinstance(row.installed, bytes):
+        assert install_root.path(BUNDLE).read_bytes() == row.installed
         return
     tree = install_root.tree(BUNDLE)
     assert tree.pop(".") == Node("directory", 0o775)

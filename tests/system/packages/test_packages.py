@@ -167,6 +167,7 @@ def test_zsh_completes_commands_and_options(kpim, zsh, command):
 
 def test_zsh_completes_values(zsh, tmp_path):
     assert zsh.completed("kpim latest --kind pe") == "kpim latest --kind pep"
+    assert zsh.completed("kpim help di") == "kpim help diff"
     (tmp_path / "folder").mkdir()
     (tmp_path / "file").touch()
     assert zsh.completed("kpim pack f") == "kpim pack folder"

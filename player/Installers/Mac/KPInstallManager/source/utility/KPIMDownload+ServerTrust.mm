@@ -27,9 +27,8 @@ bool IsTrusted(SecTrustRef trust, NSString* path) {
   NSArray* authorities = CertificatesInFile(path);
   SecTrustResultType result = kSecTrustResultInvalid;
   return authorities != nil &&
-         SecTrustSetAnchorCertificates(trust, static_cast<CFArrayRef>(
-                                                  static_cast<void*>(authorities))) ==
-             errSecSuccess &&
+         SecTrustSetAnchorCertificates(
+             trust, static_cast<CFArrayRef>(static_cast<void*>(authorities))) == errSecSuccess &&
          SecTrustEvaluate(trust, &result) == errSecSuccess &&
          (result == kSecTrustResultUnspecified || result == kSecTrustResultProceed);
 }
@@ -41,9 +40,8 @@ bool IsTrusted(SecTrustRef trust, NSString* path) {
 - (BOOL)connection:(NSURLConnection*)connection
     canAuthenticateAgainstProtectionSpace:(NSURLProtectionSpace*)protectionSpace {
   (void)connection;
-  return m_authoritiesFile != nil &&
-         [[protectionSpace authenticationMethod]
-             isEqualToString:NSURLAuthenticationMethodServerTrust];
+  return m_authoritiesFile != nil && [[protectionSpace authenticationMethod]
+                                         isEqualToString:NSURLAuthenticationMethodServerTrust];
 }
 
 - (void)connection:(NSURLConnection*)connection
