@@ -12,11 +12,12 @@ BUNDLE = "Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin
 
 # The settings of the payload writer, in each peer's own spelling. The payload has no filters for
 # machine code, so 7zz gets none either.
-SEVENZIP_METHOD = ["-t7z", "-mx=5", "-m0=lzma:d=64m:fb=32:lc=3:lp=0:pb=2", "-mf=off", "-ms=on",
-                   "-mmt=1"]
-XZ_FILTER = "--lzma1=dict=64MiB,lc=3,lp=0,pb=2,mode=normal,nice=32,mf=bt4,depth=32"
+SEVENZIP_METHOD = ["-t7z", "-mx=5", "-m0=lzma:d=64m:fb=32:lc=3:lp=0:pb=2", "-mf=off", "-ms=on"]
+XZ_FILTER = "dict=64MiB,lc=3,lp=0,pb=2,mode=normal,nice=32,mf=bt4,depth=32"
 
 PACKERS = ["kpim", "7zz", "xz"]
+# With more than one thread: ours with all it can use, 7zz with what it takes by itself.
+THREADED_PACKERS = ["kpim --threads 2", "7zz, its default", "xz -T2"]
 EXTRACTORS = ["finalizer", "7zz", "xz | tar", "bsdtar"]
 # Who made the archive that an extractor reads.
 ARCHIVE_OF = {"finalizer": "kpim", "7zz": "7zz", "xz | tar": "xz", "bsdtar": "xz"}
@@ -69,7 +70,9 @@ class Case:
         self.files, self.bytes = make_tree(self.tree, wanted_bytes, wanted_files, largest)
         self.archives = {
             "kpim": self.work / "tree.lzma", "7zz": self.work / "tree.7z",
-            "xz": self.work / "tree.tar.lzma"}
+            "xz": self.work / "tree.tar.lzma",
+            "kpim --threads 2": self.work / "threads.lzma",
+            "7zz, its default": self.work / "threads.7z", "xz -T2": self.work / "tree.tar.xz"}
 
     def __enter__(self):
         return self
@@ -85,14 +88,18 @@ class Case:
         """Makes the packer's archive anew and returns what that took."""
         archive = self.archives[packer]
         archive.unlink(missing_ok=True)
-        if packer == "kpim":
-            return self.run([self.programs / "kpim", "pack", self.tree, "-o", archive])
-        if packer == "7zz":
-            return self.run(["7zz", "a", *SEVENZIP_METHOD, archive, f"{self.tree}/."])
+        if packer.startswith("kpim"):
+            return self.run([self.programs / "kpim", "pack", self.tree, "-o", archive,
+                             *packer.split()[1:]])
+        if packer.startswith("7zz"):
+            threads = ["-mmt=1"] if packer == "7zz" else []
+            return self.run(["7zz", "a", *SEVENZIP_METHOD, *threads, archive, f"{self.tree}/."])
         tar = self.work / "tree.tar"
         if not tar.exists():
             subprocess.run(["tar", "-cf", tar, "-C", self.tree, "."], check=True)
-        return self.run(f"xz --format=lzma -T1 {XZ_FILTER} -c tree.tar > {archive.name}", shell=True)
+        form = (f"--format=lzma -T1 --lzma1={XZ_FILTER}" if packer == "xz" else
+                f"--format=xz -T2 --lzma2={XZ_FILTER}")
+        return self.run(f"xz {form} -c tree.tar > {archive.name}", shell=True)
 
     def archive_size(self, packer):
         """Bytes of the packer's archive, which is made when it is missing."""

@@ -109,7 +109,7 @@ mkdir "$work/bundle"
 (cd "${application:-/usr/share}" && find . -type f -size -4096 | head -n 500 |
     tar cf - -T -) 2> /dev/null | tar xf - -C "$work/bundle"
 
-try "kpim pack" "$kpim" pack "$work/bundle" -o "$work/blob" --sort
+try "kpim pack" "$kpim" pack "$work/bundle" -o "$work/blob"
 try "kpim verify" "$kpim" verify "$work/blob" "$work/bundle"
 try "kpim unpack" "$kpim" unpack "$work/blob" "$work/unpacked"
 try "what is unpacked is what was packed" diff -r "$work/bundle" "$work/unpacked"

@@ -1,11 +1,15 @@
 #include "tools/kpim/BlobFile.h"
 
 #include <errno.h>
+#include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <memory>
-#include <new>
 
+#include "player/utils/InstallerCompressor/BlobFormat.h"
+#include "tools/kpim/Commands.h"
 #include "tools/kpim/InputFile.h"
 #include "tools/kpim/Report.h"
 #include "tools/kpim/Text.h"
@@ -14,10 +18,30 @@ namespace kpim {
 
 namespace {
 
-/// The bytes of a blob file.
+constexpr char kNotABlob[] = "not a payload blob";
+
+/// Standard input is read in steps that begin with this size, in bytes, and double.
+constexpr size_t kFirstStep = 1 << 20;
+
+struct MemoryReleaser {
+  void operator()(unsigned char* bytes) const { free(bytes); }
+};
+
+/// The bytes of a blob.
 struct BlobBytes {
-  std::unique_ptr<unsigned char[]> bytes;
-  unsigned int length = 0;
+  std::unique_ptr<unsigned char, MemoryReleaser> bytes;
+  size_t length = 0;
+
+  /// Makes room for `capacity` bytes and keeps those that are there. False when there is no memory.
+  bool Reserve(size_t capacity) {
+    auto* const larger = static_cast<unsigned char*>(realloc(bytes.get(), capacity));
+    if (!larger) {
+      return false;
+    }
+    (void)bytes.release();
+    bytes.reset(larger);
+    return true;
+  }
 };
 
 /// Why the file cannot be a blob; absent when it can.
@@ -42,48 +66,117 @@ bool ReadFile(const std::string& path, BlobBytes& blob) {
     ReportError(path, why);
     return false;
   }
-  blob.length = static_cast<unsigned int>(file.status().st_size);
-  blob.bytes.reset(new (std::nothrow) unsigned char[blob.length]);
-  if (!blob.bytes) {
+  const auto length = static_cast<size_t>(file.status().st_size);
+  if (!blob.Reserve(std::max<size_t>(length, 1))) {
     ReportSystemError(path, ENOMEM);
     return false;
   }
-  size_t filled = 0;
-  if (const int error = file.Read(blob.bytes.get(), blob.length, filled)) {
+  if (const int error = file.Read(blob.bytes.get(), length, blob.length)) {
     ReportSystemError(path, error);
     return false;
   }
-  if (filled != blob.length) {
+  if (blob.length != length) {
     ReportError(path, "became shorter while it was read");
     return false;
   }
   return true;
 }
 
-void WarnOfRepeatedPaths(const std::string& blob, const fileChunk* list) {
-  const std::vector<std::string> paths = RepeatedPaths(list);
-  if (!paths.empty()) {
-    ReportError(blob, "warning: " + Counted(paths.size(), "path", "paths") +
-                          " with more than one entry, of which the later one counts: " +
-                          paths.front() + (paths.size() > 1 ? ", ..." : ""));
+/// Reads standard input to its end. False, and reported, when that cannot be done.
+bool ReadStandardInput(const std::string& name, BlobBytes& blob) {
+  if (isatty(STDIN_FILENO) != 0) {
+    ReportError(name, "a terminal: a blob comes from a file or a pipe");
+    return false;
   }
+  InputFile input;
+  if (const int error = input.OpenStandardInput()) {
+    ReportSystemError(name, error);
+    return false;
+  }
+  size_t step = kFirstStep;
+  for (size_t capacity = 0; blob.length == capacity; step *= 2) {
+    if (blob.length > kMaximumBlobLength) {
+      // Untested: it takes 4 GiB of memory.
+      ReportError(name, kBlobTooLarge);
+      return false;
+    }
+    // One byte beyond the limit shows that there is more.
+    capacity = std::min(capacity + step, kMaximumBlobLength + 1);
+    if (!blob.Reserve(capacity)) {
+      ReportSystemError(name, ENOMEM);
+      return false;
+    }
+    size_t filled = 0;
+    const int error = input.Read(blob.bytes.get() + blob.length, capacity - blob.length, filled);
+    if (error != 0) {
+      ReportSystemError(name, error);
+      return false;
+    }
+    blob.length += filled;
+  }
+  return true;
+}
+
+/// Whether the bytes begin as every writer's first header does: with the version and the flags of
+/// a known compression type, as far as there are any. One byte is enough.
+bool BeginsAsBlob(const BlobBytes& blob) {
+  if (blob.length == 0 || blob.bytes.get()[0] != kHeaderVersion) {
+    return false;
+  }
+  if (blob.length == 1) {
+    return true;
+  }
+  const int type = static_cast<int>(blob.bytes.get()[kFlagsOffset] & kCompressionTypeMask);
+  return type == kCompressionStored || type == kCompressionLZMA;
+}
+
+/// The first of `paths`, with an ellipsis when there are more.
+std::string FirstOf(const std::vector<std::string>& paths) {
+  return paths.front() + (paths.size() > 1 ? ", ..." : "");
 }
 
 }  // namespace
 
+std::string BlobName(const std::string& path) {
+  return path == kStandardStream ? "standard input" : path;
+}
+
 bool ReadBlob(const std::string& path, ChunkList& tree) {
+  const std::string name = BlobName(path);
   BlobBytes blob;
-  if (!ReadFile(path, blob)) {
+  if (path == kStandardStream ? !ReadStandardInput(name, blob) : !ReadFile(path, blob)) {
+    return false;
+  }
+  if (!BeginsAsBlob(blob)) {
+    ReportError(name, blob.length == 0 ? std::string(kNotABlob) + ": empty" : kNotABlob);
     return false;
   }
   BlobFault fault;
-  tree.reset(dismantle(blob.bytes.get(), blob.length, fault));
+  tree.reset(dismantle(blob.bytes.get(), static_cast<unsigned int>(blob.length), fault));
   if (fault.reason) {
-    ReportError(path, DescribeFault(fault));
+    ReportError(name, DescribeFault(fault));
     return false;
   }
-  WarnOfRepeatedPaths(path, tree.get());
   return true;
+}
+
+bool CheckLayout(const std::string& path, const fileChunk* tree) {
+  const std::string name = BlobName(path);
+  const bool isSolid = IsSolidRoot(tree);
+  const SharedPaths shared = FindSharedPaths(tree);
+  if (!isSolid) {
+    ReportError(name, kNotASolidRoot);
+  } else if (!shared.clashing.empty()) {
+    ReportError(name, "cannot be installed whole: " +
+                          Counted(shared.clashing.size(), "path is", "paths are") +
+                          " both a file and a directory: " + FirstOf(shared.clashing));
+  }
+  if (!shared.repeated.empty()) {
+    ReportWarning(name, Counted(shared.repeated.size(), "path", "paths") +
+                            " with more than one file, of which the last counts: " +
+                            FirstOf(shared.repeated));
+  }
+  return isSolid && shared.clashing.empty();
 }
 
 std::string DescribeFault(const BlobFault& fault) {

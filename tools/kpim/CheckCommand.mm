@@ -1,13 +1,17 @@
 // kpim check: may this version be installed here.
 #import <Foundation/Foundation.h>
 
+#include <unistd.h>
+
 #include <string>
 
+#include "KPVendorConfig.h"
+#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
 #include "tools/kpim/Commands.h"
 #include "tools/kpim/FoundationText.h"
+#include "tools/kpim/JSON.h"
 #include "tools/kpim/Report.h"
-#include "tools/kpim/Text.h"
 
 namespace kpim {
 
@@ -25,24 +29,67 @@ constexpr Verdict kVerdicts[] = {
     {kKPIMInstallChecksChannelSwitch, "channel switch", "channelSwitch"},
 };
 
+constexpr char kSystemVersionFile[] = "/System/Library/CoreServices/SystemVersion.plist";
+
+/// The version that stands for a system that says nothing about its own: 10.0.0.
+constexpr unsigned int kUnknownSystem = 0xA0000;
+
+/// A version as `getSystemOSVersion` packs it, with dots.
+std::string SystemVersion(unsigned int packed) {
+  return std::to_string(packed >> 16) + "." + std::to_string(packed >> 8 & 0xFF) + "." +
+         std::to_string(packed & 0xFF);
+}
+
+std::string DescribeSystem() {
+  const unsigned int found = [KPIMCommonUtil getSystemOSVersion];
+  const std::string needed = SystemVersion(kKPIMOldestSystem) + " or later is needed";
+  if (found != kUnknownSystem) {
+    return "the system is " + SystemVersion(found) + ", " + needed;
+  }
+  const bool exists = access(kSystemVersionFile, F_OK) == 0;
+  return std::string(kSystemVersionFile) + (exists ? " has no version" : " is missing") + ", " +
+         needed;
+}
+
+/// Why the check `bit` failed.
+std::string ReasonOf(unsigned int bit, NSString* installed, NSString* offered) {
+  switch (bit) {
+    case kKPIMInstallChecksSystemTooOld:
+      return DescribeSystem();
+    case kKPIMInstallChecksDowngrade:
+      return "the installed " + TextOrNone(installed) + " is newer than " + TextOrNone(offered);
+    default:
+      return "the installed player comes from another build channel and must be uninstalled "
+             "first: " KP_UNINSTALLER_URL;
+  }
+}
+
 void PrintText(unsigned int result, NSString* installed, NSString* offered) {
   Print("installed: " + TextOrNone(installed) + "\n");
   Print("to be installed: " + TextOrNone(offered) + "\n");
   for (const Verdict& verdict : kVerdicts) {
     const bool passed = (result & verdict.bit) == 0;
-    Print(std::string(verdict.name) + ": " + (passed ? "passed" : "failed") + "\n");
+    Print(std::string(verdict.name) + ": " +
+          (passed ? "passed" : "failed: " + ReasonOf(verdict.bit, installed, offered)) + "\n");
   }
   Print("result: " + std::to_string(result) + "\n");
 }
 
 void PrintJSON(unsigned int result, NSString* installed, NSString* offered) {
-  Print("{");
+  JSONObject object;
+  JSONObject reasons;
   for (const Verdict& verdict : kVerdicts) {
     const bool passed = (result & verdict.bit) == 0;
-    Print(JSONString(verdict.jsonName) + ": " + (passed ? "true" : "false") + ", ");
+    object.AddBool(verdict.jsonName, passed);
+    if (!passed) {
+      reasons.AddString(verdict.jsonName, ReasonOf(verdict.bit, installed, offered));
+    }
   }
-  Print("\"result\": " + std::to_string(result) + ", \"installed\": " + JSONOrNull(installed) +
-        ", \"toBeInstalled\": " + JSONOrNull(offered) + "}\n");
+  object.AddNumber("result", result)
+      .Add("reasons", reasons.Text())
+      .Add("installed", JSONOrNull(installed))
+      .Add("toBeInstalled", JSONOrNull(offered));
+  Print(object.Text() + "\n");
 }
 
 }  // namespace

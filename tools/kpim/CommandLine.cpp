@@ -1,8 +1,10 @@
 // The command line of kpim: the only file that includes CLI11, which takes seconds to compile.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "KPVendorConfig.h"
 #include "tools/kpim/Commands.h"
@@ -13,11 +15,13 @@ namespace kpim {
 namespace {
 
 constexpr char kDescription[] =
-    "Packs, lists, verifies and unpacks the installer's payload blobs, runs its install checks\n"
-    "and fetches the current version description.";
+    "Packs, lists, verifies, compares and unpacks the installer's payload blobs, runs its install\n"
+    "checks and fetches the current version description.";
 constexpr char kFooter[] =
     "Exit status: 0 when all went well, 1 when the command failed or found a fault,\n"
     "2 when it was used wrongly.";
+constexpr char kProgram[] = "kpim";
+constexpr char kNoSuchCommand[] = "no such command or option";
 constexpr char kVersion[] =
     "kpim " KP_VERSION_TEXT "\ndownload server: " KP_DOWNLOAD_HOST "\nweb site: " KP_VENDOR_WEB_HOST
     "\nuninstaller: " KP_UNINSTALLER_URL "\n";
@@ -25,7 +29,11 @@ constexpr char kVersion[] =
 constexpr char kPackFooter[] =
     "Links are followed; .DS_Store files are left out. The format keeps names and\n"
     "contents only: execute bits, other modes, owners and times are dropped, and\n"
-    "unpacking gives every file mode 0664 and every directory 0775.";
+    "unpacking gives every file mode 0664 and every directory 0775.\n"
+    "\n"
+    "Warnings say what was followed or dropped, and what may have been packed by\n"
+    "mistake. With --json, prints an object with \"ok\", \"blob\", \"entries\", \"bytes\",\n"
+    "\"findings\", \"blobBytes\", \"compressed\", \"seconds\", \"warnings\" and \"errors\".";
 constexpr char kListFooter[] =
     "With --json, every entry is an object with \"name\" and \"type\" (\"file\" or\n"
     "\"directory\"); files have \"size\", directories \"entries\". A name that is not UTF-8\n"
@@ -37,31 +45,66 @@ constexpr char kVerifyFooter[] =
     "  extra: PATH            in the bundle only\n"
     "  different: PATH        other contents\n"
     "  type mismatch: PATH    a file on one side only\n"
-    "  unreadable: PATH: WHY  in the bundle";
+    "  unreadable: PATH: WHY  in the bundle\n"
+    "\n"
+    "With --json, prints an object with \"ok\", \"blob\", \"bundle\", \"entries\", \"bytes\",\n"
+    "\"differences\", \"seconds\", \"warnings\" and \"errors\" instead.";
+constexpr char kDiffFooter[] =
+    "LEFT or RIGHT may be a directory. Each difference is a line on standard output:\n"
+    "  missing: PATH          in LEFT only\n"
+    "  extra: PATH            in RIGHT only\n"
+    "  different: PATH        other contents\n"
+    "  type mismatch: PATH    a file on one side only\n"
+    "  unreadable: PATH: WHY  in the directory\n"
+    "The exit status is 1 when there is one.\n"
+    "\n"
+    "With --json, prints an object with \"ok\", \"left\", \"right\", \"entries\", \"bytes\",\n"
+    "\"differences\", \"seconds\", \"warnings\" and \"errors\" instead.";
 constexpr char kUnpackFooter[] =
-    "Directories get mode 0775 and files 0664, as the installer gives them. When the\n"
-    "tree cannot be written whole, what could be written stays.";
+    "With PATH, only these entries are written, with what is below them, in their\n"
+    "directories: DIR/PATH. Directories get mode 0775 and files 0664, as the installer\n"
+    "gives them. When the tree cannot be written whole, what could be written stays.\n"
+    "\n"
+    "With --json, prints an object with \"ok\", \"blob\", \"directory\", \"entries\",\n"
+    "\"bytes\", \"differences\", \"seconds\", \"warnings\" and \"errors\" instead.";
 constexpr char kCheckFooter[] =
-    "Why a check failed is in the install log, KorvelPlayerInstallManager.log in Library/Logs of\n"
-    "the home directory, or of / when nobody is logged in.\n"
+    "A check that failed is followed by the reason, which is also in the install log:\n"
+    "KorvelPlayerInstallManager.log in Library/Logs of the home directory, or of / when no one\n"
+    "is logged in.\n"
     "\n"
     "With --json, prints an object with the three verdicts, true for passed; \"result\", the sum\n"
-    "of 1, 2 and 4 for those that failed; and the two versions, null where there is none.";
+    "of 1, 2 and 4 for those that failed; \"reasons\", an object that has the reason of each of\n"
+    "these; and the two versions, null where there is none.";
 constexpr char kLatestFooter[] =
     "With --json, prints an object with \"version\", \"message\" (HTML), \"autoUpdateMode\" (null\n"
     "when there is none), \"dialogWidth\" and \"dialogHeight\" (in points; null when infinite).";
+
+constexpr char kBlobHelp[] = "The blob; - for standard input";
+constexpr char kJSONHelp[] = "Print the result as JSON";
+
+/// CLI11's complaint about arguments that are left over, with these in their order.
+std::string DescribeLeftOver(const CLI::App& command) {
+  const std::vector<std::string> arguments = command.remaining();
+  std::string text = arguments.size() > 1 ? "The following arguments were not expected:"
+                                          : "The following argument was not expected:";
+  for (const std::string& argument : arguments) {
+    text += " " + argument;
+  }
+  return text;
+}
 
 /// Says what is wrong with the command line, in the name of the chosen command if there is one.
 void ReportUsageError(const CLI::App& app, const CLI::ParseError& error) {
   const auto commands = app.get_subcommands();
   const auto unknown = app.remaining();
-  std::string help = "kpim";
+  std::string help = kProgram;
   if (!commands.empty()) {
-    const std::string command = commands.front()->get_name();
-    ReportError(command, error.what());
-    help += " " + command;
+    const CLI::App& command = *commands.front();
+    const bool isLeftOver = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+    ReportError(command.get_name(), isLeftOver ? DescribeLeftOver(command) : error.what());
+    help += " " + command.get_name();
   } else if (!unknown.empty()) {
-    ReportError(unknown.front(), "no such command or option");
+    ReportError(unknown.front(), kNoSuchCommand);
   } else {
     ReportError("command line", "no command given");
   }
@@ -77,24 +120,48 @@ void AddPackCommand(CLI::App& app, int& status) {
       ->type_name("DIR");
   command
       ->add_option("-o,--output", options->output,
-                   "Where to write the blob (default: BUNDLE.lzma beside the bundle)")
+                   "Where to write the blob (default: BUNDLE.lzma beside the bundle); - for\n"
+                   "standard output")
       ->type_name("BLOB");
   command
-      ->add_flag("--sort", options->sort,
-                 "Order entries by name, so that the same bundle always gives the same blob")
-      ->disable_flag_override();
+      ->add_option("--exclude", options->excluded,
+                   "Leave out entries whose name, or path in the bundle, matches; repeatable")
+      ->type_name("GLOB")
+      ->allow_extra_args(false);
+  command
+      ->add_option("--threads", options->threads,
+                   "1 (the default), or more for faster packing into slightly other bytes")
+      ->check(CLI::Range(1U, kMostThreads))
+      ->type_name("N");
+  CLI::Option* sort =
+      command->add_flag("--sort", "Order entries by name; the default")->disable_flag_override();
+  command
+      ->add_flag("--no-sort", options->unsorted,
+                 "Keep the order in which the file system lists entries")
+      ->disable_flag_override()
+      ->excludes(sort);
   command
       ->add_flag("--verify", options->verify,
                  "Decode the blob again and compare it with the bundle before it is written")
       ->disable_flag_override();
-  command->callback([options, &status] { status = Pack(*options); });
+  command->add_flag("--quiet", options->quiet, "No warnings and no progress")
+      ->disable_flag_override();
+  command->add_flag("--strict", options->strict, "Make every warning an error")
+      ->disable_flag_override();
+  command->add_flag("--json", options->json, kJSONHelp)->disable_flag_override();
+  command->callback([options, &status] {
+    if (options->json && options->output == kStandardStream) {
+      throw CLI::ValidationError("--json", "standard output is for the blob");
+    }
+    status = Pack(*options);
+  });
 }
 
 void AddListCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<ListOptions>();
   CLI::App* command = app.add_subcommand("list", "Print the tree that a blob holds");
   command->footer(kListFooter);
-  command->add_option("BLOB", options->blob, "The blob")->required()->type_name("FILE");
+  command->add_option("BLOB", options->blob, kBlobHelp)->required()->type_name("FILE");
   command->add_flag("--json", options->json, "Print it as JSON")->disable_flag_override();
   command->callback([options, &status] { status = List(*options); });
 }
@@ -104,22 +171,40 @@ void AddVerifyCommand(CLI::App& app, int& status) {
   CLI::App* command =
       app.add_subcommand("verify", "Check that a blob is well formed, and the same as a bundle");
   command->footer(kVerifyFooter);
-  command->add_option("BLOB", options->blob, "The blob")->required()->type_name("FILE");
+  command->add_option("BLOB", options->blob, kBlobHelp)->required()->type_name("FILE");
   command->add_option("BUNDLE", options->bundle, "A bundle to compare its contents with")
       ->type_name("DIR");
+  command->add_flag("--json", options->json, kJSONHelp)->disable_flag_override();
   command->callback([options, &status] { status = VerifyBlob(*options); });
+}
+
+void AddDiffCommand(CLI::App& app, int& status) {
+  const auto options = std::make_shared<DiffOptions>();
+  CLI::App* command = app.add_subcommand("diff", "Compare two blobs, or a blob and a directory");
+  command->footer(kDiffFooter);
+  command->add_option("LEFT", options->left, "A blob or a directory; - for standard input")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("RIGHT", options->right, "What to compare it with")
+      ->required()
+      ->type_name("FILE");
+  command->add_flag("--json", options->json, kJSONHelp)->disable_flag_override();
+  command->callback([options, &status] { status = Diff(*options); });
 }
 
 void AddUnpackCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<UnpackOptions>();
   CLI::App* command = app.add_subcommand("unpack", "Write the tree of a blob to disk");
   command->footer(kUnpackFooter);
-  command->add_option("BLOB", options->blob, "The blob")->required()->type_name("FILE");
+  command->add_option("BLOB", options->blob, kBlobHelp)->required()->type_name("FILE");
   command
       ->add_option("DIR", options->directory,
                    "Where to write the tree: an empty directory, or one that can be created")
       ->required()
       ->type_name("DIR");
+  command->add_option("PATH", options->paths, "An entry of the blob to write (default: all)")
+      ->type_name("ENTRY");
+  command->add_flag("--json", options->json, kJSONHelp)->disable_flag_override();
   command->callback([options, &status] { status = Unpack(*options); });
 }
 
@@ -131,10 +216,30 @@ void AddCheckCommand(CLI::App& app, int& status) {
   command->callback([options, &status] { status = Check(*options); });
 }
 
+/// Empty when `text` can be the part of a file's name that names a locale, else why not.
+std::string CheckLocale(const std::string& text) {
+  const auto isPart = [](char character) {
+    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
+           (character >= '0' && character <= '9') || character == '_' || character == '-';
+  };
+  const bool isLocale = !text.empty() && std::all_of(text.begin(), text.end(), isPart);
+  return isLocale ? "" : "\"" + text + "\" is not a locale: letters, digits, _ and -";
+}
+
 void AddLatestCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<LatestOptions>();
   CLI::App* command = app.add_subcommand("latest", "Fetch the current version description");
   command->footer(kLatestFooter);
+  command
+      ->add_option("--locale", options->locale,
+                   "Whose description to fetch, as in en or pt_BR (default: the translation of\n"
+                   "AutoUpdateXmlLocale in the strings table)")
+      ->check(CLI::Validator(CheckLocale, ""))
+      ->type_name("LOCALE");
+  command
+      ->add_option("--ca-file", options->authorities,
+                   "A PEM file with the authorities to trust instead of the system's")
+      ->type_name("FILE");
   command->add_option("--kind", options->kind, "The player's flavour, pep (the default) or pl")
       ->check(CLI::IsMember({kPepperKind, kPluginKind}))
       ->type_name("KIND");
@@ -147,20 +252,46 @@ void AddLatestCommand(CLI::App& app, int& status) {
   command->callback([options, &status] { status = Latest(*options); });
 }
 
+/// Adds "kpim help [COMMAND]", which prints the help of that command or of kpim.
+void AddHelpCommand(CLI::App& app, int& status) {
+  const auto name = std::make_shared<std::string>();
+  CLI::App* command = app.add_subcommand("help", "Print the help of a command");
+  command->add_option("COMMAND", *name, "The command")->type_name("COMMAND");
+  command->callback([name, &app, &status] {
+    status = kExitOK;
+    if (name->empty()) {
+      // Not App::help, which would print that of the command that has been parsed.
+      Print(app.get_formatter()->make_help(&app, kProgram, CLI::AppFormatMode::Normal));
+      return;
+    }
+    const auto others =
+        app.get_subcommands([&](const CLI::App* other) { return other->get_name() == *name; });
+    if (!others.empty()) {
+      Print(others.front()->help(kProgram));
+      return;
+    }
+    ReportError(*name, kNoSuchCommand);
+    ReportLine("Try 'kpim --help'.");
+    status = kExitUsage;
+  });
+}
+
 }  // namespace
 
 int Run(int argc, char** argv) {
   int status = kExitFailed;
-  CLI::App app(kDescription, "kpim");
+  CLI::App app(kDescription, kProgram);
   app.footer(kFooter);
   app.set_version_flag("--version", kVersion, "Print the version and the vendor's hosts and exit");
   app.require_subcommand(1);
   AddPackCommand(app, status);
   AddListCommand(app, status);
   AddVerifyCommand(app, status);
+  AddDiffCommand(app, status);
   AddUnpackCommand(app, status);
   AddCheckCommand(app, status);
   AddLatestCommand(app, status);
+  AddHelpCommand(app, status);
 
   try {
     app.parse(argc, argv);

@@ -18,26 +18,51 @@ namespace {
 constexpr size_t kReadSize = 1 << 16;
 constexpr char kDirectoryItself[] = ".";
 
-class Comparison {
+using Differences = std::vector<Difference>;
+
+void Add(Differences& differences, const std::string& path, DifferenceKind kind, int error = 0) {
+  differences.push_back({path.empty() ? kDirectoryItself : path, kind, error});
+}
+
+Differences Sorted(Differences differences) {
+  std::stable_sort(
+      differences.begin(), differences.end(),
+      [](const Difference& left, const Difference& right) { return left.path < right.path; });
+  return differences;
+}
+
+std::string ParentOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "" : path.substr(0, slash);
+}
+
+/// What the sink writes: for each path, relative to the directory, the entry that counts.
+class Expectation {
  public:
-  explicit Comparison(const std::string& directory) : directory_(directory) {}
-
-  std::vector<Difference> Run(const fileChunk* list) {
-    Expect(list, "");
-    CompareDirectory("");
-    AddMissing();
-    std::stable_sort(
-        differences_.begin(), differences_.end(),
-        [](const Difference& left, const Difference& right) { return left.path < right.path; });
-    return std::move(differences_);
-  }
-
- private:
-  struct Expected {
+  struct Entry {
     const fileChunk* node = nullptr;
     bool found = false;
   };
 
+  /// Entries that the sink cannot write are added to `differences`.
+  Expectation(const fileChunk* list, Differences& differences) : differences_(differences) {
+    Expect(list, "");
+  }
+
+  std::map<std::string, Entry>& entries() { return entries_; }
+
+  /// The entry at `path`; absent when there is none.
+  const fileChunk* NodeAt(const std::string& path) const {
+    const auto entry = entries_.find(path);
+    return entry != entries_.end() ? entry->second.node : nullptr;
+  }
+
+  bool HasDirectory(const std::string& path) const {
+    const fileChunk* const node = NodeAt(path);
+    return path.empty() || (node && node->isDirectory);
+  }
+
+ private:
   /// Notes where the sink writes each node of `list`.
   void Expect(const fileChunk* list, const std::string& parent) {
     for (const fileChunk* node = list; node; node = node->next) {
@@ -45,25 +70,41 @@ class Comparison {
       if (path != parent) {
         ExpectAt(path, node);
       } else if (!node->isDirectory) {
-        Add(path, DifferenceKind::kTypeMismatch);
+        Add(differences_, path, DifferenceKind::kTypeMismatch);
       }
       Expect(node->children, path);
     }
   }
 
   void ExpectAt(const std::string& path, const fileChunk* node) {
-    const auto [earlier, isNew] = expected_.try_emplace(path, Expected{node});
+    const auto [earlier, isNew] = entries_.try_emplace(path, Entry{node});
     if (isNew) {
       return;
     }
     if (earlier->second.node->isDirectory != node->isDirectory) {
       // Neither can replace the other.
-      Add(path, DifferenceKind::kTypeMismatch);
+      Add(differences_, path, DifferenceKind::kTypeMismatch);
     } else {
       earlier->second.node = node;
     }
   }
 
+  Differences& differences_;
+  std::map<std::string, Entry> entries_;
+};
+
+class DirectoryComparison {
+ public:
+  DirectoryComparison(const fileChunk* list, const std::string& directory)
+      : directory_(directory), expectation_(list, differences_) {}
+
+  Differences Run() {
+    CompareDirectory("");
+    AddMissing();
+    return Sorted(std::move(differences_));
+  }
+
+ private:
   void CompareDirectory(const std::string& path) {
     std::vector<std::string> names;
     if (const int error = ListDirectory(JoinPath(directory_, path), names)) {
@@ -73,8 +114,8 @@ class Comparison {
     listed_.push_back(path);
     for (const std::string& name : names) {
       const std::string child = JoinPath(path, name);
-      const auto expected = expected_.find(child);
-      if (expected != expected_.end()) {
+      const auto expected = expectation_.entries().find(child);
+      if (expected != expectation_.entries().end()) {
         expected->second.found = true;
         CompareEntry(child, expected->second.node);
       } else if (PlatformFilenameAllowed(name.c_str())) {
@@ -127,31 +168,58 @@ class Comparison {
   /// Adds what was expected in the directories that were listed, and not found.
   void AddMissing() {
     std::sort(listed_.begin(), listed_.end());
-    for (const auto& [path, expected] : expected_) {
-      const size_t slash = path.rfind('/');
-      const std::string parent = slash == std::string::npos ? "" : path.substr(0, slash);
-      if (!expected.found && std::binary_search(listed_.begin(), listed_.end(), parent)) {
+    for (const auto& [path, expected] : expectation_.entries()) {
+      if (!expected.found && std::binary_search(listed_.begin(), listed_.end(), ParentOf(path))) {
         Add(path, DifferenceKind::kMissing);
       }
     }
   }
 
   void Add(const std::string& path, DifferenceKind kind, int error = 0) {
-    differences_.push_back({path.empty() ? kDirectoryItself : path, kind, error});
+    kpim::Add(differences_, path, kind, error);
   }
 
   const std::string directory_;
-  /// By path, relative to the directory.
-  std::map<std::string, Expected> expected_;
+  Differences differences_;
+  Expectation expectation_;
   std::vector<std::string> listed_;
-  std::vector<Difference> differences_;
   std::vector<unsigned char> buffer_ = std::vector<unsigned char>(kReadSize);
 };
+
+bool HaveSameContents(const fileChunk& left, const fileChunk& right) {
+  return left.size == right.size &&
+         (left.size == 0 || memcmp(left.data, right.data, left.size) == 0);
+}
 
 }  // namespace
 
 std::vector<Difference> CompareWithDirectory(const fileChunk* list, const std::string& directory) {
-  return Comparison(directory).Run(list);
+  return DirectoryComparison(list, directory).Run();
+}
+
+std::vector<Difference> CompareWithTree(const fileChunk* list, const fileChunk* other) {
+  Differences differences;
+  Expectation left(list, differences);
+  Expectation right(other, differences);
+  for (const auto& [path, entry] : left.entries()) {
+    const fileChunk* const counterpart = right.NodeAt(path);
+    if (!counterpart) {
+      // Of a directory that one side lacks, only the directory itself is reported.
+      if (right.HasDirectory(ParentOf(path))) {
+        Add(differences, path, DifferenceKind::kMissing);
+      }
+    } else if (entry.node->isDirectory != counterpart->isDirectory) {
+      Add(differences, path, DifferenceKind::kTypeMismatch);
+    } else if (!counterpart->isDirectory && !HaveSameContents(*entry.node, *counterpart)) {
+      Add(differences, path, DifferenceKind::kDifferent);
+    }
+  }
+  for (const auto& [path, entry] : right.entries()) {
+    if (!left.NodeAt(path) && left.HasDirectory(ParentOf(path))) {
+      Add(differences, path, DifferenceKind::kExtra);
+    }
+  }
+  return Sorted(std::move(differences));
 }
 
 }  // namespace kpim

@@ -1,4 +1,4 @@
-// Comparing a payload tree with a directory on disk.
+// Comparing a payload tree with a directory on disk or with another tree.
 #pragma once
 
 #include <string>
@@ -10,9 +10,9 @@ namespace kpim {
 
 /// How an entry differs.
 enum class DifferenceKind {
-  /// In the tree, not on disk.
+  /// In the tree only.
   kMissing,
-  /// On disk, not in the tree.
+  /// On disk, or in the other tree, only.
   kExtra,
   /// A file with other contents.
   kDifferent,
@@ -36,5 +36,8 @@ struct Difference {
 /// missed, and nothing is told about the inside of a directory that one side lacks. Returns
 /// the differences ordered by path.
 std::vector<Difference> CompareWithDirectory(const fileChunk* list, const std::string& directory);
+
+/// The same for what writing the sibling list `other` would give. Every name counts.
+std::vector<Difference> CompareWithTree(const fileChunk* list, const fileChunk* other);
 
 }  // namespace kpim

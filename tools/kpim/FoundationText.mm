@@ -1,5 +1,6 @@
 #include "tools/kpim/FoundationText.h"
 
+#include "tools/kpim/JSON.h"
 #include "tools/kpim/Text.h"
 
 namespace kpim {

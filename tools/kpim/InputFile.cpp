@@ -21,6 +21,11 @@ int InputFile::Open(const std::string& path) {
   return descriptor_ < 0 || fstat(descriptor_, &status_) != 0 ? errno : 0;
 }
 
+int InputFile::OpenStandardInput() {
+  descriptor_ = dup(STDIN_FILENO);
+  return descriptor_ < 0 || fstat(descriptor_, &status_) != 0 ? errno : 0;
+}
+
 int InputFile::Read(unsigned char* buffer, size_t count, size_t& filled) {
   filled = 0;
   while (filled < count) {

@@ -8,7 +8,7 @@
 
 namespace kpim {
 
-/// A file that is read from its start to its end.
+/// A file or a stream that is read from its start to its end.
 class InputFile {
  public:
   InputFile() = default;
@@ -20,7 +20,10 @@ class InputFile {
   /// Returns 0 or an errno value. Once per object.
   int Open(const std::string& path);
 
-  /// What fstat(2) told of the open file; only a regular one is fit for Read.
+  /// Reads standard input instead of a file. Returns 0 or an errno value. Once per object.
+  int OpenStandardInput();
+
+  /// What fstat(2) reported of the open file; Read is for regular files and standard input.
   const struct stat& status() const { return status_; }
 
   /// Reads the next `count` bytes into `buffer`, and tells in `filled` how many there were:

@@ -1,66 +1,23 @@
 // kpim latest: the vendor's current version description.
 #import <Foundation/Foundation.h>
 
+#include <errno.h>
+#include <sys/stat.h>
+
 #include <cmath>
 #include <locale>
+#include <optional>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
 #include "tools/kpim/Commands.h"
 #include "tools/kpim/FoundationText.h"
+#include "tools/kpim/InputFile.h"
+#include "tools/kpim/JSON.h"
 #include "tools/kpim/Report.h"
 #include "tools/kpim/StageLine.h"
 #include "tools/kpim/Text.h"
-
-namespace {
-
-NSString* const kErrorMark = @"ERROR: ";
-
-/// What went wrong, in the order in which it was logged.
-std::vector<std::string> s_errors;
-
-}  // namespace
-
-/// Passes everything on to the update services' log, and keeps the errors for kpim to report.
-@interface KPErrorCollector : KPIMLogger
-@end
-
-@implementation KPErrorCollector
-
-/// Needs no file, unlike its superclass: it writes nothing by itself.
-- (id)init {
-  return self;
-}
-
-- (void)logTimeStampedString:(NSString*)message withLoggingLevel:(unsigned int)level {
-  [[KPIMVersionManager _logger] logTimeStampedString:message withLoggingLevel:level];
-  if (level == kLogLevelError) {
-    NSString* reason =
-        // Untested: every error has the mark.
-        [message hasPrefix:kErrorMark] ? [message substringFromIndex:[kErrorMark length]] : message;
-    s_errors.push_back(kpim::UTF8(reason));
-  }
-}
-
-@end
-
-/// A client whose errors kpim hears of.
-@interface KPReportingVersionManager : KPIMVersionManager
-@end
-
-@implementation KPReportingVersionManager
-
-+ (KPIMLogger*)_logger {
-  static KPIMLogger* s_collector = nil;
-  if (s_collector == nil) {
-    s_collector = [[KPErrorCollector alloc] init];
-  }
-  return s_collector;
-}
-
-@end
 
 namespace kpim {
 
@@ -88,11 +45,14 @@ void PrintText(KPIMVersionManager* manager) {
 }
 
 void PrintJSON(KPIMVersionManager* manager) {
-  Print("{\"version\": " + JSONOrNull([manager XMLVersionString]) +
-        ", \"message\": " + JSONOrNull([manager HTMLDisplayString]) +
-        ", \"autoUpdateMode\": " + JSONOrNull([manager AutoUpdateModeString]) +
-        ", \"dialogWidth\": " + JSONNumber([manager dialogWidth]) +
-        ", \"dialogHeight\": " + JSONNumber([manager dialogHeight]) + "}\n");
+  Print(JSONObject()
+            .Add("version", JSONOrNull([manager XMLVersionString]))
+            .Add("message", JSONOrNull([manager HTMLDisplayString]))
+            .Add("autoUpdateMode", JSONOrNull([manager AutoUpdateModeString]))
+            .Add("dialogWidth", JSONNumber([manager dialogWidth]))
+            .Add("dialogHeight", JSONNumber([manager dialogHeight]))
+            .Text() +
+        "\n");
 }
 
 /// Lets the request of `manager` go on until it has ended or `timeLimit` seconds are over. Returns
@@ -111,32 +71,88 @@ bool WaitForAnswer(KPIMVersionManager* manager, int timeLimit) {
   return true;
 }
 
-/// Whether an answer has come with a version and a message in it.
-bool HasAnswer(KPIMVersionManager* manager) {
-  return [manager downloadState] == kDownloadStateCompleted && [manager XMLVersionString] != nil &&
-         [manager HTMLDisplayString] != nil;
+/// The address that was asked, or the command when there is none.
+std::string Asked(KPIMVersionManager* manager) {
+  NSString* address = [[manager address] absoluteString];
+  return address != nil ? UTF8(address) : kCommand;
+}
+
+/// What the answer lacks of a version description; empty when nothing.
+std::string Lacking(KPIMVersionManager* manager) {
+  const bool hasVersion = [manager XMLVersionString] != nil;
+  const bool hasMessage = [manager HTMLDisplayString] != nil;
+  if (!hasVersion && !hasMessage) {
+    return "a version and a message";
+  }
+  return !hasVersion ? "a version" : !hasMessage ? "a message" : "";
+}
+
+bool IsSuccess(int status) { return status >= 200 && status < 300; }
+
+/// Says why there is no description. False when there is one.
+bool ReportFailure(KPIMVersionManager* manager) {
+  const std::string asked = Asked(manager);
+  const int status = [manager statusCode];
+  const std::string answer = "HTTP status " + std::to_string(status);
+  if ([manager downloadState] != kDownloadStateCompleted) {
+    NSString* failure = [manager failure];
+    ReportError(asked, (status != 0 ? answer + ", then: " : "") +
+                           (failure != nil ? UTF8(failure) : "no answer"));
+    return true;
+  }
+  const std::string lacking = Lacking(manager);
+  if (!lacking.empty()) {
+    ReportError(asked, answer + (IsSuccess(status) ? ", but the answer" : ", and the answer") +
+                           " lacks " + lacking);
+    return true;
+  }
+  if (!IsSuccess(status)) {
+    ReportWarning(asked, answer + ", with a version description all the same");
+  }
+  return false;
+}
+
+NSString* FoundationText(const std::optional<std::string>& text) {
+  return text ? [NSString stringWithUTF8String:text->c_str()] : nil;
+}
+
+/// False, and reported, unless the file with the authorities can be read.
+bool CheckAuthorities(const LatestOptions& options) {
+  if (!options.authorities) {
+    return true;
+  }
+  // No other name reaches Foundation, which would fall back on the system's authorities.
+  if (!IsUTF8(*options.authorities)) {
+    ReportError(*options.authorities, "the name is not UTF-8");
+    return false;
+  }
+  InputFile file;
+  int error = file.Open(*options.authorities);
+  if (error == 0 && S_ISDIR(file.status().st_mode)) {
+    error = EISDIR;
+  }
+  if (error != 0) {
+    ReportSystemError(*options.authorities, error);
+  }
+  return error == 0;
 }
 
 int Fetch(const LatestOptions& options) {
   // It and its download retain each other, and live as long as the process.
-  static KPIMVersionManager* const s_manager = [[KPReportingVersionManager alloc] init];
+  static KPIMVersionManager* const s_manager = [[KPIMVersionManager alloc] init];
   [s_manager sendVersionXMLRequestFor:options.kind == kPepperKind ? kKPIMPlayerKindPepper
-                                                                  : kKPIMPlayerKindPlugin];
+                                                                  : kKPIMPlayerKindPlugin
+                               locale:FoundationText(options.locale)
+                      authoritiesFile:FoundationText(options.authorities)];
   if (!WaitForAnswer(s_manager, options.timeLimit)) {
-    ReportError(kCommand,
-                "no complete answer within " +
+    const int status = [s_manager statusCode];
+    ReportError(Asked(s_manager),
+                (status != 0 ? "HTTP status " + std::to_string(status) + ", but " : "") +
+                    "no complete answer within " +
                     Counted(static_cast<unsigned long>(options.timeLimit), "second", "seconds"));
     return kExitFailed;
   }
-  if (!s_errors.empty()) {
-    for (const std::string& error : s_errors) {
-      ReportError(kCommand, error);
-    }
-    return kExitFailed;
-  }
-  if (!HasAnswer(s_manager)) {
-    // Nobody has logged why.
-    ReportError(kCommand, "no usable version description");
+  if (ReportFailure(s_manager)) {
     return kExitFailed;
   }
   (options.json ? PrintJSON : PrintText)(s_manager);
@@ -146,6 +162,9 @@ int Fetch(const LatestOptions& options) {
 }  // namespace
 
 int Latest(const LatestOptions& options) {
+  if (!CheckAuthorities(options)) {
+    return kExitFailed;
+  }
   NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
   int status = kExitFailed;
   @try {

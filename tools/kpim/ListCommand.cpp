@@ -5,6 +5,7 @@
 
 #include "tools/kpim/BlobFile.h"
 #include "tools/kpim/Commands.h"
+#include "tools/kpim/JSON.h"
 #include "tools/kpim/Report.h"
 #include "tools/kpim/Text.h"
 #include "tools/kpim/Tree.h"
@@ -51,17 +52,18 @@ int List(const ListOptions& options) {
   if (!ReadBlob(options.blob, tree)) {
     return kExitFailed;
   }
+  const int status = CheckLayout(options.blob, tree.get()) ? kExitOK : kExitFailed;
   if (options.json) {
     PrintJSONList(tree.get(), "");
     Print("\n");
-    return kExitOK;
+    return status;
   }
-  // Whoever made the blob chose the names: they must not steer the terminal.
+  // The names are the choice of the blob's author: they must not steer the terminal.
   if (isatty(STDOUT_FILENO) != 0) {
     MaskNames(tree.get());
   }
   Verify(tree.get(), 0);
-  return kExitOK;
+  return status;
 }
 
 }  // namespace kpim

@@ -71,7 +71,7 @@ int SynchronizeDirectory(const std::string& path) {
 }  // namespace
 
 OutputFile::~OutputFile() {
-  if (descriptor_ >= 0) {
+  if (descriptor_ >= 0 && !isStandardOutput_) {
     (void)close(descriptor_);
   }
   const SignalBlock block;
@@ -108,7 +108,28 @@ bool OutputFile::Choose(const std::string& path) {
   return true;
 }
 
+bool OutputFile::ChooseStandardOutput() {
+  isStandardOutput_ = true;
+  path_ = "standard output";
+  if (isatty(STDOUT_FILENO) != 0) {
+    ReportError(path_, "a terminal: a blob can go to a file or a pipe");
+    return false;
+  }
+  struct stat status = {};
+  if (fstat(STDOUT_FILENO, &status) != 0) {
+    return Fail(errno);
+  }
+  if (S_ISREG(status.st_mode)) {
+    replaced_ = IdentityOf(status);
+  }
+  return true;
+}
+
 bool OutputFile::Open() {
+  if (isStandardOutput_) {
+    descriptor_ = STDOUT_FILENO;
+    return true;
+  }
   temporaryPath_ = JoinPath(DirectoryOf(path_), kTemporaryName);
   InstallSignalHandlers();
   const SignalBlock block;
@@ -137,6 +158,9 @@ bool OutputFile::Write(const unsigned char* bytes, size_t count) {
 }
 
 bool OutputFile::Commit() {
+  if (isStandardOutput_) {
+    return true;
+  }
   if (fchmod(descriptor_, kMode & ~CurrentUmask()) != 0 || fsync(descriptor_) != 0) {
     return Fail(errno);
   }

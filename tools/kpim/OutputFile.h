@@ -12,7 +12,7 @@ namespace kpim {
 /// A file that appears under its name whole or not at all. It is written under a temporary
 /// name in the same directory, which is removed when the object goes or when SIGHUP, SIGINT,
 /// SIGQUIT or SIGTERM ends the process. One at a time may be open. Every failure is reported on
-/// standard error and gives false.
+/// standard error and gives false. Standard output can take the file's place.
 class OutputFile {
  public:
   OutputFile() = default;
@@ -24,10 +24,13 @@ class OutputFile {
   /// and is not a regular file. Changes nothing on disk.
   bool Choose(const std::string& path);
 
-  /// The directory that the file will be in; valid after Choose.
+  /// Decides for standard output, of which the functions below speak then. Refuses a terminal.
+  bool ChooseStandardOutput();
+
+  /// The directory that the file will be in, if it gets a name; valid after Choose.
   FileIdentity directory() const { return directory_; }
 
-  /// The file that it will replace, if there is one; valid after Choose.
+  /// The file that it will replace or be written to, if there is one; valid after Choose.
   FileIdentity replaced() const { return replaced_; }
 
   /// Creates the temporary file.
@@ -45,6 +48,7 @@ class OutputFile {
   bool GiveName();
   bool Fail(int error);
 
+  bool isStandardOutput_ = false;
   std::string path_;
   std::string temporaryPath_;
   FileIdentity directory_;

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,8 +15,12 @@
 #include "tools/kpim/BundleScan.h"
 #include "tools/kpim/Commands.h"
 #include "tools/kpim/Comparison.h"
+#include "tools/kpim/Exclusion.h"
+#include "tools/kpim/JSON.h"
 #include "tools/kpim/OutputFile.h"
+#include "tools/kpim/PackWarning.h"
 #include "tools/kpim/Report.h"
+#include "tools/kpim/Result.h"
 #include "tools/kpim/StageLine.h"
 #include "tools/kpim/Text.h"
 #include "tools/kpim/Tree.h"
@@ -26,6 +31,7 @@ namespace {
 
 constexpr char kBlobExtension[] = ".lzma";
 constexpr char kChanged[] = "changed while it was packed";
+
 /// The blob's name when none is given: the bundle's with the extension, beside it. Absent,
 /// and reported, when the bundle's own name cannot be found out.
 std::optional<std::string> DefaultOutput(const std::string& bundle) {
@@ -47,35 +53,56 @@ struct Fault {
   std::string why;
 };
 
-/// A SourceFaultHandler whose context is a vector of faults.
-void NoteFault(char const* path, int error, void* context) {
-  static_cast<std::vector<Fault>*>(context)->push_back(
+/// The context of the two functions that reading the bundle calls.
+struct Reading {
+  /// Bytes of a path before what is relative to the bundle.
+  size_t prefixLength;
+  Exclusion& exclusion;
+  std::vector<Fault> faults;
+};
+
+/// A SourceFilter.
+bool IsWanted(const char* path, void* context) {
+  auto* reading = static_cast<Reading*>(context);
+  return !reading->exclusion.Excludes(path + reading->prefixLength);
+}
+
+/// A SourceFaultHandler.
+void NoteFault(const char* path, int error, void* context) {
+  static_cast<Reading*>(context)->faults.push_back(
       {path, error == kFileBecameShorter ? "became shorter while it was read" : strerror(error)});
 }
 
 /// Reads the bundle. Absent, and reported, unless the tree is all that the scan has found.
-ChunkList Read(const PackOptions& options, const std::string& bundle, const TreeTotals& found) {
-  std::vector<Fault> faults;
+ChunkList Read(const PackOptions& options, const std::string& bundle, const TreeTotals& found,
+               Exclusion& exclusion) {
+  Reading reading = {JoinPath(bundle, "x").size() - 1, exclusion, {}};
   ChunkList root;
   {
-    const StageLine stage("reading " + Megabytes(found.bytes));
-    root.reset(PlatformCreateSourceFromPath(bundle.c_str(), NoteFault, &faults));
-    if (root && options.sort) {
+    const StageLine stage("reading " + Megabytes(found.bytes), !options.quiet);
+    root.reset(PlatformCreateSourceFromPath(bundle.c_str(), IsWanted, NoteFault, &reading));
+    if (root && !options.unsorted) {
       SortByName(root->children);
     }
   }
-  if (faults.empty() && !(root && CountTree(root->children) == found)) {
-    faults.push_back({bundle, kChanged});
+  if (reading.faults.empty() && !(root && CountTree(root->children) == found)) {
+    reading.faults.push_back({bundle, kChanged});
   }
-  for (const Fault& fault : faults) {
+  for (const Fault& fault : reading.faults) {
     ReportError(fault.path, fault.why);
   }
-  return faults.empty() ? std::move(root) : nullptr;
+  return reading.faults.empty() ? std::move(root) : nullptr;
+}
+
+/// An EncodingProgressHandler whose context is a StageLine.
+void ShowProgress(unsigned long done, unsigned long total, void* context) {
+  static_cast<StageLine*>(context)->Update(done, total);
 }
 
 /// The bundle as one encoded entry. Absent, and reported, when that fails.
-ChunkList Encode(const PackOptions& options, const std::string& bundle, const TreeTotals& found) {
-  ChunkList root = Read(options, bundle, found);
+ChunkList Encode(const PackOptions& options, const std::string& bundle, const TreeTotals& found,
+                 Exclusion& exclusion) {
+  ChunkList root = Read(options, bundle, found, exclusion);
   if (!root) {
     return nullptr;
   }
@@ -83,8 +110,9 @@ ChunkList Encode(const PackOptions& options, const std::string& bundle, const Tr
   root.reset();
   ChunkList encoded;
   if (solid) {
-    const StageLine stage("compressing " + Megabytes(solid->size));
-    encoded.reset(PrepareFileChunk(solid.get(), kCompressionLZMA));
+    StageLine stage("compressing " + Megabytes(solid->size), !options.quiet);
+    encoded.reset(
+        PrepareFileChunk(solid.get(), kCompressionLZMA, options.threads, ShowProgress, &stage));
   }
   if (!encoded) {
     ReportSystemError(bundle, ENOMEM);
@@ -94,14 +122,21 @@ ChunkList Encode(const PackOptions& options, const std::string& bundle, const Tr
 
 /// Decodes the entry again and compares it with the bundle. False, and reported, when the two
 /// are not the same.
-bool IsSame(fileChunk* encoded, const std::string& bundle) {
+bool IsSame(const PackOptions& options, fileChunk* encoded, const std::string& bundle,
+            Exclusion& exclusion) {
   BlobFault fault;
   std::vector<Difference> differences;
   {
-    const StageLine stage("verifying");
+    const StageLine stage("verifying", !options.quiet);
     const ChunkList tree(DismantleInstallerBlob(encoded, fault));
     differences = CompareWithDirectory(tree.get(), bundle);
   }
+  differences.erase(std::remove_if(differences.begin(), differences.end(),
+                                   [&](const Difference& difference) {
+                                     return difference.kind == DifferenceKind::kExtra &&
+                                            exclusion.Excludes(difference.path);
+                                   }),
+                    differences.end());
   if (fault.reason) {
     // Untested: it would be a fault in the encoder.
     ReportError(bundle, "the blob made of it is " + DescribeFault(fault));
@@ -125,46 +160,134 @@ bool IsStored(const fileChunk* encoded) {
   return compressionType == kCompressionStored;
 }
 
-void PrintSummary(const std::string& output, const fileChunk* encoded, const TreeTotals& totals) {
-  std::string text = output + ": " + Counted(totals.entries, "entry", "entries") + ", " +
+/// Reports what the scan has found. False when that shall end the command.
+bool Warn(const PackOptions& options, const std::string& bundle,
+          const std::vector<PackWarning>& warnings) {
+  for (const PackWarning& warning : warnings) {
+    if (options.strict) {
+      ReportError(bundle, DescriptionOf(warning));
+    } else if (!options.quiet) {
+      ReportWarning(bundle, DescriptionOf(warning));
+    }
+  }
+  return !options.strict || warnings.empty();
+}
+
+std::string JSONFindings(const std::vector<PackWarning>& warnings) {
+  std::vector<std::string> findings;
+  for (const PackWarning& warning : warnings) {
+    std::vector<std::string> paths;
+    for (const std::string& path : warning.paths) {
+      paths.push_back(JSONString(path));
+    }
+    findings.push_back(JSONObject()
+                           .AddString("kind", NameOf(warning.kind))
+                           .AddNumber("count", warning.count)
+                           .AddNumber("bytes", warning.bytes)
+                           .Add("paths", JSONArray(paths))
+                           .Text());
+  }
+  return JSONArray(findings);
+}
+
+std::string SummaryOf(const std::string& output, const fileChunk* encoded, const TreeTotals& totals,
+                      double seconds) {
+  std::string text = Printable(output) + ": " + Counted(totals.entries, "entry", "entries") + ", " +
                      Counted(totals.bytes, "byte", "bytes") + " packed into " +
                      std::to_string(encoded->size);
+  char part[48];
   if (totals.bytes > 0) {
-    char ratio[32];
-    (void)snprintf(ratio, sizeof ratio, " (%.1f %%)",
+    (void)snprintf(part, sizeof part, " (%.1f %%)",
                    100.0 * static_cast<double>(encoded->size) / static_cast<double>(totals.bytes));
-    text += ratio;
+    text += part;
   }
-  Print(text + (IsStored(encoded) ? ", not compressed\n" : "\n"));
+  (void)snprintf(part, sizeof part, " in %.1f s", seconds);
+  return text + part + (IsStored(encoded) ? ", not compressed" : "");
 }
+
+/// One "kpim pack".
+class Packing {
+ public:
+  explicit Packing(const PackOptions& options)
+      : options_(options),
+        bundle_(WithoutTrailingSlashes(options.bundle)),
+        exclusion_(options.excluded) {}
+
+  /// Returns the exit status.
+  int Run() {
+    const int status = Write() ? kExitOK : kExitFailed;
+    return options_.json ? result_.Print(status) : status;
+  }
+
+ private:
+  bool Write() {
+    OutputFile file;
+    if (!Choose(file) || !Scan(file) || !file.Open()) {
+      return false;
+    }
+    const ChunkList encoded = Encode(options_, bundle_, totals_, exclusion_);
+    if (!encoded || (options_.verify && !IsSame(options_, encoded.get(), bundle_, exclusion_)) ||
+        !file.Write(encoded->data, encoded->size) || !file.Commit()) {
+      return false;
+    }
+    Tell(encoded.get());
+    return true;
+  }
+
+  bool Choose(OutputFile& file) {
+    if (options_.output == kStandardStream) {
+      output_ = "standard output";
+      return file.ChooseStandardOutput();
+    }
+    const std::optional<std::string> output =
+        options_.output ? options_.output : DefaultOutput(bundle_);
+    output_ = output.value_or("");
+    return output && file.Choose(*output);
+  }
+
+  /// Looks at the bundle before anything is read or written.
+  bool Scan(const OutputFile& file) {
+    BundleScan scan(file.directory(), file.replaced(), exclusion_);
+    if (!scan.Scan(bundle_)) {
+      return false;
+    }
+    totals_ = scan.totals();
+    if (totals_.entries == 0) {
+      ReportError(bundle_, "empty: there is nothing to pack");
+      return false;
+    }
+    const std::vector<PackWarning> warnings = scan.warnings();
+    result_.members().AddString("blob", output_);
+    result_.AddTotals(totals_);
+    result_.members().Add("findings", JSONFindings(warnings));
+    return Warn(options_, bundle_, warnings);
+  }
+
+  void Tell(const fileChunk* encoded) {
+    result_.members()
+        .AddNumber("blobBytes", encoded->size)
+        .AddBool("compressed", !IsStored(encoded));
+    if (options_.json) {
+      return;
+    }
+    const std::string summary = SummaryOf(output_, encoded, totals_, result_.Seconds());
+    if (options_.output == kStandardStream) {
+      ReportLine(summary);
+    } else {
+      Print(summary + "\n");
+    }
+  }
+
+  const PackOptions& options_;
+  const std::string bundle_;
+  Exclusion exclusion_;
+  std::string output_;
+  TreeTotals totals_;
+  Result result_;
+};
 
 }  // namespace
 
-int Pack(const PackOptions& options) {
-  const std::string bundle = WithoutTrailingSlashes(options.bundle);
-  const std::optional<std::string> output = options.output ? options.output : DefaultOutput(bundle);
-  OutputFile file;
-  if (!output || !file.Choose(*output)) {
-    return kExitFailed;
-  }
-  BundleScan scan(file.directory(), file.replaced());
-  if (!scan.Scan(bundle)) {
-    return kExitFailed;
-  }
-  if (scan.totals().entries == 0) {
-    ReportError(bundle, "empty: there is nothing to pack");
-    return kExitFailed;
-  }
-  if (!file.Open()) {
-    return kExitFailed;
-  }
-  const ChunkList encoded = Encode(options, bundle, scan.totals());
-  if (!encoded || (options.verify && !IsSame(encoded.get(), bundle)) ||
-      !file.Write(encoded->data, encoded->size) || !file.Commit()) {
-    return kExitFailed;
-  }
-  PrintSummary(*output, encoded.get(), scan.totals());
-  return kExitOK;
-}
+int Pack(const PackOptions& options) { return Packing(options).Run(); }
 
 }  // namespace kpim

@@ -15,6 +15,18 @@ namespace {
 
 constexpr char kEmptyName[] = "''";
 
+std::vector<Message>& Errors() {
+  static std::vector<Message> s_errors;
+  return s_errors;
+}
+
+std::vector<Message>& Warnings() {
+  static std::vector<Message> s_warnings;
+  return s_warnings;
+}
+
+std::string Subject(const std::string& what) { return what.empty() ? kEmptyName : Printable(what); }
+
 }  // namespace
 
 void PrepareStandardStreams() {
@@ -33,6 +45,9 @@ void Print(const std::string& text) { (void)fwrite(text.data(), 1, text.size(), 
 bool FinishStandardOutput() {
   const bool failedEarlier = ferror(stdout) != 0;
   if (fflush(stdout) != 0) {
+    if (errno == EPIPE) {
+      return true;
+    }
     ReportSystemError("standard output", errno);
     return false;
   }
@@ -45,8 +60,18 @@ bool FinishStandardOutput() {
 }
 
 void ReportError(const std::string& what, const std::string& why) {
-  ReportLine("kpim: " + (what.empty() ? kEmptyName : Printable(what)) + ": " + Printable(why));
+  Errors().push_back({what, why});
+  ReportLine("kpim: " + Subject(what) + ": " + Printable(why));
 }
+
+void ReportWarning(const std::string& what, const std::string& why) {
+  Warnings().push_back({what, why});
+  ReportLine("kpim: warning: " + Subject(what) + ": " + Printable(why));
+}
+
+const std::vector<Message>& ReportedErrors() { return Errors(); }
+
+const std::vector<Message>& ReportedWarnings() { return Warnings(); }
 
 // Untested: called for exceptions that no one else catches.
 void ReportPlainError(const char* why) { (void)fprintf(stderr, "kpim: %s\n", why); }

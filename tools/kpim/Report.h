@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace kpim {
 
@@ -10,15 +11,32 @@ namespace kpim {
 /// instead of killing the process. Call it first.
 void PrepareStandardStreams();
 
-/// Prints `text` on standard output as it stands. FinishStandardOutput tells of failures.
+/// Prints `text` on standard output as it stands. FinishStandardOutput reports failures.
 void Print(const std::string& text);
 
 /// Writes out what standard output still holds. False, and a line on standard error, when
-/// that or an earlier write failed.
+/// that or an earlier write failed. A pipe whose reader has closed it is not a failure: the reader
+/// has all that it asked for.
 bool FinishStandardOutput();
 
-/// Prints "kpim: WHAT: WHY" on standard error; control characters are shown as \xHH.
+/// Prints "kpim: WHAT: WHY" on standard error, both parts as Printable() shows them.
 void ReportError(const std::string& what, const std::string& why);
+
+/// Prints "kpim: warning: WHAT: WHY" in the same way. A warning does not change the exit status.
+void ReportWarning(const std::string& what, const std::string& why);
+
+/// An error or a warning, as it was reported.
+struct Message {
+  /// The file, folder or command that it is about.
+  std::string what;
+  std::string why;
+};
+
+/// What ReportError and ReportSystemError have reported, in order.
+const std::vector<Message>& ReportedErrors();
+
+/// What ReportWarning has reported, in order.
+const std::vector<Message>& ReportedWarnings();
 
 /// Prints "kpim: WHY" on standard error, without allocating memory.
 void ReportPlainError(const char* why);

@@ -3,66 +3,75 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include <system_error>
+#include <algorithm>
 
-#include "tools/kpim/SignalBlock.h"
 #include "tools/kpim/Text.h"
 
 namespace kpim {
 
 namespace {
 
-constexpr std::chrono::seconds kInterval(1);
+constexpr std::chrono::milliseconds kInterval(100);
+
+// Some terminals begin a new line after the eightieth column.
+constexpr size_t kColumns = 79;
+
+// What is known of the first second foretells nothing.
+constexpr std::chrono::seconds kForetellingAfter(1);
+
+std::string InSeconds(double seconds) {
+  char text[32];
+  (void)snprintf(text, sizeof text, "%.0f s", seconds);
+  return text;
+}
 
 }  // namespace
 
-StageLine::StageLine(const std::string& text) : text_(Printable(text)) {
-  if (isatty(STDERR_FILENO) == 0) {
-    return;
-  }
-  Show("");
-  isShown_ = true;
-  // Signals are the main thread's: it knows when they must wait.
-  const SignalBlock block;
-  try {
-    ticker_ = std::thread([this] { Tick(); });
-  } catch (const std::system_error&) {
-    // Without a thread the line stands still until the stage ends.
+StageLine::StageLine(const std::string& text, bool isWanted, Clock::time_point (*now)())
+    : text_(Printable(text) + " ..."), now_(now), start_(now()), shownAt_(start_) {
+  isShown_ = isWanted && isatty(STDERR_FILENO) != 0;
+  if (isShown_) {
+    Show("", "");
   }
 }
 
 StageLine::~StageLine() {
+  if (isShown_) {
+    Show(percentage_ + std::to_string(Seconds(now_())) + " s", "\n");
+  }
+}
+
+void StageLine::Update(unsigned long done, unsigned long total) {
   if (!isShown_) {
     return;
   }
-  if (ticker_.joinable()) {
-    StopTicker();
+  const double fraction = static_cast<double>(done) / static_cast<double>(total);
+  percentage_ = std::to_string(static_cast<int>(100 * fraction)) + " %, ";
+  const Clock::time_point now = now_();
+  if (now - shownAt_ < kInterval) {
+    return;
   }
-  Show("\n");
+  shownAt_ = now;
+  std::string progress = percentage_ + std::to_string(Seconds(now)) + " s";
+  if (now - start_ >= kForetellingAfter && done > 0) {
+    const std::chrono::duration<double> elapsed = now - start_;
+    progress += ", " + InSeconds(elapsed.count() * (1 - fraction) / fraction) + " left";
+  }
+  Show(progress, "");
 }
 
-void StageLine::StopTicker() {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    hasEnded_ = true;
-  }
-  ended_.notify_one();
-  ticker_.join();
+/// Blanks cover what was shown before.
+void StageLine::Show(const std::string& progress, const char* ending) {
+  std::string line = text_ + (progress.empty() ? "" : " ") + progress;
+  line.resize(std::min(line.size(), kColumns));
+  const size_t length = line.size();
+  line.resize(std::max(length, shownLength_), ' ');
+  shownLength_ = length;
+  (void)fprintf(stderr, "\r%s%s", line.c_str(), ending);
 }
 
-void StageLine::Tick() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  while (!ended_.wait_for(lock, kInterval, [this] { return hasEnded_; })) {
-    Show("");
-  }
-}
-
-/// The line only ever grows, so that writing it again covers what was there.
-void StageLine::Show(const char* ending) {
-  const auto elapsed = std::chrono::steady_clock::now() - start_;
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
-  (void)fprintf(stderr, "\r%s ... %lld s%s", text_.c_str(), static_cast<long long>(seconds),
-                ending);
+long StageLine::Seconds(Clock::time_point time) const {
+  return static_cast<long>(std::chrono::duration_cast<std::chrono::seconds>(time - start_).count());
 }
 
 }  // namespace kpim

@@ -1,36 +1,42 @@
 // Progress on a terminal.
 #pragma once
 
+#include <stddef.h>
+
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <string>
-#include <thread>
 
 namespace kpim {
 
-/// One line on standard error that tells what is being done and for how long, as long as the
-/// object lives: "compressing 34.1 MB ... 12 s". Nothing happens when standard error is no
-/// terminal. Report nothing else meanwhile.
+/// One line on standard error that says what is being done: "compressing 34.1 MB ...", with
+/// progress "compressing 34.1 MB ... 43 %, 12 s, 16 s left", and at its end the time that it took.
+/// The line fits 80 columns, and is drawn again at most ten times a second. Nothing is shown when
+/// standard error is not a terminal. Print nothing else there while the object lives.
 class StageLine {
  public:
-  explicit StageLine(const std::string& text);
+  using Clock = std::chrono::steady_clock;
+
+  /// Shows the line unless `isWanted` is false. `now` is the clock to measure by.
+  explicit StageLine(const std::string& text, bool isWanted = true,
+                     Clock::time_point (*now)() = Clock::now);
   ~StageLine();
   StageLine(const StageLine&) = delete;
   StageLine& operator=(const StageLine&) = delete;
 
+  /// Shows that `done` of `total` is done; `total` is not 0.
+  void Update(unsigned long done, unsigned long total);
+
  private:
-  void StopTicker();
-  void Tick();
-  void Show(const char* ending);
+  void Show(const std::string& progress, const char* ending);
+  long Seconds(Clock::time_point time) const;
 
   const std::string text_;
-  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  Clock::time_point (*const now_)();
+  const Clock::time_point start_;
+  Clock::time_point shownAt_;
   bool isShown_ = false;
-  std::mutex mutex_;
-  std::condition_variable ended_;
-  bool hasEnded_ = false;
-  std::thread ticker_;
+  std::string percentage_;
+  size_t shownLength_ = 0;
 };
 
 }  // namespace kpim

@@ -7,17 +7,20 @@ namespace kpim {
 
 namespace {
 
-constexpr char kReplacementCharacter[] = "\xEF\xBF\xBD";
-
-struct Character {
-  /// Bytes that it takes: 1 for a byte that is not UTF-8.
-  size_t length = 1;
-  /// 0 for a byte that is not UTF-8.
-  unsigned int codePoint = 0;
-  bool valid = false;
+struct Range {
+  unsigned int first, last;
 };
 
-/// First character of the `available` bytes, at least one, at `text`.
+/// Control characters, and those of Unicode's "format" category and its separators of lines that
+/// turn the direction of text, hide in it or end its line: with them a name can show as another.
+constexpr Range kUnprintable[] = {
+    {0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x61C, 0x61C},
+    {0x180E, 0x180E}, {0x200B, 0x200B}, {0x200E, 0x200F}, {0x2028, 0x202E},
+    {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F},
+};
+
+}  // namespace
+
 Character FirstCharacter(const char* text, size_t available) {
   struct Form {
     unsigned int mask, lead, length, lowest;
@@ -50,9 +53,15 @@ Character FirstCharacter(const char* text, size_t available) {
 }
 
 bool IsPrintable(const Character& character) {
-  const bool control =
-      character.codePoint < 0x20 || (character.codePoint >= 0x7F && character.codePoint < 0xA0);
-  return character.valid && !control;
+  if (!character.valid) {
+    return false;
+  }
+  for (const Range& range : kUnprintable) {
+    if (character.codePoint >= range.first && character.codePoint <= range.last) {
+      return false;
+    }
+  }
+  return true;
 }
 
 std::string Formatted(const char* format, unsigned int value) {
@@ -60,18 +69,6 @@ std::string Formatted(const char* format, unsigned int value) {
   (void)snprintf(text, sizeof text, format, value);
   return text;
 }
-
-/// Calls `visit` with each character of `text` and the bytes that it stands in.
-template <typename Visitor>
-void ForEachCharacter(const std::string& text, Visitor visit) {
-  for (size_t i = 0; i < text.size();) {
-    const Character character = FirstCharacter(text.data() + i, text.size() - i);
-    visit(character, text.substr(i, character.length));
-    i += character.length;
-  }
-}
-
-}  // namespace
 
 bool IsUTF8(const std::string& bytes) {
   bool valid = true;
@@ -104,22 +101,6 @@ void MaskUnprintable(char* text) {
     }
     i += character.length;
   }
-}
-
-std::string JSONString(const std::string& text) {
-  std::string result = "\"";
-  ForEachCharacter(text, [&](const Character& character, const std::string& bytes) {
-    if (!character.valid) {
-      result += kReplacementCharacter;
-    } else if (character.codePoint == '"' || character.codePoint == '\\') {
-      result += "\\" + bytes;
-    } else if (!IsPrintable(character)) {
-      result += Formatted("\\u%04x", character.codePoint);
-    } else {
-      result += bytes;
-    }
-  });
-  return result + "\"";
 }
 
 std::string Hexadecimal(const std::string& text) {

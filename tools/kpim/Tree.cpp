@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -13,29 +14,115 @@ namespace kpim {
 
 namespace {
 
+constexpr char kTop[] = ".";
+
 bool HasName(const fileChunk* node) { return node->name && node->name[0] != '\0'; }
 
-/// Notes the paths of a list, with whether a folder has them, and those that stand twice.
+/// Whether the entry is a file with the name of a directory.
+bool IsMisnamed(const fileChunk& node) {
+  const char* const name = node.name ? node.name : "";
+  const size_t length = strlen(name);
+  return !node.isDirectory && (length == 0 || name[length - 1] == '/');
+}
+
+/// Notes the paths of a tree, with whether a directory has them, and those that are shared.
 class PathNotes {
  public:
   void Add(const fileChunk* list, const std::string& parent) {
     for (const fileChunk* node = list; node; node = node->next) {
       const std::string path = PathOf(*node, parent);
-      if (path != parent) {
-        const auto [earlier, isNew] = isDirectory_.try_emplace(path, node->isDirectory);
-        if (!isNew && !(node->isDirectory && earlier->second)) {
-          repeated_.insert(path);
-        }
+      if (IsMisnamed(*node)) {
+        clashing_.insert(path.empty() ? kTop : path);
+      } else if (path != parent) {
+        AddPath(path, node->isDirectory);
       }
       Add(node->children, path);
     }
   }
 
-  std::vector<std::string> Repeated() const { return {repeated_.begin(), repeated_.end()}; }
+  SharedPaths Shared() const {
+    SharedPaths shared;
+    shared.clashing.assign(clashing_.begin(), clashing_.end());
+    std::set_difference(repeated_.begin(), repeated_.end(), clashing_.begin(), clashing_.end(),
+                        std::back_inserter(shared.repeated));
+    return shared;
+  }
 
  private:
+  void AddPath(const std::string& path, bool isDirectory) {
+    const auto [earlier, isNew] = isDirectory_.try_emplace(path, isDirectory);
+    if (isNew || (isDirectory && earlier->second)) {
+      return;
+    }
+    (isDirectory == earlier->second ? repeated_ : clashing_).insert(path);
+  }
+
   std::map<std::string, bool> isDirectory_;
   std::set<std::string> repeated_;
+  std::set<std::string> clashing_;
+};
+
+/// Which entries of a tree are asked for.
+class PathChoice {
+ public:
+  explicit PathChoice(const std::vector<std::string>& paths) {
+    for (const std::string& path : paths) {
+      isFound_.try_emplace(Normalized(path), false);
+    }
+  }
+
+  /// Prunes the list of the directory `parent`. Returns whether anything is left of it.
+  bool Prune(fileChunk*& list, const std::string& parent) {
+    fileChunk** link = &list;
+    while (fileChunk* const node = *link) {
+      if (IsKept(*node, parent)) {
+        link = &node->next;
+        continue;
+      }
+      *link = node->next;
+      delete node;
+    }
+    return list != nullptr;
+  }
+
+  bool IsFound(const std::string& path) const { return isFound_.at(Normalized(path)); }
+
+ private:
+  static std::string Normalized(const std::string& path) {
+    size_t start = 0;
+    while (path.compare(start, 2, "./") == 0) {
+      start = path.find_first_not_of('/', start + 1);
+      if (start == std::string::npos) {
+        return kTop;
+      }
+    }
+    return WithoutTrailingSlashes(path.substr(start));
+  }
+
+  bool IsKept(fileChunk& node, const std::string& parent) {
+    const std::string path = PathOf(node, parent);
+    const auto asked = isFound_.find(path.empty() ? kTop : path);
+    if (asked != isFound_.end()) {
+      asked->second = true;
+      // What is below may be asked for as well.
+      NoteBelow(node.children, path);
+      return true;
+    }
+    return Prune(node.children, path);
+  }
+
+  void NoteBelow(const fileChunk* list, const std::string& parent) {
+    for (const fileChunk* node = list; node; node = node->next) {
+      const std::string path = PathOf(*node, parent);
+      const auto asked = isFound_.find(path);
+      if (asked != isFound_.end()) {
+        asked->second = true;
+      }
+      NoteBelow(node->children, path);
+    }
+  }
+
+  std::map<std::string, bool> isFound_;
 };
 
 }  // namespace
@@ -48,6 +135,11 @@ TreeTotals CountTree(const fileChunk* list) {
     totals.bytes += below.bytes + (node->isDirectory ? 0 : node->size);
   }
   return totals;
+}
+
+std::string Described(const TreeTotals& totals) {
+  return Counted(totals.entries, "entry", "entries") + ", " +
+         Counted(totals.bytes, "byte", "bytes");
 }
 
 void SortByName(fileChunk*& list) {
@@ -73,10 +165,19 @@ std::string PathOf(const fileChunk& node, const std::string& parent) {
   return leaf.empty() || leaf == "/" ? parent : JoinPath(parent, leaf);
 }
 
-std::vector<std::string> RepeatedPaths(const fileChunk* list) {
+SharedPaths FindSharedPaths(const fileChunk* list) {
   PathNotes notes;
   notes.Add(list, "");
-  return notes.Repeated();
+  return notes.Shared();
+}
+
+std::vector<std::string> KeepPaths(fileChunk*& list, const std::vector<std::string>& paths) {
+  PathChoice choice(paths);
+  (void)choice.Prune(list, "");
+  std::vector<std::string> missing;
+  std::copy_if(paths.begin(), paths.end(), std::back_inserter(missing),
+               [&](const std::string& path) { return !choice.IsFound(path); });
+  return missing;
 }
 
 bool IsSolidRoot(const fileChunk* list) {

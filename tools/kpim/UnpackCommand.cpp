@@ -8,9 +8,10 @@
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tools/kpim/BlobFile.h"
 #include "tools/kpim/Commands.h"
-#include "tools/kpim/Comparison.h"
+#include "tools/kpim/Differences.h"
 #include "tools/kpim/Disk.h"
 #include "tools/kpim/Report.h"
+#include "tools/kpim/Result.h"
 #include "tools/kpim/StageLine.h"
 #include "tools/kpim/Text.h"
 #include "tools/kpim/Tree.h"
@@ -53,44 +54,73 @@ std::string Describe(const Difference& difference) {
 }
 
 /// Names each entry that is not on disk as it should be, then counts them.
-void ReportFailures(const std::string& directory, const fileChunk* tree, const SinkReport& report) {
-  for (const Difference& difference : CompareWithDirectory(tree, directory)) {
-    ReportError(JoinPath(directory, difference.path), Describe(difference));
+void ReportFailures(const UnpackOptions& options, const std::vector<Difference>& differences,
+                    const SinkReport& report) {
+  for (const Difference& difference : differences) {
+    ReportError(JoinPath(options.directory, difference.path), Describe(difference));
   }
-  ReportError(directory, std::to_string(report.failed) + " of " + std::to_string(report.entries) +
-                             " entries could not be written: " + strerror(report.error));
+  ReportError(options.directory, std::to_string(report.failed) + " of " +
+                                     std::to_string(report.entries) +
+                                     " entries could not be written: " + strerror(report.error));
+}
+
+/// Leaves in `tree` what is asked for. False, and reported, when the blob lacks some of it.
+bool Choose(const UnpackOptions& options, ChunkList& tree) {
+  if (options.paths.empty()) {
+    return true;
+  }
+  fileChunk* list = tree.release();
+  const std::vector<std::string> missing = KeepPaths(list, options.paths);
+  tree.reset(list);
+  for (const std::string& path : missing) {
+    ReportError(path, "not in " + BlobName(options.blob));
+  }
+  return missing.empty();
+}
+
+/// Writes the tree. False, and reported, when not all of it could be written.
+bool Write(const UnpackOptions& options, fileChunk* tree, Result& result) {
+  SinkReport report;
+  {
+    const StageLine stage("writing");
+    PlatformWriteFileFromChunk(options.directory.c_str(), "", tree, report);
+  }
+  std::vector<Difference> differences;
+  if (report.failed != 0) {
+    differences = CompareWithDirectory(tree, options.directory);
+    ReportFailures(options, differences, report);
+  }
+  result.members().Add("differences", JSONDifferences(differences));
+  return report.failed == 0;
+}
+
+int Unpack(const UnpackOptions& options, Result& result) {
+  result.members().AddString("blob", options.blob).AddString("directory", options.directory);
+  ChunkList tree;
+  if (!ReadBlob(options.blob, tree)) {
+    return kExitFailed;
+  }
+  const bool isFit = CheckLayout(options.blob, tree.get());
+  if (!Choose(options, tree) || !PrepareDirectory(options.directory)) {
+    return kExitFailed;
+  }
+  const TreeTotals totals = CountTree(tree.get());
+  result.AddTotals(totals);
+  if (!Write(options, tree.get(), result)) {
+    return kExitFailed;
+  }
+  if (!options.json) {
+    Print(Printable(options.directory) + ": " + Described(totals) + " written\n");
+  }
+  return isFit ? kExitOK : kExitFailed;
 }
 
 }  // namespace
 
 int Unpack(const UnpackOptions& options) {
-  ChunkList tree;
-  if (!ReadBlob(options.blob, tree)) {
-    return kExitFailed;
-  }
-  if (!tree) {
-    ReportError(options.blob, "empty: there is nothing to unpack");
-    return kExitFailed;
-  }
-  if (!IsSolidRoot(tree.get())) {
-    ReportError(options.blob, std::string("warning: ") + kNotASolidRoot);
-  }
-  if (!PrepareDirectory(options.directory)) {
-    return kExitFailed;
-  }
-  SinkReport report;
-  {
-    const StageLine stage("writing");
-    PlatformWriteFileFromChunk(options.directory.c_str(), "", tree.get(), report);
-  }
-  if (report.failed != 0) {
-    ReportFailures(options.directory, tree.get(), report);
-    return kExitFailed;
-  }
-  const TreeTotals totals = CountTree(tree.get());
-  Print(options.directory + ": " + Counted(totals.entries, "entry", "entries") + ", " +
-        Counted(totals.bytes, "byte", "bytes") + " written\n");
-  return kExitOK;
+  Result result;
+  const int status = Unpack(options, result);
+  return options.json ? result.Print(status) : status;
 }
 
 }  // namespace kpim

@@ -1,15 +1,11 @@
 // kpim verify: whether a blob is sound, and the same as a bundle.
-#include <errno.h>
-#include <string.h>
-#include <sys/stat.h>
-
-#include <optional>
 #include <string>
 
 #include "tools/kpim/BlobFile.h"
 #include "tools/kpim/Commands.h"
-#include "tools/kpim/Comparison.h"
+#include "tools/kpim/Differences.h"
 #include "tools/kpim/Report.h"
+#include "tools/kpim/Result.h"
 #include "tools/kpim/Text.h"
 #include "tools/kpim/Tree.h"
 
@@ -17,76 +13,51 @@ namespace kpim {
 
 namespace {
 
-const char* KindName(DifferenceKind kind) {
-  switch (kind) {
-    case DifferenceKind::kMissing:
-      return "missing";
-    case DifferenceKind::kExtra:
-      return "extra";
-    case DifferenceKind::kDifferent:
-      return "different";
-    case DifferenceKind::kTypeMismatch:
-      return "type mismatch";
-    case DifferenceKind::kUnreadable:
-      return "unreadable";
-  }
-  // Untested: the switch has all cases.
-  return "";
-}
-
-bool IsDirectory(const std::string& path) {
-  struct stat status = {};
-  if (stat(path.c_str(), &status) != 0) {
-    ReportSystemError(path, errno);
-    return false;
-  }
-  if (!S_ISDIR(status.st_mode)) {
-    ReportSystemError(path, ENOTDIR);
-    return false;
-  }
-  return true;
-}
-
-/// Prints the differences; true when there are none.
-bool IsSame(const fileChunk* tree, const VerifyOptions& options) {
+/// Compares the tree with the bundle and prints the differences. False when there are any.
+bool IsSame(const fileChunk* tree, const VerifyOptions& options, Result& result) {
   const std::vector<Difference> differences = CompareWithDirectory(tree, *options.bundle);
-  for (const Difference& difference : differences) {
-    std::string line = std::string(KindName(difference.kind)) + ": " + Printable(difference.path);
-    if (difference.kind == DifferenceKind::kUnreadable) {
-      line += std::string(": ") + strerror(difference.error);
-    }
-    Print(line + "\n");
+  result.members().Add("differences", JSONDifferences(differences));
+  if (!options.json) {
+    PrintDifferences(differences);
   }
-  if (differences.empty()) {
-    return true;
+  if (!differences.empty()) {
+    ReportError(BlobName(options.blob), CountedDifferences(differences, *options.bundle));
   }
-  ReportError(options.blob, Counted(differences.size(), "difference", "differences") + " from " +
-                                *options.bundle);
-  return false;
+  return differences.empty();
+}
+
+int Verify(const VerifyOptions& options, Result& result) {
+  result.members().AddString("blob", options.blob);
+  if (options.bundle) {
+    result.members().AddString("bundle", *options.bundle);
+  }
+  ChunkList tree;
+  if (!ReadBlob(options.blob, tree)) {
+    return kExitFailed;
+  }
+  const TreeTotals totals = CountTree(tree.get());
+  result.AddTotals(totals);
+  const bool isFit = CheckLayout(options.blob, tree.get());
+  if (options.bundle &&
+      (!CheckDirectory(*options.bundle) || !IsSame(tree.get(), options, result))) {
+    return kExitFailed;
+  }
+  if (!isFit) {
+    return kExitFailed;
+  }
+  if (!options.json) {
+    Print(Printable(BlobName(options.blob)) + ": well formed, " + Described(totals) +
+          (options.bundle ? ", the same as " + Printable(*options.bundle) : "") + "\n");
+  }
+  return kExitOK;
 }
 
 }  // namespace
 
 int VerifyBlob(const VerifyOptions& options) {
-  ChunkList tree;
-  if (!ReadBlob(options.blob, tree)) {
-    return kExitFailed;
-  }
-  const bool fit = IsSolidRoot(tree.get());
-  if (!fit) {
-    ReportError(options.blob, kNotASolidRoot);
-  }
-  if (options.bundle && (!IsDirectory(*options.bundle) || !IsSame(tree.get(), options))) {
-    return kExitFailed;
-  }
-  if (!fit) {
-    return kExitFailed;
-  }
-  const TreeTotals totals = CountTree(tree.get());
-  Print(options.blob + ": well formed, " + Counted(totals.entries, "entry", "entries") + ", " +
-        Counted(totals.bytes, "byte", "bytes") +
-        (options.bundle ? ", the same as " + *options.bundle : "") + "\n");
-  return kExitOK;
+  Result result;
+  const int status = Verify(options, result);
+  return options.json ? result.Print(status) : status;
 }
 
 }  // namespace kpim

@@ -1,5 +1,4 @@
-// The numbers of the blob format, for the files of this folder. docs/blob-format.md
-// describes the format itself.
+// The numbers of the blob format. docs/blob-format.md describes the format itself.
 #pragma once
 
 /// The one header version there is: byte 0 of every entry.

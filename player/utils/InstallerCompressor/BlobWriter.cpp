@@ -18,7 +18,7 @@ constexpr int kLiteralContextBits = 3;
 constexpr int kLiteralPositionBits = 0;
 constexpr int kPositionBits = 2;
 constexpr int kFastBytes = 32;
-constexpr int kThreads = 1;
+constexpr unsigned int kThreads = 1;
 
 // The LZMA form must be smaller than the stored one by more than this.
 constexpr unsigned long kLeastSaving = 24;
@@ -62,7 +62,7 @@ unsigned char* FlattenList(unsigned char* position, fileChunk* list) {
   return position;
 }
 
-CLzmaEncProps EncoderSettings() {
+CLzmaEncProps EncoderSettings(unsigned int threads) {
   CLzmaEncProps settings;
   LzmaEncProps_Init(&settings);
   settings.level = kLevel;
@@ -71,28 +71,66 @@ CLzmaEncProps EncoderSettings() {
   settings.lp = kLiteralPositionBits;
   settings.pb = kPositionBits;
   settings.fb = kFastBytes;
-  settings.numThreads = kThreads;
+  // The SDK has one match finder to give a thread of its own, and ignores more.
+  settings.numThreads = threads > 1 ? 2 : 1;
   return settings;
+}
+
+// The caller's handler behind the SDK's interface, which comes first: the SDK returns its address.
+struct EncodingProgress {
+  ICompressProgress sdkInterface;
+  EncodingProgressHandler* handler;
+  void* context;
+  unsigned long total;
+
+  void Report(unsigned long done) const {
+    if (handler) {
+      handler(done, total, context);
+    }
+  }
+};
+
+// Releases of the LZMA SDK differ in the type of the first parameter, so it is deduced.
+template <typename Interface>
+SRes ReportEncoded(Interface sdkInterface, UInt64 encoded, UInt64) {
+  static_cast<const EncodingProgress*>(static_cast<const void*>(sdkInterface))
+      ->Report(static_cast<unsigned long>(encoded));
+  return SZ_OK;
+}
+
+// Compresses the chunk into `stream`, which has room for `streamLength` bytes; `properties` takes
+// kLZMAPropertyCount bytes. `streamLength` becomes the stream's. Returns the SDK's result.
+SRes Compress(const fileChunk& chunk, unsigned int threads, EncodingProgress& progress,
+              unsigned char* stream, SizeT& streamLength, unsigned char* properties) {
+  const CLzmaEncProps settings = EncoderSettings(threads);
+  SizeT propertyCount = kLZMAPropertyCount;
+  return LzmaEncode(stream, &streamLength, chunk.data, chunk.size, &settings, properties,
+                    &propertyCount, /*writeEndMark=*/0,
+                    progress.handler ? &progress.sdkInterface : nullptr, &GlobalAllocObject,
+                    &GlobalAllocObject);
 }
 
 // Writes the LZMA entry of `chunk` at `entry`, which has room for its header, the sub-header
 // and `chunk->size` bytes. Returns the entry's length, or 0 when compressing does not pay.
 unsigned long WriteCompressedEntry(unsigned char* entry, unsigned long headerLength,
-                                   fileChunk* chunk) {
-  const CLzmaEncProps settings = EncoderSettings();
+                                   fileChunk* chunk, unsigned int threads,
+                                   EncodingProgress& progress) {
   unsigned char properties[kLZMAPropertyCount];
-  SizeT propertyCount = sizeof(properties);
-  SizeT streamLength = chunk->size;
   unsigned char* const subHeader = entry + headerLength;
-  const SRes result =
-      LzmaEncode(subHeader + kLZMASubHeaderLength, &streamLength, chunk->data, chunk->size,
-                 &settings, properties, &propertyCount,
-                 /*writeEndMark=*/0, nullptr, &GlobalAllocObject, &GlobalAllocObject);
-  if (result != SZ_OK || streamLength + kLeastSaving >= chunk->size) return 0;
+  unsigned char* const stream = subHeader + kLZMASubHeaderLength;
+  SizeT streamLength = chunk->size;
+  SRes result = Compress(*chunk, threads, progress, stream, streamLength, properties);
+  if (threads > 1 && result != SZ_OK && result != SZ_ERROR_OUTPUT_EOF) {
+    // The SDK returns the system's own number when a thread cannot be started.
+    streamLength = chunk->size;
+    result = Compress(*chunk, kThreads, progress, stream, streamLength, properties);
+  }
+  if (result != SZ_OK || streamLength + kLeastSaving >= chunk->size) {
+    return 0;
+  }
 
   WriteFormattedLZMASubHeader(subHeader, static_cast<unsigned int>(chunk->size & kSizeMask),
-                              reinterpret_cast<char*>(properties),
-                              static_cast<unsigned int>(propertyCount));
+                              reinterpret_cast<char*>(properties), kLZMAPropertyCount);
   const unsigned long payloadLength = kLZMASubHeaderLength + streamLength;
   WriteFormattedGenericHeader(entry, kCompressionLZMA, chunk->isDirectory, chunk->name,
                               payloadLength);
@@ -143,6 +181,11 @@ fileChunk* PrepareSourceForSolidCompression(fileChunk* list) {
 }
 
 fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType) {
+  return PrepareFileChunk(chunk, compressionType, kThreads, nullptr, nullptr);
+}
+
+fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType, unsigned int threads,
+                            EncodingProgressHandler* handler, void* context) {
   if (!chunk || chunk->size == 0 || !chunk->data) return nullptr;
   if (compressionType != kCompressionStored && compressionType != kCompressionLZMA) return nullptr;
 
@@ -154,8 +197,13 @@ fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType) {
   if (!formatted) return nullptr;
 
   unsigned char* const entry = formatted->data;
-  formatted->size = compress ? WriteCompressedEntry(entry, headerLength, chunk) : 0;
-  if (formatted->size == 0) formatted->size = WriteStoredEntry(entry, headerLength, chunk);
+  EncodingProgress progress = {{ReportEncoded}, handler, context, chunk->size};
+  formatted->size =
+      compress ? WriteCompressedEntry(entry, headerLength, chunk, threads, progress) : 0;
+  if (formatted->size == 0) {
+    formatted->size = WriteStoredEntry(entry, headerLength, chunk);
+  }
+  progress.Report(chunk->size);
   return formatted;
 }
 

@@ -108,6 +108,19 @@ fileChunk* PrepareSourceForSolidCompression(fileChunk* list);
 /// address space, when the type is neither 0 nor 1, or when memory runs out.
 fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType);
 
+/// Called while a chunk is encoded: `done` of its `total` bytes have been. `done` never decreases
+/// and is `total` in the last call, which comes after the entry is complete. The handler runs on
+/// the thread that encodes and must not throw. `context` is the one passed to PrepareFileChunk.
+typedef void EncodingProgressHandler(unsigned long done, unsigned long total, void* context);
+
+/// The same, with progress and threads. `handler`, unless it is absent, is called every 128 KiB or
+/// so, and changes no byte of the entry. With `threads` 0 or 1 the result is as above. With 2 or
+/// more the SDK searches for matches on threads of its own: that is faster, and the entry may
+/// differ by a kilobyte, but every run gives the same. One thread is used instead when
+/// more cannot be started, and in a build with an LZMA SDK that has no such threads.
+fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType, unsigned int threads,
+                            EncodingProgressHandler* handler, void* context);
+
 // ---- Reading
 
 /// The 4 bytes at `buffer` as a number, most significant first.

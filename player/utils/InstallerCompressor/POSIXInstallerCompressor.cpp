@@ -30,10 +30,13 @@ struct DirectoryBeingRead {
   const DirectoryBeingRead* enclosing;
 };
 
-// Who is told of what a source lacks.
-struct FaultReceiver {
+// The caller's functions: what is read, and what a source lacks.
+struct SourceCaller {
+  SourceFilter* filter;
   SourceFaultHandler* handler;
   void* context;
+
+  bool Wants(char const* path) const { return !filter || filter(path, context); }
 
   void Report(char const* path, int error) const {
     if (handler) handler(path, error, context);
@@ -44,10 +47,10 @@ struct FaultReceiver {
   }
 };
 
-constexpr FaultReceiver kNobody = {nullptr, nullptr};
+constexpr SourceCaller kNoFunctions = {nullptr, nullptr, nullptr};
 
 fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing,
-                        const FaultReceiver& faults);
+                        const SourceCaller& caller);
 
 bool IsBeingRead(const struct stat& directory, const DirectoryBeingRead* innermost) {
   for (const DirectoryBeingRead* entry = innermost; entry; entry = entry->enclosing) {
@@ -105,7 +108,7 @@ int ReadUpTo(int descriptor, unsigned char* bytes, unsigned long size, unsigned 
 // Reads `size` bytes into a new array; what the file has no more of is zero. Absent when there
 // is no memory.
 unsigned char* ReadBytes(int descriptor, unsigned long size, char const* path,
-                         const FaultReceiver& faults) {
+                         const SourceCaller& caller) {
   auto* const bytes = new (std::nothrow) unsigned char[size];
   if (bytes == nullptr) {
     return nullptr;
@@ -113,26 +116,26 @@ unsigned char* ReadBytes(int descriptor, unsigned long size, char const* path,
   unsigned long filled = 0;
   const int error = ReadUpTo(descriptor, bytes, size, filled);
   if (filled != size) {
-    faults.Report(path, error);
+    caller.Report(path, error);
     memset(bytes + filled, 0, size - filled);
   }
   return bytes;
 }
 
-fileChunk* CreateFileSource(char const* path, char const* name, const FaultReceiver& faults) {
+fileChunk* CreateFileSource(char const* path, char const* name, const SourceCaller& caller) {
   struct stat status = {};
   const int descriptor = OpenSource(path, status);
-  if (descriptor < 0) return faults.LeaveOut(path, errno);
+  if (descriptor < 0) return caller.LeaveOut(path, errno);
   const auto size = static_cast<unsigned long>(status.st_size);
   fileChunk* node = CreateNode(name);
   if (node) {
     node->size = size & kLow32Bits;
-    node->data = ReadBytes(descriptor, node->size, path, faults);
+    node->data = ReadBytes(descriptor, node->size, path, caller);
     if (!node->data) DeleteFileChunks(node);
   }
   close(descriptor);
-  if (!node) return faults.LeaveOut(path, ENOMEM);
-  if (node->size != size) faults.Report(path, EFBIG);
+  if (!node) return caller.LeaveOut(path, ENOMEM);
+  if (node->size != size) caller.Report(path, EFBIG);
   return node;
 }
 
@@ -144,53 +147,53 @@ void Scrub(char* memory, size_t size) {
 }
 
 fileChunk* CreateChildSource(char const* parentPath, char const* name,
-                             const DirectoryBeingRead* enclosing, const FaultReceiver& faults) {
+                             const DirectoryBeingRead* enclosing, const SourceCaller& caller) {
   const size_t parentLength = strlen(parentPath);
   const size_t capacity = parentLength + strlen(name) + 2;
   char* const path = new (std::nothrow) char[capacity];
-  if (!path) return faults.LeaveOut(parentPath, ENOMEM);
+  if (!path) return caller.LeaveOut(parentPath, ENOMEM);
   memcpy(path, parentPath, parentLength + 1);
   PlatformAppendPathLeaf(path, static_cast<unsigned int>(capacity), name);
-  fileChunk* const child = CreateSource(path, enclosing, faults);
+  fileChunk* const child = caller.Wants(path) ? CreateSource(path, enclosing, caller) : nullptr;
   Scrub(path, capacity);
   delete[] path;
   return child;
 }
 
 fileChunk* CreateChildSources(DIR* directory, char const* path, const DirectoryBeingRead* enclosing,
-                              const FaultReceiver& faults) {
+                              const SourceCaller& caller) {
   fileChunk* head = nullptr;
   fileChunk** link = &head;
   errno = 0;
   while (const dirent* const entry = readdir(directory)) {
     if (PlatformFilenameAllowed(entry->d_name)) {
-      *link = CreateChildSource(path, entry->d_name, enclosing, faults);
+      *link = CreateChildSource(path, entry->d_name, enclosing, caller);
       if (*link) link = &(*link)->next;
     }
     errno = 0;
   }
-  if (errno != 0) faults.Report(path, errno);
+  if (errno != 0) caller.Report(path, errno);
   return head;
 }
 
 fileChunk* CreateDirectorySource(DIR* directory, char const* path,
-                                 const DirectoryBeingRead* enclosing, const FaultReceiver& faults) {
+                                 const DirectoryBeingRead* enclosing, const SourceCaller& caller) {
   struct stat status = {};
-  if (fstat(dirfd(directory), &status) != 0) return faults.LeaveOut(path, errno);
-  if (IsBeingRead(status, enclosing)) return faults.LeaveOut(path, ELOOP);
+  if (fstat(dirfd(directory), &status) != 0) return caller.LeaveOut(path, errno);
+  if (IsBeingRead(status, enclosing)) return caller.LeaveOut(path, ELOOP);
   fileChunk* const node = CreateNode(PathLeaf(path));
-  if (!node) return faults.LeaveOut(path, ENOMEM);
+  if (!node) return caller.LeaveOut(path, ENOMEM);
   const DirectoryBeingRead self = {status.st_dev, status.st_ino, enclosing};
   node->isDirectory = true;
-  node->children = CreateChildSources(directory, path, &self, faults);
+  node->children = CreateChildSources(directory, path, &self, caller);
   return node;
 }
 
 fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing,
-                        const FaultReceiver& faults) {
+                        const SourceCaller& caller) {
   DIR* const directory = opendir(path);
-  if (!directory) return CreateFileSource(path, PathLeaf(path), faults);
-  fileChunk* const node = CreateDirectorySource(directory, path, enclosing, faults);
+  if (!directory) return CreateFileSource(path, PathLeaf(path), caller);
+  fileChunk* const node = CreateDirectorySource(directory, path, enclosing, caller);
   closedir(directory);
   return node;
 }
@@ -198,16 +201,16 @@ fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing,
 }  // namespace
 
 fileChunk* PlatformCreateSourceFromPath(char const* path) {
-  return PlatformCreateSourceFromPath(path, nullptr, nullptr);
+  return PlatformCreateSourceFromPath(path, nullptr, nullptr, nullptr);
 }
 
-fileChunk* PlatformCreateSourceFromPath(char const* path, SourceFaultHandler* handler,
-                                        void* context) {
-  return path ? CreateSource(path, nullptr, {handler, context}) : nullptr;
+fileChunk* PlatformCreateSourceFromPath(char const* path, SourceFilter* filter,
+                                        SourceFaultHandler* handler, void* context) {
+  return path ? CreateSource(path, nullptr, {filter, handler, context}) : nullptr;
 }
 
 fileChunk* PlatformCreateSourceFromFile(char const* path, char const* name) {
-  return CreateFileSource(path, name, kNobody);
+  return CreateFileSource(path, name, kNoFunctions);
 }
 
 fileChunk* PlatformCreateSourceFromDescriptor(int descriptor, int& error) {
@@ -243,7 +246,7 @@ int PlatformCreateSourceFromFile(char const* path, void*& data, unsigned long& l
   const int descriptor = OpenSource(path, status);
   if (descriptor < 0) return 0;
   const auto size = static_cast<unsigned long>(status.st_size);
-  unsigned char* const bytes = ReadBytes(descriptor, size, path, kNobody);
+  unsigned char* const bytes = ReadBytes(descriptor, size, path, kNoFunctions);
   close(descriptor);
   if (!bytes) return 0;
 

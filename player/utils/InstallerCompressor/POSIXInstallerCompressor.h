@@ -28,9 +28,15 @@ typedef void SourceFaultHandler(char const* path, int error, void* context);
 /// A file has ended before the size that it had when it was opened.
 constexpr int kFileBecameShorter = 0;
 
-/// The same, telling `handler`. The tree is all that was on disk when it is never called.
-fileChunk* PlatformCreateSourceFromPath(char const* path, SourceFaultHandler* handler,
-                                        void* context);
+/// Decides whether the directory entry at `path` is read, with everything below it: false leaves it
+/// out. `path` is valid during the call, and `context` as for a SourceFaultHandler.
+typedef bool SourceFilter(char const* path, void* context);
+
+/// The same, reporting to `handler`; unless that is called, the tree is all that was on disk. Where
+/// there is a `filter`, it is asked about every entry below `path`, and nothing is opened or
+/// reported of what it leaves out. Both receive `context`; either may be absent.
+fileChunk* PlatformCreateSourceFromPath(char const* path, SourceFilter* filter,
+                                        SourceFaultHandler* handler, void* context);
 
 /// Reads a file into a new node called `name`; absent when it cannot be opened, is not a
 /// regular file, or memory runs out. The size is the low 32 bits of the file's when it was

@@ -145,8 +145,9 @@ BOOL Watch(int poller, int descriptor) {
 /// - A failure is an NSError of NSURLErrorDomain with a localized description, libcurl's own words
 ///   as the failure reason, and the failing URL.
 ///
-/// Certificates and host names are verified against the system's trust store alone: the environment
-/// and files in the user's home change neither that nor the route (no proxies, no .netrc), because
+/// Certificates and host names are verified against the system's trust store alone, or against the
+/// file that the program itself has named in the request: the environment and files in the user's
+/// home change neither that nor the route (no proxies, no .netrc), because
 /// the program runs as root with whatever environment its installer had. Nothing is cached, no
 /// cookies are kept, and a request body from a stream is refused.
 @interface CurlURLProtocol : NSURLProtocol <RunLoopEvents> {
@@ -353,8 +354,11 @@ size_t BodyCallback(char* bytes, size_t size, size_t count, void* protocol) {
   Curl().easy_setopt(_transfer, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   Curl().easy_setopt(_transfer, CURLOPT_PATH_AS_IS, 1L);
   Curl().easy_setopt(_transfer, CURLOPT_PROXY, "");  // Also shuts out the environment's proxies.
-  Curl().easy_setopt(_transfer, CURLOPT_CAINFO, kTrustedCertificatesFile);
-  Curl().easy_setopt(_transfer, CURLOPT_CAPATH, kTrustedCertificatesFolder);
+  NSString* authorities = AuthoritiesOf([self request]);
+  const bool isOwn = authorities != nil;
+  Curl().easy_setopt(_transfer, CURLOPT_CAINFO,
+                     isOwn ? [authorities UTF8String] : kTrustedCertificatesFile);
+  Curl().easy_setopt(_transfer, CURLOPT_CAPATH, isOwn ? nullptr : kTrustedCertificatesFolder);
   Curl().easy_setopt(_transfer, CURLOPT_SSL_VERIFYPEER, 1L);
   Curl().easy_setopt(_transfer, CURLOPT_SSL_VERIFYHOST, 2L);
   Curl().easy_setopt(_transfer, CURLOPT_BUFFERSIZE, kReceiveBufferSize);

@@ -9,8 +9,12 @@ namespace {
 /// As on macOS.
 constexpr NSInteger kMostRedirects = 16;
 
-/// Property of a request: how many redirects led to it.
-NSString* const kRedirectCount = @"KPRedirectCount";
+/// Property of a request: how many redirects led to it, and the file with its authorities if it has
+/// one. GNUstep keeps only the first property that a request is given.
+NSString* const kRedirectState = @"KPRedirectState";
+
+/// Property of the first request: the path of the file with its authorities, see KPIMDownload.h.
+NSString* const kAuthoritiesProperty = @"KPIMAuthorities";
 
 struct URLDeleter {
   void operator()(CURLU* url) const { Curl().url_cleanup(url); }
@@ -55,8 +59,13 @@ BOOL HaveSameOrigin(NSURL* one, NSURL* other) {
          ([one port] == [other port] || [[one port] isEqual:[other port]]);
 }
 
+NSArray* RedirectState(NSURLRequest* request) {
+  return [NSURLProtocol propertyForKey:kRedirectState inRequest:request];
+}
+
 NSInteger RedirectCount(NSURLRequest* request) {
-  return [[NSURLProtocol propertyForKey:kRedirectCount inRequest:request] integerValue];
+  NSArray* state = RedirectState(request);
+  return state != nil ? [[state objectAtIndex:0] integerValue] : 0;
 }
 
 NSURLRequest* FollowingRequest(NSURLRequest* request, NSURL* target, NSInteger status) {
@@ -88,9 +97,13 @@ NSURLRequest* FollowingRequest(NSURLRequest* request, NSURL* target, NSInteger s
     }
   }
 
-  [NSURLProtocol setProperty:[NSNumber numberWithInteger:RedirectCount(request) + 1]
-                      forKey:kRedirectCount
-                   inRequest:next];
+  NSMutableArray* state =
+      [NSMutableArray arrayWithObject:[NSNumber numberWithInteger:RedirectCount(request) + 1]];
+  NSString* authorities = AuthoritiesOf(request);
+  if (authorities != nil) {
+    [state addObject:authorities];
+  }
+  [NSURLProtocol setProperty:state forKey:kRedirectState inRequest:next];
   return next;
 }
 
@@ -103,6 +116,14 @@ BOOL IsWebScheme(NSString* scheme) {
 
 BOOL IsRedirect(NSInteger status) {
   return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+NSString* AuthoritiesOf(NSURLRequest* request) {
+  NSArray* state = RedirectState(request);
+  if (state == nil) {
+    return [NSURLProtocol propertyForKey:kAuthoritiesProperty inRequest:request];
+  }
+  return [state count] > 1 ? [state objectAtIndex:1] : nil;
 }
 
 NSURLRequest* RequestAfterRedirect(NSURLRequest* request, NSInteger status, NSString* location,

@@ -8,7 +8,7 @@ import blob
 from install_root import BUNDLE, Node, tree_of
 
 
-@pytest.mark.parametrize("options", [[], ["--sort"]])
+@pytest.mark.parametrize("options", [[], ["--no-sort"], ["--threads", "2"]])
 def test_every_byte_comes_back(install_root, finalizer_run, kpim, large_bundle, options):
     packed = install_root.folder.parent / "packed"
     subprocess.run([kpim, "pack", large_bundle, "-o", packed, *options], check=True,

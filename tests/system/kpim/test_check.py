@@ -6,7 +6,7 @@ import plistlib
 import pytest
 
 import vendor_config
-from install_root import BUNDLE
+from install_root import BUNDLE, SYSTEM_VERSION
 
 OTHER_PLAYER = "/Library/Internet Plug-Ins/Korvel Player.plugin"
 OWN_VERSION = "32.0.0.269"
@@ -15,6 +15,16 @@ ALL_PASS = "[I]  VM: All install checks pass"
 CHANNEL = ("[E]  VM: Failed install check. You must run the Korvel Player uninstaller before "
            "installing this version of Korvel Player. Please visit the Tarvix Labs web page to "
            f"download the uninstaller. {vendor_config.tested().uninstaller_url}")
+
+
+# What kpim itself says.
+UNINSTALLER = CHANNEL.split()[-1]
+OTHER_CHANNEL = ("the installed player comes from another build channel and must be uninstalled "
+                 f"first: {UNINSTALLER}")
+
+
+def newer(version):
+    return f"the installed {version} is newer than {OWN_VERSION}"
 
 
 def too_old(packed):
@@ -53,7 +63,7 @@ def check(install_root, kpim):
 
 def test_nothing_installed(check, install_root):
     assert check() == {"minimumSystem": True, "downgrade": True, "channelSwitch": True, "result": 0,
-                       "installed": None, "toBeInstalled": OWN_VERSION}
+                       "reasons": {}, "installed": None, "toBeInstalled": OWN_VERSION}
     assert install_root.log("alice") == [ALL_PASS]
 
 
@@ -63,8 +73,9 @@ def test_text(install_root, kpim):
     result = install_root.run(["check"], program="kpim", user="alice")
     assert (result.status, result.stderr) == (1, "")
     assert result.stdout == ("installed: 33.0\nto be installed: 32.0.0.269\n"
-                             "minimum system: passed\ndowngrade: failed\nchannel switch: failed\n"
-                             "result: 6\n")
+                             "minimum system: passed\n"
+                             f"downgrade: failed: {newer('33.0')}\n"
+                             f"channel switch: failed: {OTHER_CHANNEL}\nresult: 6\n")
 
 
 @pytest.mark.parametrize("form", [plistlib.FMT_XML, plistlib.FMT_BINARY])
@@ -84,6 +95,7 @@ def test_version_that_may_not_be_replaced(check, install_root, version, form):
     install(install_root, version, "d0", form=form)
     answer = check(status=1)
     assert (answer["downgrade"], answer["result"]) == (False, 2)
+    assert answer["reasons"] == {"downgrade": newer(version)}
     assert install_root.log("alice") == [downgrade(version)]
 
 
@@ -113,6 +125,7 @@ def test_channel(check, install_root, info, passes, form):
     install(install_root, "32.0", info, form=form)
     answer = check(status=0 if passes else 1)
     assert (answer["channelSwitch"], answer["result"]) == (passes, 0 if passes else 4)
+    assert answer["reasons"] == ({} if passes else {"channelSwitch": OTHER_CHANNEL})
     assert install_root.log("alice") == [ALL_PASS if passes else CHANNEL]
 
 
@@ -122,7 +135,20 @@ def test_system_too_old(check, install_root, version, packed):
     install_root.set_system_version(version)
     answer = check(status=1)
     assert (answer["minimumSystem"], answer["result"]) == (False, 1)
+    found = ".".join((version + ".0").split(".")[:3])
+    assert answer["reasons"] == {
+        "minimumSystem": f"the system is {found}, 10.6.0 or later is needed"}
     assert install_root.log("alice") == [too_old(packed)]
+
+
+@pytest.mark.parametrize("content, why", [
+    (None, "is missing"), (b"", "has no version"), (b"<plist><dict/></plist>", "has no version")])
+def test_system_without_a_version(check, install_root, content, why):
+    install_root.path(SYSTEM_VERSION).unlink()
+    if content is not None:
+        install_root.write(SYSTEM_VERSION, content)
+    assert check(status=1)["reasons"] == {
+        "minimumSystem": f"{SYSTEM_VERSION} {why}, 10.6.0 or later is needed"}
 
 
 @pytest.mark.parametrize("version", ["10.6.0", "10.6", "10.9.5", "11.2.3", "11"])
@@ -134,7 +160,9 @@ def test_system_new_enough(check, install_root, version):
 def test_all_fail(check, install_root):
     install_root.set_system_version("10.5.8")
     install(install_root, "33.0", "r0")
-    assert check(status=1)["result"] == 7
+    answer = check(status=1)
+    assert answer["result"] == 7
+    assert list(answer["reasons"]) == ["minimumSystem", "downgrade", "channelSwitch"]
     assert install_root.log("alice") == [too_old("A0508"), downgrade("33.0"), CHANNEL]
 
 
@@ -157,6 +185,16 @@ def test_log_of_the_finalizer_is_continued(check, install_root, finalizer_run):
 def test_no_log_can_be_opened(check, install_root):
     install_root.path("/Users/alice/Library/Logs").rmdir()
     assert check()["result"] == 0
+    install(install_root, "33.0", "d0")
+    assert check(status=1)["reasons"] == {"downgrade": newer("33.0")}
+
+
+def test_version_does_not_steer_the_terminal(install_root, kpim):
+    assert kpim
+    install(install_root, "33\u202e", "d0")
+    result = install_root.run(["check"], program="kpim", user="alice")
+    assert "installed: 33\\xe2\\x80\\xae\n" in result.stdout
+    assert "failed: the installed 33\\xe2\\x80\\xae is newer" in result.stdout
 
 
 @pytest.mark.parametrize("arguments", [["check", "more"], ["check", "--json=yes"]])

@@ -49,21 +49,11 @@ def test_list_json(run, tmp_path):
     ]
 
 
-def test_list_of_a_blob_with_several_roots(run, tmp_path):
-    (tmp_path / "blob").write_bytes(blob.stored_file("a", b"1") + blob.stored_directory("b", []))
-    assert run("list", "blob").stdout == "- a (1 bytes)\n- b/\n"
-    assert json.loads(run("list", "blob", "--json").stdout) == [
-        {"name": "a", "type": "file", "size": 1},
-        {"name": "b", "type": "directory", "entries": []},
-    ]
-
-
-def test_list_of_a_blob_without_entries(run, tmp_path):
-    (tmp_path / "blob").write_bytes(b"")
-    result = run("list", "blob")
-    assert (result.returncode, result.stdout, result.stderr) == (OK, "", "")
+def test_list_of_an_empty_root(run, tmp_path):
+    write_blob(tmp_path, [])
     result = run("list", "blob", "--json")
-    assert (result.returncode, result.stdout, result.stderr) == (OK, "[]\n", "")
+    assert (result.returncode, result.stderr) == (OK, "")
+    assert json.loads(result.stdout) == [{"name": "", "type": "directory", "entries": []}]
 
 
 def replaced(name):
@@ -99,11 +89,11 @@ def test_list_json_of_the_deepest_tree(run, tmp_path):
 
 
 def test_list_does_not_let_names_steer_the_terminal(run, tmp_path):
-    write_blob(tmp_path, [blob.stored_file(b"\x1b[31mred\n\xc2\x9b\xff \xc3\xa9", b"")])
-    assert run("list", "blob").stdout == "- /\n  - \x1b[31mred\n\x9b\udcff é (0 bytes)\n"
+    write_blob(tmp_path, [blob.stored_file(b"\x1b[31mred\n\xc2\x9b\xff \xc3\xa9\xe2\x80\xaetxt", b"")])
+    assert run("list", "blob").stdout == "- /\n  - \x1b[31mred\n\x9b\udcff é\u202etxt (0 bytes)\n"
     terminal, side = pty.openpty()
     process = run.start("list", "blob", stdout=side)
     os.close(side)
     shown = read_terminal(terminal).decode()
     assert process.wait(timeout=60) == OK
-    assert shown == "- /\r\n  - ?[31mred???? é (0 bytes)\r\n"
+    assert shown == "- /\r\n  - ?[31mred???? é???txt (0 bytes)\r\n"

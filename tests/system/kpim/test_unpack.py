@@ -11,9 +11,8 @@ import subprocess
 import pytest
 
 import blob
-from kpim_program import (AWKWARD_NAMES, FAILED, NOT_SOLID, NO_SUCH_FILE, OK, error, make_bundle,
-                          names, read_terminal, tree_of, write_blob)
-from test_unreadable_blobs import READERS, arguments_for
+from kpim_program import (AWKWARD_NAMES, FAILED, NO_SUCH_FILE, OK, error, make_bundle, names,
+                          read_terminal, result_of, tree_of, write_blob)
 
 
 @pytest.mark.parametrize("umask", [0o022, 0o077])
@@ -91,21 +90,6 @@ def test_unpack_where_it_may_not_write(run, tmp_path, small_blob):
         error("parent", "1 of 2 entries could not be written: Permission denied"))
 
 
-def test_unpack_of_other_than_one_nameless_directory(run, tmp_path):
-    (tmp_path / "blob").write_bytes(blob.stored_file("a", b"1") +
-                                    blob.stored_directory("b/", [blob.stored_file("c", b"2")]))
-    result = run("unpack", "blob", "out")
-    assert (result.returncode, result.stdout) == (OK, "out: 3 entries, 2 bytes written\n")
-    assert result.stderr == error("blob", f"warning: {NOT_SOLID}")
-    assert tree_of(tmp_path / "out") == {"a": b"1", "b": None, "b/c": b"2"}
-
-
-def test_unpack_of_a_blob_without_entries(run, tmp_path):
-    (tmp_path / "blob").write_bytes(b"")
-    assert run.fails("unpack", "blob", "out") == error("blob", "empty: there is nothing to unpack")
-    assert names(tmp_path) == ["blob"]
-
-
 def test_unpack_of_an_empty_root(run, tmp_path):
     write_blob(tmp_path, [])
     assert run("unpack", "blob", "out").stdout == "out: 0 entries, 0 bytes written\n"
@@ -133,33 +117,6 @@ def test_unpack_tells_what_it_could_not_write(run, tmp_path):
     assert names(tmp_path / "other") == ["long", "short"]
 
 
-@pytest.mark.parametrize("reader", READERS + [["verify", "blob", "bundle"]])
-def test_repeated_names_are_warned_of(run, tmp_path, reader):
-    write_blob(tmp_path, [
-        blob.stored_file("a", b"1"), blob.stored_file("a", b"2"), blob.stored_file("a", b"3"),
-        blob.stored_directory("d", [blob.stored_file("x", b"1")]),
-        blob.stored_directory("d/", [blob.stored_file("y", b"2"), blob.stored_file("x", b"3")]),
-    ])
-    make_bundle(tmp_path / "bundle", {"a": b"3", "d/x": b"3", "d/y": b"2"})
-    result = run(*(reader if len(reader) == 3 else arguments_for(reader, "blob")))
-    assert result.returncode == OK
-    assert result.stderr == error("blob", "warning: 2 paths with more than one entry, of which the "
-                                          "later one counts: a, ...")
-    if reader == ["unpack"]:
-        assert tree_of(tmp_path / "out") == tree_of(tmp_path / "bundle")
-
-
-def test_unpack_of_a_file_and_a_folder_with_one_name(run, tmp_path):
-    write_blob(tmp_path, [blob.stored_file("a", b"1"),
-                          blob.stored_directory("a", [blob.stored_file("b", b"2")]),
-                          blob.stored_file("", b"3")])
-    assert run.fails("unpack", "blob", "out") == (
-        error("blob", "warning: 1 path with more than one entry, of which the later one counts: a") +
-        error("out/.", "not written as the blob has it") +
-        error("out/a", "not written as the blob has it") +
-        error("out", "3 of 5 entries could not be written: Not a directory"))
-
-
 def test_unpack_of_paths_longer_than_the_system_allows(run, tmp_path):
     name = "n" * 255
     entry = blob.stored_file("bottom", b"1")
@@ -180,4 +137,98 @@ def test_unpack_shows_progress_on_a_terminal(run, small_blob):
     os.close(side)
     shown = read_terminal(terminal).decode()
     assert process.wait(timeout=60) == OK
-    assert re.fullmatch(r"(\rwriting \.\.\. \d+ s)+\r\n", shown)
+    assert re.fullmatch(r"\rwriting \.\.\.\rwriting \.\.\. \d+ s\r\n", shown)
+
+
+# Single entries
+
+ENTRIES = [
+    blob.stored_directory("Contents", [
+        blob.stored_file("Info.plist", b"12"),
+        blob.stored_directory("MacOS", [blob.stored_file("Player", b"1"),
+                                        blob.stored_file("Player.old", b"2")]),
+        blob.stored_directory("Contents", [blob.stored_file("Info.plist", b"3")]),
+        blob.stored_directory("Empty", []),
+    ]),
+    blob.stored_file("Info.plist", b"4"),
+]
+
+
+@pytest.mark.parametrize("paths, expected", [
+    (["Info.plist"], {"Info.plist": b"4"}),
+    (["Contents/Info.plist"], {"Contents": None, "Contents/Info.plist": b"12"}),
+    (["Contents/MacOS/", "./Info.plist"],
+     {"Contents": None, "Contents/MacOS": None, "Contents/MacOS/Player": b"1",
+      "Contents/MacOS/Player.old": b"2", "Info.plist": b"4"}),
+    (["Contents/MacOS/Player", "Contents/Empty"],
+     {"Contents": None, "Contents/MacOS": None, "Contents/MacOS/Player": b"1",
+      "Contents/Empty": None}),
+    (["Contents/MacOS", "Contents/MacOS/Player", "Contents/MacOS"],
+     {"Contents": None, "Contents/MacOS": None, "Contents/MacOS/Player": b"1",
+      "Contents/MacOS/Player.old": b"2"}),
+    (["."], None),
+])
+def test_unpack_of_single_entries(run, tmp_path, paths, expected):
+    write_blob(tmp_path, ENTRIES)
+    if expected is None:
+        run("unpack", "blob", "all")
+        expected = tree_of(tmp_path / "all")
+        assert len(expected) == 9
+    result = run("unpack", "blob", "out", *paths)
+    assert (result.returncode, result.stderr) == (OK, "")
+    assert tree_of(tmp_path / "out") == expected
+    count = sum(len(data) for data in expected.values() if data is not None)
+    noun = "entry" if len(expected) == 1 else "entries"
+    unit = "byte" if count == 1 else "bytes"
+    assert result.stdout == f"out: {len(expected)} {noun}, {count} {unit} written\n"
+
+
+def test_unpack_of_an_entry_that_shares_its_path(run, tmp_path):
+    """Folders of one name merge, and of two files the later one counts, as in the whole."""
+    write_blob(tmp_path, [
+        blob.stored_directory("d", [blob.stored_file("a", b"1"), blob.stored_file("b", b"2")]),
+        blob.stored_directory("d/", [blob.stored_file("a", b"3")])])
+    assert run("unpack", "blob", "out", "d/a").returncode == OK
+    assert tree_of(tmp_path / "out") == {"d": None, "d/a": b"3"}
+
+
+@pytest.mark.parametrize("path", ["info.plist", "Contents/Info", "/Info.plist", "..", "../Info.plist",
+                                  "Contents/../Info.plist", "Info.plist/x", "", "Contents\x1b\u202e"])
+def test_unpack_of_an_entry_that_is_not_there(run, tmp_path, path):
+    write_blob(tmp_path, ENTRIES)
+    shown = path.replace("\x1b\u202e", r"\x1b\xe2\x80\xae") or "''"
+    assert run.fails("unpack", "blob", "out", "Info.plist", path) == error(shown, "not in blob")
+    assert names(tmp_path) == ["blob"]
+
+
+def test_unpack_json(run, tmp_path):
+    write_blob(tmp_path, ENTRIES)
+    result = run("unpack", "--json", "blob", "out", "Contents/MacOS/Player")
+    assert (result.returncode, result.stderr) == (OK, "")
+    assert result_of(result) == {
+        "ok": True, "blob": "blob", "directory": "out", "entries": 3, "bytes": 1,
+        "differences": [], "warnings": [], "errors": []}
+
+
+def test_unpack_json_of_what_could_not_be_written(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_directory("d\u202e", []), blob.stored_file(b"f\xff", b"")])
+    result = run.with_fault("mkdir:error=ENOSPC:when=3", "unpack", "--json", "blob", "out")
+    assert result.returncode == FAILED
+    assert result_of(result) == {
+        "ok": False, "blob": "blob", "directory": "out", "entries": 2, "bytes": 0,
+        "differences": [{"kind": "missing", "path": "d\u202e"}],
+        "warnings": [], "errors": [
+            {"about": "out/d\u202e", "text": "could not be written"},
+            {"about": "out",
+             "text": "1 of 3 entries could not be written: No space left on device"}]}
+    assert result.stderr.startswith("kpim: out/d\\xe2\\x80\\xae: could not be written\n")
+    result = run("unpack", "--json", "blob", "out")
+    assert result_of(result) == {
+        "ok": False, "blob": "blob", "directory": "out", "warnings": [],
+        "errors": [{"about": "out", "text": "Directory not empty"}]}
+
+
+def test_operands_do_not_steer_the_terminal(run, small_blob):
+    result = run("unpack", "small", "o\x1bt\u202e")
+    assert (result.returncode, result.stdout) == (
+        OK, r"o\x1bt\xe2\x80\xae: 1 entry, 5 bytes written" + "\n")

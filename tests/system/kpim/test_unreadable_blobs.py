@@ -6,10 +6,12 @@ import shutil
 
 import pytest
 
+import blob
 from install_root import REPOSITORY
 from kpim_program import FAILED, GIB, IO_ERROR, NO_SUCH_FILE, OK, error, names, poke_status
 
 HOSTILE = REPOSITORY / "tests/data/hostile"
+NOT_A_BLOB = "not a payload blob"
 READERS = [["list"], ["list", "--json"], ["verify"], ["unpack"]]
 
 
@@ -73,6 +75,27 @@ def test_blob_that_does_not_fit_in_memory(run, tmp_path, reader):
     assert names(tmp_path) == ["blob"]
 
 
+@pytest.mark.parametrize("content, why", [
+    (b"", "not a payload blob: empty"), (b"x", NOT_A_BLOB), (b"hello, world\n", NOT_A_BLOB),
+    (b"PK\3\4" + bytes(30), NOT_A_BLOB), (b"\x7fELF" + bytes(60), NOT_A_BLOB),
+    (b"\3" + bytes(6), NOT_A_BLOB), (b"\2\2" + bytes(5), NOT_A_BLOB),
+    (b"\2\xff", NOT_A_BLOB),
+    # The beginnings of blobs.
+    (b"\2", "malformed: an entry's header is cut short at byte 0"),
+    (b"\2\x81", "malformed: an entry's header is cut short at byte 0"),
+    (b"\2\1\0\0\0\0\x09",
+     "malformed: an entry's size runs past the end at byte 3"),
+    # Only the first header counts.
+    (blob.stored_file("a", b"") + b"\3" + bytes(6),
+     "malformed: an entry has an unknown header version at byte 8"),
+])
+@pytest.mark.parametrize("reader", READERS, ids=" ".join)
+def test_what_is_not_a_blob(run, tmp_path, reader, content, why):
+    (tmp_path / "blob").write_bytes(content)
+    assert run.fails(*arguments_for(reader, "blob")) == error("blob", why)
+    assert names(tmp_path) == ["blob"]
+
+
 def hostile_blobs():
     """Rows of the table of hostile blobs: file, offset or a star, where it counts, reason."""
     for line in (HOSTILE / "expected.txt").read_text().splitlines():
@@ -90,9 +113,12 @@ def test_hostile_blob(run, tmp_path, name, offset, where, reason):
     decoded = " in the decoded content" if where == "decoded" else ""
     number = r"\d+" if offset == "*" else offset
     shutil.copy(HOSTILE / name, tmp_path)
+    # A writer's blob begins with its version and one of these flags.
+    is_blob = (HOSTILE / name).read_bytes()[:2] in (b"\2\0", b"\2\1", b"\2\x80", b"\2\x81")
+    why = f"malformed: {re.escape(reason)}{decoded} at byte {number}" if is_blob else NOT_A_BLOB
+    assert is_blob or (where, offset) in (("blob", "0"), ("blob", "1"))
     # All decode alike, and a sanitizer makes that slow.
     for reader in READERS[:1] if run.sanitized else READERS:
-        assert re.fullmatch(
-            f"kpim: {re.escape(name)}: malformed: {re.escape(reason)}{decoded} at byte {number}\n",
-            run.fails(*arguments_for(reader, name)))
+        assert re.fullmatch(f"kpim: {re.escape(name)}: {why}\n",
+                            run.fails(*arguments_for(reader, name)))
     assert names(tmp_path) == [name]

@@ -5,8 +5,8 @@ import os
 import pytest
 
 import blob
-from kpim_program import (FAILED, NOT_SOLID, NO_SUCH_FILE, OK, error, make_bundle, poke_status,
-                          tree_of, write_blob)
+from kpim_program import (FAILED, NO_SUCH_FILE, OK, error, make_bundle, poke_status, result_of,
+                          tree_of, warning, write_blob)
 
 
 def test_verify(run, bundle, bundle_blob):
@@ -23,13 +23,13 @@ def test_verify(run, bundle, bundle_blob):
     assert run("verify", "blob", f"{bundle}/").returncode == OK
 
 
-def differences(run, bundle="B", warning=""):
-    """What verify says about the file "blob", of which it warns, and a bundle that differ."""
+def differences(run, bundle="B", said=""):
+    """What verify says about the file "blob", of which it says `said`, and a bundle that differ."""
     result = run("verify", "blob", bundle)
     assert result.returncode == FAILED
     lines = result.stdout.splitlines()
     noun = "difference" if len(lines) == 1 else "differences"
-    assert result.stderr == warning + error("blob", f"{len(lines)} {noun} from {bundle}")
+    assert result.stderr == said + error("blob", f"{len(lines)} {noun} from {bundle}")
     return lines
 
 
@@ -156,33 +156,6 @@ def test_verify_needs_a_directory_to_compare_with(run, tmp_path, small_blob):
     assert run.fails("verify", "small", "") == error("''", NO_SUCH_FILE)
 
 
-NOT_SOLID_BLOBS = {
-    "empty": b"",
-    "two roots": (blob.solid_root([blob.stored_file("a", b"1")]) +
-                  blob.solid_root([blob.stored_file("b", b"1")])),
-    "named root": blob.stored_directory("B", [blob.stored_file("a", b"1")]),
-    "file": blob.stored_file("a", b"1"),
-    "nameless file": blob.stored_file("", b"1"),
-    "root and file": blob.solid_root([]) + blob.stored_file("a", b"1"),
-}
-
-
-@pytest.mark.parametrize("data", NOT_SOLID_BLOBS.values(), ids=NOT_SOLID_BLOBS.keys())
-def test_verify_wants_one_nameless_directory(run, tmp_path, data):
-    (tmp_path / "blob").write_bytes(data)
-    assert run.fails("verify", "blob") == error("blob", NOT_SOLID)
-
-
-def test_verify_compares_even_without_a_solid_root(run, tmp_path):
-    (tmp_path / "blob").write_bytes(blob.stored_file("a", b"1"))
-    make_bundle(tmp_path / "B", {"a": b"1"})
-    assert run.fails("verify", "blob", "B") == error("blob", NOT_SOLID)
-    make_bundle(tmp_path / "B", {"a": b"2"})
-    result = run("verify", "blob", "B")
-    assert (result.returncode, result.stdout) == (FAILED, "different: a\n")
-    assert result.stderr == error("blob", NOT_SOLID) + error("blob", "1 difference from B")
-
-
 @pytest.mark.parametrize("compress", [True, False])
 def test_verify_accepts_an_empty_and_a_stored_root(run, tmp_path, compress):
     write_blob(tmp_path, [], compress=compress)
@@ -201,7 +174,41 @@ def test_verify_compares_the_later_of_two_entries(run, tmp_path):
         blob.stored_file("", b"4"),
     ])
     make_bundle(tmp_path / "B", {"a": b"1", "c": b"1", "d/x": b"1", "d/y": b"2", "z": b"3"})
-    warning = error("blob", "warning: 3 paths with more than one entry, of which the later one "
-                            "counts: a, ...")
-    assert differences(run, warning=warning) == [
+    said = (error("blob", "cannot be installed whole: 2 paths are both a file and a directory: ., ...")
+            + warning("blob", "2 paths with more than one file, of which the last counts: a, ..."))
+    assert differences(run, said=said) == [
         "type mismatch: .", "different: a", "type mismatch: c"]
+
+
+def test_verify_json(run, tmp_path):
+    write_blob(tmp_path, [blob.stored_file("a", b"1"), blob.stored_file("b", b"23"),
+                          blob.stored_file(b"c\xff", b"")])
+    assert result_of(run("verify", "--json", "blob")) == {
+        "ok": True, "blob": "blob", "entries": 3, "bytes": 3, "warnings": [], "errors": []}
+    bundle = make_bundle(tmp_path / "B", {"a": b"1", "b": b"23", b"c\xff": b""})
+    result = run("verify", "--json", "blob", "B")
+    assert (result.returncode, result.stderr) == (OK, "")
+    assert result_of(result) == {
+        "ok": True, "blob": "blob", "bundle": "B", "entries": 3, "bytes": 3, "differences": [],
+        "warnings": [], "errors": []}
+    (bundle / "b").unlink()
+    (bundle / "b").symlink_to("nowhere")
+    os.unlink(os.fsencode(bundle) + b"/c\xff")
+    result = run("verify", "--json", "blob", "B")
+    assert (result.returncode, result.stderr) == (FAILED, error("blob", "2 differences from B"))
+    assert result_of(result) == {
+        "ok": False, "blob": "blob", "bundle": "B", "entries": 3, "bytes": 3, "differences": [
+            {"kind": "unreadable", "path": "b", "text": NO_SUCH_FILE},
+            {"kind": "missing", "path": "c\ufffd", "pathBytes": "63ff"}],
+        "warnings": [], "errors": [{"about": "blob", "text": "2 differences from B"}]}
+    assert result_of(run("verify", "--json", "missing")) == {
+        "ok": False, "blob": "missing", "warnings": [],
+        "errors": [{"about": "missing", "text": NO_SUCH_FILE}]}
+
+
+def test_operands_do_not_steer_the_terminal(run, tmp_path):
+    write_blob(tmp_path, [], name="b\x1b")
+    make_bundle(tmp_path / "B\u202e", {})
+    result = run("verify", "b\x1b", "B\u202e")
+    assert (result.returncode, result.stdout) == (
+        OK, r"b\x1b: well formed, 0 entries, 0 bytes, the same as B\xe2\x80\xae" + "\n")

@@ -36,7 +36,9 @@ PROGRAM_FILES = {
     "libexec/kpinstallmanager/kpim",
     "libexec/kpinstallmanager/Resources/finalizer/Info-gnustep.plist",
     "libexec/kpinstallmanager/Resources/kpim/Info-gnustep.plist",
+    "libexec/kpinstallmanager/Resources/kpim/en.lproj/Localizable.strings",
     "share/bash-completion/completions/kpim",
+    "share/fish/vendor_completions.d/kpim.fish",
     "share/doc/kpinstallmanager/LICENSE",
     "share/doc/kpinstallmanager/copyright",
     *(f"share/doc/kpinstallmanager/{page}" for page in PAGES),
@@ -55,7 +57,7 @@ DEBIAN_FILES = PROGRAM_FILES | {
     "share/zsh/vendor-completions/_kpim",
 }
 NOBODY = 65534
-COMMANDS = ["pack", "list", "verify", "unpack", "check", "latest"]
+COMMANDS = ["pack", "list", "verify", "diff", "unpack", "check", "latest", "help"]
 
 
 def options_of(kpim, *command):
@@ -78,6 +80,7 @@ COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _kpim; printf '%s\\n' "${{COMPREPLY[@
 def test_completion_of_commands(kpim):
     assert complete("kpim", "") == {*COMMANDS, "--help", "--version"}
     assert complete("kpim", "p") == {"pack"}
+    assert complete("kpim", "help", "") == set(COMMANDS)
     help_text = subprocess.run([kpim, "--help"], check=True, text=True,
                                stdout=subprocess.PIPE).stdout
     told = set(re.findall(r"^  ([a-z]+)  ", help_text.split("Subcommands:")[1], re.M))
@@ -162,16 +165,22 @@ def test_zsh_completes_commands_and_options(kpim, zsh, command):
     for option in options:
         assert zsh.completed(f"kpim {command} {option[:-1]}") == f"kpim {command} {option}"
     told = (COMPLETIONS / "_kpim").read_text()
-    part = re.search(rf"^  {command}\)(.*?);;", told, re.M | re.S).group(1)
+    part = re.search(rf"^  {command}\)(.*?);;", told, re.M | re.S).group(1).replace(
+        "$json", "--json")
     assert options == {"--help", *re.findall(r"--[a-z][a-z-]+", part)}
 
 
 def test_zsh_completes_values(zsh, tmp_path):
     assert zsh.completed("kpim latest --kind pe") == "kpim latest --kind pep"
+    assert zsh.completed("kpim help di") == "kpim help diff"
     (tmp_path / "folder").mkdir()
     (tmp_path / "file").touch()
     assert zsh.completed("kpim pack f") == "kpim pack folder"
     assert zsh.completed("kpim list fi") == "kpim list file"
+    assert zsh.completed("kpim verify file f") == "kpim verify file folder"
+    assert zsh.completed("kpim unpack file f") == "kpim unpack file folder"
+    assert zsh.completed("kpim diff file fi") == "kpim diff file file"
+    assert zsh.completed("kpim latest --ca-file fi") == "kpim latest --ca-file file"
 
 
 def test_completion_of_values(tmp_path):
@@ -181,7 +190,28 @@ def test_completion_of_values(tmp_path):
     (tmp_path / "file").touch()
     start = str(tmp_path) + "/f"
     assert complete("kpim", "pack", start) == {start + "older"}
-    assert complete("kpim", "list", start) == {start + "older", start + "ile"}
+    folders, both = {start + "older"}, {start + "older", start + "ile"}
+    for words, offered in [
+            (["list"], both), (["list", "a"], set()), (["verify"], both), (["verify", "a"], folders),
+            (["verify", "--json", "a"], folders), (["verify", "-"], folders),
+            (["verify", "a", "b"], set()), (["unpack"], both), (["unpack", "a"], folders),
+            (["unpack", "a", "b"], set()), (["diff"], both), (["diff", "a"], both),
+            (["diff", "a", "b"], set()), (["pack", "-o", "b"], folders),
+            (["pack", "--output", "=", "b"], folders), (["pack", "a"], set()),
+            (["pack", "-o"], both), (["latest", "--ca-file"], both), (["latest", "--locale"], set()),
+            (["check"], set())]:
+        assert complete("kpim", *words, start) == offered, words
+
+
+def test_fish_completion_has_every_command_and_option(kpim):
+    """By its text: it is not run."""
+    text = (COMPLETIONS / "kpim.fish").read_text()
+    for command in COMMANDS:
+        assert f"-n $none -a {command} -d" in text
+        described = "".join(line for line in text.splitlines(True) if re.search(
+            rf"__fish_seen_subcommand_from [a-z ]*\b{command}\b", line))
+        assert {"--help", *(f"--{name}" for name in re.findall(r" -l ([a-z-]+)", described))} == (
+            options_of(kpim, command))
 
 
 def files_below(folder):
@@ -208,6 +238,8 @@ def check_texts(prefix, zsh_folder):
                 assert os.path.lexists((doc / page).parent / link), f"{page} links to {link}"
     assert (prefix / "share/bash-completion/completions/kpim").read_bytes() == (
         COMPLETIONS / "kpim.bash").read_bytes()
+    assert (prefix / "share/fish/vendor_completions.d/kpim.fish").read_bytes() == (
+        COMPLETIONS / "kpim.fish").read_bytes()
     assert (prefix / f"share/zsh/{zsh_folder}/_kpim").read_bytes() == (
         COMPLETIONS / "_kpim").read_bytes()
     notice = (prefix / "share/doc/kpinstallmanager/copyright").read_text()
@@ -456,7 +488,7 @@ def bare(packages, tmp_path):
 def check_runs(bare, kpim, finalizer, bundle, installed):
     assert bare.sh(f"{kpim} --version", user=NOBODY).startswith(f"kpim {VERSION}\n")
     shutil.copytree(bundle, bare.path("/srv/bundle"))
-    bare.sh(f"{kpim} pack /srv/bundle -o /tmp/blob --sort && {kpim} verify /tmp/blob /srv/bundle",
+    bare.sh(f"{kpim} pack /srv/bundle -o /tmp/blob && {kpim} verify /tmp/blob /srv/bundle",
             user=NOBODY)
     # The version is in the dictionary beside the program.
     assert f"to be installed: {VERSION}\n" in bare.sh(f"{kpim} check || true", user=NOBODY)

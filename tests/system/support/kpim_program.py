@@ -1,5 +1,6 @@
 """kpim as its users run it, and what its tests share."""
 
+import json
 import os
 import pathlib
 import stat
@@ -45,8 +46,10 @@ class Kpim:
     def __call__(self, *arguments, wrapper=(), environment=ENVIRONMENT, **options):
         options.setdefault("stdout", subprocess.PIPE)
         options.setdefault("stderr", subprocess.PIPE)
+        if "input" not in options:
+            options.setdefault("stdin", subprocess.DEVNULL)
         result = subprocess.run([*wrapper, self.program, *arguments], cwd=self.folder,
-                                env=environment, timeout=300, stdin=subprocess.DEVNULL, **options)
+                                env=environment, timeout=300, **options)
         result.stdout = os.fsdecode(result.stdout or b"")
         result.stderr = os.fsdecode(result.stderr or b"")
         return result
@@ -74,13 +77,14 @@ class Kpim:
             trace += ["-P", path]
         return self(*arguments, wrapper=trace, **options)
 
-    def with_memory(self, megabytes, *arguments):
+    def with_memory(self, megabytes, *arguments, **options):
         """Runs kpim with little memory. The address sanitizer needs address space without end;
         there no single request may be larger than half of `megabytes`."""
         wrapper = [] if self.sanitized else ["prlimit", f"--as={megabytes * 1_000_000}"]
         limits = f":allocator_may_return_null=1:max_allocation_size_mb={megabytes // 2}"
         asan = ENVIRONMENT["ASAN_OPTIONS"] + limits
-        return self(*arguments, wrapper=wrapper, environment={**ENVIRONMENT, "ASAN_OPTIONS": asan})
+        return self(*arguments, wrapper=wrapper, environment={**ENVIRONMENT, "ASAN_OPTIONS": asan},
+                    **options)
 
     def start(self, *arguments, **options):
         return subprocess.Popen([self.program, *arguments], cwd=self.folder, env=ENVIRONMENT,
@@ -125,6 +129,18 @@ def poke_status(mode=stat.S_IFREG | 0o644, size=0):
 
 def error(what, why):
     return f"kpim: {what}: {why}\n"
+
+
+def warning(what, why):
+    return f"kpim: warning: {what}: {why}\n"
+
+
+def result_of(run):
+    """The object that a run with --json has printed, without "seconds", which is a number of them."""
+    result = json.loads(run.stdout)
+    assert run.stdout.count("\n") == 1 and (run.returncode == OK) == result["ok"]
+    assert 0 <= result.pop("seconds") < 300
+    return result
 
 
 def read_terminal(descriptor):

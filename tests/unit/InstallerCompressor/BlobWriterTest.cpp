@@ -1,6 +1,7 @@
 #include <LzmaEnc.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -212,6 +213,88 @@ TEST(PrepareFileChunk, SearchesForMatchesAsDocumented) {
     settings.mc = cycles;
     EXPECT_TRUE(stream != CompressedWith(settings, data)) << cycles;
   }
+}
+
+// What an EncodingProgressHandler was called with.
+struct Progress {
+  std::vector<unsigned long> done;
+  unsigned long total = 0;
+};
+
+void NoteProgress(unsigned long done, unsigned long total, void* context) {
+  auto* const progress = static_cast<Progress*>(context);
+  progress->done.push_back(done);
+  progress->total = total;
+}
+
+// Words, which compress to some half.
+std::string ManyWords(size_t size) {
+  std::mt19937 random(5);
+  const std::string words = RandomBytes(1 << 16, 6);
+  std::string text;
+  while (text.size() < size) {
+    text += words.substr(random() % (1 << 16), 4 + random() % 28);
+  }
+  return text;
+}
+
+TEST(PrepareFileChunk, ReportsProgressThatNeverFallsAndEndsWithAll) {
+  const std::string text = ManyWords(1 << 20);
+  const ChunkList chunk(NewFile("f", text));
+  Progress progress;
+  const ChunkList entry(
+      PrepareFileChunk(chunk.get(), kCompressionLZMA, 1, NoteProgress, &progress));
+  EXPECT_TRUE(Contents(*entry) == Formatted("f", text, kCompressionLZMA).bytes);
+  EXPECT_EQ(text.size(), progress.total);
+  EXPECT_GT(progress.done.size(), 4U);
+  EXPECT_TRUE(std::is_sorted(progress.done.begin(), progress.done.end()));
+  EXPECT_LT(progress.done.front(), text.size() / 4);
+  ASSERT_FALSE(progress.done.empty());
+  EXPECT_EQ(text.size(), progress.done.back());
+}
+
+TEST(PrepareFileChunk, ReportsProgressOfWhatItStores) {
+  const std::string noise = RandomBytes(1 << 20);
+  for (const int type : {kCompressionStored, kCompressionLZMA}) {
+    const ChunkList chunk(NewFile("noise", noise));
+    Progress progress;
+    const ChunkList entry(PrepareFileChunk(chunk.get(), type, 1, NoteProgress, &progress));
+    EXPECT_TRUE(Contents(*entry) == StoredFile("noise", noise));
+    ASSERT_FALSE(progress.done.empty());
+    EXPECT_TRUE(std::is_sorted(progress.done.begin(), progress.done.end()));
+    EXPECT_EQ(noise.size(), progress.done.back());
+  }
+}
+
+TEST(PrepareFileChunk, ReportsNoProgressOfNothing) {
+  Progress progress;
+  EXPECT_EQ(nullptr, PrepareFileChunk(nullptr, kCompressionLZMA, 1, NoteProgress, &progress));
+  EXPECT_TRUE(progress.done.empty());
+}
+
+TEST(PrepareFileChunk, WithSeveralThreadsIsTheSameEveryTime) {
+  const std::string text = ManyWords(1 << 18);
+  const ChunkList chunk(NewFile("f", text));
+  std::string expected;
+  for (const unsigned int threads : {2U, 2U, 3U, 1000U}) {
+    Progress progress;
+    const ChunkList entry(
+        PrepareFileChunk(chunk.get(), kCompressionLZMA, threads, NoteProgress, &progress));
+    const ChunkList decoded(DismantleInstallerBlob(entry.get()));
+    ASSERT_NE(nullptr, decoded) << threads;
+    EXPECT_TRUE(Contents(*decoded) == text) << threads;
+    EXPECT_TRUE(expected.empty() || Contents(*entry) == expected) << threads;
+    expected = Contents(*entry);
+    EXPECT_TRUE(std::is_sorted(progress.done.begin(), progress.done.end()));
+    EXPECT_EQ(text.size(), progress.done.back());
+  }
+}
+
+TEST(PrepareFileChunk, WithoutThreadsOrHandlerIsTheDocumentedEntry) {
+  const std::string text = RepetitiveBytes();
+  const ChunkList chunk(NewFile("f", text));
+  const ChunkList entry(PrepareFileChunk(chunk.get(), kCompressionLZMA, 0, nullptr, nullptr));
+  EXPECT_TRUE(Contents(*entry) == Formatted("f", text, kCompressionLZMA).bytes);
 }
 
 TEST(PrepareFileChunk, ASolidRootBeginsAsDocumented) {

@@ -8,10 +8,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <map>
+#include <vector>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
@@ -325,7 +328,7 @@ TEST(SourceFromPath, TellsWhatItLeavesOutOrCutsShort) {
   WriteFile(tree + "/f", "x");
 
   Faults faults;
-  const ChunkList node(PlatformCreateSourceFromPath(tree.c_str(), NoteFault, &faults));
+  const ChunkList node(PlatformCreateSourceFromPath(tree.c_str(), nullptr, NoteFault, &faults));
   EXPECT_EQ((Faults{{tree + "/a/large", EFBIG},
                     {tree + "/a/self", ELOOP},
                     {tree + "/a/up", ELOOP},
@@ -335,8 +338,43 @@ TEST(SourceFromPath, TellsWhatItLeavesOutOrCutsShort) {
   EXPECT_EQ(Describe(Source(tree).get()), Describe(node.get()));
 
   faults.clear();
-  EXPECT_EQ(nullptr, PlatformCreateSourceFromPath((folder / "absent").c_str(), NoteFault, &faults));
+  EXPECT_EQ(nullptr,
+            PlatformCreateSourceFromPath((folder / "absent").c_str(), nullptr, NoteFault, &faults));
   EXPECT_EQ((Faults{{folder / "absent", ENOENT}}), faults);
+}
+
+// A SourceFilter whose context has the paths that it is asked about.
+bool WantsNoPrivateEntry(const char* path, void* context) {
+  static_cast<std::vector<std::string>*>(context)->push_back(path);
+  return strstr(path, "private") == nullptr;
+}
+
+TEST(SourceFromPath, LeavesOutWhatTheFilterRefuses) {
+  const TemporaryFolder folder;
+  const std::string tree = folder / "tree";
+  fs::create_directories(tree + "/a/private folder");
+  WriteFile(tree + "/a/private folder/f", "x");
+  WriteFile(tree + "/a/f", "x");
+  WriteFile(tree + "/.DS_Store", "x");
+  std::vector<std::string> asked;
+  const ChunkList node(
+      PlatformCreateSourceFromPath(tree.c_str(), WantsNoPrivateEntry, nullptr, &asked));
+  std::sort(asked.begin(), asked.end());
+  EXPECT_EQ((std::vector<std::string>{tree + "/a", tree + "/a/f", tree + "/a/private folder"}),
+            asked);
+  fs::remove_all(tree + "/a/private folder");
+  EXPECT_EQ(Describe(Source(tree).get()), Describe(node.get()));
+}
+
+TEST(SourceFromPath, ReportsNothingOfWhatTheFilterRefuses) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "tree");
+  ASSERT_EQ(0, mkfifo((folder / "tree/fifo").c_str(), 0600));
+  Faults faults;
+  const ChunkList node(PlatformCreateSourceFromPath(
+      (folder / "tree").c_str(), [](const char*, void*) { return false; }, NoteFault, &faults));
+  EXPECT_EQ(Faults(), faults);
+  EXPECT_EQ(nullptr, node->children);
 }
 
 TEST(SourceFromPath, TellsNothingOfAWholeTree) {
@@ -344,8 +382,8 @@ TEST(SourceFromPath, TellsNothingOfAWholeTree) {
   fs::create_directories(folder / "tree/a");
   WriteFile(folder / "tree/a/f", "x");
   Faults faults;
-  EXPECT_NE(nullptr,
-            ChunkList(PlatformCreateSourceFromPath((folder / "tree").c_str(), NoteFault, &faults)));
+  EXPECT_NE(nullptr, ChunkList(PlatformCreateSourceFromPath((folder / "tree").c_str(), nullptr,
+                                                            NoteFault, &faults)));
   EXPECT_EQ(Faults(), faults);
 }
 

@@ -527,7 +527,8 @@ TEST_F(FaultTest, BytesOfATreeThatAreMissingAreTold) {
     FirstFault fault;
     readableBytes = 4000;
     readFails = fails;
-    const ChunkList node(PlatformCreateSourceFromPath(folder.Path().c_str(), NoteFault, &fault));
+    const ChunkList node(
+        PlatformCreateSourceFromPath(folder.Path().c_str(), nullptr, NoteFault, &fault));
     readableBytes = -1;
     EXPECT_EQ(fails ? EIO : kFileBecameShorter, fault.error);
     EXPECT_EQ(1UL, fault.count);
@@ -539,7 +540,7 @@ TEST_F(FaultTest, ADirectoryWhoseStatusIsUnknownIsTold) {
   FirstFault fault;
   statusFails = true;
   const fileChunk* const node =
-      PlatformCreateSourceFromPath(folder.Path().c_str(), NoteFault, &fault);
+      PlatformCreateSourceFromPath(folder.Path().c_str(), nullptr, NoteFault, &fault);
   statusFails = false;
   EXPECT_EQ(nullptr, node);
   EXPECT_EQ(EIO, fault.error);
@@ -556,7 +557,7 @@ TEST_F(FaultTest, ATreeThatMemoryDoesNotSufficeForIsTold) {
   for (long allowed = 0; allowed < needed; ++allowed) {
     FirstFault fault;
     allowedRequests = allowed;
-    fileChunk* tree = PlatformCreateSourceFromPath(path.c_str(), NoteFault, &fault);
+    fileChunk* tree = PlatformCreateSourceFromPath(path.c_str(), nullptr, NoteFault, &fault);
     allowedRequests = -1;
     EXPECT_EQ(ENOMEM, fault.error) << allowed;
     DeleteFileChunks(tree);

@@ -235,6 +235,62 @@ class KPIMDownloadTest : public testing::Test {
   size_t logged_ = 0;
 };
 
+// ---- What it says of itself
+
+/// A response with an HTTP status.
+NSHTTPURLResponse* HTTPResponse(NSURL* url, NSInteger status) {
+  return [[[NSHTTPURLResponse alloc] initWithURL:url
+                                      statusCode:status
+                                     HTTPVersion:@"HTTP/1.1"
+                                    headerFields:nil] autorelease];
+}
+
+TEST_F(KPIMDownloadTest, StatusIsThatOfTheLastResponse) {
+  Make(true);
+  EXPECT_TRUE([[download_ url] isEqual:url_]);
+  [download_ startDownload];
+  EXPECT_EQ(0, [download_ statusCode]);
+  [download_ connection:nil didReceiveResponse:HTTPResponse(url_, 302)];
+  EXPECT_EQ(302, [download_ statusCode]);
+  [download_ connection:nil didReceiveResponse:HTTPResponse(url_, 404)];
+  EXPECT_EQ(404, [download_ statusCode]);
+  Respond(5);
+  EXPECT_EQ(404, [download_ statusCode]) << "a response of another protocol has none";
+  EXPECT_EQ(nil, [download_ failure]);
+}
+
+TEST_F(KPIMDownloadTest, FailureHasTheLoadersOwnWordsUnlikeTheLog) {
+  Make(true);
+  [download_ startDownload];
+  NSDictionary* info = [NSDictionary
+      dictionaryWithObjectsAndKeys:@"It failed.", NSLocalizedDescriptionKey, @"no route",
+                                   NSLocalizedFailureReasonErrorKey, nil];
+  [download_ connection:nil
+       didFailWithError:[NSError errorWithDomain:NSURLErrorDomain code:-1 userInfo:info]];
+  EXPECT_EQ("It failed. (no route)", Text([download_ failure]));
+  EXPECT_THAT(Log(), ElementsAre("[E] ERROR: URL download failed: It failed."));
+}
+
+TEST_F(KPIMDownloadTest, FailureOfABodyThatIsTooLong) {
+  Make(true);
+  [download_ setMostBytes:3];
+  [download_ startDownload];
+  Respond(4);
+  EXPECT_EQ("The reply is longer than 3 bytes.", Text([download_ failure]));
+}
+
+TEST_F(KPIMDownloadTest, AuthoritiesAreAPropertyOfTheRequest) {
+  Make(true);
+  [download_ startDownload];
+  EXPECT_EQ(nil, [NSURLProtocol propertyForKey:kKPIMAuthoritiesProperty
+                                     inRequest:network_.request()]);
+  [download_ setAuthoritiesFile:@"/other.pem"];
+  [download_ setAuthoritiesFile:@"/own.pem"];
+  [download_ startDownload];
+  EXPECT_EQ("/own.pem", Text([NSURLProtocol propertyForKey:kKPIMAuthoritiesProperty
+                                                 inRequest:network_.request()]));
+}
+
 // ---- Making one
 
 TEST_F(KPIMDownloadTest, KeepsWhatItIsGivenUntilItGoes) {

@@ -190,6 +190,32 @@ TEST_F(KPIMVersionManagerTest, AsksForTheOtherPlayersDescription) {
   }
 }
 
+TEST_F(KPIMVersionManagerTest, AsksForAChosenLocale) {
+  EXPECT_EQ(nil, [manager_ address]);
+  [manager_ sendVersionXMLRequestFor:1 locale:@"de" authoritiesFile:@"/own.pem"];
+  EXPECT_NE(std::string::npos, URL().find("/version_de_mac_pep.xml"));
+  EXPECT_EQ(URL(), Text([[manager_ address] absoluteString]));
+  EXPECT_EQ("/own.pem", Text([NSURLProtocol propertyForKey:kKPIMAuthoritiesProperty
+                                                 inRequest:network_.request()]));
+  EXPECT_EQ(0, [manager_ statusCode]);
+}
+
+TEST_F(KPIMVersionManagerTest, ReportsWhyItFailed) {
+  Request();
+  EXPECT_EQ(nil, [manager_ failure]);
+  NSHTTPURLResponse* response = [[NSHTTPURLResponse alloc] initWithURL:[manager_ address]
+                                                            statusCode:503
+                                                           HTTPVersion:@"HTTP/1.1"
+                                                          headerFields:nil];
+  [network_.delegate() connection:noConnection_ didReceiveResponse:response];
+  [response release];
+  EXPECT_EQ(503, [manager_ statusCode]);
+  NSDictionary* info = [NSDictionary dictionaryWithObject:@"gone" forKey:NSLocalizedDescriptionKey];
+  [network_.delegate() connection:noConnection_
+                 didFailWithError:[NSError errorWithDomain:NSURLErrorDomain code:-1 userInfo:info]];
+  EXPECT_EQ("gone", Text([manager_ failure]).substr(0, 4));
+}
+
 TEST_F(KPIMVersionManagerTest, AsksForTheKeyWithoutATranslation) {
   s_locale = nil;
   Request();

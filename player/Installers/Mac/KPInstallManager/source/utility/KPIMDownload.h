@@ -15,6 +15,10 @@ enum : int {
   kDownloadStateFailed = 4,
 };
 
+/// Name of the request's property (NSURLProtocol) that holds the path of the file with the
+/// authorities, for loaders that verify certificates themselves.
+extern NSString* const kKPIMAuthoritiesProperty;
+
 /// Hears how a download in asynchronous mode goes, on the thread that started it.
 @protocol KPIMDownloadProgressReceiver <NSObject>
 
@@ -57,6 +61,9 @@ enum : int {
   KPIMLogger* m_logger;
   bool m_asyncModeOn;
   unsigned long long m_mostBytes;
+  NSString* m_authoritiesFile;
+  int m_statusCode;
+  NSString* m_failure;
 }
 
 /// A download of `url` that has not started. `directory` and `filename` name the file to write;
@@ -74,6 +81,20 @@ enum : int {
 /// server announces or sends more, the download is cancelled, with a line in the log, and the
 /// delegate's `downloadDidFail` is called.
 - (void)setMostBytes:(unsigned long long)mostBytes;
+
+/// Has the server's certificate verified against the certificates of the PEM file at `path` instead
+/// of the system's authorities; nil, as at first, for these. Before `startDownload`. A file that
+/// cannot be read, or has no certificate in it, verifies no server.
+- (void)setAuthoritiesFile:(NSString*)path;
+
+/// What is fetched, as it was given to the initializer.
+- (NSURL*)url;
+
+/// In asynchronous mode: the HTTP status of the last response; 0 before the first one.
+- (int)statusCode;
+
+/// In asynchronous mode: why the download failed, as text for people; nil unless it did.
+- (NSString*)failure;
 
 /// Sends the request, past all caches, and removes the file of an earlier download. In asynchronous
 /// mode the server may be silent for 60 seconds at a time. In synchronous mode the call returns

@@ -2,6 +2,8 @@
 
 #import "player/Installers/Mac/KPInstallManager/source/utility/NSFileManager+RemoveItem.h"
 
+NSString* const kKPIMAuthoritiesProperty = @"KPIMAuthorities";
+
 namespace {
 
 constexpr NSTimeInterval kTimeOut = 60;
@@ -22,6 +24,21 @@ NSString* const kKeptNowhere =
     @"Downloaded data is not kept in memory and also is not saved to disk";
 NSString* const kHandleLeft = @"File handle should have been nil.";
 
+/// Replaces `field` by a copy of `value`, which may be nil.
+void Assign(NSString*& field, NSString* value) {
+  NSString* old = field;
+  field = [value copy];
+  [old release];
+}
+
+/// The text of `error` for people, with the loader's own words after it.
+NSString* FullDescription(NSError* error) {
+  NSString* description = [error localizedDescription];
+  NSString* reason = [error localizedFailureReason];
+  return [reason length] == 0 ? description
+                              : [NSString stringWithFormat:@"%@ (%@)", description, reason];
+}
+
 /// Whether `name` names an item of a folder. The start removes what it names, so a name that leads
 /// elsewhere, or to the folder itself, is none.
 bool IsPlainName(NSString* name) {
@@ -39,6 +56,7 @@ bool IsPlainName(NSString* name) {
 @interface KPIMDownload (Internal)
 
 - (void)_logError:(NSString*)message;
+- (void)_failWithReason:(NSString*)reason;
 - (bool)_giveUpBeyond:(unsigned long long)bytes;
 - (void)_writeChunk:(NSData*)chunk;
 - (void)_createFile;
@@ -88,11 +106,29 @@ bool IsPlainName(NSString* name) {
   [m_downloadFileHandle release];
   [m_data release];
   [m_urlConnection release];
+  [m_authoritiesFile release];
+  [m_failure release];
   [super dealloc];
 }
 
 - (void)setMostBytes:(unsigned long long)mostBytes {
   m_mostBytes = mostBytes;
+}
+
+- (void)setAuthoritiesFile:(NSString*)path {
+  Assign(m_authoritiesFile, path);
+}
+
+- (NSURL*)url {
+  return m_url;
+}
+
+- (int)statusCode {
+  return m_statusCode;
+}
+
+- (NSString*)failure {
+  return [[m_failure retain] autorelease];
 }
 
 - (bool)startDownload {
@@ -115,9 +151,13 @@ bool IsPlainName(NSString* name) {
     [m_urlConnection release];
     m_urlConnection = nil;
   }
-  NSURLRequest* request = [NSURLRequest requestWithURL:m_url
-                                           cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
-                                       timeoutInterval:kTimeOut];
+  NSMutableURLRequest* request =
+      [NSMutableURLRequest requestWithURL:m_url
+                              cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
+                          timeoutInterval:kTimeOut];
+  if (m_authoritiesFile != nil) {
+    [NSURLProtocol setProperty:m_authoritiesFile forKey:kKPIMAuthoritiesProperty inRequest:request];
+  }
   [m_data release];
   m_data = nil;
   if (!m_asyncModeOn) {
@@ -167,6 +207,9 @@ bool IsPlainName(NSString* name) {
   [m_data setLength:0];
   const long long length = [response expectedContentLength];
   m_bytesTotal = static_cast<unsigned long long>(length);
+  if ([response isKindOfClass:[NSHTTPURLResponse class]]) {
+    m_statusCode = static_cast<int>([static_cast<NSHTTPURLResponse*>(response) statusCode]);
+  }
   m_downloadState = kDownloadStateStarted;
   if (length > 0) {
     [self _giveUpBeyond:m_bytesTotal];
@@ -209,7 +252,8 @@ bool IsPlainName(NSString* name) {
 - (void)connection:(NSURLConnection*)connection didFailWithError:(NSError*)error {
   (void)connection;
   [[self retain] autorelease];
-  [self _logError:[NSString stringWithFormat:kDownloadFailed, [error localizedDescription]]];
+  [self _failWithReason:[error localizedDescription]];
+  Assign(m_failure, FullDescription(error));
   [self _closeFile];
   m_downloadState = kDownloadStateFailed;
   [m_downloadDataReceiverDelegate downloadDidFail];
@@ -223,14 +267,18 @@ bool IsPlainName(NSString* name) {
   [m_logger logTimeStampedString:message withLoggingLevel:kLogLevelError];
 }
 
+- (void)_failWithReason:(NSString*)reason {
+  Assign(m_failure, reason);
+  [self _logError:[NSString stringWithFormat:kDownloadFailed, reason]];
+}
+
 /// Ends the download if a body of so many bytes is too long. Returns whether it is.
 - (bool)_giveUpBeyond:(unsigned long long)bytes {
   if (m_mostBytes == 0 || bytes <= m_mostBytes) {
     return false;
   }
   if ([self cancelDownload]) {
-    NSString* reason = [NSString stringWithFormat:kTooLarge, m_mostBytes];
-    [self _logError:[NSString stringWithFormat:kDownloadFailed, reason]];
+    [self _failWithReason:[NSString stringWithFormat:kTooLarge, m_mostBytes]];
     [m_downloadDataReceiverDelegate downloadDidFail];
   }
   return true;

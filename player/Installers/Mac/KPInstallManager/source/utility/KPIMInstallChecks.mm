@@ -13,9 +13,6 @@ NSString* const kInfoFile = @"Contents/Info.plist";
 /// The build channel whose installations this one may replace marks its plug-in's text with this.
 NSString* const kChannelMark = @"d0";
 
-/// The last version before 10.6.0, packed as `getSystemOSVersion` packs it.
-constexpr unsigned int kNewestUnsupportedSystem = 0xA05FF;
-
 NSString* const kAllPassed = @"All install checks pass";
 NSString* const kSystemFormat = @"Failed install check: System OS version is %X";
 NSString* const kDowngradeFormat =
@@ -94,7 +91,7 @@ int IntegerAt(NSUInteger index, NSArray* components) {
 
 + (unsigned int)checkMinimumSystemRequirements {
   const unsigned int system = [KPIMCommonUtil getSystemOSVersion];
-  if (system > kNewestUnsupportedSystem) {
+  if (system >= kKPIMOldestSystem) {
     return kKPIMInstallChecksPassed;
   }
   LogFailure([NSString stringWithFormat:kSystemFormat, system]);

@@ -21,6 +21,9 @@ enum : unsigned int {
   kKPIMInstallChecksChannelSwitch = 4,
 };
 
+/// The oldest system that the player runs on, 10.6.0, packed as `getSystemOSVersion` packs it.
+constexpr unsigned int kKPIMOldestSystem = 0xA0600;
+
 /// Posted on the default notification center, without object and user information, when the
 /// version description has come with a message in it, or could not be fetched.
 extern NSString* const kKPIMVersionXMLReceivedNotification;
@@ -59,6 +62,21 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 /// thread whose run loop then runs in the default mode. A description of more than 8 MiB is given
 /// up as it arrives and counts as one that could not be fetched.
 - (void)sendVersionXMLRequestFor:(int)kind;
+
+/// The same for the locale `locale`, for that of the user when it is nil. `authoritiesFile` is a
+/// PEM file with the authorities to trust instead of the system's, or nil.
+- (void)sendVersionXMLRequestFor:(int)kind
+                          locale:(NSString*)locale
+                 authoritiesFile:(NSString*)authoritiesFile;
+
+/// Where the description comes from; nil before the request, and when a locale spoils the address.
+- (NSURL*)address;
+
+/// The HTTP status of the server's answer; 0 when there is none.
+- (int)statusCode;
+
+/// Why the answer could not be fetched, as text for people; nil unless the state is 4.
+- (NSString*)failure;
 
 /// 0 before the request, 1 after it, 2 when the answer has been read, whatever was in it, and 4
 /// when there was none (the numbers of `kDownloadState...`).

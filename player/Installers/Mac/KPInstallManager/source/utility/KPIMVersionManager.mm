@@ -41,9 +41,12 @@ void Assign(NSString*& field, NSString* value) {
   [old release];
 }
 
-NSURL* VersionXMLURL(int kind) {
+NSString* UserLocale() {
   // Without a translation this is the key itself: an empty default counts as none.
-  NSString* locale = [[NSBundle mainBundle] localizedStringForKey:kLocaleKey value:@"" table:nil];
+  return [[NSBundle mainBundle] localizedStringForKey:kLocaleKey value:@"" table:nil];
+}
+
+NSURL* VersionXMLURL(int kind, NSString* locale) {
   NSString* suffix = kind == kKPIMPlayerKindPepper ? kPepperSuffix : kPluginSuffix;
   return URLFromText([NSString stringWithFormat:kURLFormat, kBaseURL, locale, suffix]);
 }
@@ -92,13 +95,21 @@ void PostReceived() {
 }
 
 - (void)sendVersionXMLRequestFor:(int)kind {
-  mDownload = [[KPIMDownload alloc] initWithURL:VersionXMLURL(kind)
+  [self sendVersionXMLRequestFor:kind locale:nil authoritiesFile:nil];
+}
+
+- (void)sendVersionXMLRequestFor:(int)kind
+                          locale:(NSString*)locale
+                 authoritiesFile:(NSString*)authoritiesFile {
+  NSURL* url = VersionXMLURL(kind, locale != nil ? locale : UserLocale());
+  mDownload = [[KPIMDownload alloc] initWithURL:url
                                    downloadPath:nil
                                        filename:nil
                                          logger:[[self class] _logger]
                                        delegate:self
                                     asyncModeOn:true];
   [mDownload setMostBytes:kMostBytes];
+  [mDownload setAuthoritiesFile:authoritiesFile];
   [mDownload startDownload];
   mXMLDownloadState = kDownloadStateStarted;
 }
@@ -132,6 +143,18 @@ void PostReceived() {
   [self _logError:kNoAnswer];
   mXMLDownloadState = kDownloadStateFailed;
   PostReceived();
+}
+
+- (NSURL*)address {
+  return [mDownload url];
+}
+
+- (int)statusCode {
+  return [mDownload statusCode];
+}
+
+- (NSString*)failure {
+  return [mDownload failure];
 }
 
 - (int)downloadState {
