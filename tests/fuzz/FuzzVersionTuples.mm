@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMInstallChecks.h"
 #include "tests/fuzz/FuzzText.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionXML.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMVersionXML.h"
 #include "tests/fuzz/FuzzText.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "KPVendorConfig.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMInstallChecks.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
 #include "tools/kpim/Commands.h"
 #include "tools/kpim/FoundationText.h"
 #include "tools/kpim/JSON.h"

@@ -10,7 +10,7 @@
 #include <sstream>
 #include <string>
 
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMVersionManager.h"
 #include "tools/kpim/Commands.h"
 #include "tools/kpim/FoundationText.h"
 #include "tools/kpim/InputFile.h"

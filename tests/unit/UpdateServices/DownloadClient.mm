@@ -6,7 +6,7 @@
 // The events are "complete" and "fail"; before them "progress N" tells how many chunks came, when
 // any did. "body N" then tells how many bytes are kept in memory, "body (absent)" that none may be
 // read; --body gets them. "path PATH" is the file.
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMDownload.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMDownload.h"
 
 #include <stdio.h>
 #include <stdlib.h>

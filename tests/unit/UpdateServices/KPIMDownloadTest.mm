@@ -1,4 +1,4 @@
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMDownload.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMDownload.h"
 
 #include <gmock/gmock.h>
 #include <signal.h>

@@ -1,4 +1,4 @@
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMInstallChecks.h"
 
 #include <gmock/gmock.h>
 

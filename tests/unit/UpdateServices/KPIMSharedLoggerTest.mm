@@ -1,4 +1,4 @@
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMVersionManager.h"
 
 #include <gmock/gmock.h>
 #include <sys/wait.h>

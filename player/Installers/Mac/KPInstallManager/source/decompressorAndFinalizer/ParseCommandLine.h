@@ -1,6 +1,12 @@
-// The finalizer's switches.
+// The finalizer's arguments.
 #pragma once
 
-/// True when "-disableAnalytics" is among `argv[1]` to `argv[argc - 1]`, spelled exactly so. It
-/// may stand in any position; as the first argument it is the install root too.
+#import <Foundation/Foundation.h>
+
+/// Returns true when "-disableAnalytics" is among `argv[1]` to `argv[argc - 1]`, spelled exactly
+/// so. The switch may be in any position; as the first argument it is the install root too.
 bool ParseCommandLine(int argc, char** argv);
+
+/// Returns the install root, `argv[1]`, autoreleased. Nil when there is no such argument, or when
+/// it is not UTF-8.
+NSString* InstallRootArgument(int argc, char** argv);

@@ -16,3 +16,7 @@ bool ParseCommandLine(int argc, char** argv) {
   }
   return false;
 }
+
+NSString* InstallRootArgument(int argc, char** argv) {
+  return argc >= 2 ? [NSString stringWithUTF8String:argv[1]] : nil;
+}

@@ -1,6 +1,6 @@
 // Verifying a server against authorities of one's own, where the system asks the connection's
 // delegate.
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMDownload.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMDownload.h"
 
 #import <Security/Security.h>
 

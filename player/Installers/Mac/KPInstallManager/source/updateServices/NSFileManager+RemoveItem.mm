@@ -1,4 +1,4 @@
-#import "player/Installers/Mac/KPInstallManager/source/utility/NSFileManager+RemoveItem.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/NSFileManager+RemoveItem.h"
 
 #include <errno.h>
 #include <sys/stat.h>

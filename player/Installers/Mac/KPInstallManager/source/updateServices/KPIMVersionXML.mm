@@ -1,4 +1,4 @@
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionXML.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMVersionXML.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMDownload.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMDownload.h"
 
-#import "player/Installers/Mac/KPInstallManager/source/utility/NSFileManager+RemoveItem.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/NSFileManager+RemoveItem.h"
 
 NSString* const kKPIMAuthoritiesProperty = @"KPIMAuthorities";
 

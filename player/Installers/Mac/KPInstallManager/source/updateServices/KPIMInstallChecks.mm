@@ -1,9 +1,10 @@
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMInstallChecks.h"
+
 #include <limits.h>
 
 #include "KPVendorConfig.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
 
 namespace {
 

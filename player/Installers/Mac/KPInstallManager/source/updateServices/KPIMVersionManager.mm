@@ -1,10 +1,10 @@
 // The version description: request, answer, accessors.
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionManager.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMVersionManager.h"
 
 #include "KPVendorConfig.h"
+#import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMVersionXML.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPaths.h"
-#import "player/Installers/Mac/KPInstallManager/source/utility/KPIMVersionXML.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/URLFromText.h"
 
 NSString* const kKPIMVersionXMLReceivedNotification = @"kKPIMVersionXMLReceivedNotification";
