@@ -20,19 +20,19 @@ namespace {
 
 constexpr char kNotABlob[] = "not a payload blob";
 
-/// Standard input is read in steps that begin with this size, in bytes, and double.
+// Standard input is read in steps that begin with this size, in bytes, and double.
 constexpr size_t kFirstStep = 1 << 20;
 
 struct MemoryReleaser {
   void operator()(unsigned char* bytes) const { free(bytes); }
 };
 
-/// The bytes of a blob.
+// The bytes of a blob.
 struct BlobBytes {
   std::unique_ptr<unsigned char, MemoryReleaser> bytes;
   size_t length = 0;
 
-  /// Makes room for `capacity` bytes and keeps those that are there. False when there is no memory.
+  // Makes room for `capacity` bytes and keeps those that are there. False when there is no memory.
   bool Reserve(size_t capacity) {
     auto* const larger = static_cast<unsigned char*>(realloc(bytes.get(), capacity));
     if (!larger) {
@@ -44,7 +44,7 @@ struct BlobBytes {
   }
 };
 
-/// Why the file cannot be a blob; absent when it can.
+// Why the file cannot be a blob; absent when it can.
 const char* Unfit(const struct stat& status) {
   if (S_ISDIR(status.st_mode)) {
     return "Is a directory";
@@ -55,7 +55,7 @@ const char* Unfit(const struct stat& status) {
   return static_cast<unsigned long>(status.st_size) > kMaximumBlobLength ? kBlobTooLarge : nullptr;
 }
 
-/// Reads the file at `path` whole. False, and reported, when that cannot be done.
+// Reads the file at `path` whole. False, and reported, when that cannot be done.
 bool ReadFile(const std::string& path, BlobBytes& blob) {
   InputFile file;
   if (const int error = file.Open(path)) {
@@ -82,7 +82,7 @@ bool ReadFile(const std::string& path, BlobBytes& blob) {
   return true;
 }
 
-/// Reads standard input to its end. False, and reported, when that cannot be done.
+// Reads standard input to its end. False, and reported, when that cannot be done.
 bool ReadStandardInput(const std::string& name, BlobBytes& blob) {
   if (isatty(STDIN_FILENO) != 0) {
     ReportError(name, "a terminal: a blob comes from a file or a pipe");
@@ -117,8 +117,8 @@ bool ReadStandardInput(const std::string& name, BlobBytes& blob) {
   return true;
 }
 
-/// Whether the bytes begin as every writer's first header does: with the version and the flags of
-/// a known compression type, as far as there are any. One byte is enough.
+// Whether the bytes begin as every writer's first header does: with the version and the flags of
+// a known compression type, as far as there are any. One byte is enough.
 bool BeginsAsBlob(const BlobBytes& blob) {
   if (blob.length == 0 || blob.bytes.get()[0] != kHeaderVersion) {
     return false;
@@ -130,7 +130,7 @@ bool BeginsAsBlob(const BlobBytes& blob) {
   return type == kCompressionStored || type == kCompressionLZMA;
 }
 
-/// The first of `paths`, with an ellipsis when there are more.
+// The first of `paths`, with an ellipsis when there are more.
 std::string FirstOf(const std::vector<std::string>& paths) {
   return paths.front() + (paths.size() > 1 ? ", ..." : "");
 }

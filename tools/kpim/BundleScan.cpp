@@ -15,10 +15,10 @@ namespace kpim {
 
 namespace {
 
-/// Sizes in a blob have 32 bits, and so has the length of a blob for its reader.
+// Sizes in a blob have 32 bits, and so has the length of a blob for its reader.
 constexpr unsigned long kMaximumSize = 0xFFFFFFFF;
 
-/// The length of a name has one byte.
+// The length of a name has one byte.
 constexpr size_t kMaximumNameLength = 0xFF;
 
 constexpr char kTooLarge[] = "too large for a blob: 4 GiB or more";

@@ -31,10 +31,10 @@ constexpr Verdict kVerdicts[] = {
 
 constexpr char kSystemVersionFile[] = "/System/Library/CoreServices/SystemVersion.plist";
 
-/// The version that stands for a system that says nothing about its own: 10.0.0.
+// The version that stands for a system that says nothing about its own: 10.0.0.
 constexpr unsigned int kUnknownSystem = 0xA0000;
 
-/// A version as `getSystemOSVersion` packs it, with dots.
+// A version as `getSystemOSVersion` packs it, with dots.
 std::string SystemVersion(unsigned int packed) {
   return std::to_string(packed >> 16) + "." + std::to_string(packed >> 8 & 0xFF) + "." +
          std::to_string(packed & 0xFF);
@@ -51,7 +51,7 @@ std::string DescribeSystem() {
          needed;
 }
 
-/// Why the check `bit` failed.
+// Why the check `bit` failed.
 std::string ReasonOf(unsigned int bit, NSString* installed, NSString* offered) {
   switch (bit) {
     case kKPIMInstallChecksSystemTooOld:

@@ -82,7 +82,7 @@ constexpr char kLatestFooter[] =
 constexpr char kBlobHelp[] = "The blob; - for standard input";
 constexpr char kJSONHelp[] = "Print the result as JSON";
 
-/// CLI11's complaint about arguments that are left over, with these in their order.
+// CLI11's complaint about arguments that are left over, with these in their order.
 std::string DescribeLeftOver(const CLI::App& command) {
   const std::vector<std::string> arguments = command.remaining();
   std::string text = arguments.size() > 1 ? "The following arguments were not expected:"
@@ -93,7 +93,7 @@ std::string DescribeLeftOver(const CLI::App& command) {
   return text;
 }
 
-/// Says what is wrong with the command line, in the name of the chosen command if there is one.
+// Says what is wrong with the command line, in the name of the chosen command if there is one.
 void ReportUsageError(const CLI::App& app, const CLI::ParseError& error) {
   const auto commands = app.get_subcommands();
   const auto unknown = app.remaining();
@@ -216,7 +216,7 @@ void AddCheckCommand(CLI::App& app, int& status) {
   command->callback([options, &status] { status = Check(*options); });
 }
 
-/// Empty when `text` can be the part of a file's name that names a locale, else why not.
+// Empty when `text` can be the part of a file's name that names a locale, else why not.
 std::string CheckLocale(const std::string& text) {
   const auto isPart = [](char character) {
     return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
@@ -252,7 +252,7 @@ void AddLatestCommand(CLI::App& app, int& status) {
   command->callback([options, &status] { status = Latest(*options); });
 }
 
-/// Adds "kpim help [COMMAND]", which prints the help of that command or of kpim.
+// Adds "kpim help [COMMAND]", which prints the help of that command or of kpim.
 void AddHelpCommand(CLI::App& app, int& status) {
   const auto name = std::make_shared<std::string>();
   CLI::App* command = app.add_subcommand("help", "Print the help of a command");

@@ -36,7 +36,7 @@ std::string ParentOf(const std::string& path) {
   return slash == std::string::npos ? "" : path.substr(0, slash);
 }
 
-/// What the sink writes: for each path, relative to the directory, the entry that counts.
+// What the sink writes: for each path, relative to the directory, the entry that counts.
 class Expectation {
  public:
   struct Entry {
@@ -44,14 +44,14 @@ class Expectation {
     bool found = false;
   };
 
-  /// Entries that the sink cannot write are added to `differences`.
+  // Entries that the sink cannot write are added to `differences`.
   Expectation(const fileChunk* list, Differences& differences) : differences_(differences) {
     Expect(list, "");
   }
 
   std::map<std::string, Entry>& entries() { return entries_; }
 
-  /// The entry at `path`; absent when there is none.
+  // The entry at `path`; absent when there is none.
   const fileChunk* NodeAt(const std::string& path) const {
     const auto entry = entries_.find(path);
     return entry != entries_.end() ? entry->second.node : nullptr;
@@ -63,7 +63,7 @@ class Expectation {
   }
 
  private:
-  /// Notes where the sink writes each node of `list`.
+  // Notes where the sink writes each node of `list`.
   void Expect(const fileChunk* list, const std::string& parent) {
     for (const fileChunk* node = list; node; node = node->next) {
       const std::string path = PathOf(*node, parent);
@@ -165,7 +165,7 @@ class DirectoryComparison {
     }
   }
 
-  /// Adds what was expected in the directories that were listed, and not found.
+  // Adds what was expected in the directories that were listed, and not found.
   void AddMissing() {
     std::sort(listed_.begin(), listed_.end());
     for (const auto& [path, expected] : expectation_.entries()) {

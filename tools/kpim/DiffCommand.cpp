@@ -20,7 +20,7 @@ bool IsDirectory(const std::string& path) {
   return path != kStandardStream && stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// Exchanges the sides of every difference.
+// Exchanges the sides of every difference.
 void Reverse(std::vector<Difference>& differences) {
   for (Difference& difference : differences) {
     if (difference.kind == DifferenceKind::kMissing) {
@@ -31,12 +31,12 @@ void Reverse(std::vector<Difference>& differences) {
   }
 }
 
-/// One side of the comparison: a directory, or the tree of a blob.
+// One side of the comparison: a directory, or the tree of a blob.
 struct Side {
   explicit Side(const std::string& operand)
       : path(operand), name(BlobName(operand)), isDirectory(IsDirectory(operand)) {}
 
-  /// Reads the blob. False, and reported, when that fails; true for a directory.
+  // Reads the blob. False, and reported, when that fails; true for a directory.
   bool Read() {
     if (isDirectory) {
       return true;
@@ -52,7 +52,7 @@ struct Side {
   const std::string name;
   const bool isDirectory;
   ChunkList tree;
-  /// Whether the finalizer would install all of the blob.
+  // Whether the finalizer would install all of the blob.
   bool isFit = true;
 };
 
@@ -68,7 +68,7 @@ std::vector<Difference> Compare(const Side& left, const Side& right) {
   return differences;
 }
 
-/// Prints the differences, or that there are none.
+// Prints the differences, or that there are none.
 void PrintText(const std::vector<Difference>& differences, const Side& left, const Side& right,
                const TreeTotals& totals) {
   PrintDifferences(differences);

@@ -8,7 +8,7 @@ namespace {
 
 constexpr char kReplacementCharacter[] = "\xEF\xBF\xBD";
 
-/// Code points from here on take two units of UTF-16, which is what \u counts in.
+// Code points from here on take two units of UTF-16, which is what \u counts in.
 constexpr unsigned int kFirstSupplementary = 0x10000;
 
 std::string EscapedUnit(unsigned int unit) { return Formatted("\\u%04x", unit); }

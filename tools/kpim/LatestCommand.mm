@@ -25,7 +25,7 @@ namespace {
 
 constexpr char kCommand[] = "latest";
 
-/// With six significant digits at most, and a dot in every locale.
+// With six significant digits at most, and a dot in every locale.
 std::string Number(float value) {
   std::ostringstream text;
   text.imbue(std::locale::classic());
@@ -33,7 +33,7 @@ std::string Number(float value) {
   return text.str();
 }
 
-/// JSON has no infinity, which is what a number too large for a float is read as.
+// JSON has no infinity, which is what a number too large for a float is read as.
 std::string JSONNumber(float value) { return std::isfinite(value) ? Number(value) : "null"; }
 
 void PrintText(KPIMVersionManager* manager) {
@@ -55,8 +55,8 @@ void PrintJSON(KPIMVersionManager* manager) {
         "\n");
 }
 
-/// Lets the request of `manager` go on until it has ended or `timeLimit` seconds are over. Returns
-/// whether it has ended.
+// Lets the request of `manager` go on until it has ended or `timeLimit` seconds are over. Returns
+// whether it has ended.
 bool WaitForAnswer(KPIMVersionManager* manager, int timeLimit) {
   const StageLine stage("fetching the version description");
   NSDate* end = [NSDate dateWithTimeIntervalSinceNow:timeLimit];
@@ -71,13 +71,13 @@ bool WaitForAnswer(KPIMVersionManager* manager, int timeLimit) {
   return true;
 }
 
-/// The address that was asked, or the command when there is none.
+// The address that was asked, or the command when there is none.
 std::string Asked(KPIMVersionManager* manager) {
   NSString* address = [[manager address] absoluteString];
   return address != nil ? UTF8(address) : kCommand;
 }
 
-/// What the answer lacks of a version description; empty when nothing.
+// What the answer lacks of a version description; empty when nothing.
 std::string Lacking(KPIMVersionManager* manager) {
   const bool hasVersion = [manager XMLVersionString] != nil;
   const bool hasMessage = [manager HTMLDisplayString] != nil;
@@ -89,7 +89,7 @@ std::string Lacking(KPIMVersionManager* manager) {
 
 bool IsSuccess(int status) { return status >= 200 && status < 300; }
 
-/// Says why there is no description. False when there is one.
+// Says why there is no description. False when there is one.
 bool ReportFailure(KPIMVersionManager* manager) {
   const std::string asked = Asked(manager);
   const int status = [manager statusCode];
@@ -116,7 +116,7 @@ NSString* FoundationText(const std::optional<std::string>& text) {
   return text ? [NSString stringWithUTF8String:text->c_str()] : nil;
 }
 
-/// False, and reported, unless the file with the authorities can be read.
+// False, and reported, unless the file with the authorities can be read.
 bool CheckAuthorities(const LatestOptions& options) {
   if (!options.authorities) {
     return true;

@@ -31,7 +31,7 @@ void PrintJSONEntry(const fileChunk* node, const std::string& indentation) {
   Print("}");
 }
 
-/// Prints a sibling list as an array whose closing bracket is indented by `indentation`.
+// Prints a sibling list as an array whose closing bracket is indented by `indentation`.
 void PrintJSONList(const fileChunk* list, const std::string& indentation) {
   if (!list) {
     Print("[]");

@@ -23,11 +23,11 @@ constexpr char kTemporaryName[] = ".kpim-XXXXXX";
 constexpr mode_t kMode = 0644;
 constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
-/// What a signal handler removes; absent when there is nothing to remove.
+// What a signal handler removes; absent when there is nothing to remove.
 std::atomic<const char*> temporaryToRemove{nullptr};
 static_assert(std::atomic<const char*>::is_always_lock_free, "read by a signal handler");
 
-/// Installed with SA_RESETHAND: raised again, the signal ends the process as it would have.
+// Installed with SA_RESETHAND: raised again, the signal ends the process as it would have.
 void RemoveTemporary(int signal) {
   // Untested: a process that a signal ends writes no counts.
   if (const char* path = temporaryToRemove.load()) {
@@ -55,9 +55,9 @@ mode_t CurrentUmask() {
   return mask;
 }
 
-/// Makes the names in the directory at `path` durable, as far as the system can: a directory
-/// may be closed to readers, and a file system need not know the operation (EINVAL). Returns 0
-/// or an errno value.
+// Makes the names in the directory at `path` durable, as far as the system can: a directory
+// may be closed to readers, and a file system need not know the operation (EINVAL). Returns 0
+// or an errno value.
 int SynchronizeDirectory(const std::string& path) {
   const int descriptor = open(path.c_str(), O_RDONLY);
   if (descriptor < 0) {

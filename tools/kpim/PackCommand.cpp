@@ -32,8 +32,8 @@ namespace {
 constexpr char kBlobExtension[] = ".lzma";
 constexpr char kChanged[] = "changed while it was packed";
 
-/// The blob's name when none is given: the bundle's with the extension, beside it. Absent,
-/// and reported, when the bundle's own name cannot be found out.
+// The blob's name when none is given: the bundle's with the extension, beside it. Absent,
+// and reported, when the bundle's own name cannot be found out.
 std::optional<std::string> DefaultOutput(const std::string& bundle) {
   const std::string leaf = LeafOf(bundle);
   if (leaf != "." && leaf != "..") {
@@ -47,33 +47,33 @@ std::optional<std::string> DefaultOutput(const std::string& bundle) {
   return std::string(path) + kBlobExtension;
 }
 
-/// What reading the bundle has found wrong.
+// What reading the bundle has found wrong.
 struct Fault {
   std::string path;
   std::string why;
 };
 
-/// The context of the two functions that reading the bundle calls.
+// The context of the two functions that reading the bundle calls.
 struct Reading {
-  /// Bytes of a path before what is relative to the bundle.
+  // Bytes of a path before what is relative to the bundle.
   size_t prefixLength;
   Exclusion& exclusion;
   std::vector<Fault> faults;
 };
 
-/// A SourceFilter.
+// A SourceFilter.
 bool IsWanted(const char* path, void* context) {
   auto* reading = static_cast<Reading*>(context);
   return !reading->exclusion.Excludes(path + reading->prefixLength);
 }
 
-/// A SourceFaultHandler.
+// A SourceFaultHandler.
 void NoteFault(const char* path, int error, void* context) {
   static_cast<Reading*>(context)->faults.push_back(
       {path, error == kFileBecameShorter ? "became shorter while it was read" : strerror(error)});
 }
 
-/// Reads the bundle. Absent, and reported, unless the tree is all that the scan has found.
+// Reads the bundle. Absent, and reported, unless the tree is all that the scan has found.
 ChunkList Read(const PackOptions& options, const std::string& bundle, const TreeTotals& found,
                Exclusion& exclusion) {
   Reading reading = {JoinPath(bundle, "x").size() - 1, exclusion, {}};
@@ -94,12 +94,12 @@ ChunkList Read(const PackOptions& options, const std::string& bundle, const Tree
   return reading.faults.empty() ? std::move(root) : nullptr;
 }
 
-/// An EncodingProgressHandler whose context is a StageLine.
+// An EncodingProgressHandler whose context is a StageLine.
 void ShowProgress(unsigned long done, unsigned long total, void* context) {
   static_cast<StageLine*>(context)->Update(done, total);
 }
 
-/// The bundle as one encoded entry. Absent, and reported, when that fails.
+// The bundle as one encoded entry. Absent, and reported, when that fails.
 ChunkList Encode(const PackOptions& options, const std::string& bundle, const TreeTotals& found,
                  Exclusion& exclusion) {
   ChunkList root = Read(options, bundle, found, exclusion);
@@ -120,8 +120,8 @@ ChunkList Encode(const PackOptions& options, const std::string& bundle, const Tr
   return encoded;
 }
 
-/// Decodes the entry again and compares it with the bundle. False, and reported, when the two
-/// are not the same.
+// Decodes the entry again and compares it with the bundle. False, and reported, when the two
+// are not the same.
 bool IsSame(const PackOptions& options, fileChunk* encoded, const std::string& bundle,
             Exclusion& exclusion) {
   BlobFault fault;
@@ -160,7 +160,7 @@ bool IsStored(const fileChunk* encoded) {
   return compressionType == kCompressionStored;
 }
 
-/// Reports what the scan has found. False when that shall end the command.
+// Reports what the scan has found. False when that shall end the command.
 bool Warn(const PackOptions& options, const std::string& bundle,
           const std::vector<PackWarning>& warnings) {
   for (const PackWarning& warning : warnings) {
@@ -205,7 +205,7 @@ std::string SummaryOf(const std::string& output, const fileChunk* encoded, const
   return text + part + (IsStored(encoded) ? ", not compressed" : "");
 }
 
-/// One "kpim pack".
+// One "kpim pack".
 class Packing {
  public:
   explicit Packing(const PackOptions& options)
@@ -213,7 +213,7 @@ class Packing {
         bundle_(WithoutTrailingSlashes(options.bundle)),
         exclusion_(options.excluded) {}
 
-  /// Returns the exit status.
+  // Returns the exit status.
   int Run() {
     const int status = Write() ? kExitOK : kExitFailed;
     return options_.json ? result_.Print(status) : status;
@@ -245,7 +245,7 @@ class Packing {
     return output && file.Choose(*output);
   }
 
-  /// Looks at the bundle before anything is read or written.
+  // Looks at the bundle before anything is read or written.
   bool Scan(const OutputFile& file) {
     BundleScan scan(file.directory(), file.replaced(), exclusion_);
     if (!scan.Scan(bundle_)) {

@@ -60,7 +60,7 @@ void StageLine::Update(unsigned long done, unsigned long total) {
   Show(progress, "");
 }
 
-/// Blanks cover what was shown before.
+// Blanks cover what was shown before.
 void StageLine::Show(const std::string& progress, const char* ending) {
   std::string line = text_ + (progress.empty() ? "" : " ") + progress;
   line.resize(std::min(line.size(), kColumns));

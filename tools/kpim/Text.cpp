@@ -11,8 +11,8 @@ struct Range {
   unsigned int first, last;
 };
 
-/// Control characters, and those of Unicode's "format" category and its separators of lines that
-/// turn the direction of text, hide in it or end its line: with them a name can show as another.
+// Control characters, and those of Unicode's "format" category and its separators of lines that
+// turn the direction of text, hide in it or end its line: with them a name can show as another.
 constexpr Range kUnprintable[] = {
     {0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x61C, 0x61C},
     {0x180E, 0x180E}, {0x200B, 0x200B}, {0x200E, 0x200F}, {0x2028, 0x202E},

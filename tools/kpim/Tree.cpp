@@ -18,14 +18,14 @@ constexpr char kTop[] = ".";
 
 bool HasName(const fileChunk* node) { return node->name && node->name[0] != '\0'; }
 
-/// Whether the entry is a file with the name of a directory.
+// Whether the entry is a file with the name of a directory.
 bool IsMisnamed(const fileChunk& node) {
   const char* const name = node.name ? node.name : "";
   const size_t length = strlen(name);
   return !node.isDirectory && (length == 0 || name[length - 1] == '/');
 }
 
-/// Notes the paths of a tree, with whether a directory has them, and those that are shared.
+// Notes the paths of a tree, with whether a directory has them, and those that are shared.
 class PathNotes {
  public:
   void Add(const fileChunk* list, const std::string& parent) {
@@ -62,7 +62,7 @@ class PathNotes {
   std::set<std::string> clashing_;
 };
 
-/// Which entries of a tree are asked for.
+// Which entries of a tree are asked for.
 class PathChoice {
  public:
   explicit PathChoice(const std::vector<std::string>& paths) {
@@ -71,7 +71,7 @@ class PathChoice {
     }
   }
 
-  /// Prunes the list of the directory `parent`. Returns whether anything is left of it.
+  // Prunes the list of the directory `parent`. Returns whether anything is left of it.
   bool Prune(fileChunk*& list, const std::string& parent) {
     fileChunk** link = &list;
     while (fileChunk* const node = *link) {

@@ -20,7 +20,7 @@ namespace kpim {
 
 namespace {
 
-/// Makes sure that an empty directory stands at `path`. False, and reported, when not.
+// Makes sure that an empty directory stands at `path`. False, and reported, when not.
 bool PrepareDirectory(const std::string& path) {
   if (PlatformCreateDirectory(path.c_str())) {
     return true;
@@ -53,7 +53,7 @@ std::string Describe(const Difference& difference) {
   }
 }
 
-/// Names each entry that is not on disk as it should be, then counts them.
+// Names each entry that is not on disk as it should be, then counts them.
 void ReportFailures(const UnpackOptions& options, const std::vector<Difference>& differences,
                     const SinkReport& report) {
   for (const Difference& difference : differences) {
@@ -64,7 +64,7 @@ void ReportFailures(const UnpackOptions& options, const std::vector<Difference>&
                                      " entries could not be written: " + strerror(report.error));
 }
 
-/// Leaves in `tree` what is asked for. False, and reported, when the blob lacks some of it.
+// Leaves in `tree` what is asked for. False, and reported, when the blob lacks some of it.
 bool Choose(const UnpackOptions& options, ChunkList& tree) {
   if (options.paths.empty()) {
     return true;
@@ -78,7 +78,7 @@ bool Choose(const UnpackOptions& options, ChunkList& tree) {
   return missing.empty();
 }
 
-/// Writes the tree. False, and reported, when not all of it could be written.
+// Writes the tree. False, and reported, when not all of it could be written.
 bool Write(const UnpackOptions& options, fileChunk* tree, Result& result) {
   SinkReport report;
   {

@@ -13,7 +13,7 @@ namespace kpim {
 
 namespace {
 
-/// Compares the tree with the bundle and prints the differences. False when there are any.
+// Compares the tree with the bundle and prints the differences. False when there are any.
 bool IsSame(const fileChunk* tree, const VerifyOptions& options, Result& result) {
   const std::vector<Difference> differences = CompareWithDirectory(tree, *options.bundle);
   result.members().Add("differences", JSONDifferences(differences));

@@ -16,24 +16,24 @@ namespace SASM {
 
 namespace {
 
-/// A file shorter than this is never parsed.
+// A file shorter than this is never parsed.
 constexpr size_t kMinimumFileSize = 4;
 constexpr unsigned char kUTF8Mark[] = {0xEF, 0xBB, 0xBF};
-/// The two UTF-16 marks as little-endian numbers: FE FF and FF FE.
+// The two UTF-16 marks as little-endian numbers: FE FF and FF FE.
 constexpr unsigned int kUTF16BigEndianMark = 0xFFFE;
 constexpr unsigned int kUTF16LittleEndianMark = 0xFEFF;
 
 constexpr size_t kInitialLineCapacity = 1024;
 constexpr char kSeparator = '=';
 constexpr char kLineFormat[] = "%s=%s\n";
-/// As a signed byte: the controls, the space, and everything from 0x80.
+// As a signed byte: the controls, the space, and everything from 0x80.
 constexpr signed char kLastBlank = ' ';
 
-/// A file of so many bytes, or one whose lines store so many, is refused. Blank values take the
-/// tail of an earlier line, so a small file may otherwise ask for more memory than there is.
+// A file of so many bytes, or one whose lines store so many, is refused. Blank values take the
+// tail of an earlier line, so a small file may otherwise ask for more memory than there is.
 constexpr size_t kMostBytes = size_t{256} * 1024 * 1024;
 
-/// For a file that is created; the process's mask applies.
+// For a file that is created; the process's mask applies.
 constexpr mode_t kNewFileMode = 0666;
 
 struct FileCloser {
@@ -41,7 +41,7 @@ struct FileCloser {
 };
 using OwnedFile = std::unique_ptr<FILE, FileCloser>;
 
-/// A stream on `descriptor`, which it owns; null, with the descriptor closed, when there is none.
+// A stream on `descriptor`, which it owns; null, with the descriptor closed, when there is none.
 OwnedFile StreamOf(int descriptor, const char* mode) {
   FILE* file = fdopen(descriptor, mode);
   if (file == nullptr) {
@@ -54,8 +54,8 @@ bool EmptyFile(FILE* file) {
   return Uninterrupted([&] { return ftruncate(fileno(file), 0); }) == 0;
 }
 
-/// The next byte, or EOF; read again after a signal. The engine has one thread: the stream's lock,
-/// taken for each byte, would be most of the work (getc_unlocked(3)).
+// The next byte, or EOF; read again after a signal. The engine has one thread: the stream's lock,
+// taken for each byte, would be most of the work (getc_unlocked(3)).
 int NextByte(FILE* file) {
   int byte = getc_unlocked(file);
   while (byte == EOF && ferror(file) != 0 && errno == EINTR) {
@@ -65,7 +65,7 @@ int NextByte(FILE* file) {
   return byte;
 }
 
-/// What the first bytes of `file`, at its start, say about it.
+// What the first bytes of `file`, at its start, say about it.
 int32_t DetectEncoding(FILE* file) {
   unsigned char start[kMinimumFileSize];
   for (unsigned char& each : start) {
@@ -85,29 +85,29 @@ int32_t DetectEncoding(FILE* file) {
 
 bool IsBlank(char byte) { return static_cast<signed char>(byte) <= kLastBlank; }
 
-/// The text of one line after the other. It is never cleared in between: the value of a line with a
-/// blank value is what an earlier, longer line left behind.
+// The text of one line after the other. It is never cleared in between: the value of a line with a
+// blank value is what an earlier, longer line left behind.
 class LineBuffer {
  public:
-  LineBuffer() : mBytes(Allocate(kInitialLineCapacity)), mCapacity(kInitialLineCapacity) {}
+  LineBuffer() : bytes_(Allocate(kInitialLineCapacity)), capacity_(kInitialLineCapacity) {}
   LineBuffer(const LineBuffer&) = delete;
   LineBuffer& operator=(const LineBuffer&) = delete;
-  ~LineBuffer() { delete[] mBytes; }
+  ~LineBuffer() { delete[] bytes_; }
 
-  /// Reads one line and terminates it. Returns whether the file may hold another. Stops within a
-  /// line of `kMostBytes`.
+  // Reads one line and terminates it. Returns whether the file may hold another. Stops within a
+  // line of `kMostBytes`.
   bool ReadLine(FILE* file) {
     size_t length = 0;
     int byte = NextByte(file);
     for (; byte != EOF && byte != '\n' && byte != '\r' && length + 1 < kMostBytes;
          byte = NextByte(file)) {
-      if (length + 1 == mCapacity) {
+      if (length + 1 == capacity_) {
         Grow();
       }
-      mBytes[length++] = static_cast<char>(byte);
+      bytes_[length++] = static_cast<char>(byte);
     }
-    mBytes[length] = '\0';
-    mReadCount += length + 1;
+    bytes_[length] = '\0';
+    readCount_ += length + 1;
     // Whatever follows a CR belongs to the line end.
     if (byte == '\r') {
       byte = NextByte(file);
@@ -115,27 +115,27 @@ class LineBuffer {
     return byte != EOF;
   }
 
-  char* Text() { return mBytes; }
+  char* Text() { return bytes_; }
 
-  /// Bytes read so far, each line end counted as one.
-  size_t ReadCount() const { return mReadCount; }
+  // Bytes read so far, each line end counted as one.
+  size_t ReadCount() const { return readCount_; }
 
  private:
-  /// Zeros, and one more than asked for: after a line that fills the buffer, the text behind
-  /// its NUL is still a text, the empty one.
+  // Zeros, and one more than asked for: after a line that fills the buffer, the text behind
+  // its NUL is still a text, the empty one.
   static char* Allocate(size_t capacity) { return new char[capacity + 1](); }
 
   void Grow() {
-    char* grown = Allocate(2 * mCapacity);
-    memcpy(grown, mBytes, mCapacity);
-    delete[] mBytes;
-    mBytes = grown;
-    mCapacity *= 2;
+    char* grown = Allocate(2 * capacity_);
+    memcpy(grown, bytes_, capacity_);
+    delete[] bytes_;
+    bytes_ = grown;
+    capacity_ *= 2;
   }
 
-  char* mBytes;
-  size_t mCapacity;
-  size_t mReadCount = 0;
+  char* bytes_;
+  size_t capacity_;
+  size_t readCount_ = 0;
 };
 
 }  // namespace
@@ -222,24 +222,32 @@ void ConfigFileManager::ProcessLine(char* line) {
 }
 
 char* ConfigFileManager::StripString(char* text) {
-  if (text == nullptr) return nullptr;
+  if (text == nullptr) {
+    return nullptr;
+  }
   char* terminator = text + strlen(text);
   char* first = text;
-  while (first < terminator && IsBlank(*first)) ++first;
+  while (first < terminator && IsBlank(*first)) {
+    ++first;
+  }
   // The NUL is a blank too: it takes blank text one byte past its end, where the next text lies.
-  if (first == terminator) return terminator + 1;
+  if (first == terminator) {
+    return terminator + 1;
+  }
 
   char* last = terminator - 1;
-  while (IsBlank(*last)) --last;
+  while (IsBlank(*last)) {
+    --last;
+  }
   last[1] = '\0';
   return first;
 }
 
-SimpleString const& ConfigFileManager::ValueForKey(SimpleString const& key) {
+const SimpleString& ConfigFileManager::ValueForKey(const SimpleString& key) {
   return mSettings.findFirst(key).mPair->value;
 }
 
-void ConfigFileManager::UpdateSetting(SimpleString const& key, SimpleString const& value) {
+void ConfigFileManager::UpdateSetting(const SimpleString& key, const SimpleString& value) {
   const MultiMap::iterator found = mSettings.findFirst(key);
   if (found.mPair == mSettings.mEnd) {
     mSettings.insert(key, value);
@@ -268,14 +276,14 @@ bool ConfigFileManager::UpdateSettingsFile() {
 }
 
 void ConfigFileManager::ProcessSettingsForWrite(FILE* file) {
-  for (MultiMapPair const* pair = mSettings.mFirst; pair != mSettings.mEnd; pair = pair->next) {
+  for (const MultiMapPair* pair = mSettings.mFirst; pair != mSettings.mEnd; pair = pair->next) {
     (void)fprintf(file, kLineFormat, pair->key.mString, pair->value.mString);
   }
 }
 
 StringVector* ConfigFileManager::CreateListOfAllKeys() {
   StringVector* keys = new StringVector;
-  for (MultiMapPair const* pair = mSettings.mFirst; pair != mSettings.mEnd; pair = pair->next) {
+  for (const MultiMapPair* pair = mSettings.mFirst; pair != mSettings.mEnd; pair = pair->next) {
     keys->addElement(&pair->key);
   }
   return keys;

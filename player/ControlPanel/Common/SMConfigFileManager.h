@@ -70,11 +70,11 @@ class ConfigFileManager {
 
   /// The value of the first setting with this key; the empty string for a missing key. The
   /// reference holds until the setting is removed.
-  SimpleString const& ValueForKey(SimpleString const& key);
+  const SimpleString& ValueForKey(const SimpleString& key);
 
   /// Gives the first setting with this key a new value in its place, or appends a setting. Key
   /// and value are taken as they are.
-  void UpdateSetting(SimpleString const& key, SimpleString const& value);
+  void UpdateSetting(const SimpleString& key, const SimpleString& value);
 
   /// Replaces the file by the settings, in place: it is created if absent, its folder is not.
   /// Returns false, with nothing changed, when the path is empty, the settings are incomplete, or

@@ -6,11 +6,11 @@ namespace SASM {
 
 namespace {
 
-bool IsEqual(SimpleString const& left, SimpleString const& right) {
+bool IsEqual(const SimpleString& left, const SimpleString& right) {
   return strcmp(left.mString, right.mString) == 0;
 }
 
-bool HasKey(MultiMapPair const* pair, SimpleString const& key) {
+bool HasKey(const MultiMapPair* pair, const SimpleString& key) {
   // Compared in a copy of its own: the list is built for the few lines of a settings file.
   const SimpleString storedKey(pair->key);  // NOLINT(performance-unnecessary-copy-initialization)
   return IsEqual(storedKey, key);
@@ -18,7 +18,7 @@ bool HasKey(MultiMapPair const* pair, SimpleString const& key) {
 
 }  // namespace
 
-MultiMapPair::MultiMapPair(SimpleString const& pairKey, SimpleString const& pairValue)
+MultiMapPair::MultiMapPair(const SimpleString& pairKey, const SimpleString& pairValue)
     : MultiMapPair() {
   key = pairKey;
   value = pairValue;
@@ -35,7 +35,9 @@ bool MultiMap::Initialize() {
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 MultiMap::iterator MultiMap::insert(SimpleString key, SimpleString value) {
   for (iterator found = findFirst(key); found.mPair != mEnd; found = findNext(found)) {
-    if (IsEqual(found.mPair->value, value)) return found;
+    if (IsEqual(found.mPair->value, value)) {
+      return found;
+    }
   }
 
   MultiMapPair* pair = new MultiMapPair(key, value);
@@ -68,18 +70,24 @@ uint64_t MultiMap::erase(SimpleString key) {
   return count;
 }
 
-MultiMap::iterator MultiMap::find(SimpleString const& key) { return findFirst(key); }
+MultiMap::iterator MultiMap::find(const SimpleString& key) { return findFirst(key); }
 
-MultiMap::iterator MultiMap::findFirst(SimpleString const& key) {
+MultiMap::iterator MultiMap::findFirst(const SimpleString& key) {
   MultiMapPair* pair = mFirst;
-  while (pair != mEnd && !HasKey(pair, key)) pair = pair->next;
+  while (pair != mEnd && !HasKey(pair, key)) {
+    pair = pair->next;
+  }
   return {pair, this};
 }
 
 MultiMap::iterator MultiMap::findNext(iterator previous) {
-  if (previous.mPair == mEnd) return previous;
+  if (previous.mPair == mEnd) {
+    return previous;
+  }
   MultiMapPair* pair = previous.mPair->next;
-  while (pair != mEnd && !HasKey(pair, previous.mPair->key)) pair = pair->next;
+  while (pair != mEnd && !HasKey(pair, previous.mPair->key)) {
+    pair = pair->next;
+  }
   return {pair, this};
 }
 

@@ -10,9 +10,9 @@ namespace SASM {
 /// One key and its value: a node of the map's list.
 struct MultiMapPair {
   MultiMapPair() = default;
-  MultiMapPair(SimpleString const& pairKey, SimpleString const& pairValue);
-  MultiMapPair(MultiMapPair const&) = delete;
-  MultiMapPair& operator=(MultiMapPair const&) = delete;
+  MultiMapPair(const SimpleString& pairKey, const SimpleString& pairValue);
+  MultiMapPair(const MultiMapPair&) = delete;
+  MultiMapPair& operator=(const MultiMapPair&) = delete;
 
   SimpleString key;
   SimpleString value;
@@ -39,8 +39,8 @@ class MultiMap {
   /// Unusable until `Initialize` is called, once. Whoever calls that owes the map one
   /// `DeleteAllEntries` before it goes: it has no destructor of its own.
   MultiMap() = default;
-  MultiMap(MultiMap const&) = delete;
-  MultiMap& operator=(MultiMap const&) = delete;
+  MultiMap(const MultiMap&) = delete;
+  MultiMap& operator=(const MultiMap&) = delete;
 
   /// Makes an empty map. Always true.
   bool Initialize();
@@ -53,10 +53,10 @@ class MultiMap {
   uint64_t erase(SimpleString key);
 
   /// The same as `findFirst`.
-  iterator find(SimpleString const& key);
+  iterator find(const SimpleString& key);
 
   /// The first pair with this key, or the end marker.
-  iterator findFirst(SimpleString const& key);
+  iterator findFirst(const SimpleString& key);
 
   /// The next pair after `previous` with the same key, or the end marker.
   iterator findNext(iterator previous);

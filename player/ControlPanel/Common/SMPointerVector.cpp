@@ -15,7 +15,7 @@ PointerVector::PointerVector()
 
 PointerVector::~PointerVector() { delete[] mElements; }
 
-bool PointerVector::addElement(void const* element) {
+bool PointerVector::addElement(const void* element) {
   if (mCount == mCapacity) {
     const unsigned int doubled = 2 * mCapacity;
     void** grown = new void*[doubled];

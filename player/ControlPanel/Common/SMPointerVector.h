@@ -9,19 +9,19 @@ class PointerVector {
  public:
   /// An empty vector with room for 10 elements.
   PointerVector();
-  PointerVector(PointerVector const&) = delete;
-  PointerVector& operator=(PointerVector const&) = delete;
+  PointerVector(const PointerVector&) = delete;
+  PointerVector& operator=(const PointerVector&) = delete;
   /// Frees the array, not the elements.
   virtual ~PointerVector();
 
   /// Releases one element of the vector.
   virtual void deleteElement(void* element) = 0;
   /// A copy of `element` for the vector to hold.
-  virtual void* copyElement(void const* element) = 0;
+  virtual void* copyElement(const void* element) = 0;
 
   /// Appends a copy of `element`, made by `copyElement`; a full array is doubled first.
   /// Always true.
-  bool addElement(void const* element);
+  bool addElement(const void* element);
 
   /// Slots 0 to `mCount` - 1 hold elements; the others hold nothing meaningful.
   void** mElements;

@@ -13,8 +13,8 @@ StringVector::~StringVector() {
 
 void StringVector::deleteElement(void* element) { delete static_cast<SimpleString*>(element); }
 
-void* StringVector::copyElement(void const* element) {
-  return new SimpleString(*static_cast<SimpleString const*>(element));
+void* StringVector::copyElement(const void* element) {
+  return new SimpleString(*static_cast<const SimpleString*>(element));
 }
 
 }  // namespace SASM

@@ -10,15 +10,15 @@ namespace SASM {
 class StringVector : public SMImplementation::PointerVector {
  public:
   StringVector() = default;
-  StringVector(StringVector const&) = delete;
-  StringVector& operator=(StringVector const&) = delete;
+  StringVector(const StringVector&) = delete;
+  StringVector& operator=(const StringVector&) = delete;
   /// Hands every element, first to last, to `deleteElement`.
   ~StringVector() override;
 
   /// Releases a `SimpleString` that `copyElement` made; a null pointer is left alone.
   void deleteElement(void* element) override;
   /// A new copy of the `SimpleString` that `element` points to.
-  void* copyElement(void const* element) override;
+  void* copyElement(const void* element) override;
 };
 
 }  // namespace SASM

@@ -5,12 +5,14 @@
 
 namespace SASM {
 
-SimpleString::SimpleString(char const* text) : mString(CopyString(text)) {}
+SimpleString::SimpleString(const char* text) : mString(CopyString(text)) {}
 
-SimpleString::SimpleString(SimpleString const& other) : mString(CopyString(other.mString)) {}
+SimpleString::SimpleString(const SimpleString& other) : mString(CopyString(other.mString)) {}
 
-SimpleString& SimpleString::operator=(SimpleString const& other) {
-  if (this == &other) return *this;
+SimpleString& SimpleString::operator=(const SimpleString& other) {
+  if (this == &other) {
+    return *this;
+  }
   // Copied first: if there is no memory, this string stays as it was.
   char* copy = CopyString(other.mString);
   delete[] mString;
@@ -20,8 +22,10 @@ SimpleString& SimpleString::operator=(SimpleString const& other) {
 
 SimpleString::~SimpleString() { delete[] mString; }
 
-char* SimpleString::CopyString(char const* text) {
-  if (text == nullptr) text = "";
+char* SimpleString::CopyString(const char* text) {
+  if (text == nullptr) {
+    text = "";
+  }
   const size_t byteCount = strlen(text) + 1;
   char* copy = new char[byteCount];
   memcpy(copy, text, byteCount);
@@ -34,7 +38,9 @@ size_t SimpleString::toLowercase() {
   for (; mString[length] != '\0'; ++length) {
     char& byte = mString[length];
     // Not tolower(3), which may change more than A to Z under some locales.
-    if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte + kCaseDistance);
+    if (byte >= 'A' && byte <= 'Z') {
+      byte = static_cast<char>(byte + kCaseDistance);
+    }
   }
   return length;
 }
@@ -42,10 +48,12 @@ size_t SimpleString::toLowercase() {
 bool SimpleString::boolValue() const {
   SimpleString lowered(*this);
   lowered.toLowercase();
-  char const* text = lowered.mString;
+  const char* text = lowered.mString;
 
   const long number = strtol(text, nullptr, 10);
-  if (strcmp(text, "true") == 0 || strcmp(text, "t") == 0 || strcmp(text, "yes") == 0) return true;
+  if (strcmp(text, "true") == 0 || strcmp(text, "t") == 0 || strcmp(text, "yes") == 0) {
+    return true;
+  }
   return number != 0 || strcmp(text, "y") == 0;
 }
 

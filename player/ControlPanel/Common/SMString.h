@@ -10,14 +10,14 @@ namespace SASM {
 class SimpleString {
  public:
   /// Holds a copy of `text`; a null pointer gives the empty string.
-  explicit SimpleString(char const* text = nullptr);
-  SimpleString(SimpleString const& other);
-  SimpleString& operator=(SimpleString const& other);
+  explicit SimpleString(const char* text = nullptr);
+  SimpleString(const SimpleString& other);
+  SimpleString& operator=(const SimpleString& other);
   ~SimpleString();
 
   /// A new array with a copy of `text` up to and with its NUL, or with the empty string for a
   /// null pointer. The caller frees it with `delete[]`.
-  static char* CopyString(char const* text);
+  static char* CopyString(const char* text);
 
   /// Turns A to Z into a to z in place and leaves every other byte as it is. Returns the
   /// string's length in bytes.

@@ -72,9 +72,11 @@ class DecodedContent {
   explicit DecodedContent(unsigned char* bytes) : bytes_(bytes), discarded_(BytesToStep(bytes)) {}
 
   // Nothing before `end`, which lies within the content, is read again.
-  void DiscardUpTo(unsigned char const* end) {
+  void DiscardUpTo(const unsigned char* end) {
     const auto before = static_cast<unsigned long>(end - bytes_);
-    if (before < discarded_ + kDiscardStep) return;
+    if (before < discarded_ + kDiscardStep) {
+      return;
+    }
     const unsigned long count = (before - discarded_) / kDiscardStep * kDiscardStep;
     // Only an advice: where it is not taken the pages stay until the array is freed.
     (void)madvise(bytes_ + discarded_, count, MADV_FREE);
@@ -82,7 +84,7 @@ class DecodedContent {
   }
 
  private:
-  static unsigned long BytesToStep(unsigned char const* bytes) {
+  static unsigned long BytesToStep(const unsigned char* bytes) {
     return -reinterpret_cast<std::uintptr_t>(bytes) % kDiscardStep;
   }
 
@@ -92,7 +94,7 @@ class DecodedContent {
 
 // A run of entries in memory, and where it lies for whoever reads a fault.
 struct Sequence {
-  unsigned char const* bytes;
+  const unsigned char* bytes;
   unsigned long length;
   unsigned long origin;     // offset of `bytes` in the blob, or in the decoded content
   DecodedContent* decoded;  // the content it lies in; absent in the blob itself
@@ -153,7 +155,9 @@ fileChunk* BlobDecoder::DecodeSequence(const Sequence& sequence) {
   fileChunk** link = &head;
   for (unsigned long position = 0; position != sequence.length;) {
     fileChunk* const node = new (std::nothrow) fileChunk;
-    if (!node) Refuse(kNoMemory, sequence, position);
+    if (!node) {
+      Refuse(kNoMemory, sequence, position);
+    }
     // Linked while it is still empty, so that the list holds all there is to free.
     *link = node;
     if (!node || !DecodeEntry(sequence, position, *node)) {
@@ -169,7 +173,9 @@ fileChunk* BlobDecoder::DecodeSequence(const Sequence& sequence) {
 bool BlobDecoder::DecodeEntry(const Sequence& sequence, unsigned long& position, fileChunk& node) {
   EntryLayout entry = {};
   entry.start = position;
-  if (!DecodeHeader(sequence, entry, node)) return false;
+  if (!DecodeHeader(sequence, entry, node)) {
+    return false;
+  }
   if (entry.compressionType == kCompressionLZMA) {
     return DecodeLZMAEntry(sequence, entry, position, node);
   }
@@ -180,19 +186,27 @@ bool BlobDecoder::DecodeEntry(const Sequence& sequence, unsigned long& position,
 bool BlobDecoder::DecodeHeader(const Sequence& sequence, EntryLayout& entry, fileChunk& node) {
   const unsigned long start = entry.start;
   const unsigned long available = sequence.length - start;
-  if (available < kNamelessHeaderLength) return Refuse(kHeaderCutShort, sequence, start);
-  unsigned char const* const header = sequence.bytes + start;
-  if (header[0] != kHeaderVersion) return Refuse(kUnknownVersion, sequence, start);
+  if (available < kNamelessHeaderLength) {
+    return Refuse(kHeaderCutShort, sequence, start);
+  }
+  const unsigned char* const header = sequence.bytes + start;
+  if (header[0] != kHeaderVersion) {
+    return Refuse(kUnknownVersion, sequence, start);
+  }
   const unsigned long nameLength = header[kNameLengthOffset];
   if (available < kNamelessHeaderLength + nameLength) {
     return Refuse(kNameCutShort, sequence, start + kNameLengthOffset);
   }
-  if (!CheckName(sequence, start + kNameOffset, nameLength)) return false;
+  if (!CheckName(sequence, start + kNameOffset, nameLength)) {
+    return false;
+  }
 
   entry.payload = start + decodeHeaderV2(header, entry.compressionType, node.name,
                                          entry.isDirectory, entry.payloadLength);
   entry.sizeField = start + kNameOffset + nameLength;
-  if (!node.name) return Refuse(kNoMemory, sequence, start + kNameOffset);
+  if (!node.name) {
+    return Refuse(kNoMemory, sequence, start + kNameOffset);
+  }
   if (entry.compressionType != kCompressionStored && entry.compressionType != kCompressionLZMA) {
     return Refuse(kUnknownType, sequence, start + kFlagsOffset);
   }
@@ -207,11 +221,17 @@ bool BlobDecoder::DecodeHeader(const Sequence& sequence, EntryLayout& entry, fil
 
 // A name is one path leaf, which may end in one slash.
 bool BlobDecoder::CheckName(const Sequence& sequence, unsigned long offset, unsigned long length) {
-  if (length == 0) return true;
-  unsigned char const* const name = sequence.bytes + offset;
+  if (length == 0) {
+    return true;
+  }
+  const unsigned char* const name = sequence.bytes + offset;
   const unsigned long leafLength = name[length - 1] == '/' ? length - 1 : length;
-  if (memchr(name, '\0', length)) return Refuse(kNameHasNUL, sequence, offset);
-  if (memchr(name, '/', leafLength)) return Refuse(kNameHasSlash, sequence, offset);
+  if (memchr(name, '\0', length)) {
+    return Refuse(kNameHasNUL, sequence, offset);
+  }
+  if (memchr(name, '/', leafLength)) {
+    return Refuse(kNameHasSlash, sequence, offset);
+  }
   if ((leafLength == 1 || leafLength == 2) && memcmp(name, "..", leafLength) == 0) {
     return Refuse(kNameIsDots, sequence, offset);
   }
@@ -223,15 +243,21 @@ bool BlobDecoder::CheckName(const Sequence& sequence, unsigned long offset, unsi
 bool BlobDecoder::CheckLZMAClaim(const Sequence& sequence, unsigned long subHeader,
                                  unsigned long streamLength) {
   const unsigned long claim = decodeFormattedFileSize(sequence.bytes + subHeader);
-  if (claim > streamLength * kGreatestExpansion) return Refuse(kClaimTooLarge, sequence, subHeader);
+  if (claim > streamLength * kGreatestExpansion) {
+    return Refuse(kClaimTooLarge, sequence, subHeader);
+  }
   const unsigned int propertiesByte = sequence.bytes[subHeader + kLZMAPropertiesOffset];
   if (propertiesByte >= kPropertiesEnd) {
     return Refuse(kBadProperties, sequence, subHeader + kLZMAPropertiesOffset);
   }
   unsigned long cost = ProbabilityTableSize(propertiesByte);
   // Outside of streams, the stream's own length pays for the claim.
-  if (sequence.decoded) cost += claim;
-  if (cost > budget_) return Refuse(kTooCostly, sequence, subHeader);
+  if (sequence.decoded) {
+    cost += claim;
+  }
+  if (cost > budget_) {
+    return Refuse(kTooCostly, sequence, subHeader);
+  }
   budget_ -= cost;
   return true;
 }
@@ -241,7 +267,9 @@ bool BlobDecoder::DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& e
   SizeT produced = 0;
   SizeT consumed = 0;
   unsigned char* const decoded = DecodeStream(sequence, entry, produced, consumed);
-  if (!decoded) return false;
+  if (!decoded) {
+    return false;
+  }
   position = entry.payload + kLZMASubHeaderLength + consumed;
 
   const unsigned long claim = decodeFormattedFileSize(sequence.bytes + entry.payload);
@@ -269,9 +297,11 @@ unsigned char* BlobDecoder::DecodeStream(const Sequence& sequence, const EntryLa
   }
   const unsigned long stream = entry.payload + kLZMASubHeaderLength;
   const unsigned long streamLength = entry.payloadLength - kLZMASubHeaderLength;
-  if (!CheckLZMAClaim(sequence, entry.payload, streamLength)) return nullptr;
+  if (!CheckLZMAClaim(sequence, entry.payload, streamLength)) {
+    return nullptr;
+  }
 
-  char const* properties = nullptr;
+  const char* properties = nullptr;
   unsigned int propertyCount = 0;
   unsigned long claim = 0;
   decodeLZMAHeader(sequence.bytes + entry.payload, properties, propertyCount, claim);
@@ -287,9 +317,11 @@ unsigned char* BlobDecoder::DecodeStream(const Sequence& sequence, const EntryLa
   consumed = std::min(entry.payloadLength, sequence.length - stream);
   ELzmaStatus status = LZMA_STATUS_NOT_SPECIFIED;
   const SRes result = LzmaDecode(decoded, &produced, sequence.bytes + stream, &consumed,
-                                 reinterpret_cast<Byte const*>(properties), propertyCount,
+                                 reinterpret_cast<const Byte*>(properties), propertyCount,
                                  LZMA_FINISH_ANY, &status, &GlobalAllocObject);
-  if (result == SZ_OK && produced <= claim && consumed <= streamLength) return decoded;
+  if (result == SZ_OK && produced <= claim && consumed <= streamLength) {
+    return decoded;
+  }
 
   delete[] decoded;
   if (result == SZ_OK) {
@@ -324,12 +356,16 @@ bool BlobDecoder::RehearseSequence(const Sequence& sequence) {
 }
 
 bool BlobDecoder::TakeContent(const Sequence& content, const EntryLayout& entry, fileChunk& node) {
-  if (entry.isDirectory) return TakeChildren(content, node);
+  if (entry.isDirectory) {
+    return TakeChildren(content, node);
+  }
   if (isRehearsal_) {
     return true;
   }
   node.data = new (std::nothrow) unsigned char[content.length];
-  if (!node.data) return Refuse(kNoMemory, content, 0);
+  if (!node.data) {
+    return Refuse(kNoMemory, content, 0);
+  }
   CopyContent(content, node.data);
   node.size = content.length;
   return true;
@@ -341,7 +377,9 @@ void BlobDecoder::CopyContent(const Sequence& content, unsigned char* copy) {
     const unsigned long count = std::min(content.length - position, kDiscardStep);
     memcpy(copy + position, content.bytes + position, count);
     position += count;
-    if (content.decoded) content.decoded->DiscardUpTo(content.bytes + position);
+    if (content.decoded) {
+      content.decoded->DiscardUpTo(content.bytes + position);
+    }
   }
 }
 
@@ -384,7 +422,9 @@ fileChunk* DismantleInstallerBlob(fileChunk* sources, BlobFault& fault) {
       DeleteFileChunks(first);
       return nullptr;
     }
-    if (!decoded) continue;
+    if (!decoded) {
+      continue;
+    }
     if (last) {
       DeleteFileChunks(last->next);
       last->next = decoded;

@@ -56,7 +56,9 @@ unsigned char* FlattenList(unsigned char* position, fileChunk* list) {
       continue;
     }
     const unsigned long size = node->size & kSizeMask;
-    if (size != 0) memcpy(position, node->data, size);
+    if (size != 0) {
+      memcpy(position, node->data, size);
+    }
     position += size;
   }
   return position;
@@ -171,9 +173,13 @@ unsigned int flatten(unsigned char* buffer, fileChunk* list) {
 
 fileChunk* PrepareSourceForSolidCompression(fileChunk* list) {
   const unsigned long length = EncodedLength(list, 0);
-  if (length > kSizeMask) return nullptr;
+  if (length > kSizeMask) {
+    return nullptr;
+  }
   fileChunk* const root = NewChunk(length);
-  if (!root) return nullptr;
+  if (!root) {
+    return nullptr;
+  }
 
   flatten(root->data, list);
   root->isDirectory = true;
@@ -186,15 +192,23 @@ fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType) {
 
 fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType, unsigned int threads,
                             EncodingProgressHandler* handler, void* context) {
-  if (!chunk || chunk->size == 0 || !chunk->data) return nullptr;
-  if (compressionType != kCompressionStored && compressionType != kCompressionLZMA) return nullptr;
+  if (!chunk || chunk->size == 0 || !chunk->data) {
+    return nullptr;
+  }
+  if (compressionType != kCompressionStored && compressionType != kCompressionLZMA) {
+    return nullptr;
+  }
 
   const bool compress = compressionType == kCompressionLZMA;
   const unsigned long headerLength = SizeofFormattedGenericHeader(chunk->name);
   const unsigned long overhead = headerLength + (compress ? kLZMASubHeaderLength : 0);
-  if (chunk->size > ULONG_MAX - overhead) return nullptr;
+  if (chunk->size > ULONG_MAX - overhead) {
+    return nullptr;
+  }
   fileChunk* const formatted = NewChunk(overhead + chunk->size);
-  if (!formatted) return nullptr;
+  if (!formatted) {
+    return nullptr;
+  }
 
   unsigned char* const entry = formatted->data;
   EncodingProgress progress = {{ReportEncoded}, handler, context, chunk->size};
@@ -209,7 +223,9 @@ fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType, unsigned int 
 
 void Verify(fileChunk* list, int depth) {
   for (fileChunk* node = list; node; node = node->next) {
-    for (int level = 0; level < depth; ++level) printf("  ");
+    for (int level = 0; level < depth; ++level) {
+      printf("  ");
+    }
     printf("- %s%s", node->name ? node->name : "", node->isDirectory ? "/\n" : "");
     if (node->isDirectory) {
       Verify(node->children, depth + 1);

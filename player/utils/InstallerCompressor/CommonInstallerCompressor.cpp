@@ -21,7 +21,7 @@ void SzFree(Allocator, void* address) {
   delete[] static_cast<unsigned char*>(address);
 }
 
-unsigned long StoredNameLength(char const* name) {
+unsigned long StoredNameLength(const char* name) {
   return name ? strlen(name) & kNameLengthMask : 0;
 }
 
@@ -51,7 +51,9 @@ unsigned long WriteFormattedGenericHeader(unsigned char* buffer, unsigned char c
   buffer[kFlagsOffset] =
       static_cast<unsigned char>(directoryFlag | (compressionType & kCompressionTypeMask));
   buffer[kNameLengthOffset] = static_cast<unsigned char>(nameLength);
-  if (nameLength != 0) memcpy(buffer + kNameOffset, name, nameLength);
+  if (nameLength != 0) {
+    memcpy(buffer + kNameOffset, name, nameLength);
+  }
   WriteFormattedFileSize(buffer + kNameOffset + nameLength,
                          static_cast<unsigned int>(size & kSizeMask));
   return kNamelessHeaderLength + nameLength;
@@ -63,7 +65,9 @@ unsigned long SizeofFormattedGenericHeader(char* name) {
 
 unsigned long WriteFormattedLZMASubHeader(unsigned char* buffer, unsigned int uncompressedLength,
                                           char* properties, unsigned int propertyCount) {
-  if (propertyCount != kLZMAPropertyCount) return 0;
+  if (propertyCount != kLZMAPropertyCount) {
+    return 0;
+  }
   WriteFormattedFileSize(buffer, uncompressedLength);
   memcpy(buffer + kLZMAPropertiesOffset, properties, kLZMAPropertyCount);
   return kLZMASubHeaderLength;
@@ -79,14 +83,16 @@ unsigned long WriteFormattedFileSize(unsigned char* buffer, unsigned int size) {
   return 4;
 }
 
-unsigned int decodeFormattedFileSize(unsigned char const* buffer) {
+unsigned int decodeFormattedFileSize(const unsigned char* buffer) {
   return static_cast<unsigned int>(buffer[0]) << 24 | static_cast<unsigned int>(buffer[1]) << 16 |
          static_cast<unsigned int>(buffer[2]) << 8 | buffer[3];
 }
 
-unsigned long decodeHeaderV2(unsigned char const* buffer, int& compressionType, char*& name,
+unsigned long decodeHeaderV2(const unsigned char* buffer, int& compressionType, char*& name,
                              bool& isDirectory, unsigned long& size) {
-  if (buffer[0] != kHeaderVersion) return 0;
+  if (buffer[0] != kHeaderVersion) {
+    return 0;
+  }
   const unsigned int nameLength = buffer[kNameLengthOffset];
   compressionType = static_cast<int>(buffer[kFlagsOffset] & kCompressionTypeMask);
   isDirectory = buffer[kFlagsOffset] >> kDirectoryFlagShift != 0;
@@ -99,10 +105,10 @@ unsigned long decodeHeaderV2(unsigned char const* buffer, int& compressionType, 
   return kNamelessHeaderLength + nameLength;
 }
 
-unsigned long decodeLZMAHeader(unsigned char const* buffer, char const*& properties,
+unsigned long decodeLZMAHeader(const unsigned char* buffer, const char*& properties,
                                unsigned int& propertyCount, unsigned long& uncompressedLength) {
   uncompressedLength = decodeFormattedFileSize(buffer);
-  properties = reinterpret_cast<char const*>(buffer + kLZMAPropertiesOffset);
+  properties = reinterpret_cast<const char*>(buffer + kLZMAPropertiesOffset);
   propertyCount = kLZMAPropertyCount;
   return kLZMASubHeaderLength;
 }

@@ -124,17 +124,17 @@ fileChunk* PrepareFileChunk(fileChunk* chunk, int compressionType, unsigned int 
 // ---- Reading
 
 /// The 4 bytes at `buffer` as a number, most significant first.
-unsigned int decodeFormattedFileSize(unsigned char const* buffer);
+unsigned int decodeFormattedFileSize(const unsigned char* buffer);
 
 /// Decodes the generic header at `buffer`, of which 7 bytes and the name's must be readable.
 /// Returns its length, or 0, touching no argument, when the version byte is not 2. `name` is
 /// a new array that the caller owns, absent only when memory runs out.
-unsigned long decodeHeaderV2(unsigned char const* buffer, int& compressionType, char*& name,
+unsigned long decodeHeaderV2(const unsigned char* buffer, int& compressionType, char*& name,
                              bool& isDirectory, unsigned long& size);
 
 /// Decodes the 9 bytes of an LZMA sub-header at `buffer` and returns 9. `properties` becomes
 /// a view into the buffer.
-unsigned long decodeLZMAHeader(unsigned char const* buffer, char const*& properties,
+unsigned long decodeLZMAHeader(const unsigned char* buffer, const char*& properties,
                                unsigned int& propertyCount, unsigned long& uncompressedLength);
 
 /// Decodes a sequence of `length` encoded bytes into a new sibling list, in their order.
@@ -173,4 +173,4 @@ void Verify(fileChunk* list, int depth);
 /// chunk or data, for less than a header, for pixels of other than 4 bytes, for an image whose
 /// packets do not end exactly at its end, and when memory runs out. A pixel's bytes are header
 /// byte 16, the depth in bits, divided by 8 and cut off, so that 33 to 39 pass for 32.
-fileChunk* PremultiplyTexture(fileChunk const* chunk);
+fileChunk* PremultiplyTexture(const fileChunk* chunk);

@@ -36,12 +36,14 @@ struct SourceCaller {
   SourceFaultHandler* handler;
   void* context;
 
-  bool Wants(char const* path) const { return !filter || filter(path, context); }
+  bool Wants(const char* path) const { return !filter || filter(path, context); }
 
-  void Report(char const* path, int error) const {
-    if (handler) handler(path, error, context);
+  void Report(const char* path, int error) const {
+    if (handler) {
+      handler(path, error, context);
+    }
   }
-  fileChunk* LeaveOut(char const* path, int error) const {
+  fileChunk* LeaveOut(const char* path, int error) const {
     Report(path, error);
     return nullptr;
   }
@@ -49,20 +51,24 @@ struct SourceCaller {
 
 constexpr SourceCaller kNoFunctions = {nullptr, nullptr, nullptr};
 
-fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing,
+fileChunk* CreateSource(const char* path, const DirectoryBeingRead* enclosing,
                         const SourceCaller& caller);
 
 bool IsBeingRead(const struct stat& directory, const DirectoryBeingRead* innermost) {
   for (const DirectoryBeingRead* entry = innermost; entry; entry = entry->enclosing) {
-    if (entry->device == directory.st_dev && entry->file == directory.st_ino) return true;
+    if (entry->device == directory.st_dev && entry->file == directory.st_ino) {
+      return true;
+    }
   }
   return false;
 }
 
 // A node with its own copy of the name; absent when there is no memory.
-fileChunk* CreateNode(char const* name) {
+fileChunk* CreateNode(const char* name) {
   auto* node = new (std::nothrow) fileChunk;
-  if (!node || !name) return node;
+  if (!node || !name) {
+    return node;
+  }
   const size_t size = strlen(name) + 1;
   node->name = new (std::nothrow) char[size];
   if (node->name) {
@@ -74,10 +80,14 @@ fileChunk* CreateNode(char const* name) {
 }
 
 // The text after the last '/' that is not the final character; all of it without such a one.
-char const* PathLeaf(char const* path) {
+const char* PathLeaf(const char* path) {
   size_t start = strlen(path);
-  if (start != 0) --start;
-  while (start != 0 && path[start - 1] != '/') --start;
+  if (start != 0) {
+    --start;
+  }
+  while (start != 0 && path[start - 1] != '/') {
+    --start;
+  }
   return path + start;
 }
 
@@ -107,7 +117,7 @@ int ReadUpTo(int descriptor, unsigned char* bytes, unsigned long size, unsigned 
 
 // Reads `size` bytes into a new array; what the file has no more of is zero. Absent when there
 // is no memory.
-unsigned char* ReadBytes(int descriptor, unsigned long size, char const* path,
+unsigned char* ReadBytes(int descriptor, unsigned long size, const char* path,
                          const SourceCaller& caller) {
   auto* const bytes = new (std::nothrow) unsigned char[size];
   if (bytes == nullptr) {
@@ -122,20 +132,28 @@ unsigned char* ReadBytes(int descriptor, unsigned long size, char const* path,
   return bytes;
 }
 
-fileChunk* CreateFileSource(char const* path, char const* name, const SourceCaller& caller) {
+fileChunk* CreateFileSource(const char* path, const char* name, const SourceCaller& caller) {
   struct stat status = {};
   const int descriptor = OpenSource(path, status);
-  if (descriptor < 0) return caller.LeaveOut(path, errno);
+  if (descriptor < 0) {
+    return caller.LeaveOut(path, errno);
+  }
   const auto size = static_cast<unsigned long>(status.st_size);
   fileChunk* node = CreateNode(name);
   if (node) {
     node->size = size & kLow32Bits;
     node->data = ReadBytes(descriptor, node->size, path, caller);
-    if (!node->data) DeleteFileChunks(node);
+    if (!node->data) {
+      DeleteFileChunks(node);
+    }
   }
   close(descriptor);
-  if (!node) return caller.LeaveOut(path, ENOMEM);
-  if (node->size != size) caller.Report(path, EFBIG);
+  if (!node) {
+    return caller.LeaveOut(path, ENOMEM);
+  }
+  if (node->size != size) {
+    caller.Report(path, EFBIG);
+  }
   return node;
 }
 
@@ -146,12 +164,14 @@ void Scrub(char* memory, size_t size) {
   asm volatile("" : : "r"(memory) : "memory");
 }
 
-fileChunk* CreateChildSource(char const* parentPath, char const* name,
+fileChunk* CreateChildSource(const char* parentPath, const char* name,
                              const DirectoryBeingRead* enclosing, const SourceCaller& caller) {
   const size_t parentLength = strlen(parentPath);
   const size_t capacity = parentLength + strlen(name) + 2;
   char* const path = new (std::nothrow) char[capacity];
-  if (!path) return caller.LeaveOut(parentPath, ENOMEM);
+  if (!path) {
+    return caller.LeaveOut(parentPath, ENOMEM);
+  }
   memcpy(path, parentPath, parentLength + 1);
   PlatformAppendPathLeaf(path, static_cast<unsigned int>(capacity), name);
   fileChunk* const child = caller.Wants(path) ? CreateSource(path, enclosing, caller) : nullptr;
@@ -160,7 +180,7 @@ fileChunk* CreateChildSource(char const* parentPath, char const* name,
   return child;
 }
 
-fileChunk* CreateChildSources(DIR* directory, char const* path, const DirectoryBeingRead* enclosing,
+fileChunk* CreateChildSources(DIR* directory, const char* path, const DirectoryBeingRead* enclosing,
                               const SourceCaller& caller) {
   fileChunk* head = nullptr;
   fileChunk** link = &head;
@@ -168,31 +188,43 @@ fileChunk* CreateChildSources(DIR* directory, char const* path, const DirectoryB
   while (const dirent* const entry = readdir(directory)) {
     if (PlatformFilenameAllowed(entry->d_name)) {
       *link = CreateChildSource(path, entry->d_name, enclosing, caller);
-      if (*link) link = &(*link)->next;
+      if (*link) {
+        link = &(*link)->next;
+      }
     }
     errno = 0;
   }
-  if (errno != 0) caller.Report(path, errno);
+  if (errno != 0) {
+    caller.Report(path, errno);
+  }
   return head;
 }
 
-fileChunk* CreateDirectorySource(DIR* directory, char const* path,
+fileChunk* CreateDirectorySource(DIR* directory, const char* path,
                                  const DirectoryBeingRead* enclosing, const SourceCaller& caller) {
   struct stat status = {};
-  if (fstat(dirfd(directory), &status) != 0) return caller.LeaveOut(path, errno);
-  if (IsBeingRead(status, enclosing)) return caller.LeaveOut(path, ELOOP);
+  if (fstat(dirfd(directory), &status) != 0) {
+    return caller.LeaveOut(path, errno);
+  }
+  if (IsBeingRead(status, enclosing)) {
+    return caller.LeaveOut(path, ELOOP);
+  }
   fileChunk* const node = CreateNode(PathLeaf(path));
-  if (!node) return caller.LeaveOut(path, ENOMEM);
+  if (!node) {
+    return caller.LeaveOut(path, ENOMEM);
+  }
   const DirectoryBeingRead self = {status.st_dev, status.st_ino, enclosing};
   node->isDirectory = true;
   node->children = CreateChildSources(directory, path, &self, caller);
   return node;
 }
 
-fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing,
+fileChunk* CreateSource(const char* path, const DirectoryBeingRead* enclosing,
                         const SourceCaller& caller) {
   DIR* const directory = opendir(path);
-  if (!directory) return CreateFileSource(path, PathLeaf(path), caller);
+  if (!directory) {
+    return CreateFileSource(path, PathLeaf(path), caller);
+  }
   fileChunk* const node = CreateDirectorySource(directory, path, enclosing, caller);
   closedir(directory);
   return node;
@@ -200,16 +232,16 @@ fileChunk* CreateSource(char const* path, const DirectoryBeingRead* enclosing,
 
 }  // namespace
 
-fileChunk* PlatformCreateSourceFromPath(char const* path) {
+fileChunk* PlatformCreateSourceFromPath(const char* path) {
   return PlatformCreateSourceFromPath(path, nullptr, nullptr, nullptr);
 }
 
-fileChunk* PlatformCreateSourceFromPath(char const* path, SourceFilter* filter,
+fileChunk* PlatformCreateSourceFromPath(const char* path, SourceFilter* filter,
                                         SourceFaultHandler* handler, void* context) {
   return path ? CreateSource(path, nullptr, {filter, handler, context}) : nullptr;
 }
 
-fileChunk* PlatformCreateSourceFromFile(char const* path, char const* name) {
+fileChunk* PlatformCreateSourceFromFile(const char* path, const char* name) {
   return CreateFileSource(path, name, kNoFunctions);
 }
 
@@ -241,28 +273,32 @@ fileChunk* PlatformCreateSourceFromDescriptor(int descriptor, int& error) {
   return node;
 }
 
-int PlatformCreateSourceFromFile(char const* path, void*& data, unsigned long& length) {
+int PlatformCreateSourceFromFile(const char* path, void*& data, unsigned long& length) {
   struct stat status = {};
   const int descriptor = OpenSource(path, status);
-  if (descriptor < 0) return 0;
+  if (descriptor < 0) {
+    return 0;
+  }
   const auto size = static_cast<unsigned long>(status.st_size);
   unsigned char* const bytes = ReadBytes(descriptor, size, path, kNoFunctions);
   close(descriptor);
-  if (!bytes) return 0;
+  if (!bytes) {
+    return 0;
+  }
 
   data = bytes;
   length = size;
   return 0;
 }
 
-bool PlatformGetFileSize(char const* path, unsigned long& size) {
+bool PlatformGetFileSize(const char* path, unsigned long& size) {
   struct stat status = {};
   const bool found = path && stat(path, &status) == 0;
   size = found ? static_cast<unsigned long>(status.st_size) : 0;
   return found;
 }
 
-bool PlatformFilenameAllowed(char const* name) {
+bool PlatformFilenameAllowed(const char* name) {
   return name && strcmp(name, ".") != 0 && strcmp(name, "..") != 0 &&
          strcmp(name, kFolderSettingsName) != 0;
 }

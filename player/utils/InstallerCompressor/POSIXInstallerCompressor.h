@@ -15,7 +15,7 @@
 /// waited for), links back to a directory that they lie in, whose tree would have no end, and
 /// those that memory does not suffice for. Absent when `path` is neither a readable directory nor
 /// a readable regular file, and when memory does not suffice for it.
-fileChunk* PlatformCreateSourceFromPath(char const* path);
+fileChunk* PlatformCreateSourceFromPath(const char* path);
 
 /// Is told what a source lacks of the disk: of each entry that is left out, but for its name, and
 /// of each file with bytes missing. `path` leads to it, or to its directory when there was no
@@ -23,31 +23,31 @@ fileChunk* PlatformCreateSourceFromPath(char const* path);
 /// neither a file nor a directory, ELOOP for a link back to a directory that it lies in, EFBIG for
 /// a file whose size has more than 32 bits, ENOMEM, kFileBecameShorter, and otherwise what the
 /// system said. `context` is what the reader was given for it.
-typedef void SourceFaultHandler(char const* path, int error, void* context);
+typedef void SourceFaultHandler(const char* path, int error, void* context);
 
 /// A file has ended before the size that it had when it was opened.
 constexpr int kFileBecameShorter = 0;
 
 /// Decides whether the directory entry at `path` is read, with everything below it: false leaves it
 /// out. `path` is valid during the call, and `context` as for a SourceFaultHandler.
-typedef bool SourceFilter(char const* path, void* context);
+typedef bool SourceFilter(const char* path, void* context);
 
 /// The same, reporting to `handler`; unless that is called, the tree is all that was on disk. Where
 /// there is a `filter`, it is asked about every entry below `path`, and nothing is opened or
 /// reported of what it leaves out. Both receive `context`; either may be absent.
-fileChunk* PlatformCreateSourceFromPath(char const* path, SourceFilter* filter,
+fileChunk* PlatformCreateSourceFromPath(const char* path, SourceFilter* filter,
                                         SourceFaultHandler* handler, void* context);
 
 /// Reads a file into a new node called `name`; absent when it cannot be opened, is not a
 /// regular file, or memory runs out. The size is the low 32 bits of the file's when it was
 /// opened; bytes that the file has lost by the time they are read, and all from a read error on,
 /// are zero.
-fileChunk* PlatformCreateSourceFromFile(char const* path, char const* name);
+fileChunk* PlatformCreateSourceFromFile(const char* path, const char* name);
 
 /// Reads a whole file into a new array (`new unsigned char[]`) and returns 0, always. What cannot
 /// be read is zero, as above. A file that cannot be opened, is not a regular one, or does not fit
 /// in memory leaves both arguments untouched.
-int PlatformCreateSourceFromFile(char const* path, void*& data, unsigned long& length);
+int PlatformCreateSourceFromFile(const char* path, void*& data, unsigned long& length);
 
 /// Reads what the file open at `descriptor` has from its current position, the start, into a new
 /// nameless node that the caller frees with DeleteFileChunks. Absent unless all of it could be
@@ -56,10 +56,10 @@ int PlatformCreateSourceFromFile(char const* path, void*& data, unsigned long& l
 fileChunk* PlatformCreateSourceFromDescriptor(int descriptor, int& error);
 
 /// Asks for the size of the file at `path`, in bytes; false, and size 0, when stat(2) fails.
-bool PlatformGetFileSize(char const* path, unsigned long& size);
+bool PlatformGetFileSize(const char* path, unsigned long& size);
 
 /// False for ".", "..", ".DS_Store" and an absent name, true for every other name.
-bool PlatformFilenameAllowed(char const* name);
+bool PlatformFilenameAllowed(const char* name);
 
 // ---- Sink: tree to disk
 
@@ -114,7 +114,7 @@ bool PlatformWriteFile(const char* path, unsigned char* bytes, unsigned int coun
 /// two. An empty leaf or an absent argument changes nothing; an empty path gets no separator.
 /// A separator, and then a leaf, that would not fit with the terminating NUL is not appended;
 /// nothing reports that.
-void PlatformAppendPathLeaf(char* path, unsigned int capacity, char const* leaf);
+void PlatformAppendPathLeaf(char* path, unsigned int capacity, const char* leaf);
 
 // ---- Hooks that do nothing on this platform
 
@@ -122,4 +122,4 @@ void PlatformAppendPathLeaf(char* path, unsigned int capacity, char const* leaf)
 unsigned long PlatformGetArbitraryTimeInMS();
 
 /// Would store a chunk among a file's resources; there are none here. Always false.
-bool PlatformWriteChunkToResources(char const* path, fileChunk* chunk, char const* name);
+bool PlatformWriteChunkToResources(const char* path, fileChunk* chunk, const char* name);

@@ -14,7 +14,7 @@ constexpr unsigned int kAlphaOffset = 3;
 constexpr unsigned int kRunFlag = 0x80;
 constexpr unsigned int kCountMask = 0x7F;
 
-void PremultiplyPixel(unsigned char const* pixel, unsigned char* output) {
+void PremultiplyPixel(const unsigned char* pixel, unsigned char* output) {
   const unsigned int alpha = pixel[kAlphaOffset];
   for (unsigned int channel = 0; channel < kAlphaOffset; ++channel) {
     // By 256, not 255, and cut off: 255 under alpha 255 becomes 254, on purpose.
@@ -24,13 +24,15 @@ void PremultiplyPixel(unsigned char const* pixel, unsigned char* output) {
 }
 
 // Filters the packets from `input` to `end`; false when the last one runs past `end`.
-bool PremultiplyPackets(unsigned char const* input, unsigned char const* end,
+bool PremultiplyPackets(const unsigned char* input, const unsigned char* end,
                         unsigned char* output) {
   while (input != end) {
     const unsigned char packet = *input++;
     *output++ = packet;
     const unsigned long pixels = packet & kRunFlag ? 1 : (packet & kCountMask) + 1;
-    if (static_cast<unsigned long>(end - input) < pixels * kBytesPerPixel) return false;
+    if (static_cast<unsigned long>(end - input) < pixels * kBytesPerPixel) {
+      return false;
+    }
     for (unsigned long pixel = 0; pixel < pixels; ++pixel) {
       PremultiplyPixel(input, output);
       input += kBytesPerPixel;
@@ -42,11 +44,17 @@ bool PremultiplyPackets(unsigned char const* input, unsigned char const* end,
 
 }  // namespace
 
-fileChunk* PremultiplyTexture(fileChunk const* chunk) {
-  if (!chunk || !chunk->data || chunk->size < kImageHeaderLength) return nullptr;
-  if (chunk->data[kPixelDepthOffset] >> 3 != kBytesPerPixel) return nullptr;
+fileChunk* PremultiplyTexture(const fileChunk* chunk) {
+  if (!chunk || !chunk->data || chunk->size < kImageHeaderLength) {
+    return nullptr;
+  }
+  if (chunk->data[kPixelDepthOffset] >> 3 != kBytesPerPixel) {
+    return nullptr;
+  }
   fileChunk* result = NewChunk(chunk->size);
-  if (!result) return nullptr;
+  if (!result) {
+    return nullptr;
+  }
 
   memcpy(result->data, chunk->data, kImageHeaderLength);
   if (!PremultiplyPackets(chunk->data + kImageHeaderLength, chunk->data + chunk->size,

@@ -18,7 +18,7 @@ namespace {
 
 constexpr char kRight[] = "com.apple.ServiceManagement.blesshelper";
 
-/// The last system, as (major << 16) | minor, that runs the tool directly.
+// The last system, as (major << 16) | minor, that runs the tool directly.
 constexpr uint32_t kLastDirectVersion = 0x0A0006;
 
 NSString* const kLabelKey = @"Label";
@@ -29,7 +29,7 @@ NSString* const kProgramArgumentsKey = @"ProgramArguments";
 
 constexpr char kOutputFileTemplate[] = "/tmp/tarvixsmuoutpXXXXXX";
 
-/// How long the tool's process may take to appear.
+// How long the tool's process may take to appear.
 constexpr time_t kAppearanceSeconds = 3;
 
 constexpr size_t kLineCapacity = 4096;
@@ -43,8 +43,8 @@ bool HasLaunchJobs() {
   return packed > kLastDirectVersion;
 }
 
-/// `text` in UTF-8, for as long as the autorelease pool holds it; null for nil, for what is no
-/// text, and for text that no C string can hold, such as one with a zero character in it.
+// `text` in UTF-8, for as long as the autorelease pool holds it; null for nil, for what is no
+// text, and for text that no C string can hold, such as one with a zero character in it.
 const char* CString(NSString* text) {
   if (![text isKindOfClass:[NSString class]]) {
     return nullptr;
@@ -60,23 +60,23 @@ const char* CString(NSString* text) {
                                                      : nullptr;
 }
 
-/// Frees the authorization at its end, also when an object that the caller gave has raised.
+// Frees the authorization at its end, also when an object that the caller gave has raised.
 class AuthorizationOwner {
  public:
-  explicit AuthorizationOwner(AuthorizationRef authorization) : mAuthorization(authorization) {}
+  explicit AuthorizationOwner(AuthorizationRef authorization) : authorization_(authorization) {}
   AuthorizationOwner(const AuthorizationOwner&) = delete;
   AuthorizationOwner& operator=(const AuthorizationOwner&) = delete;
-  ~AuthorizationOwner() { AuthorizationFree(mAuthorization, kAuthorizationFlagDefaults); }
+  ~AuthorizationOwner() { AuthorizationFree(authorization_, kAuthorizationFlagDefaults); }
 
  private:
-  AuthorizationRef mAuthorization;
+  AuthorizationRef authorization_;
 };
 
 void RemoveJob(AuthorizationRef authorization, NSString* label) {
   SMJobRemove(kSMDomainSystemLaunchd, (CFStringRef)label, authorization, true, nullptr);
 }
 
-/// The path of a new, empty file, which only the caller's user can read; nil when none can be made.
+// The path of a new, empty file, which only the caller's user can read; nil when none can be made.
 NSString* MakeOutputFile() {
   char path[sizeof(kOutputFileTemplate)];
   memcpy(path, kOutputFileTemplate, sizeof(path));
@@ -100,7 +100,7 @@ NSDictionary* JobDictionary(NSString* label, NSString* outputPath, NSString* too
                                                     program, kProgramArgumentsKey, nil];
 }
 
-/// Waits for a process of `executablePath` to come and go. False when none has come in time.
+// Waits for a process of `executablePath` to come and go. False when none has come in time.
 bool AwaitProcess(const char* executablePath) {
   const time_t start = time(nullptr);
   for (;;) {
@@ -116,7 +116,7 @@ bool AwaitProcess(const char* executablePath) {
   }
 }
 
-/// The job path, with the tool's real path.
+// The job path, with the tool's real path.
 bool RunJob(AuthorizationRef authorization, NSString* label, NSString* toolPath,
             const char* executablePath, NSArray* arguments, NSString** output) {
   NSString* outputPath = MakeOutputFile();
@@ -145,8 +145,8 @@ struct MemoryDeleter {
 };
 using ArgumentVector = std::unique_ptr<char*, MemoryDeleter>;
 
-/// The zero-terminated vector of the arguments' texts, which the arguments own; null when one of
-/// them is no C string, or without memory.
+// The zero-terminated vector of the arguments' texts, which the arguments own; null when one of
+// them is no C string, or without memory.
 ArgumentVector MakeArgumentVector(NSArray* arguments) {
   const NSUInteger count = [arguments count];
   ArgumentVector vector(static_cast<char**>(calloc(count + 1, sizeof(char*))));
@@ -160,7 +160,7 @@ ArgumentVector MakeArgumentVector(NSArray* arguments) {
   return vector;
 }
 
-/// The next byte, or EOF. A signal is no end.
+// The next byte, or EOF. A signal is no end.
 int ReadByte(FILE* pipe) {
   for (;;) {
     errno = 0;
@@ -185,8 +185,8 @@ void AppendLine(NSMutableString* text, const char* line, size_t length) {
   [decoded release];
 }
 
-/// Appends the lines of `pipe` to `text`, which may be nil, until the end or a line that is too
-/// long.
+// Appends the lines of `pipe` to `text`, which may be nil, until the end or a line that is too
+// long.
 void ReadLines(FILE* pipe, NSMutableString* text) {
   char line[kLineCapacity];
   size_t length = 0;

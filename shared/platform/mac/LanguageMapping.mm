@@ -6,10 +6,10 @@ namespace {
 
 NSString* const kAppleLanguages = @"AppleLanguages";
 
-/// The vendor's servers take it for every language that the player does not speak.
+// The vendor's servers take it for every language that the player does not speak.
 constexpr char kUnsupportedLanguage[] = "xu";
 
-/// Length of the language part of a platform identifier. Longer parts are unknown to the player.
+// Length of the language part of a platform identifier. Longer parts are unknown to the player.
 constexpr NSUInteger kLanguageLength = 2;
 
 struct SpecialCase {
@@ -17,13 +17,13 @@ struct SpecialCase {
   const char* playerCode;
 };
 
-/// Tried in this order.
+// Tried in this order.
 const SpecialCase kSpecialCases[] = {
     {@"en-GB", "en_gb"}, {@"zh-Hans", "zh-CN"}, {@"zh-Hant", "zh-TW"},
     {@"pt-PT", "pt_pt"}, {@"nn", "nb"},
 };
 
-/// Languages whose player code is the platform's.
+// Languages whose player code is the platform's.
 constexpr const char* kPassedThrough[] = {
     "ar", "bg", "cs", "da", "de", "el", "en", "es", "et", "fi", "fr", "he", "hr", "hu", "it", "ja",
     "ko", "lt", "lv", "nb", "nl", "pl", "pt", "ro", "ru", "sk", "sl", "sr", "sv", "th", "tr", "uk"};
@@ -36,15 +36,15 @@ constexpr const char* kSupportedCodes[] = {
 char macOSXLanguage[10];
 bool languageWasObtained;
 
-/// nil when there is none. The elements behind the first need not be strings, so the list is not
-/// read with `stringArrayForKey:`.
+// nil when there is none. The elements behind the first need not be strings, so the list is not
+// read with `stringArrayForKey:`.
 NSString* FirstPreferredLanguage() {
   NSArray* languages = [[NSUserDefaults standardUserDefaults] arrayForKey:kAppleLanguages];
   id language = [languages count] > 0 ? [languages objectAtIndex:0] : nil;
   return [language isKindOfClass:[NSString class]] ? language : nil;
 }
 
-/// The canonical form of `language`; nil for nil, which the platform's method does not take.
+// The canonical form of `language`; nil for nil, which the platform's method does not take.
 NSString* CanonicalLanguage(NSString* language) {
   return language == nil ? nil : [NSLocale canonicalLocaleIdentifierFromString:language];
 }

@@ -8,15 +8,15 @@ NSString* const kVersionSelector = @"operatingSystemVersion";
 NSString* const kVersionFile = @"SystemVersion.plist";
 NSString* const kVersionKey = @"ProductVersion";
 
-/// What `operatingSystemVersion` returns. The type has a name only in SDKs that have the method.
+// What `operatingSystemVersion` returns. The type has a name only in SDKs that have the method.
 struct VersionRecord {
   NSInteger major;
   NSInteger minor;
   NSInteger patch;
 };
 
-/// Asks the process-information object, which tells its system's version since OS X 10.10. The
-/// method is called by name, so that this code loads on systems without it.
+// Asks the process-information object, which tells its system's version since OS X 10.10. The
+// method is called by name, so that this code loads on systems without it.
 bool AskProcessInfo(VersionRecord& version) {
   NSProcessInfo* processInfo = [NSProcessInfo processInfo];
   const SEL selector = NSSelectorFromString(kVersionSelector);
@@ -34,7 +34,7 @@ bool AskProcessInfo(VersionRecord& version) {
   return true;
 }
 
-/// Components of the version in the system's own property list; nil when it cannot be read.
+// Components of the version in the system's own property list; nil when it cannot be read.
 NSArray* VersionFileComponents() {
   NSURL* folder = [[NSFileManager defaultManager] URLForDirectory:NSCoreServiceDirectory
                                                          inDomain:NSSystemDomainMask

@@ -7,10 +7,10 @@
 
 namespace {
 
-/// Size of what proc_pidpath() fills.
+// Size of what proc_pidpath() fills.
 constexpr uint32_t kPathCapacity = 4096;
 
-/// Turns a size in bytes into the count. An id takes 4 bytes, so half of them are left out.
+// Turns a size in bytes into the count. An id takes 4 bytes, so half of them are left out.
 constexpr int kCountShift = 3;
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// 0 when the file may be used, otherwise an errno value.
+// 0 when the file may be used, otherwise an errno value.
 int Check(int descriptor, FileNames names, struct stat& status) {
   if (fstat(descriptor, &status) != 0) {
     return errno;

@@ -4,8 +4,8 @@
 
 namespace {
 
-/// `string` in UTF-8, up to its first NUL, for as long as the autorelease pool holds it. Null for
-/// nil and for half of a surrogate pair, for which -UTF8String may raise.
+// `string` in UTF-8, up to its first NUL, for as long as the autorelease pool holds it. Null for
+// nil and for half of a surrogate pair, for which -UTF8String may raise.
 const char* UTF8Text(NSString* string) {
   return [string canBeConvertedToEncoding:NSUTF8StringEncoding] ? [string UTF8String] : nullptr;
 }
@@ -37,7 +37,7 @@ const char* UTF8Text(NSString* string) {
 
   NSMutableArray* keys = [NSMutableArray arrayWithCapacity:keyList->mCount];
   for (unsigned int index = 0; index < keyList->mCount; ++index) {
-    const auto* key = static_cast<SASM::SimpleString const*>(keyList->mElements[index]);
+    const auto* key = static_cast<const SASM::SimpleString*>(keyList->mElements[index]);
     [keys addObject:[NSString stringWithSimpleString:key]];
   }
   delete keyList;

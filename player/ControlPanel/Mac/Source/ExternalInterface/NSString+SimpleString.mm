@@ -2,10 +2,14 @@
 
 @implementation NSString (SimpleString)
 
-+ (NSString*)stringWithSimpleString:(SASM::SimpleString const*)string {
-  if (string == nullptr) return @"";
++ (NSString*)stringWithSimpleString:(const SASM::SimpleString*)string {
+  if (string == nullptr) {
+    return @"";
+  }
   NSString* text = [NSString stringWithUTF8String:string->mString];
-  if (text != nil) return text;
+  if (text != nil) {
+    return text;
+  }
   return [NSString stringWithCString:string->mString encoding:NSISOLatin1StringEncoding];
 }
 

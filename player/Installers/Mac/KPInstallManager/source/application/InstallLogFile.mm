@@ -17,9 +17,9 @@ namespace {
 constexpr uid_t kRoot = 0;
 constexpr mode_t kLogMode = 0666;
 
-/// The user at the console.
+// The user at the console.
 struct ConsoleUser {
-  /// Null when no one is there, or only the login window. The caller releases it.
+  // Null when no one is there, or only the login window. The caller releases it.
   NSString* name;
   uid_t user;
   gid_t group;
@@ -51,7 +51,7 @@ int OpenLogAs(const ConsoleUser& console, const char* path) {
 
 bool IsOwner(uid_t owner, uid_t user) { return owner == kRoot || owner == user; }
 
-/// Goes to the folder of the file at the absolute path `path`. Returns the file's name, or null.
+// Goes to the folder of the file at the absolute path `path`. Returns the file's name, or null.
 const char* GoToFolder(FolderWalk& walk, char* path) {
   char* const slash = strrchr(path, '/');
   if (slash == nullptr || !walk.Start("/")) {
@@ -61,7 +61,7 @@ const char* GoToFolder(FolderWalk& walk, char* path) {
   return walk.EnterEach(path) ? slash + 1 : nullptr;
 }
 
-/// Opens the log with root's rights where nothing but root and `user` could have placed it.
+// Opens the log with root's rights where nothing but root and `user` could have placed it.
 int OpenLogAsRoot(const char* path, uid_t user) {
   FolderWalk walk;
   char* const copy = strdup(path);

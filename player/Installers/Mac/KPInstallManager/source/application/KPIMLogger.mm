@@ -18,8 +18,8 @@ NSString* const kSessionEndFormat = @"%@ %d.%d.%d.%d ---------- log end --------
 NSString* const kAssertionFailedFormat = @"ASSERTION FAILED: %@";
 NSString* const kUnknownReason = @"(unknown reason)";
 
-/// The current time. The locale is pinned, so that a log reads the same on every machine:
-/// ASCII digits and the Gregorian calendar, whatever the user prefers.
+// The current time. The locale is pinned, so that a log reads the same on every machine:
+// ASCII digits and the Gregorian calendar, whatever the user prefers.
 NSString* TimeStamp() {
   NSLocale* locale = [[NSLocale alloc] initWithLocaleIdentifier:kTimeStampLocale];
   NSDateFormatter* formatter = [[NSDateFormatter alloc] init];

@@ -40,12 +40,12 @@ void LogFault(const BlobFault& fault) {
                                       fault.reason, place, fault.offset]);
 }
 
-/// Whether a blob that cannot be opened counts as an empty one: nothing is wrong with the machine.
+// Whether a blob that cannot be opened counts as an empty one: nothing is wrong with the machine.
 bool IsNoBlob(int error) {
   return error == ENOTSUP || error == EACCES || error == EPERM || error == ELOOP || error == ENXIO;
 }
 
-/// False when there is no blob at `path`. What cannot be locked is used without it.
+// False when there is no blob at `path`. What cannot be locked is used without it.
 bool LockBlob(BlobLock& lock, NSString* path) {
   const BlobLockResult result = lock.Take([path UTF8String]);
   if (result == BlobLockResult::kNotLocked) {
@@ -59,7 +59,7 @@ bool LockBlob(BlobLock& lock, NSString* path) {
   return result != BlobLockResult::kMissing;
 }
 
-/// Removes what is at `path` below `root`, a link itself and never what it points to.
+// Removes what is at `path` below `root`, a link itself and never what it points to.
 void RemoveOldBundle(const char* root, const char* path) {
   const RemovalResult result = RemoveTree(root, path);
   if (result.refused != 0) {
@@ -69,8 +69,8 @@ void RemoveOldBundle(const char* root, const char* path) {
   }
 }
 
-/// Decodes the open blob into a list that the caller frees; absent when nothing is in it.
-/// Zeros in the place of what cannot be read could pass for content: such a blob is refused.
+// Decodes the open blob into a list that the caller frees; absent when nothing is in it.
+// Zeros in the place of what cannot be read could pass for content: such a blob is refused.
 fileChunk* DecodeBlob(int descriptor) {
   if (descriptor < 0) {
     return nullptr;
@@ -95,7 +95,7 @@ fileChunk* DecodeBlob(int descriptor) {
   return nullptr;
 }
 
-/// A path for a line of the log: names come from the blob, and must not break the line.
+// A path for a line of the log: names come from the blob, and must not break the line.
 NSString* LoggablePath(char* path) {
   for (char* character = path; *character != '\0'; ++character) {
     const auto byte = static_cast<unsigned char>(*character);

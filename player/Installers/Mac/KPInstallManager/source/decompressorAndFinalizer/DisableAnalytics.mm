@@ -8,7 +8,9 @@ static NSString* const kOptedOut = @"1";
 
 void DisableAnalytics(NSString* installRoot) {
   NSString* path = kSettingsPath;
-  if (installRoot != nil) path = [installRoot stringByAppendingPathComponent:kSettingsPath];
+  if (installRoot != nil) {
+    path = [installRoot stringByAppendingPathComponent:kSettingsPath];
+  }
 
   KSConfigFileManager* settings = [[KSConfigFileManager alloc] initWithConfigFile:path];
   [settings setValue:kOptedOut forKey:kOptOutKey];

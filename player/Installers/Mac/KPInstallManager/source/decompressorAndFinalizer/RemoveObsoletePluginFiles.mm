@@ -16,7 +16,7 @@ NSString* const kObsoleteNamesInHome[] = {
 };
 NSString* const kObsoleteSystemName = @"Korvel Player Enabler.plugin";
 
-/// Removes the item `name` of the plug-in folder below `root`, if it exists.
+// Removes the item `name` of the plug-in folder below `root`, if it exists.
 void RemovePlugin(NSString* root, NSString* name) {
   NSString* pathInRoot = [kPluginFolder stringByAppendingPathComponent:name];
   NSString* path = [root stringByAppendingPathComponent:pathInRoot];

@@ -8,7 +8,7 @@ namespace {
 struct Call {
   void (*function)(void*);
   void* context;
-  /// Why an Objective-C exception has ended it; nil when none has.
+  // Why an Objective-C exception has ended it; nil when none has.
   NSString* reason;
 };
 
@@ -21,7 +21,7 @@ void CatchObjects(void* context) {
   }
 }
 
-/// Calls `function` with `context`. Returns why an exception has ended it, or nil.
+// Calls `function` with `context`. Returns why an exception has ended it, or nil.
 NSString* ReasonOfFailure(void (*function)(void*), void* context) {
   Call call = {function, context, nil};
   switch (CatchCxxExceptions(CatchObjects, &call)) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-/// The certificates of the PEM file at `path`, autoreleased; nil when there is none.
+// The certificates of the PEM file at `path`, autoreleased; nil when there is none.
 NSArray* CertificatesInFile(NSString* path) {
   NSData* data = [NSData dataWithContentsOfFile:path];
   if (data == nil) {
@@ -22,7 +22,7 @@ NSArray* CertificatesInFile(NSString* path) {
   return [static_cast<NSArray*>(const_cast<void*>(static_cast<const void*>(items))) autorelease];
 }
 
-/// Whether `trust` leads to one of the certificates of the file at `path`.
+// Whether `trust` leads to one of the certificates of the file at `path`.
 bool IsTrusted(SecTrustRef trust, NSString* path) {
   NSArray* authorities = CertificatesInFile(path);
   SecTrustResultType result = kSecTrustResultInvalid;

@@ -24,14 +24,14 @@ NSString* const kKeptNowhere =
     @"Downloaded data is not kept in memory and also is not saved to disk";
 NSString* const kHandleLeft = @"File handle should have been nil.";
 
-/// Replaces `field` by a copy of `value`, which may be nil.
+// Replaces `field` by a copy of `value`, which may be nil.
 void Assign(NSString*& field, NSString* value) {
   NSString* old = field;
   field = [value copy];
   [old release];
 }
 
-/// The text of `error` for people, with the loader's own words after it.
+// The text of `error` for people, with the loader's own words after it.
 NSString* FullDescription(NSError* error) {
   NSString* description = [error localizedDescription];
   NSString* reason = [error localizedFailureReason];
@@ -39,8 +39,8 @@ NSString* FullDescription(NSError* error) {
                               : [NSString stringWithFormat:@"%@ (%@)", description, reason];
 }
 
-/// Whether `name` names an item of a folder. The start removes what it names, so a name that leads
-/// elsewhere, or to the folder itself, is none.
+// Whether `name` names an item of a folder. The start removes what it names, so a name that leads
+// elsewhere, or to the folder itself, is none.
 bool IsPlainName(NSString* name) {
   for (NSUInteger i = 0; i < [name length]; ++i) {
     const unichar character = [name characterAtIndex:i];
@@ -272,7 +272,7 @@ bool IsPlainName(NSString* name) {
   [self _logError:[NSString stringWithFormat:kDownloadFailed, reason]];
 }
 
-/// Ends the download if a body of so many bytes is too long. Returns whether it is.
+// Ends the download if a body of so many bytes is too long. Returns whether it is.
 - (bool)_giveUpBeyond:(unsigned long long)bytes {
   if (m_mostBytes == 0 || bytes <= m_mostBytes) {
     return false;
@@ -284,8 +284,8 @@ bool IsPlainName(NSString* name) {
   return true;
 }
 
-/// Appends `chunk` to the file, which the first chunk creates. Nothing is written to a file that
-/// somebody else has put there since the start.
+// Appends `chunk` to the file, which the first chunk creates. Nothing is written to a file that
+// somebody else has put there since the start.
 - (void)_writeChunk:(NSData*)chunk {
   if (![[NSFileManager defaultManager] fileExistsAtPath:m_downloadPath]) {
     [self _createFile];
@@ -300,7 +300,7 @@ bool IsPlainName(NSString* name) {
   }
 }
 
-/// Creates the file and opens it. Failing does not end the chunk that wanted it.
+// Creates the file and opens it. Failing does not end the chunk that wanted it.
 - (void)_createFile {
   NSFileManager* fileManager = [NSFileManager defaultManager];
   if (![fileManager createFileAtPath:m_downloadPath contents:nil attributes:nil]) {
@@ -313,8 +313,8 @@ bool IsPlainName(NSString* name) {
   m_downloadFileHandle = [[NSFileHandle fileHandleForWritingAtPath:m_downloadPath] retain];
 }
 
-/// Closes the file, if one is open. The handle is given up with it: a closed one raises when it is
-/// used or closed again.
+// Closes the file, if one is open. The handle is given up with it: a closed one raises when it is
+// used or closed again.
 - (void)_closeFile {
   [m_downloadFileHandle closeFile];
   [m_downloadFileHandle release];

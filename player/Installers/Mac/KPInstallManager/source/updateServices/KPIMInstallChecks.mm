@@ -11,7 +11,7 @@ namespace {
 NSString* const kOtherPlugin = @"/Library/Internet Plug-Ins/Korvel Player.plugin";
 NSString* const kInfoFile = @"Contents/Info.plist";
 
-/// The build channel whose installations this one may replace marks its plug-in's text with this.
+// The build channel whose installations this one may replace marks its plug-in's text with this.
 NSString* const kChannelMark = @"d0";
 
 NSString* const kAllPassed = @"All install checks pass";
@@ -28,19 +28,19 @@ void LogFailure(NSString* message) {
   [[KPIMVersionManager _logger] logTimeStampedString:message withLoggingLevel:kLogLevelError];
 }
 
-/// `value`, or nil when it is no string: a property list may hold anything.
+// `value`, or nil when it is no string: a property list may hold anything.
 NSString* StringOrNil(id value) { return [value isKindOfClass:[NSString class]] ? value : nil; }
 
 NSString* InfoFileOf(NSString* plugin) { return [plugin stringByAppendingPathComponent:kInfoFile]; }
 
-/// Numbers between dots or commas.
+// Numbers between dots or commas.
 NSArray* Components(NSString* tuple) {
   return [[tuple stringByReplacingOccurrencesOfString:@","
                                            withString:@"."] componentsSeparatedByString:@"."];
 }
 
-/// The integer that the component at `index` begins with; 0 when there is none. A number that an
-/// int cannot hold becomes the largest or smallest that it can.
+// The integer that the component at `index` begins with; 0 when there is none. A number that an
+// int cannot hold becomes the largest or smallest that it can.
 int IntegerAt(NSUInteger index, NSArray* components) {
   if (index >= [components count]) {
     return 0;

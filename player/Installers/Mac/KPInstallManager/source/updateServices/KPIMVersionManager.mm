@@ -21,7 +21,7 @@ NSString* const kPepperSuffix = @"_mac_pep.xml";
 NSString* const kPluginSuffix = @"_mac_pl.xml";
 NSString* const kLocaleKey = @"AutoUpdateXmlLocale";
 
-/// A description has a few hundred bytes. Nothing else bounds what a server sends.
+// A description has a few hundred bytes. Nothing else bounds what a server sends.
 constexpr unsigned long long kMostBytes = 8ULL * 1024 * 1024;
 
 constexpr float kDefaultDialogWidth = 320;
@@ -34,7 +34,7 @@ NSString* const kNoAnswer = @"ERROR: Failed to download version XML.";
 
 KPIMLogger* sLogger = nil;
 
-/// Replaces `field` by `value`, which may be nil.
+// Replaces `field` by `value`, which may be nil.
 void Assign(NSString*& field, NSString* value) {
   NSString* old = field;
   field = [value copy];

@@ -17,7 +17,7 @@ NSRange Find(NSString* marker, NSString* text) {
   return [text rangeOfString:marker options:NSLiteralSearch];
 }
 
-/// In an absent text everything is found at 0, and is empty.
+// In an absent text everything is found at 0, and is empty.
 bool WasFound(NSRange range) { return range.length != 0; }
 
 NSString* TextAfter(NSString* marker, NSString* text) {
@@ -53,7 +53,7 @@ NSString* AutoUpdateMode(NSString* text) {
   return mode != nil ? mode : kModeWithoutEnd;
 }
 
-/// Sets the size of `description` when `text` has all of it: two pieces with one space between.
+// Sets the size of `description` when `text` has all of it: two pieces with one space between.
 void ScanDialogSize(NSString* text, KPIMVersionXML& description) {
   NSString* rest = TextAfter(kSizeStart, text);
   if (!WasFound(Find(kSizeEnd, rest))) {

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// Whether no item has that path, a dangling link being one. False when the system cannot tell.
+// Whether no item has that path, a dangling link being one. False when the system cannot tell.
 bool IsMissing(NSString* path) {
   struct stat status;
   return lstat([path fileSystemRepresentation], &status) != 0 &&

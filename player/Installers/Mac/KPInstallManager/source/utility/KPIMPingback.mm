@@ -36,7 +36,7 @@ NSString* const kExpressInstallVector = @"3";
 NSString* const kInstallVectorFile = @"/Library/Application Support/Velmora/install_vector.txt";
 NSString* const kDefaultInstallVector = @"15";
 
-/// The code of the language that the user `entry` prefers, read from that user's preferences.
+// The code of the language that the user `entry` prefers, read from that user's preferences.
 const char* LanguageOfUser(const passwd* entry) {
   const char* language = kUnsupportedLanguage;
   const int switched = seteuid(entry->pw_uid);
@@ -67,7 +67,7 @@ NSString* VersionText() {
                                     KP_VERSION_BUGFIX, KP_VERSION_BUILD];
 }
 
-/// The address of the pingback. Asking for the fields has the side effects that they have.
+// The address of the pingback. Asking for the fields has the side effects that they have.
 NSString* PingbackURLText(NSString* previousVersion) {
   NSString* version = VersionText();
   NSString* installVector =
@@ -86,7 +86,7 @@ NSString* PingbackURLText(NSString* previousVersion) {
                                  kPlayerTypeField, previous, language, wordLength, arch];
 }
 
-/// Sends one request to `urlText` and forgets the answer.
+// Sends one request to `urlText` and forgets the answer.
 void SendRequest(NSString* urlText) {
   // Nothing is escaped. A field that no URL can hold leaves no URL, and the request fails.
   NSURL* url = URLFromText(urlText);
