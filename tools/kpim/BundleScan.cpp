@@ -15,13 +15,9 @@ namespace kpim {
 
 namespace {
 
-// Sizes in a blob have 32 bits, and so has the length of a blob for its reader.
-constexpr unsigned long kMaximumSize = 0xFFFFFFFF;
-
 // The length of a name has one byte.
 constexpr size_t kMaximumNameLength = 0xFF;
 
-constexpr char kTooLarge[] = "too large for a blob: 4 GiB or more";
 constexpr char kOutputInside[] = "the blob must not be written into the bundle that it is made of";
 
 constexpr char kInfoPlist[] = "Contents/Info.plist";
@@ -52,8 +48,8 @@ bool BundleScan::Scan(const std::string& bundle) {
     ScanDirectory("", IdentityOf(status));
     WarnOfAbsences();
   }
-  if (blobBytes_ > kMaximumSize) {
-    Refuse("", kTooLarge);
+  if (blobBytes_ > kMaximumBlobLength) {
+    Refuse("", kBlobTooLarge);
   }
   return !refused_;
 }
@@ -89,7 +85,7 @@ void BundleScan::ScanDirectory(const std::string& path, FileIdentity identity) {
   open_.push_back(identity);
   for (const std::string& name : names) {
     // Links can make a small folder endless in effect: past the limit nothing matters.
-    if (!PlatformFilenameAllowed(name.c_str()) || blobBytes_ > kMaximumSize) {
+    if (!PlatformFilenameAllowed(name.c_str()) || blobBytes_ > kMaximumBlobLength) {
       continue;
     }
     const std::string entry = JoinPath(path, name);
@@ -150,8 +146,8 @@ void BundleScan::ScanFile(const std::string& path, const std::string& name,
     return;
   }
   const auto bytes = static_cast<unsigned long>(status.st_size);
-  if (bytes > kMaximumSize) {
-    Refuse(path, kTooLarge);
+  if (bytes > kMaximumBlobLength) {
+    Refuse(path, kBlobTooLarge);
     return;
   }
   if (access(JoinPath(bundle_, path).c_str(), R_OK) != 0) {

@@ -99,7 +99,11 @@ int Check(const CheckOptions& options) {
   const unsigned int result = [KPIMVersionManager performInstallChecks];
   NSString* installed = [KPIMVersionManager versionOfKorvelPlayerOnSystem];
   NSString* offered = [KPIMVersionManager versionOfKorvelPlayerToBeInstalled];
-  (options.json ? PrintJSON : PrintText)(result, installed, offered);
+  if (options.json) {
+    PrintJSON(result, installed, offered);
+  } else {
+    PrintText(result, installed, offered);
+  }
   [pool release];
   return result == kKPIMInstallChecksPassed ? kExitOK : kExitFailed;
 }

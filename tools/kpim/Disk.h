@@ -9,9 +9,6 @@
 
 namespace kpim {
 
-/// The most bytes that one read(2) or write(2) is asked for: macOS refuses more than INT_MAX.
-constexpr size_t kGreatestTransfer = 1 << 30;
-
 /// A file or directory, whatever path leads to it; as it is made, none.
 struct FileIdentity {
   dev_t device = 0;

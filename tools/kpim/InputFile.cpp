@@ -4,9 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
-
-#include "tools/kpim/Disk.h"
+#include "shared/platform/posix/Transfer.h"
 
 namespace kpim {
 
@@ -27,21 +25,7 @@ int InputFile::OpenStandardInput() {
 }
 
 int InputFile::Read(unsigned char* buffer, size_t count, size_t& filled) {
-  filled = 0;
-  while (filled < count) {
-    const ssize_t taken =
-        read(descriptor_, buffer + filled, std::min(count - filled, kGreatestTransfer));
-    if (taken < 0 && errno != EINTR) {
-      return errno;
-    }
-    if (taken == 0) {
-      return 0;
-    }
-    if (taken > 0) {
-      filled += static_cast<size_t>(taken);
-    }
-  }
-  return 0;
+  return ReadBytes(descriptor_, buffer, count, filled);
 }
 
 }  // namespace kpim

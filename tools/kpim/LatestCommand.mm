@@ -155,7 +155,11 @@ int Fetch(const LatestOptions& options) {
   if (ReportFailure(s_manager)) {
     return kExitFailed;
   }
-  (options.json ? PrintJSON : PrintText)(s_manager);
+  if (options.json) {
+    PrintJSON(s_manager);
+  } else {
+    PrintText(s_manager);
+  }
   return kExitOK;
 }
 

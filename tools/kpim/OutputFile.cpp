@@ -9,9 +9,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 
+#include "shared/platform/posix/Transfer.h"
 #include "tools/kpim/Report.h"
 #include "tools/kpim/SignalBlock.h"
 
@@ -142,19 +142,8 @@ bool OutputFile::Open() {
 }
 
 bool OutputFile::Write(const unsigned char* bytes, size_t count) {
-  while (count > 0) {
-    const ssize_t written = write(descriptor_, bytes, std::min(count, kGreatestTransfer));
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
-      // A file that takes nothing and does not say why would take nothing for ever.
-      return Fail(written < 0 ? errno : EIO);
-    }
-    bytes += written;
-    count -= static_cast<size_t>(written);
-  }
-  return true;
+  const int error = WriteBytes(descriptor_, bytes, count);
+  return error == 0 || Fail(error);
 }
 
 bool OutputFile::Commit() {

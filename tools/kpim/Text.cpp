@@ -19,37 +19,48 @@ constexpr Range kUnprintable[] = {
     {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F},
 };
 
+// How UTF-8 spells the code points from `lowest` on, up to the next form's: the bits `mask` of the
+// first byte are `lead`, and `length` bytes have the rest.
+struct Form {
+  unsigned int mask, lead, length, lowest;
+};
+
+constexpr Form kForms[] = {
+    {0x80, 0x00, 1, 0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
+
+// The form that begins with `firstByte`; null when there is none.
+const Form* FormOf(unsigned char firstByte) {
+  for (const Form& form : kForms) {
+    if ((firstByte & form.mask) == form.lead) {
+      return &form;
+    }
+  }
+  return nullptr;
+}
+
+bool IsContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
+
+bool IsSurrogate(unsigned int codePoint) { return codePoint >= 0xD800 && codePoint <= 0xDFFF; }
+
 }  // namespace
 
 Character FirstCharacter(const char* text, size_t available) {
-  struct Form {
-    unsigned int mask, lead, length, lowest;
-  };
-  static constexpr Form kForms[] = {
-      {0x80, 0x00, 1, 0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
-
   const auto* bytes = reinterpret_cast<const unsigned char*>(text);
-  for (const Form& form : kForms) {
-    if ((bytes[0] & form.mask) != form.lead) {
-      continue;
-    }
-    if (available < form.length) {
-      return {};
-    }
-    unsigned int codePoint = bytes[0] & ~form.mask;
-    for (size_t i = 1; i < form.length; ++i) {
-      if ((bytes[i] & 0xC0) != 0x80) {
-        return {};
-      }
-      codePoint = codePoint << 6 | (bytes[i] & 0x3FU);
-    }
-    const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
-    if (codePoint < form.lowest || codePoint > 0x10FFFF || surrogate) {
-      return {};
-    }
-    return {form.length, codePoint, true};
+  const Form* const form = FormOf(bytes[0]);
+  if (form == nullptr || available < form->length) {
+    return {};
   }
-  return {};
+  unsigned int codePoint = bytes[0] & ~form->mask;
+  for (size_t i = 1; i < form->length; ++i) {
+    if (!IsContinuation(bytes[i])) {
+      return {};
+    }
+    codePoint = codePoint << 6 | (bytes[i] & 0x3FU);
+  }
+  if (codePoint < form->lowest || codePoint > 0x10FFFF || IsSurrogate(codePoint)) {
+    return {};
+  }
+  return {form->length, codePoint, true};
 }
 
 bool IsPrintable(const Character& character) {

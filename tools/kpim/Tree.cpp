@@ -54,7 +54,11 @@ class PathNotes {
     if (isNew || (isDirectory && earlier->second)) {
       return;
     }
-    (isDirectory == earlier->second ? repeated_ : clashing_).insert(path);
+    if (isDirectory == earlier->second) {
+      repeated_.insert(path);
+    } else {
+      clashing_.insert(path);
+    }
   }
 
   std::map<std::string, bool> isDirectory_;

@@ -54,17 +54,6 @@ bool EmptyFile(FILE* file) {
   return Uninterrupted([&] { return ftruncate(fileno(file), 0); }) == 0;
 }
 
-// The next byte, or EOF; read again after a signal. The engine has one thread: the stream's lock,
-// taken for each byte, would be most of the work (getc_unlocked(3)).
-int NextByte(FILE* file) {
-  int byte = getc_unlocked(file);
-  while (byte == EOF && ferror(file) != 0 && errno == EINTR) {
-    clearerr(file);
-    byte = getc_unlocked(file);
-  }
-  return byte;
-}
-
 // What the first bytes of `file`, at its start, say about it.
 int32_t DetectEncoding(FILE* file) {
   unsigned char start[kMinimumFileSize];

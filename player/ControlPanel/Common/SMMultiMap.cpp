@@ -60,7 +60,11 @@ uint64_t MultiMap::erase(SimpleString key) {
   while (pair != mEnd) {
     MultiMapPair* following = pair->next;
     if (HasKey(pair, key)) {
-      (pair->prev == nullptr ? mFirst : pair->prev->next) = following;
+      if (pair->prev == nullptr) {
+        mFirst = following;
+      } else {
+        pair->prev->next = following;
+      }
       following->prev = pair->prev;
       delete pair;
       ++count;

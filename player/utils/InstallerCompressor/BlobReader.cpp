@@ -85,7 +85,8 @@ class DecodedContent {
 
  private:
   static unsigned long BytesToStep(const unsigned char* bytes) {
-    return -reinterpret_cast<std::uintptr_t>(bytes) % kDiscardStep;
+    const unsigned long beyondStep = reinterpret_cast<std::uintptr_t>(bytes) % kDiscardStep;
+    return beyondStep == 0 ? 0 : kDiscardStep - beyondStep;
   }
 
   unsigned char* bytes_;
@@ -115,6 +116,14 @@ struct EntryLayout {
   bool isDirectory;
 };
 
+// What an LZMA entry's stream was decoded into.
+struct DecodedStream {
+  unsigned char* bytes;  // a new array
+  unsigned long claim;   // its length, as the sub-header has it
+  SizeT produced;        // bytes of the array that the stream has filled
+  SizeT consumed;        // bytes of the sequence that the stream has taken
+};
+
 class BlobDecoder {
  public:
   BlobDecoder(unsigned long blobLength, BlobFault& fault)
@@ -127,12 +136,11 @@ class BlobDecoder {
   bool DecodeEntry(const Sequence& sequence, unsigned long& position, fileChunk& node);
   bool DecodeHeader(const Sequence& sequence, EntryLayout& entry, fileChunk& node);
   bool CheckName(const Sequence& sequence, unsigned long offset, unsigned long length);
-  bool CheckLZMAClaim(const Sequence& sequence, unsigned long subHeader,
+  bool CheckLZMAClaim(const Sequence& sequence, unsigned long subHeader, unsigned long claim,
                       unsigned long streamLength);
   bool DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& entry, unsigned long& position,
                        fileChunk& node);
-  unsigned char* DecodeStream(const Sequence& sequence, const EntryLayout& entry, SizeT& produced,
-                              SizeT& consumed);
+  bool DecodeStream(const Sequence& sequence, const EntryLayout& entry, DecodedStream& decoded);
   bool Rehearse(const Sequence& content);
   bool RehearseSequence(const Sequence& sequence);
   bool TakeContent(const Sequence& content, const EntryLayout& entry, fileChunk& node);
@@ -241,8 +249,7 @@ bool BlobDecoder::CheckName(const Sequence& sequence, unsigned long offset, unsi
 // Checks an entry's sub-header against the length of its stream and charges what the entry
 // costs, before memory is asked for.
 bool BlobDecoder::CheckLZMAClaim(const Sequence& sequence, unsigned long subHeader,
-                                 unsigned long streamLength) {
-  const unsigned long claim = decodeFormattedFileSize(sequence.bytes + subHeader);
+                                 unsigned long claim, unsigned long streamLength) {
   if (claim > streamLength * kGreatestExpansion) {
     return Refuse(kClaimTooLarge, sequence, subHeader);
   }
@@ -264,72 +271,63 @@ bool BlobDecoder::CheckLZMAClaim(const Sequence& sequence, unsigned long subHead
 
 bool BlobDecoder::DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& entry,
                                   unsigned long& position, fileChunk& node) {
-  SizeT produced = 0;
-  SizeT consumed = 0;
-  unsigned char* const decoded = DecodeStream(sequence, entry, produced, consumed);
-  if (!decoded) {
+  DecodedStream decoded = {};
+  if (!DecodeStream(sequence, entry, decoded)) {
     return false;
   }
-  position = entry.payload + kLZMASubHeaderLength + consumed;
+  position = entry.payload + kLZMASubHeaderLength + decoded.consumed;
 
-  const unsigned long claim = decodeFormattedFileSize(sequence.bytes + entry.payload);
-  if (!entry.isDirectory && produced == claim) {
+  if (!entry.isDirectory && decoded.produced == decoded.claim) {
     // The array is exactly the private copy that a file node is to own.
-    node.data = decoded;
-    node.size = produced;
+    node.data = decoded.bytes;
+    node.size = decoded.produced;
     return true;
   }
-  DecodedContent content(decoded);
-  const Sequence inner = {decoded, produced, 0, &content, sequence.depth};
+  DecodedContent content(decoded.bytes);
+  const Sequence inner = {decoded.bytes, decoded.produced, 0, &content, sequence.depth};
   const bool isOutermost = sequence.decoded == nullptr;
   const bool taken =
       !(entry.isDirectory && isOutermost && !Rehearse(inner)) && TakeContent(inner, entry, node);
-  delete[] decoded;
+  delete[] decoded.bytes;
   return taken;
 }
 
-// Decodes an entry's LZMA stream into a new array; absent when the entry is refused.
-unsigned char* BlobDecoder::DecodeStream(const Sequence& sequence, const EntryLayout& entry,
-                                         SizeT& produced, SizeT& consumed) {
+// Decodes an entry's LZMA stream into a new array, which the caller frees. Returns false when the
+// entry is refused; there is no array then.
+bool BlobDecoder::DecodeStream(const Sequence& sequence, const EntryLayout& entry,
+                               DecodedStream& decoded) {
   if (entry.payloadLength < kLZMASubHeaderLength) {
-    Refuse(kSubHeaderCutShort, sequence, entry.sizeField);
-    return nullptr;
+    return Refuse(kSubHeaderCutShort, sequence, entry.sizeField);
   }
   const unsigned long stream = entry.payload + kLZMASubHeaderLength;
   const unsigned long streamLength = entry.payloadLength - kLZMASubHeaderLength;
-  if (!CheckLZMAClaim(sequence, entry.payload, streamLength)) {
-    return nullptr;
-  }
-
   const char* properties = nullptr;
   unsigned int propertyCount = 0;
-  unsigned long claim = 0;
-  decodeLZMAHeader(sequence.bytes + entry.payload, properties, propertyCount, claim);
-  auto* const decoded = new (std::nothrow) unsigned char[claim];
-  if (!decoded) {
-    Refuse(kNoMemory, sequence, entry.payload);
-    return nullptr;
+  decodeLZMAHeader(sequence.bytes + entry.payload, properties, propertyCount, decoded.claim);
+  if (!CheckLZMAClaim(sequence, entry.payload, decoded.claim, streamLength)) {
+    return false;
+  }
+  decoded.bytes = new (std::nothrow) unsigned char[decoded.claim];
+  if (!decoded.bytes) {
+    return Refuse(kNoMemory, sequence, entry.payload);
   }
 
-  produced = claim;
-  // The size field counts the sub-header too; where there are bytes behind the entry, a stream
-  // that needs them is told from a damaged one.
-  consumed = std::min(entry.payloadLength, sequence.length - stream);
+  decoded.produced = decoded.claim;
+  // The size field counts the sub-header too. A stream that goes on into the bytes after the entry
+  // is reported as too long, not as damaged.
+  decoded.consumed = std::min(entry.payloadLength, sequence.length - stream);
   ELzmaStatus status = LZMA_STATUS_NOT_SPECIFIED;
-  const SRes result = LzmaDecode(decoded, &produced, sequence.bytes + stream, &consumed,
-                                 reinterpret_cast<const Byte*>(properties), propertyCount,
-                                 LZMA_FINISH_ANY, &status, &GlobalAllocObject);
-  if (result == SZ_OK && produced <= claim && consumed <= streamLength) {
-    return decoded;
+  const SRes result = LzmaDecode(decoded.bytes, &decoded.produced, sequence.bytes + stream,
+                                 &decoded.consumed, reinterpret_cast<const Byte*>(properties),
+                                 propertyCount, LZMA_FINISH_ANY, &status, &GlobalAllocObject);
+  if (result == SZ_OK && decoded.produced <= decoded.claim && decoded.consumed <= streamLength) {
+    return true;
   }
-
-  delete[] decoded;
+  delete[] decoded.bytes;
   if (result == SZ_OK) {
-    Refuse(kStreamTooLong, sequence, entry.sizeField);
-  } else {
-    Refuse(result == SZ_ERROR_MEM ? kNoMemory : kBadStream, sequence, stream);
+    return Refuse(kStreamTooLong, sequence, entry.sizeField);
   }
-  return nullptr;
+  return Refuse(result == SZ_ERROR_MEM ? kNoMemory : kBadStream, sequence, stream);
 }
 
 // Goes through a directory's content without keeping any of it. What streams within the content
@@ -417,7 +415,7 @@ fileChunk* DismantleInstallerBlob(fileChunk* sources, BlobFault& fault) {
   fileChunk* last = nullptr;
   for (fileChunk* source = sources; source; source = source->next) {
     fileChunk* const decoded =
-        dismantle(source->data, static_cast<unsigned int>(source->size & kSizeMask), fault);
+        dismantle(source->data, static_cast<unsigned int>(source->size), fault);
     if (fault.reason) {
       DeleteFileChunks(first);
       return nullptr;

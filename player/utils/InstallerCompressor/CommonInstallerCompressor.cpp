@@ -54,8 +54,7 @@ unsigned long WriteFormattedGenericHeader(unsigned char* buffer, unsigned char c
   if (nameLength != 0) {
     memcpy(buffer + kNameOffset, name, nameLength);
   }
-  WriteFormattedFileSize(buffer + kNameOffset + nameLength,
-                         static_cast<unsigned int>(size & kSizeMask));
+  WriteFormattedFileSize(buffer + kNameOffset + nameLength, static_cast<unsigned int>(size));
   return kNamelessHeaderLength + nameLength;
 }
 

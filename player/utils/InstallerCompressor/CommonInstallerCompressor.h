@@ -41,7 +41,8 @@ constexpr int kCompressionLZMA = 1;
 /// refused, which bounds the recursion of every walk over a decoded tree.
 constexpr unsigned int kMaximumNesting = 512;
 
-/// The greatest length of a blob, in bytes: the reader counts in 32 bits.
+/// The greatest length of a blob, and of one file in it, in bytes: the format has 32 bits for a
+/// size, and the reader counts in as many.
 constexpr unsigned long kMaximumBlobLength = 0xFFFFFFFF;
 /// Why a longer one is refused. The offset of that fault is the greatest length.
 constexpr char kBlobTooLarge[] = "too large for a blob: 4 GiB or more";

@@ -5,23 +5,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
 
 #include "shared/platform/posix/RegularFile.h"
-#include "shared/platform/posix/Uninterrupted.h"
+#include "shared/platform/posix/Transfer.h"
 
 namespace {
 
 constexpr char kFolderSettingsName[] = ".DS_Store";
 constexpr char kScrubCharacter = 'X';
-
-constexpr unsigned long kLow32Bits = 0xFFFFFFFF;
-
-// The most bytes that one read is asked for: macOS refuses more than INT_MAX.
-constexpr size_t kGreatestTransfer = 1UL << 30;
 
 // The directories that are being read, innermost first.
 struct DirectoryBeingRead {
@@ -100,31 +94,16 @@ int OpenSource(const char* path, struct stat& status) {
   return OpenRegularFile(path, O_RDONLY, 0, FileNames::kAny, &status);
 }
 
-// Reads up to `size` bytes into the array. Returns 0 when there were so many, otherwise how it
-// ended early: an errno value, or kFileBecameShorter with fewer bytes in `filled`.
-int ReadUpTo(int descriptor, unsigned char* bytes, unsigned long size, unsigned long& filled) {
-  for (filled = 0; filled != size;) {
-    const ssize_t count = Uninterrupted([&] {
-      return read(descriptor, bytes + filled, std::min(size - filled, kGreatestTransfer));
-    });
-    if (count <= 0) {
-      return count < 0 ? errno : kFileBecameShorter;
-    }
-    filled += static_cast<unsigned long>(count);
-  }
-  return 0;
-}
-
 // Reads `size` bytes into a new array; what the file has no more of is zero. Absent when there
 // is no memory.
-unsigned char* ReadBytes(int descriptor, unsigned long size, const char* path,
-                         const SourceCaller& caller) {
+unsigned char* ReadNewArray(int descriptor, unsigned long size, const char* path,
+                            const SourceCaller& caller) {
   auto* const bytes = new (std::nothrow) unsigned char[size];
   if (bytes == nullptr) {
     return nullptr;
   }
-  unsigned long filled = 0;
-  const int error = ReadUpTo(descriptor, bytes, size, filled);
+  size_t filled = 0;
+  const int error = ReadBytes(descriptor, bytes, size, filled);
   if (filled != size) {
     caller.Report(path, error);
     memset(bytes + filled, 0, size - filled);
@@ -141,8 +120,8 @@ fileChunk* CreateFileSource(const char* path, const char* name, const SourceCall
   const auto size = static_cast<unsigned long>(status.st_size);
   fileChunk* node = CreateNode(name);
   if (node) {
-    node->size = size & kLow32Bits;
-    node->data = ReadBytes(descriptor, node->size, path, caller);
+    node->size = static_cast<unsigned int>(size);
+    node->data = ReadNewArray(descriptor, node->size, path, caller);
     if (!node->data) {
       DeleteFileChunks(node);
     }
@@ -251,7 +230,7 @@ fileChunk* PlatformCreateSourceFromDescriptor(int descriptor, int& error) {
     error = errno;
     return nullptr;
   }
-  if (static_cast<unsigned long>(status.st_size) > kLow32Bits) {
+  if (static_cast<unsigned long>(status.st_size) > kMaximumBlobLength) {
     error = EFBIG;
     return nullptr;
   }
@@ -265,8 +244,8 @@ fileChunk* PlatformCreateSourceFromDescriptor(int descriptor, int& error) {
     error = ENOMEM;
     return nullptr;
   }
-  unsigned long filled = 0;
-  error = ReadUpTo(descriptor, node->data, node->size, filled);
+  size_t filled = 0;
+  error = ReadBytes(descriptor, node->data, node->size, filled);
   if (filled != node->size) {
     DeleteFileChunks(node);
   }
@@ -280,7 +259,7 @@ int PlatformCreateSourceFromFile(const char* path, void*& data, unsigned long& l
     return 0;
   }
   const auto size = static_cast<unsigned long>(status.st_size);
-  unsigned char* const bytes = ReadBytes(descriptor, size, path, kNoFunctions);
+  unsigned char* const bytes = ReadNewArray(descriptor, size, path, kNoFunctions);
   close(descriptor);
   if (!bytes) {
     return 0;

@@ -5,26 +5,20 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "shared/platform/posix/FolderWalk.h"
 #include "shared/platform/posix/RegularFile.h"
+#include "shared/platform/posix/Transfer.h"
 #include "shared/platform/posix/Uninterrupted.h"
 
 namespace {
 
 constexpr mode_t kDirectoryMode = 0775;
 constexpr mode_t kFileMode = 0664;
-
-constexpr unsigned long kLow32Bits = 0xFFFFFFFF;
-
-// The most bytes that one write is asked for: macOS refuses more than INT_MAX.
-constexpr size_t kGreatestTransfer = 1UL << 30;
 
 // New folders and files have their whole mode from the start: one without read permission could
 // not be entered.
@@ -43,19 +37,6 @@ struct WrittenFile {
   bool isOpened;
   int error;  // 0 when all of it has been written
 };
-
-int WriteBytes(int descriptor, const unsigned char* bytes, size_t count) {
-  while (count != 0) {
-    const ssize_t written =
-        Uninterrupted([&] { return write(descriptor, bytes, std::min(count, kGreatestTransfer)); });
-    if (written <= 0) {
-      return written < 0 ? errno : EIO;
-    }
-    bytes += written;
-    count -= static_cast<size_t>(written);
-  }
-  return 0;
-}
 
 WrittenFile WriteWholeFile(const char* path, const unsigned char* bytes, size_t count) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW;
@@ -154,7 +135,7 @@ class Sink {
   void Write(const fileChunk* list);
 
  private:
-  bool GoToTop(char* path);
+  bool GoToTop();
   void WriteTop(const fileChunk& node, const Trail& trail);
   void WriteEntry(const fileChunk& node, const Trail& trail);
   void WriteChildren(const fileChunk& node, const Trail& trail);
@@ -179,34 +160,26 @@ class Sink {
 void Sink::Write(const fileChunk* list) {
   const NoUmask noUmask;
   report_.entries = CountEntries(list);
-  char* const path = strdup(top_.name);
-  if (path == nullptr || !GoToTop(path)) {
+  if (!GoToTop()) {
     lostError_ = errno;
   }
   for (const fileChunk* node = list; node != nullptr; node = node->next) {
     WriteTop(*node, {&top_, NameOf(*node)});
   }
-  free(path);
 }
 
-// Goes to the folder that holds the top, whose path below the root is `path`, and cuts that path
-// in two.
-bool Sink::GoToTop(char* path) {
-  if (*path == '\0') {
+// Goes to the folder that holds the top. Returns false with errno set on failure.
+bool Sink::GoToTop() {
+  if (*top_.name == '\0') {
     isTopTheRoot_ = true;
     topName_ = *root_.name != '\0' ? root_.name : ".";
     return true;
   }
-  char* const slash = strrchr(path, '/');
-  topName_ = slash != nullptr ? slash + 1 : path;
   if (!walk_.Start(root_.name)) {
     return false;
   }
-  if (slash == nullptr) {
-    return true;
-  }
-  *slash = '\0';
-  return walk_.EnterEach(path);
+  topName_ = walk_.EnterFolderOf(top_.name);
+  return topName_ != nullptr;
 }
 
 // The top is entered for the first entry that needs it, and not left again.
@@ -258,7 +231,7 @@ void Sink::WriteChildren(const fileChunk& node, const Trail& trail) {
 }
 
 void Sink::WriteFile(const char* name, const fileChunk& node, const Trail& trail) {
-  const WrittenFile written = WriteWholeFile(name, node.data, node.size & kLow32Bits);
+  const WrittenFile written = WriteWholeFile(name, node.data, static_cast<unsigned int>(node.size));
   if (written.error != 0) {
     Report(1, trail, written.error);
   }
@@ -305,6 +278,15 @@ void Sink::Report(unsigned long entries, const Trail& trail, int error) {
   report_.failed += entries;
 }
 
+// Appends `text` to `path`, an array of `capacity` bytes, unless it does not fit with its NUL.
+void AppendIfItFits(char* path, unsigned int capacity, const char* text) {
+  const size_t pathLength = strlen(path);
+  const size_t textLength = strlen(text);
+  if (pathLength + textLength < capacity) {
+    memcpy(path + pathLength, text, textLength + 1);
+  }
+}
+
 }  // namespace
 
 bool PlatformWriteFileFromChunk(const char* parentPath, fileChunk* list) {
@@ -344,24 +326,20 @@ bool PlatformWriteFile(const char* path, unsigned char* bytes, unsigned int coun
 }
 
 void PlatformAppendPathLeaf(char* path, unsigned int capacity, const char* leaf) {
-  if (path == nullptr || leaf == nullptr) {
+  if (path == nullptr || leaf == nullptr || *leaf == '\0') {
     return;
   }
-  size_t pathLength = strlen(path);
+  const size_t pathLength = strlen(path);
   const bool pathEndsInSlash = pathLength != 0 && path[pathLength - 1] == '/';
   const bool leafBeginsWithSlash = *leaf == '/';
-  if (pathLength != 0 && !pathEndsInSlash && *leaf != '\0' && !leafBeginsWithSlash) {
-    if (pathLength + 1 < capacity) {
-      path[pathLength++] = '/';
-      path[pathLength] = '\0';
-    }
-  } else if (pathEndsInSlash && leafBeginsWithSlash) {
-    ++leaf;
+  if (pathEndsInSlash && leafBeginsWithSlash) {
+    AppendIfItFits(path, capacity, leaf + 1);
+    return;
   }
-  const size_t leafLength = strlen(leaf);
-  if (pathLength + leafLength < capacity) {
-    memcpy(path + pathLength, leaf, leafLength + 1);
+  if (pathLength != 0 && !pathEndsInSlash && !leafBeginsWithSlash) {
+    AppendIfItFits(path, capacity, "/");
   }
+  AppendIfItFits(path, capacity, leaf);
 }
 
 unsigned long PlatformGetArbitraryTimeInMS() { return 0; }

@@ -13,6 +13,7 @@
 
 #include "shared/platform/mac/MacSystemVersion.h"
 #include "shared/platform/mac/ProcessLookup.h"
+#include "shared/platform/posix/Uninterrupted.h"
 
 namespace {
 
@@ -160,18 +161,6 @@ ArgumentVector MakeArgumentVector(NSArray* arguments) {
   return vector;
 }
 
-// The next byte, or EOF. A signal is no end.
-int ReadByte(FILE* pipe) {
-  for (;;) {
-    errno = 0;
-    const int byte = getc(pipe);
-    if (byte != EOF || !ferror(pipe) || errno != EINTR) {
-      return byte;
-    }
-    clearerr(pipe);
-  }
-}
-
 void AppendLine(NSMutableString* text, const char* line, size_t length) {
   NSString* decoded = [[NSString alloc] initWithBytes:line
                                                length:length
@@ -190,7 +179,7 @@ void AppendLine(NSMutableString* text, const char* line, size_t length) {
 void ReadLines(FILE* pipe, NSMutableString* text) {
   char line[kLineCapacity];
   size_t length = 0;
-  int byte = ReadByte(pipe);
+  int byte = NextByte(pipe);
   while (byte != EOF && length < kLineCapacity) {
     line[length++] = static_cast<char>(byte);
     if (byte == '\n') {
@@ -198,7 +187,7 @@ void ReadLines(FILE* pipe, NSMutableString* text) {
       length = 0;
     }
     if (length < kLineCapacity) {
-      byte = ReadByte(pipe);
+      byte = NextByte(pipe);
     }
   }
   AppendLine(text, line, length);

@@ -56,13 +56,19 @@ bool FolderWalk::Enter(const char* name) {
   return Go(name, O_NOFOLLOW, nullptr);
 }
 
-bool FolderWalk::EnterEach(const char* path) {
-  for (const char* rest = path;;) {
-    rest += strspn(rest, "/");
+const char* FolderWalk::EnterFolderOf(const char* path) {
+  const char* const slash = strrchr(path, '/');
+  if (slash == nullptr) {
+    return path;
+  }
+  return EnterEach(path, slash) ? slash + 1 : nullptr;
+}
+
+// Enters the components of the path from `path` to `end`, where a slash is.
+bool FolderWalk::EnterEach(const char* path, const char* end) {
+  const char* rest = path + strspn(path, "/");
+  while (rest < end) {
     const size_t length = strcspn(rest, "/");
-    if (length == 0) {
-      return true;
-    }
     char name[NAME_MAX + 1];
     if (length > NAME_MAX) {
       errno = ENAMETOOLONG;
@@ -74,7 +80,9 @@ bool FolderWalk::EnterEach(const char* path) {
       return false;
     }
     rest += length;
+    rest += strspn(rest, "/");
   }
+  return true;
 }
 
 bool FolderWalk::Return(const FolderIdentity& parent) { return Go("..", 0, &parent); }

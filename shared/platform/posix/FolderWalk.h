@@ -23,7 +23,8 @@ struct FolderIdentity {
 /// Because the working directory is the whole process's, one walk exists at a time and other
 /// threads must not use relative paths meanwhile.
 ///
-/// All members return false with errno set on failure and then leave the walk where it was.
+/// Members that return bool return false with errno set on failure, and then leave the walk where
+/// it was.
 class FolderWalk {
  public:
   /// Remembers the working directory.
@@ -40,9 +41,11 @@ class FolderWalk {
   /// EINVAL for "..", and for a name with a slash.
   bool Enter(const char* name);
 
-  /// Enters each component of the relative path `path`, which may have slashes before, between and
-  /// after them. On failure the walk is in the last folder that could be entered.
-  bool EnterEach(const char* path);
+  /// Goes from the current folder to the one that holds the item at `path`: enters each component
+  /// but the last. Slashes before the first component and several between two do not count.
+  /// Returns the item's name, the end of `path` after its last slash. On failure returns null with
+  /// errno set; the walk is then in the last folder that could be entered.
+  const char* EnterFolderOf(const char* path);
 
   /// Goes from a folder that was entered back to the one around it, whose Here() was `parent`.
   /// ESTALE when another user has moved the folder elsewhere.
@@ -54,6 +57,7 @@ class FolderWalk {
   uid_t Owner() const { return owner_; }
 
  private:
+  bool EnterEach(const char* path, const char* end);
   bool Go(const char* path, int flags, const FolderIdentity* expected);
 
   int saved_;

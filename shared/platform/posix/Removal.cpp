@@ -43,17 +43,8 @@ class FolderNames {
   size_t capacity_ = 0;
 };
 
-DIR* OpenWorkingDirectory() {
-  for (;;) {
-    DIR* const folder = opendir(".");
-    if (folder != nullptr || errno != EINTR) {
-      return folder;
-    }
-  }
-}
-
 int FolderNames::Read() {
-  DIR* const folder = OpenWorkingDirectory();
+  DIR* const folder = Uninterrupted([] { return opendir("."); });
   if (folder == nullptr) {
     return errno;
   }
@@ -225,38 +216,33 @@ int TreeRemoval::EmptyHere(const FolderIdentity& parent, unsigned int depth) {
 
 // Goes to the folder that holds the item at `path` below `root`. Returns the item's name, or null
 // with errno set, to ENOENT where there cannot be such an item.
-const char* GoToItem(FolderWalk& walk, TreeRemoval& removal, const char* root, char* path) {
-  char* const slash = strrchr(path, '/');
+const char* GoToItem(FolderWalk& walk, TreeRemoval& removal, const char* root, const char* path) {
   if (!walk.Start(root)) {
     return nullptr;
   }
   removal.TrustOwner(walk.Owner());
-  if (slash == nullptr) {
-    return path;
+  const char* const name = walk.EnterFolderOf(path);
+  if (name == nullptr) {
+    errno = errno == ENOTDIR ? ENOENT : errno;
+    return nullptr;
   }
-  *slash = '\0';
-  if (walk.EnterEach(path)) {
+  if (!removal.IsTrusted(walk.Owner())) {
     errno = EPERM;
-    return removal.IsTrusted(walk.Owner()) ? slash + 1 : nullptr;
+    return nullptr;
   }
-  if (errno == ENOTDIR) {
-    errno = ENOENT;
-  }
-  return nullptr;
+  return name;
 }
 
 template <typename Remover>
 RemovalResult RemoveItem(const char* root, const char* path, Remover remove) {
   FolderWalk walk;
   TreeRemoval removal(walk);
-  char* const copy = strdup(path);
-  const char* const name = copy != nullptr ? GoToItem(walk, removal, root, copy) : nullptr;
+  const char* const name = GoToItem(walk, removal, root, path);
   if (name != nullptr) {
     remove(removal, name);
   } else {
     removal.Refuse(errno);
   }
-  free(copy);
   return removal.Result();
 }
 

@@ -41,7 +41,7 @@ TEST_F(FolderWalkTest, LeavesNoDescriptorOpen) {
   {
     FolderWalk walk;
     ASSERT_TRUE(walk.Start(folder_.Path().c_str()));
-    ASSERT_TRUE(walk.EnterEach("outer/inner"));
+    ASSERT_STREQ("item", walk.EnterFolderOf("outer/inner/item"));
     EXPECT_FALSE(walk.Enter("missing"));
     EXPECT_FALSE(walk.Enter("file"));
   }
@@ -61,7 +61,7 @@ TEST_F(FolderWalkTest, StartFollowsLinksAndEnterDoesNot) {
     EXPECT_FALSE(walk.Enter(name)) << name;
     EXPECT_EQ(EINVAL, errno) << name;
   }
-  EXPECT_FALSE(walk.EnterEach("link/inner"));
+  EXPECT_EQ(nullptr, walk.EnterFolderOf("link/inner/item"));
   EXPECT_EQ(fs::canonical(folder_.Path()), fs::current_path());
 }
 
@@ -80,12 +80,14 @@ TEST_F(FolderWalkTest, EntersFoldersAlone) {
 TEST_F(FolderWalkTest, EntersEachComponentOfAPath) {
   FolderWalk walk;
   ASSERT_TRUE(walk.Start(folder_.Path().c_str()));
-  ASSERT_TRUE(walk.EnterEach("//outer//inner/"));
+  ASSERT_STREQ("item", walk.EnterFolderOf("//outer//inner//item"));
   EXPECT_EQ(fs::canonical(folder_ / "outer/inner"), fs::current_path());
-  EXPECT_TRUE(walk.EnterEach(""));
+  EXPECT_STREQ("item", walk.EnterFolderOf("item"));
+  EXPECT_STREQ("item", walk.EnterFolderOf("/item"));
+  EXPECT_STREQ("", walk.EnterFolderOf("/"));
   fs::create_directory(std::string(255, 'n'));
-  EXPECT_TRUE(walk.EnterEach(std::string(255, 'n').c_str()));
-  EXPECT_FALSE(walk.EnterEach(std::string(256, 'n').c_str()));
+  EXPECT_STREQ("item", walk.EnterFolderOf((std::string(255, 'n') + "/item").c_str()));
+  EXPECT_EQ(nullptr, walk.EnterFolderOf((std::string(256, 'n') + "/item").c_str()));
   EXPECT_EQ(ENAMETOOLONG, errno);
 }
 

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "shared/platform/posix/EffectiveUser.h"
@@ -51,28 +50,22 @@ int OpenLogAs(const ConsoleUser& console, const char* path) {
 
 bool IsOwner(uid_t owner, uid_t user) { return owner == kRoot || owner == user; }
 
-// Goes to the folder of the file at the absolute path `path`. Returns the file's name, or null.
-const char* GoToFolder(FolderWalk& walk, char* path) {
-  char* const slash = strrchr(path, '/');
-  if (slash == nullptr || !walk.Start("/")) {
-    return nullptr;
-  }
-  *slash = '\0';
-  return walk.EnterEach(path) ? slash + 1 : nullptr;
-}
-
 // Opens the log with root's rights where nothing but root and `user` could have placed it.
 int OpenLogAsRoot(const char* path, uid_t user) {
   FolderWalk walk;
-  char* const copy = strdup(path);
-  const char* const name = copy != nullptr ? GoToFolder(walk, copy) : nullptr;
+  if (strchr(path, '/') == nullptr || !walk.Start("/")) {
+    return -1;
+  }
+  const char* const name = walk.EnterFolderOf(path);
+  if (name == nullptr || !IsOwner(walk.Owner(), user)) {
+    return -1;
+  }
   struct stat status = {};
-  int log = name != nullptr && IsOwner(walk.Owner(), user) ? OpenLog(name, &status) : -1;
+  const int log = OpenLog(name, &status);
   if (log >= 0 && !IsOwner(status.st_uid, user)) {
     close(log);
-    log = -1;
+    return -1;
   }
-  free(copy);
   return log;
 }
 

@@ -2,8 +2,8 @@
 
 #import <Foundation/Foundation.h>
 
+#import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/RemoveExistingItem.h"
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/UserHomeDirectory.h"
-#include "shared/platform/posix/Removal.h"
 
 namespace {
 
@@ -16,16 +16,8 @@ NSString* const kObsoleteNamesInHome[] = {
 };
 NSString* const kObsoleteSystemName = @"Korvel Player Enabler.plugin";
 
-// Removes the item `name` of the plug-in folder below `root`, if it exists.
 void RemovePlugin(NSString* root, NSString* name) {
-  NSString* pathInRoot = [kPluginFolder stringByAppendingPathComponent:name];
-  NSString* path = [root stringByAppendingPathComponent:pathInRoot];
-  if (![[NSFileManager defaultManager] fileExistsAtPath:path]) {
-    return;
-  }
-  // After an empty root the path is a relative one.
-  const char* start = [root length] > 0 ? [root fileSystemRepresentation] : ".";
-  (void)RemoveTree(start, [pathInRoot fileSystemRepresentation]);
+  RemoveExistingItem(root, [kPluginFolder stringByAppendingPathComponent:name], RemoveTree);
 }
 
 }  // namespace

@@ -57,6 +57,8 @@ bool IsPlainName(NSString* name) {
 
 - (void)_logError:(NSString*)message;
 - (void)_failWithReason:(NSString*)reason;
+- (void)_dropConnection;
+- (NSURLRequest*)_request;
 - (bool)_giveUpBeyond:(unsigned long long)bytes;
 - (void)_writeChunk:(NSData*)chunk;
 - (void)_createFile;
@@ -143,32 +145,19 @@ bool IsPlainName(NSString* name) {
     return false;
   }
 
-  if (m_urlConnection != nil) {
-    // It would go on without its owner, and fill the buffer of the next one. It may also be the
-    // last that holds this object.
-    [[self retain] autorelease];
-    [m_urlConnection cancel];
-    [m_urlConnection release];
-    m_urlConnection = nil;
-  }
-  NSMutableURLRequest* request =
-      [NSMutableURLRequest requestWithURL:m_url
-                              cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
-                          timeoutInterval:kTimeOut];
-  if (m_authoritiesFile != nil) {
-    [NSURLProtocol setProperty:m_authoritiesFile forKey:kKPIMAuthoritiesProperty inRequest:request];
-  }
+  [self _dropConnection];
+  NSURLRequest* request = [self _request];
   [m_data release];
   m_data = nil;
-  if (!m_asyncModeOn) {
+  if (m_asyncModeOn) {
+    m_data = [[NSMutableData alloc] init];
+    m_urlConnection = [[NSURLConnection alloc] initWithRequest:request delegate:self];
+  } else {
     NSData* body = [NSURLConnection sendSynchronousRequest:request
                                          returningResponse:nullptr
                                                      error:nullptr];
     m_data = [[NSMutableData alloc] initWithData:body];
-    return true;
   }
-  m_data = [[NSMutableData alloc] init];
-  m_urlConnection = [[NSURLConnection alloc] initWithRequest:request delegate:self];
   return true;
 }
 
@@ -270,6 +259,30 @@ bool IsPlainName(NSString* name) {
 - (void)_failWithReason:(NSString*)reason {
   Assign(m_failure, reason);
   [self _logError:[NSString stringWithFormat:kDownloadFailed, reason]];
+}
+
+// Ends an earlier request that is still unanswered: it would go on without its owner, and fill the
+// buffer of the next one.
+- (void)_dropConnection {
+  if (m_urlConnection == nil) {
+    return;
+  }
+  // The connection may be the last object that retains this one.
+  [[self retain] autorelease];
+  [m_urlConnection cancel];
+  [m_urlConnection release];
+  m_urlConnection = nil;
+}
+
+- (NSURLRequest*)_request {
+  NSMutableURLRequest* request =
+      [NSMutableURLRequest requestWithURL:m_url
+                              cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
+                          timeoutInterval:kTimeOut];
+  if (m_authoritiesFile != nil) {
+    [NSURLProtocol setProperty:m_authoritiesFile forKey:kKPIMAuthoritiesProperty inRequest:request];
+  }
+  return request;
 }
 
 // Ends the download if a body of so many bytes is too long. Returns whether it is.
