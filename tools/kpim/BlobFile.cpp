@@ -20,7 +20,8 @@ namespace {
 
 constexpr char kNotABlob[] = "not a payload blob";
 
-// Standard input is read in steps that begin with this size, in bytes, and double.
+// Size of the first part in which standard input is read, in bytes; each further part is twice as
+// large.
 constexpr size_t kFirstStep = 1 << 20;
 
 struct MemoryReleaser {
@@ -32,7 +33,7 @@ struct BlobBytes {
   std::unique_ptr<unsigned char, MemoryReleaser> bytes;
   size_t length = 0;
 
-  // Makes room for `capacity` bytes and keeps those that are there. False when there is no memory.
+  // Makes room for `capacity` bytes and keeps the present ones. Returns false when memory runs out.
   bool Reserve(size_t capacity) {
     auto* const larger = static_cast<unsigned char*>(realloc(bytes.get(), capacity));
     if (!larger) {
@@ -44,8 +45,8 @@ struct BlobBytes {
   }
 };
 
-// Why the file cannot be a blob; absent when it can.
-const char* Unfit(const struct stat& status) {
+// Returns why the file cannot be a blob; null when it can.
+const char* WhyNotABlob(const struct stat& status) {
   if (S_ISDIR(status.st_mode)) {
     return "Is a directory";
   }
@@ -55,14 +56,14 @@ const char* Unfit(const struct stat& status) {
   return static_cast<unsigned long>(status.st_size) > kMaximumBlobLength ? kBlobTooLarge : nullptr;
 }
 
-// Reads the file at `path` whole. False, and reported, when that cannot be done.
+// Reads the whole file at `path`. Reports a failure and returns false.
 bool ReadFile(const std::string& path, BlobBytes& blob) {
   InputFile file;
   if (const int error = file.Open(path)) {
     ReportSystemError(path, error);
     return false;
   }
-  if (const char* const why = Unfit(file.status())) {
+  if (const char* const why = WhyNotABlob(file.status())) {
     ReportError(path, why);
     return false;
   }
@@ -82,7 +83,7 @@ bool ReadFile(const std::string& path, BlobBytes& blob) {
   return true;
 }
 
-// Reads standard input to its end. False, and reported, when that cannot be done.
+// Reads standard input to its end. Reports a failure and returns false.
 bool ReadStandardInput(const std::string& name, BlobBytes& blob) {
   if (isatty(STDIN_FILENO) != 0) {
     ReportError(name, "a terminal: a blob comes from a file or a pipe");
@@ -100,7 +101,7 @@ bool ReadStandardInput(const std::string& name, BlobBytes& blob) {
       ReportError(name, kBlobTooLarge);
       return false;
     }
-    // One byte beyond the limit shows that there is more.
+    // One byte more than the limit is read, to find out that there is more.
     capacity = std::min(capacity + step, kMaximumBlobLength + 1);
     if (!blob.Reserve(capacity)) {
       ReportSystemError(name, ENOMEM);
@@ -117,8 +118,8 @@ bool ReadStandardInput(const std::string& name, BlobBytes& blob) {
   return true;
 }
 
-// Whether the bytes begin as every writer's first header does: with the version and the flags of
-// a known compression type, as far as there are any. One byte is enough.
+// Returns whether the bytes begin like a header: with the version and, if there is a second byte,
+// the flags of a known compression type.
 bool BeginsAsBlob(const BlobBytes& blob) {
   if (blob.length == 0 || blob.bytes.get()[0] != kHeaderVersion) {
     return false;
@@ -130,7 +131,7 @@ bool BeginsAsBlob(const BlobBytes& blob) {
   return type == kCompressionStored || type == kCompressionLZMA;
 }
 
-// The first of `paths`, with an ellipsis when there are more.
+// Returns the first of `paths`, with an ellipsis when there are more.
 std::string FirstOf(const std::vector<std::string>& paths) {
   return paths.front() + (paths.size() > 1 ? ", ..." : "");
 }

@@ -15,7 +15,7 @@ namespace kpim {
 
 namespace {
 
-// The length of a name has one byte.
+// The length of a name is stored in one byte.
 constexpr size_t kMaximumNameLength = 0xFF;
 
 constexpr char kOutputInside[] = "the blob must not be written into the bundle that it is made of";
@@ -84,7 +84,7 @@ void BundleScan::ScanDirectory(const std::string& path, FileIdentity identity) {
   }
   open_.push_back(identity);
   for (const std::string& name : names) {
-    // Links can make a small folder endless in effect: past the limit nothing matters.
+    // Links can make a small folder very large in effect: after the limit the walk ends.
     if (!PlatformFilenameAllowed(name.c_str()) || blobBytes_ > kMaximumBlobLength) {
       continue;
     }

@@ -1,4 +1,4 @@
-// kpim check: may this version be installed here.
+// kpim check: whether this version may be installed on this machine.
 #import <Foundation/Foundation.h>
 
 #include <unistd.h>
@@ -31,10 +31,10 @@ constexpr Verdict kVerdicts[] = {
 
 constexpr char kSystemVersionFile[] = "/System/Library/CoreServices/SystemVersion.plist";
 
-// The version that stands for a system that says nothing about its own: 10.0.0.
+// The version 10.0.0, which means that the system does not report its version.
 constexpr unsigned int kUnknownSystem = 0xA0000;
 
-// A version as `getSystemOSVersion` packs it, with dots.
+// Returns a version that `getSystemOSVersion` has packed as text, with dots.
 std::string SystemVersion(unsigned int packed) {
   return std::to_string(packed >> 16) + "." + std::to_string(packed >> 8 & 0xFF) + "." +
          std::to_string(packed & 0xFF);
@@ -51,7 +51,7 @@ std::string DescribeSystem() {
          needed;
 }
 
-// Why the check `bit` failed.
+// Returns why the check `bit` has failed.
 std::string ReasonOf(unsigned int bit, NSString* installed, NSString* offered) {
   switch (bit) {
     case kKPIMInstallChecksSystemTooOld:

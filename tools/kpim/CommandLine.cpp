@@ -82,7 +82,7 @@ constexpr char kLatestFooter[] =
 constexpr char kBlobHelp[] = "The blob; - for standard input";
 constexpr char kJSONHelp[] = "Print the result as JSON";
 
-// CLI11's complaint about arguments that are left over, with these in their order.
+// Returns CLI11's message about unexpected arguments, in the order in which they were given.
 std::string DescribeLeftOver(const CLI::App& command) {
   const std::vector<std::string> arguments = command.remaining();
   std::string text = arguments.size() > 1 ? "The following arguments were not expected:"
@@ -93,7 +93,7 @@ std::string DescribeLeftOver(const CLI::App& command) {
   return text;
 }
 
-// Says what is wrong with the command line, in the name of the chosen command if there is one.
+// Reports what is wrong with the command line, with the name of the chosen command if there is one.
 void ReportUsageError(const CLI::App& app, const CLI::ParseError& error) {
   const auto commands = app.get_subcommands();
   const auto unknown = app.remaining();
@@ -210,13 +210,13 @@ void AddUnpackCommand(CLI::App& app, int& status) {
 
 void AddCheckCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<CheckOptions>();
-  CLI::App* command = app.add_subcommand("check", "Tell whether this version may be installed");
+  CLI::App* command = app.add_subcommand("check", "Check whether this version may be installed");
   command->footer(kCheckFooter);
   command->add_flag("--json", options->json, "Print it as JSON")->disable_flag_override();
   command->callback([options, &status] { status = Check(*options); });
 }
 
-// Empty when `text` can be the part of a file's name that names a locale, else why not.
+// Returns an empty string when `text` can be the locale in a file's name, otherwise a message.
 std::string CheckLocale(const std::string& text) {
   const auto isPart = [](char character) {
     return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
@@ -260,7 +260,7 @@ void AddHelpCommand(CLI::App& app, int& status) {
   command->callback([name, &app, &status] {
     status = kExitOK;
     if (name->empty()) {
-      // Not App::help, which would print that of the command that has been parsed.
+      // App::help would print the help of the command that has been parsed.
       Print(app.get_formatter()->make_help(&app, kProgram, CLI::AppFormatMode::Normal));
       return;
     }

@@ -12,7 +12,7 @@ constexpr int kExitOK = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
-/// Stands for standard output or standard input where the command line names a file.
+/// Means standard output or standard input in place of the path of a file.
 constexpr char kStandardStream[] = "-";
 
 /// Runs the command that the command line chooses, and returns its exit status. Usage errors are
@@ -22,10 +22,10 @@ int Run(int argc, char** argv);
 // Each of these runs one command and returns its exit status. A failure has been reported on
 // standard error. A blob called "-" is read from standard input.
 
-/// The most that --threads takes. What is beyond two makes no difference.
+/// The largest argument of --threads. More than two threads make no difference.
 constexpr unsigned int kMostThreads = 1024;
 
-/// What the command line says for "kpim pack".
+/// The arguments of "kpim pack".
 struct PackOptions {
   std::string bundle;
   std::optional<std::string> output;
@@ -38,14 +38,15 @@ struct PackOptions {
   bool json = false;
 };
 
-/// Builds a blob out of the directory `bundle` and writes it to `output`, by default beside the
-/// bundle, or to standard output when that is kStandardStream. `excluded` has the patterns of what
-/// is left out. Entries are ordered by name unless `unsorted` is true; with `verify` the blob is
-/// decoded and compared before it is written. `quiet` drops warnings and progress, `strict` makes
-/// errors of the warnings. The result is printed as JSON when `json` is true.
+/// Packs the directory `bundle` into a blob and writes it to `output`, by default beside the
+/// bundle, or to standard output if that is kStandardStream. Entries that match a pattern of
+/// `excluded` are left out. Entries are ordered by name unless `unsorted` is true. With `verify`
+/// the blob is decoded and compared with the bundle before it is written. `quiet` suppresses
+/// warnings and progress, `strict` turns warnings into errors. The result is printed as JSON if
+/// `json` is true.
 int Pack(const PackOptions& options);
 
-/// What the command line says for "kpim list".
+/// The arguments of "kpim list".
 struct ListOptions {
   std::string blob;
   bool json = false;
@@ -54,18 +55,18 @@ struct ListOptions {
 /// Prints the tree of the blob `blob`, as JSON when `json` is true.
 int List(const ListOptions& options);
 
-/// What the command line says for "kpim verify".
+/// The arguments of "kpim verify".
 struct VerifyOptions {
   std::string blob;
   std::optional<std::string> bundle;
   bool json = false;
 };
 
-/// Checks that the blob `blob` is well formed and, with `bundle`, that it has the same contents.
-/// Prints the result as JSON when `json` is true.
+/// Checks that the blob `blob` is well formed and, with `bundle`, that it has the same contents as
+/// the directory `bundle`. Prints the result as JSON when `json` is true.
 int VerifyBlob(const VerifyOptions& options);
 
-/// What the command line says for "kpim diff".
+/// The arguments of "kpim diff".
 struct DiffOptions {
   std::string left;
   std::string right;
@@ -76,7 +77,7 @@ struct DiffOptions {
 /// `json` is true.
 int Diff(const DiffOptions& options);
 
-/// What the command line says for "kpim unpack".
+/// The arguments of "kpim unpack".
 struct UnpackOptions {
   std::string blob;
   std::string directory;
@@ -89,7 +90,7 @@ struct UnpackOptions {
 /// the result as JSON when `json` is true.
 int Unpack(const UnpackOptions& options);
 
-/// What the command line says for "kpim check".
+/// The arguments of "kpim check".
 struct CheckOptions {
   bool json = false;
 };
@@ -97,13 +98,13 @@ struct CheckOptions {
 /// Runs the install checks and prints their verdicts, as JSON when `json` is true.
 int Check(const CheckOptions& options);
 
-/// The player's flavours, and time limits of a request in seconds.
+/// The player's flavours, and the time limits of a request in seconds.
 constexpr char kPepperKind[] = "pep";
 constexpr char kPluginKind[] = "pl";
 constexpr int kDefaultTimeLimit = 90;
 constexpr int kLongestTimeLimit = 24 * 60 * 60;
 
-/// What the command line says for "kpim latest".
+/// The arguments of "kpim latest".
 struct LatestOptions {
   std::string kind = kPepperKind;
   /// The locale in the address; by default, that of the strings table.
@@ -114,8 +115,8 @@ struct LatestOptions {
   bool json = false;
 };
 
-/// Fetches and prints the version description of `kind`, one of the two above, within `timeLimit`
-/// seconds altogether; as JSON when `json` is true.
+/// Fetches the version description of `kind`, one of the two above, and prints it, as JSON if
+/// `json` is true. The whole request may take `timeLimit` seconds.
 int Latest(const LatestOptions& options);
 
 }  // namespace kpim

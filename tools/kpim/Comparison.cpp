@@ -36,7 +36,8 @@ std::string ParentOf(const std::string& path) {
   return slash == std::string::npos ? "" : path.substr(0, slash);
 }
 
-// What the sink writes: for each path, relative to the directory, the entry that counts.
+// The entries that the sink writes, by path relative to the directory. Of several entries with one
+// path the one that counts is kept.
 class Expectation {
  public:
   struct Entry {
@@ -51,7 +52,7 @@ class Expectation {
 
   std::map<std::string, Entry>& entries() { return entries_; }
 
-  // The entry at `path`; absent when there is none.
+  // Returns the entry at `path`; null when there is none.
   const fileChunk* NodeAt(const std::string& path) const {
     const auto entry = entries_.find(path);
     return entry != entries_.end() ? entry->second.node : nullptr;
@@ -63,7 +64,7 @@ class Expectation {
   }
 
  private:
-  // Notes where the sink writes each node of `list`.
+  // Adds each node of `list` at the path where the sink writes it.
   void Expect(const fileChunk* list, const std::string& parent) {
     for (const fileChunk* node = list; node; node = node->next) {
       const std::string path = PathOf(*node, parent);
@@ -165,7 +166,7 @@ class DirectoryComparison {
     }
   }
 
-  // Adds what was expected in the directories that were listed, and not found.
+  // Adds the entries that were expected in the listed directories, and were not found.
   void AddMissing() {
     std::sort(listed_.begin(), listed_.end());
     for (const auto& [path, expected] : expectation_.entries()) {
@@ -204,7 +205,7 @@ std::vector<Difference> CompareWithTree(const fileChunk* list, const fileChunk* 
   for (const auto& [path, entry] : left.entries()) {
     const fileChunk* const counterpart = right.NodeAt(path);
     if (!counterpart) {
-      // Of a directory that one side lacks, only the directory itself is reported.
+      // If one side lacks a directory, only the directory itself is reported.
       if (right.HasDirectory(ParentOf(path))) {
         Add(differences, path, DifferenceKind::kMissing);
       }

@@ -16,7 +16,8 @@ enum class DifferenceKind {
   kExtra,
   /// A file with other contents.
   kDifferent,
-  /// A file on one side and something else on the other, or both in the tree.
+  /// A file on one side and a directory or something else on the other, or both at one path in the
+  /// tree.
   kTypeMismatch,
   /// Cannot be read from disk.
   kUnreadable,
@@ -31,13 +32,13 @@ struct Difference {
   int error = 0;
 };
 
-/// Compares what writing the sibling list `list` below `directory` would give with what is
-/// there: names, kinds and contents, links followed. Names that are never packed are not
-/// missed, and nothing is told about the inside of a directory that one side lacks. Returns
-/// the differences ordered by path.
+/// Compares the sibling list `list` with the contents of `directory`: names, kinds and file
+/// contents, links followed. The list counts as it would be written. Names that are never packed
+/// are not reported as extra. If one side lacks a directory, only the directory itself is reported.
+/// Returns the differences ordered by path.
 std::vector<Difference> CompareWithDirectory(const fileChunk* list, const std::string& directory);
 
-/// The same for what writing the sibling list `other` would give. Every name counts.
+/// The same with the sibling list `other` in place of a directory. Every name counts.
 std::vector<Difference> CompareWithTree(const fileChunk* list, const fileChunk* other);
 
 }  // namespace kpim

@@ -1,4 +1,4 @@
-// kpim diff: two blobs, or a blob and a directory, compared.
+// kpim diff: compares two blobs, or a blob and a directory.
 #include <sys/stat.h>
 
 #include <string>
@@ -36,7 +36,7 @@ struct Side {
   explicit Side(const std::string& operand)
       : path(operand), name(BlobName(operand)), isDirectory(IsDirectory(operand)) {}
 
-  // Reads the blob. False, and reported, when that fails; true for a directory.
+  // Reads the blob; does nothing for a directory. Reports a failure and returns false.
   bool Read() {
     if (isDirectory) {
       return true;

@@ -1,4 +1,4 @@
-// Differences as kpim prints them.
+// Printing differences.
 #pragma once
 
 #include <string>
@@ -8,19 +8,19 @@
 
 namespace kpim {
 
-/// Prints one line for each difference on standard output: "KIND: PATH", and for what cannot be
-/// read the reason.
+/// Prints one line for each difference on standard output: "KIND: PATH", or "unreadable: PATH:
+/// REASON".
 void PrintDifferences(const std::vector<Difference>& differences);
 
-/// The differences as a JSON array of objects with "kind" and "path", and with "text", the reason,
-/// for what cannot be read.
+/// Returns the differences as a JSON array of objects with "kind" and "path", and for unreadable
+/// entries with "text", the reason.
 std::string JSONDifferences(const std::vector<Difference>& differences);
 
-/// "1 difference from OTHER".
+/// Returns "1 difference from OTHER", with the number of differences.
 std::string CountedDifferences(const std::vector<Difference>& differences,
                                const std::string& other);
 
-/// False, and reported, unless a directory is at `path`.
+/// Returns true when a directory is at `path`; otherwise reports an error and returns false.
 bool CheckDirectory(const std::string& path);
 
 }  // namespace kpim

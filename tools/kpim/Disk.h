@@ -1,4 +1,4 @@
-// Small questions to the file system.
+// Paths and directories.
 #pragma once
 
 #include <stddef.h>
@@ -9,7 +9,7 @@
 
 namespace kpim {
 
-/// A file or directory, whatever path leads to it; as it is made, none.
+/// Identifies a file or directory, whatever its path is. The default value identifies none.
 struct FileIdentity {
   dev_t device = 0;
   ino_t inode = 0;
@@ -18,23 +18,24 @@ struct FileIdentity {
   }
 };
 
-/// The identity that stat(2) reported.
+/// Returns the identity in a result of stat(2).
 FileIdentity IdentityOf(const struct stat& status);
 
-/// Reads the names in the directory at `path`, "." and ".." left out, sorted bytewise.
+/// Stores the names in the directory at `path` in `names`, without "." and "..", sorted bytewise.
 /// Returns 0 or an errno value.
 int ListDirectory(const std::string& path, std::vector<std::string>& names);
 
-/// `parent` and `leaf` with one '/' between them; the other one when one is empty.
+/// Returns `parent` and `leaf` with one '/' between them, or the other one when one of them is
+/// empty.
 std::string JoinPath(const std::string& parent, const std::string& leaf);
 
-/// `path` without the slashes at its end; "/" stays.
+/// Returns `path` without the slashes at its end; "/" stays.
 std::string WithoutTrailingSlashes(std::string path);
 
-/// The directory part of `path`: "." when it has none.
+/// Returns the directory part of `path`: "." when it has none.
 std::string DirectoryOf(const std::string& path);
 
-/// What follows the last '/' of `path`.
+/// Returns the text after the last '/' of `path`.
 std::string LeafOf(const std::string& path);
 
 }  // namespace kpim

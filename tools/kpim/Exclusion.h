@@ -11,11 +11,11 @@ class Exclusion {
  public:
   explicit Exclusion(const std::vector<std::string>& globs);
 
-  /// True when a pattern matches the entry at `path`, relative to the bundle, or its name alone,
-  /// as fnmatch(3) with FNM_PATHNAME does.
+  /// Returns true when a pattern matches `path`, which is relative to the bundle, or its last
+  /// component, by the rules of fnmatch(3) with FNM_PATHNAME.
   bool Excludes(const std::string& path);
 
-  /// The patterns that have matched no entry so far.
+  /// Returns the patterns that have matched no entry so far.
   std::vector<std::string> Unmatched() const;
 
  private:

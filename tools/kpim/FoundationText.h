@@ -1,4 +1,4 @@
-// The platform's strings as kpim prints them.
+// Foundation's strings as text that kpim prints.
 #pragma once
 
 #import <Foundation/Foundation.h>
@@ -7,14 +7,14 @@
 
 namespace kpim {
 
-/// `text` in UTF-8, also where it has no form in it: a lone surrogate becomes U+FFFD. Empty for
+/// Returns `text` in UTF-8; a lone surrogate, which has no UTF-8 form, becomes U+FFFD. Empty for
 /// nil.
 std::string UTF8(NSString* text);
 
-/// `text` on one line that a terminal can show; "none" for nil.
+/// Returns `text` on one line that a terminal can show; "none" for nil.
 std::string TextOrNone(NSString* text);
 
-/// `text` as a JSON string; null for nil.
+/// Returns `text` as a JSON string; "null" for nil.
 std::string JSONOrNull(NSString* text);
 
 }  // namespace kpim

@@ -7,7 +7,7 @@ namespace kpim {
 
 std::string UTF8(NSString* text) {
   NSData* data = [text dataUsingEncoding:NSUTF8StringEncoding allowLossyConversion:YES];
-  // Untested: Foundation finds a byte for any character.
+  // Untested: the lossy conversion does not fail.
   return data != nil ? std::string(static_cast<const char*>([data bytes]), [data length]) : "";
 }
 

@@ -1,4 +1,4 @@
-// Reading a file, with every failure told.
+// Reading a file, with a result for every failure.
 #pragma once
 
 #include <stddef.h>
@@ -16,18 +16,19 @@ class InputFile {
   InputFile(const InputFile&) = delete;
   InputFile& operator=(const InputFile&) = delete;
 
-  /// Opens what is at `path`, whatever it is, without waiting for the other end of a FIFO.
-  /// Returns 0 or an errno value. Once per object.
+  /// Opens the item at `path`, of any type, without waiting for the other end of a FIFO. Returns 0
+  /// or an errno value. Call it once per object.
   int Open(const std::string& path);
 
-  /// Reads standard input instead of a file. Returns 0 or an errno value. Once per object.
+  /// Opens standard input instead of a file. Returns 0 or an errno value. Call it once per object.
   int OpenStandardInput();
 
-  /// What fstat(2) reported of the open file; Read is for regular files and standard input.
+  /// Returns the result of fstat(2) for the open file. Use Read for regular files and standard
+  /// input only.
   const struct stat& status() const { return status_; }
 
-  /// Reads the next `count` bytes into `buffer`, and tells in `filled` how many there were:
-  /// fewer only at the end of the file. Returns 0 or an errno value.
+  /// Reads the next `count` bytes into `buffer`, and stores in `filled` how many there were: fewer
+  /// at the end of the file. Returns 0 or an errno value.
   int Read(unsigned char* buffer, size_t count, size_t& filled);
 
  private:

@@ -1,4 +1,4 @@
-// JSON (RFC 8259) as kpim writes it.
+// Writing JSON (RFC 8259).
 #pragma once
 
 #include <string>
@@ -6,14 +6,14 @@
 
 namespace kpim {
 
-/// `text` as a JSON string, quotation marks included. Bytes that are not UTF-8 become U+FFFD each;
-/// characters that a terminal must not receive are written as \uXXXX.
+/// Returns `text` as a JSON string, quotation marks included. Each byte that is not UTF-8 becomes
+/// U+FFFD; characters that a terminal must not receive are written as \uXXXX.
 std::string JSONString(const std::string& text);
 
-/// "true" or "false".
+/// Returns "true" or "false".
 std::string JSONBool(bool value);
 
-/// `values`, each of them JSON, as an array on one line.
+/// Returns an array on one line of the elements `values`, each of which is JSON.
 std::string JSONArray(const std::vector<std::string>& values);
 
 /// A JSON object on one line. Its members keep the order in which they are added; a name is added
@@ -33,13 +33,13 @@ class JSONObject {
   /// Adds true or false.
   JSONObject& AddBool(const std::string& name, bool value);
 
-  /// Adds `json`, which is JSON.
+  /// Adds the value `json`, which is JSON.
   JSONObject& Add(const std::string& name, const std::string& json);
 
   /// Adds the members of `other`.
   JSONObject& Append(const JSONObject& other);
 
-  /// The object as text, without a line break.
+  /// Returns the object as text, without a line break.
   std::string Text() const { return "{" + members_ + "}"; }
 
  private:

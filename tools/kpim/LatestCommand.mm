@@ -25,7 +25,7 @@ namespace {
 
 constexpr char kCommand[] = "latest";
 
-// With six significant digits at most, and a dot in every locale.
+// Returns `value` with at most six significant digits, and with a dot in every locale.
 std::string Number(float value) {
   std::ostringstream text;
   text.imbue(std::locale::classic());
@@ -33,7 +33,7 @@ std::string Number(float value) {
   return text.str();
 }
 
-// JSON has no infinity, which is what a number too large for a float is read as.
+// A number that is too large for a float is read as infinity, which JSON cannot express.
 std::string JSONNumber(float value) { return std::isfinite(value) ? Number(value) : "null"; }
 
 void PrintText(KPIMVersionManager* manager) {
@@ -55,8 +55,8 @@ void PrintJSON(KPIMVersionManager* manager) {
         "\n");
 }
 
-// Lets the request of `manager` go on until it has ended or `timeLimit` seconds are over. Returns
-// whether it has ended.
+// Runs the run loop until the request of `manager` has ended or `timeLimit` seconds have passed.
+// Returns whether it has ended.
 bool WaitForAnswer(KPIMVersionManager* manager, int timeLimit) {
   const StageLine stage("fetching the version description");
   NSDate* end = [NSDate dateWithTimeIntervalSinceNow:timeLimit];
@@ -71,14 +71,14 @@ bool WaitForAnswer(KPIMVersionManager* manager, int timeLimit) {
   return true;
 }
 
-// The address that was asked, or the command when there is none.
-std::string Asked(KPIMVersionManager* manager) {
+// Returns the address of the request, or the name of the command when there is none.
+std::string RequestAddress(KPIMVersionManager* manager) {
   NSString* address = [[manager address] absoluteString];
   return address != nil ? UTF8(address) : kCommand;
 }
 
-// What the answer lacks of a version description; empty when nothing.
-std::string Lacking(KPIMVersionManager* manager) {
+// Returns which parts of a version description the answer lacks; empty when it is complete.
+std::string MissingParts(KPIMVersionManager* manager) {
   const bool hasVersion = [manager XMLVersionString] != nil;
   const bool hasMessage = [manager HTMLDisplayString] != nil;
   if (!hasVersion && !hasMessage) {
@@ -89,9 +89,9 @@ std::string Lacking(KPIMVersionManager* manager) {
 
 bool IsSuccess(int status) { return status >= 200 && status < 300; }
 
-// Says why there is no description. False when there is one.
+// Reports why the request has failed and returns true; returns false when it has a description.
 bool ReportFailure(KPIMVersionManager* manager) {
-  const std::string asked = Asked(manager);
+  const std::string asked = RequestAddress(manager);
   const int status = [manager statusCode];
   const std::string answer = "HTTP status " + std::to_string(status);
   if ([manager downloadState] != kDownloadStateCompleted) {
@@ -100,7 +100,7 @@ bool ReportFailure(KPIMVersionManager* manager) {
                            (failure != nil ? UTF8(failure) : "no answer"));
     return true;
   }
-  const std::string lacking = Lacking(manager);
+  const std::string lacking = MissingParts(manager);
   if (!lacking.empty()) {
     ReportError(asked, answer + (IsSuccess(status) ? ", but the answer" : ", and the answer") +
                            " lacks " + lacking);
@@ -116,12 +116,13 @@ NSString* FoundationText(const std::optional<std::string>& text) {
   return text ? [NSString stringWithUTF8String:text->c_str()] : nil;
 }
 
-// False, and reported, unless the file with the authorities can be read.
+// Returns true when the file with the authorities can be read, or none is given; otherwise reports
+// an error and returns false.
 bool CheckAuthorities(const LatestOptions& options) {
   if (!options.authorities) {
     return true;
   }
-  // No other name reaches Foundation, which would fall back on the system's authorities.
+  // Foundation cannot be given another name, and would fall back on the system's authorities.
   if (!IsUTF8(*options.authorities)) {
     ReportError(*options.authorities, "the name is not UTF-8");
     return false;
@@ -138,7 +139,7 @@ bool CheckAuthorities(const LatestOptions& options) {
 }
 
 int Fetch(const LatestOptions& options) {
-  // It and its download retain each other, and live as long as the process.
+  // The manager and its download retain each other, and exist until the process ends.
   static KPIMVersionManager* const s_manager = [[KPIMVersionManager alloc] init];
   [s_manager sendVersionXMLRequestFor:options.kind == kPepperKind ? kKPIMPlayerKindPepper
                                                                   : kKPIMPlayerKindPlugin
@@ -146,7 +147,7 @@ int Fetch(const LatestOptions& options) {
                       authoritiesFile:FoundationText(options.authorities)];
   if (!WaitForAnswer(s_manager, options.timeLimit)) {
     const int status = [s_manager statusCode];
-    ReportError(Asked(s_manager),
+    ReportError(RequestAddress(s_manager),
                 (status != 0 ? "HTTP status " + std::to_string(status) + ", but " : "") +
                     "no complete answer within " +
                     Counted(static_cast<unsigned long>(options.timeLimit), "second", "seconds"));

@@ -1,4 +1,4 @@
-// kpim list: what a blob holds.
+// kpim list: prints the tree of a blob.
 #include <unistd.h>
 
 #include <string>
@@ -58,7 +58,7 @@ int List(const ListOptions& options) {
     Print("\n");
     return status;
   }
-  // The names are the choice of the blob's author: they must not steer the terminal.
+  // The author of the blob has chosen the names: they must not control the terminal.
   if (isatty(STDOUT_FILENO) != 0) {
     MaskNames(tree.get());
   }

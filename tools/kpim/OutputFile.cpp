@@ -23,13 +23,14 @@ constexpr char kTemporaryName[] = ".kpim-XXXXXX";
 constexpr mode_t kMode = 0644;
 constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
-// What a signal handler removes; absent when there is nothing to remove.
+// The path that the signal handler removes; null when there is nothing to remove.
 std::atomic<const char*> temporaryToRemove{nullptr};
 static_assert(std::atomic<const char*>::is_always_lock_free, "read by a signal handler");
 
-// Installed with SA_RESETHAND: raised again, the signal ends the process as it would have.
+// Installed with SA_RESETHAND: the signal that is raised here ends the process, as without a
+// handler.
 void RemoveTemporary(int signal) {
-  // Untested: a process that a signal ends writes no counts.
+  // Untested: a process that a signal ends writes no coverage data.
   if (const char* path = temporaryToRemove.load()) {
     (void)unlink(path);
   }
@@ -55,9 +56,9 @@ mode_t CurrentUmask() {
   return mask;
 }
 
-// Makes the names in the directory at `path` durable, as far as the system can: a directory
-// may be closed to readers, and a file system need not know the operation (EINVAL). Returns 0
-// or an errno value.
+// Flushes the names in the directory at `path` to the disk, if possible: the process may not have
+// permission to read the directory, and a file system may lack the operation (EINVAL). Returns 0,
+// also in these cases, or an errno value.
 int SynchronizeDirectory(const std::string& path) {
   const int descriptor = open(path.c_str(), O_RDONLY);
   if (descriptor < 0) {
@@ -166,7 +167,7 @@ bool OutputFile::Commit() {
 }
 
 bool OutputFile::GiveName() {
-  // The temporary file and the note of it go together.
+  // No signal may arrive between the renaming and the change of the variable.
   const SignalBlock block;
   if (rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
     return Fail(errno);

@@ -1,4 +1,4 @@
-// Writing a file that others must never see half written.
+// Writing a file that must never be visible half written.
 #pragma once
 
 #include <stddef.h>
@@ -9,10 +9,10 @@
 
 namespace kpim {
 
-/// A file that appears under its name whole or not at all. It is written under a temporary
-/// name in the same directory, which is removed when the object goes or when SIGHUP, SIGINT,
-/// SIGQUIT or SIGTERM ends the process. One at a time may be open. Every failure is reported on
-/// standard error and gives false. Standard output can take the file's place.
+/// A file that appears under its name complete or not at all. It is written to a temporary file in
+/// the same directory, which is removed by the destructor and when SIGHUP, SIGINT, SIGQUIT or
+/// SIGTERM ends the process. Standard output can take the file's place. Only one object may be open
+/// at a time. The functions report a failure on standard error and return false.
 class OutputFile {
  public:
   OutputFile() = default;
@@ -20,17 +20,19 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  /// Decides where the file called `path` will be; a link is followed. Refuses what exists
-  /// and is not a regular file. Changes nothing on disk.
+  /// Sets the path of the file; a link is followed. Fails if something other than a regular file
+  /// exists there. Changes nothing on disk.
   bool Choose(const std::string& path);
 
-  /// Decides for standard output, of which the functions below speak then. Refuses a terminal.
+  /// Selects standard output, which the functions below then use. Fails for a terminal.
   bool ChooseStandardOutput();
 
-  /// The directory that the file will be in, if it gets a name; valid after Choose.
+  /// Returns the directory that will contain the file; none for standard output. Valid after
+  /// Choose.
   FileIdentity directory() const { return directory_; }
 
-  /// The file that it will replace or be written to, if there is one; valid after Choose.
+  /// Returns the existing file that will be replaced, or that standard output is; none if there is
+  /// none. Valid after Choose or ChooseStandardOutput.
   FileIdentity replaced() const { return replaced_; }
 
   /// Creates the temporary file.
@@ -39,9 +41,9 @@ class OutputFile {
   /// Appends `count` bytes.
   bool Write(const unsigned char* bytes, size_t count);
 
-  /// Makes the contents durable and gives the file its name, replacing an earlier file, and
-  /// mode 0644 as far as the umask allows. It may have its name already when it turns out that
-  /// the disk cannot make that durable.
+  /// Flushes the contents to the disk, sets mode 0644 less the umask and renames the file to its
+  /// name, replacing an existing file. If the last step fails, flushing the directory to the disk,
+  /// the file has its name nevertheless.
   bool Commit();
 
  private:

@@ -1,4 +1,4 @@
-// kpim pack: a blob out of a bundle.
+// kpim pack: packs a bundle into a blob.
 #include <errno.h>
 #include <limits.h>
 #include <stdio.h>
@@ -32,8 +32,8 @@ namespace {
 constexpr char kBlobExtension[] = ".lzma";
 constexpr char kChanged[] = "changed while it was packed";
 
-// The blob's name when none is given: the bundle's with the extension, beside it. Absent,
-// and reported, when the bundle's own name cannot be found out.
+// Returns the default path of the blob: the bundle's with the extension. Reports an error and
+// returns nothing when the bundle's name cannot be found.
 std::optional<std::string> DefaultOutput(const std::string& bundle) {
   const std::string leaf = LeafOf(bundle);
   if (leaf != "." && leaf != "..") {
@@ -47,15 +47,15 @@ std::optional<std::string> DefaultOutput(const std::string& bundle) {
   return std::string(path) + kBlobExtension;
 }
 
-// What reading the bundle has found wrong.
+// A fault that reading the bundle has found.
 struct Fault {
   std::string path;
   std::string why;
 };
 
-// The context of the two functions that reading the bundle calls.
+// The context of the filter and the fault handler.
 struct Reading {
-  // Bytes of a path before what is relative to the bundle.
+  // Number of bytes of a path before the part that is relative to the bundle.
   size_t prefixLength;
   Exclusion& exclusion;
   std::vector<Fault> faults;
@@ -73,7 +73,8 @@ void NoteFault(const char* path, int error, void* context) {
       {path, error == kFileBecameShorter ? "became shorter while it was read" : strerror(error)});
 }
 
-// Reads the bundle. Absent, and reported, unless the tree is all that the scan has found.
+// Reads the bundle. Reports an error and returns null when the tree is not all that the scan has
+// found.
 ChunkList Read(const PackOptions& options, const std::string& bundle, const TreeTotals& found,
                Exclusion& exclusion) {
   Reading reading = {JoinPath(bundle, "x").size() - 1, exclusion, {}};
@@ -99,7 +100,7 @@ void ShowProgress(unsigned long done, unsigned long total, void* context) {
   static_cast<StageLine*>(context)->Update(done, total);
 }
 
-// The bundle as one encoded entry. Absent, and reported, when that fails.
+// Returns the bundle as one encoded entry. Reports a failure and returns null.
 ChunkList Encode(const PackOptions& options, const std::string& bundle, const TreeTotals& found,
                  Exclusion& exclusion) {
   ChunkList root = Read(options, bundle, found, exclusion);
@@ -120,8 +121,7 @@ ChunkList Encode(const PackOptions& options, const std::string& bundle, const Tr
   return encoded;
 }
 
-// Decodes the entry again and compares it with the bundle. False, and reported, when the two
-// are not the same.
+// Decodes the entry again and compares it with the bundle. Reports differences and returns false.
 bool IsSame(const PackOptions& options, fileChunk* encoded, const std::string& bundle,
             Exclusion& exclusion) {
   BlobFault fault;
@@ -160,7 +160,7 @@ bool IsStored(const fileChunk* encoded) {
   return compressionType == kCompressionStored;
 }
 
-// Reports what the scan has found. False when that shall end the command.
+// Reports the warnings of the scan. Returns false when they end the command.
 bool Warn(const PackOptions& options, const std::string& bundle,
           const std::vector<PackWarning>& warnings) {
   for (const PackWarning& warning : warnings) {
@@ -230,7 +230,7 @@ class Packing {
         !file.Write(encoded->data, encoded->size) || !file.Commit()) {
       return false;
     }
-    Tell(encoded.get());
+    PrintResult(encoded.get());
     return true;
   }
 
@@ -245,7 +245,7 @@ class Packing {
     return output && file.Choose(*output);
   }
 
-  // Looks at the bundle before anything is read or written.
+  // Scans the bundle before anything is read or written.
   bool Scan(const OutputFile& file) {
     BundleScan scan(file.directory(), file.replaced(), exclusion_);
     if (!scan.Scan(bundle_)) {
@@ -263,7 +263,7 @@ class Packing {
     return Warn(options_, bundle_, warnings);
   }
 
-  void Tell(const fileChunk* encoded) {
+  void PrintResult(const fileChunk* encoded) {
     result_.members()
         .AddNumber("blobBytes", encoded->size)
         .AddBool("compressed", !IsStored(encoded));

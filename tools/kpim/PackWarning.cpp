@@ -8,7 +8,7 @@ namespace {
 
 constexpr size_t kPathsShown = 3;
 
-// The findings counted, without their paths.
+// Returns the number of findings as text, without their paths.
 std::string Summary(const PackWarning& warning) {
   switch (warning.kind) {
     case PackWarningKind::kLink:

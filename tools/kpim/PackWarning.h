@@ -1,4 +1,4 @@
-// What a packer should know about a bundle before it is shipped.
+// Warnings about a bundle that is packed.
 #pragma once
 
 #include <stddef.h>
@@ -9,17 +9,17 @@
 
 namespace kpim {
 
-/// What packing changes, and what may be packed or missing by mistake.
+/// Kinds of warnings: changes by packing, and entries that may be packed or missing by mistake.
 enum class PackWarningKind {
-  /// Links that are packed as what they lead to.
+  /// Links, whose targets are packed instead.
   kLink,
   /// Files that lose their execute bits.
   kExecuteBit,
   /// Files with the name "._*", in which macOS keeps attributes on other systems' disks.
   kAppleDouble,
-  /// Entries that a version control system keeps its data in.
+  /// Folders and files of a version control system.
   kVersionControl,
-  /// There is no file Contents/Info.plist.
+  /// The file Contents/Info.plist is missing.
   kNoInfoPlist,
   /// Patterns of --exclude that match no entry.
   kUnmatchedExclude,
@@ -29,7 +29,7 @@ enum class PackWarningKind {
 struct PackWarning {
   PackWarningKind kind = PackWarningKind::kLink;
   unsigned long count = 0;
-  /// What following the links adds to the blob's content; 0 for the other kinds.
+  /// Bytes that following the links adds to the blob's content; 0 for the other kinds.
   unsigned long bytes = 0;
   /// The first three, relative to the bundle.
   std::vector<std::string> paths;
@@ -38,13 +38,13 @@ struct PackWarning {
 /// The findings of one bundle, by kind.
 class PackWarnings {
  public:
-  /// Counts one finding. `path` is empty where there is none.
+  /// Adds one finding. `path` is empty if the finding has no path.
   void Add(PackWarningKind kind, const std::string& path);
 
-  /// Counts bytes that links have added.
+  /// Adds bytes that following links has added.
   void AddLinkedBytes(unsigned long bytes);
 
-  /// The kinds with findings, in the order of the enumeration.
+  /// Returns the kinds with findings, in the order of the enumeration.
   std::vector<PackWarning> Found() const;
 
  private:
@@ -52,10 +52,10 @@ class PackWarnings {
   std::array<PackWarning, kKinds> warnings_;
 };
 
-/// A sentence for people, paths included.
+/// Returns a sentence for people, paths included.
 std::string DescriptionOf(const PackWarning& warning);
 
-/// The name of a kind for programs, which does not change between releases.
+/// Returns the name of a kind for programs, which does not change between releases.
 const char* NameOf(PackWarningKind kind);
 
 }  // namespace kpim

@@ -30,7 +30,8 @@ std::string Subject(const std::string& what) { return what.empty() ? kEmptyName 
 }  // namespace
 
 void PrepareStandardStreams() {
-  // A stand-in is opened the wrong way round: using it fails as a closed stream would.
+  // The replacement is opened for the opposite direction, so using it fails like using a closed
+  // stream.
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
     if (fcntl(descriptor, F_GETFD) < 0 && errno == EBADF) {
       (void)open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);

@@ -1,4 +1,4 @@
-// What kpim says: results on standard output, errors on standard error.
+// The output of kpim: results on standard output, errors on standard error.
 #pragma once
 
 #include <string>
@@ -6,17 +6,17 @@
 
 namespace kpim {
 
-/// Makes sure that descriptors 0 to 2 are taken, so that no file that is opened later gets
-/// what is printed, and that a write to a closed pipe or past a file size limit fails
-/// instead of killing the process. Call it first.
+/// Opens descriptors 0 to 2 if they are closed, so that output never goes to a file that is opened
+/// later. Ignores SIGPIPE and SIGXFSZ, so that a write to a closed pipe or over the file size limit
+/// fails instead of ending the process. Call it before all other functions.
 void PrepareStandardStreams();
 
-/// Prints `text` on standard output as it stands. FinishStandardOutput reports failures.
+/// Prints `text` on standard output, unchanged. FinishStandardOutput reports failures.
 void Print(const std::string& text);
 
-/// Writes out what standard output still holds. False, and a line on standard error, when
-/// that or an earlier write failed. A pipe whose reader has closed it is not a failure: the reader
-/// has all that it asked for.
+/// Flushes standard output. Returns false, with a line on standard error, when this or an earlier
+/// write has failed. A pipe that its reader has closed is not a failure: the reader has all that it
+/// needs.
 bool FinishStandardOutput();
 
 /// Prints "kpim: WHAT: WHY" on standard error, both parts as Printable() shows them.
@@ -32,10 +32,10 @@ struct Message {
   std::string why;
 };
 
-/// What ReportError and ReportSystemError have reported, in order.
+/// Returns the messages of ReportError and ReportSystemError so far, in order.
 const std::vector<Message>& ReportedErrors();
 
-/// What ReportWarning has reported, in order.
+/// Returns the messages of ReportWarning so far, in order.
 const std::vector<Message>& ReportedWarnings();
 
 /// Prints "kpim: WHY" on standard error, without allocating memory.
@@ -44,7 +44,7 @@ void ReportPlainError(const char* why);
 /// Prints `line` on standard error.
 void ReportLine(const std::string& line);
 
-/// ReportError with the text of the system error `error`, an errno value.
+/// Calls ReportError with the text of `error`, an errno value.
 void ReportSystemError(const std::string& what, int error);
 
 }  // namespace kpim

@@ -8,21 +8,21 @@
 
 namespace kpim {
 
-/// Measures a command from its start and prints its result as one JSON object. The object has
-/// "ok" first, then what the command adds to `members()`, and last "seconds", "warnings" and
-/// "errors", which are all that has been reported, each an object with "about" and "text".
+/// Measures a command from its start and prints its result as one JSON object. The object has "ok"
+/// first, then the members that the command adds to `members()`, and last "seconds", "warnings" and
+/// "errors". The latter two contain all reported messages, each an object with "about" and "text".
 class Result {
  public:
-  /// The members between "ok" and "seconds".
+  /// Returns the members between "ok" and "seconds", for the command to add to.
   JSONObject& members() { return members_; }
 
   /// Adds "entries" and "bytes".
   void AddTotals(const TreeTotals& totals);
 
-  /// Seconds since the object was made.
+  /// Returns the seconds since the object was made.
   double Seconds() const;
 
-  /// Prints the object, whose "ok" says whether the exit status `status` is kExitOK, and returns
+  /// Prints the object, in which "ok" is true if the exit status `status` is kExitOK. Returns
   /// `status`.
   int Print(int status) const;
 

@@ -1,12 +1,12 @@
-// Keeping signals away from a few lines of code.
+// Blocking signals during a few lines of code.
 #pragma once
 
 #include <signal.h>
 
 namespace kpim {
 
-/// Blocks all signals for the calling thread, and for the threads that it starts meanwhile,
-/// as long as the object lives.
+/// Blocks all signals for the calling thread, and for threads that it starts, while the object
+/// exists.
 class SignalBlock {
  public:
   SignalBlock() {

@@ -16,8 +16,8 @@ constexpr std::chrono::milliseconds kInterval(100);
 // Some terminals begin a new line after the eightieth column.
 constexpr size_t kColumns = 79;
 
-// What is known of the first second foretells nothing.
-constexpr std::chrono::seconds kForetellingAfter(1);
+// The remaining time is shown after this time only: before that an estimate would be wrong.
+constexpr std::chrono::seconds kEstimateAfter(1);
 
 std::string InSeconds(double seconds) {
   char text[32];
@@ -53,14 +53,14 @@ void StageLine::Update(unsigned long done, unsigned long total) {
   }
   shownAt_ = now;
   std::string progress = percentage_ + std::to_string(Seconds(now)) + " s";
-  if (now - start_ >= kForetellingAfter && done > 0) {
+  if (now - start_ >= kEstimateAfter && done > 0) {
     const std::chrono::duration<double> elapsed = now - start_;
     progress += ", " + InSeconds(elapsed.count() * (1 - fraction) / fraction) + " left";
   }
   Show(progress, "");
 }
 
-// Blanks cover what was shown before.
+// Draws the line again. Spaces cover the rest of a longer earlier line.
 void StageLine::Show(const std::string& progress, const char* ending) {
   std::string line = text_ + (progress.empty() ? "" : " ") + progress;
   line.resize(std::min(line.size(), kColumns));

@@ -8,22 +8,23 @@
 
 namespace kpim {
 
-/// One line on standard error that says what is being done: "compressing 34.1 MB ...", with
-/// progress "compressing 34.1 MB ... 43 %, 12 s, 16 s left", and at its end the time that it took.
-/// The line fits 80 columns, and is drawn again at most ten times a second. Nothing is shown when
-/// standard error is not a terminal. Print nothing else there while the object lives.
+/// One line on standard error that shows the current step: "compressing 34.1 MB ...", with progress
+/// "compressing 34.1 MB ... 43 %, 12 s, 16 s left". The destructor completes it with the time that
+/// the step took. The line fits in 80 columns, and is drawn again at most ten times a second.
+/// Nothing is shown when standard error is not a terminal. Do not print anything else there while
+/// the object exists.
 class StageLine {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Shows the line unless `isWanted` is false. `now` is the clock to measure by.
+  /// Shows the line unless `isWanted` is false. `now` is the clock.
   explicit StageLine(const std::string& text, bool isWanted = true,
                      Clock::time_point (*now)() = Clock::now);
   ~StageLine();
   StageLine(const StageLine&) = delete;
   StageLine& operator=(const StageLine&) = delete;
 
-  /// Shows that `done` of `total` is done; `total` is not 0.
+  /// Shows that `done` of `total` units are complete. `total` must not be 0.
   void Update(unsigned long done, unsigned long total);
 
  private:

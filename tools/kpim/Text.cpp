@@ -11,16 +11,16 @@ struct Range {
   unsigned int first, last;
 };
 
-// Control characters, and those of Unicode's "format" category and its separators of lines that
-// turn the direction of text, hide in it or end its line: with them a name can show as another.
+// Control characters, line separators, and characters of Unicode's "format" category that are
+// invisible or change the direction of text: with them a name can look like another one.
 constexpr Range kUnprintable[] = {
     {0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x61C, 0x61C},
     {0x180E, 0x180E}, {0x200B, 0x200B}, {0x200E, 0x200F}, {0x2028, 0x202E},
     {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F},
 };
 
-// How UTF-8 spells the code points from `lowest` on, up to the next form's: the bits `mask` of the
-// first byte are `lead`, and `length` bytes have the rest.
+// A form of UTF-8: in the first of `length` bytes the bits `mask` have the value `lead`. `lowest`
+// is the first code point that needs this form.
 struct Form {
   unsigned int mask, lead, length, lowest;
 };
@@ -28,7 +28,7 @@ struct Form {
 constexpr Form kForms[] = {
     {0x80, 0x00, 1, 0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
 
-// The form that begins with `firstByte`; null when there is none.
+// Returns the form that begins with `firstByte`; null when there is none.
 const Form* FormOf(unsigned char firstByte) {
   for (const Form& form : kForms) {
     if ((firstByte & form.mask) == form.lead) {

@@ -18,14 +18,14 @@ constexpr char kTop[] = ".";
 
 bool HasName(const fileChunk* node) { return node->name && node->name[0] != '\0'; }
 
-// Whether the entry is a file with the name of a directory.
+// Returns whether the entry is a file with the name of a directory.
 bool IsMisnamed(const fileChunk& node) {
   const char* const name = node.name ? node.name : "";
   const size_t length = strlen(name);
   return !node.isDirectory && (length == 0 || name[length - 1] == '/');
 }
 
-// Notes the paths of a tree, with whether a directory has them, and those that are shared.
+// Collects the paths of a tree, whether each belongs to a directory, and the paths that are shared.
 class PathNotes {
  public:
   void Add(const fileChunk* list, const std::string& parent) {
@@ -66,7 +66,7 @@ class PathNotes {
   std::set<std::string> clashing_;
 };
 
-// Which entries of a tree are asked for.
+// The entries of a tree that the user has chosen.
 class PathChoice {
  public:
   explicit PathChoice(const std::vector<std::string>& paths) {
@@ -108,7 +108,7 @@ class PathChoice {
     const auto asked = isFound_.find(path.empty() ? kTop : path);
     if (asked != isFound_.end()) {
       asked->second = true;
-      // What is below may be asked for as well.
+      // Entries below this one may be chosen as well.
       NoteBelow(node.children, path);
       return true;
     }

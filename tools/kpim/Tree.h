@@ -17,9 +17,9 @@ struct ChunkListDeleter {
 /// Owner of a sibling list and everything below it.
 using ChunkList = std::unique_ptr<fileChunk, ChunkListDeleter>;
 
-/// How much a tree holds.
+/// Number of entries and bytes in a tree.
 struct TreeTotals {
-  /// Files and directories, the nameless root not among them.
+  /// Files and directories, without the nameless root.
   unsigned long entries = 0;
   /// Sum of the files' sizes.
   unsigned long bytes = 0;
@@ -31,41 +31,42 @@ struct TreeTotals {
 /// Counts the entries of a sibling list and everything below it.
 TreeTotals CountTree(const fileChunk* list);
 
-/// "8 entries, 3715924 bytes".
+/// Returns text such as "8 entries, 3715924 bytes".
 std::string Described(const TreeTotals& totals);
 
-/// Orders a sibling list, and the list of every directory below, by name, bytewise.
+/// Sorts a sibling list, and the list of every directory below, by name, bytewise.
 void SortByName(fileChunk*& list);
 
-/// The path of an entry in the folder `parent`, which has `parent` itself when it is nameless.
+/// Returns the path of an entry in the folder `parent`; `parent` itself for a nameless entry.
 std::string PathOf(const fileChunk& node, const std::string& parent);
 
-/// Paths that several entries of a tree share, each once and sorted; the top is ".". Directories
-/// of one path merge and are not among them.
+/// Paths that several entries of a tree have, each once and sorted; the top is ".". Several
+/// directories with one path are merged and do not count.
 struct SharedPaths {
-  /// Of several files. The last one counts.
+  /// Paths of several files, of which the last one counts.
   std::vector<std::string> repeated;
-  /// Of a file and a directory, or of a file whose name is a directory's: empty, or ending in a
-  /// slash. The entry that comes later cannot be written.
+  /// Paths of a file and a directory, the later of which cannot be written, and of files that have
+  /// the name of a directory: an empty one, or one that ends in a slash.
   std::vector<std::string> clashing;
 };
 
-/// Finds them in `list` and everything below it.
+/// Returns the shared paths in `list` and everything below it.
 SharedPaths FindSharedPaths(const fileChunk* list);
 
-/// Frees every entry of `list` and below that is not one of `paths`, below one, or a directory
-/// around one. Slashes at the end of a path and "./" before it do not count. Returns those paths
-/// that no entry has, as given.
+/// Frees every entry in `list` and below, except the entries at `paths`, everything below them and
+/// the directories around them. Slashes at the end of a path and "./" at its beginning are ignored.
+/// Returns the paths that do not exist, as they were given.
 std::vector<std::string> KeepPaths(fileChunk*& list, const std::vector<std::string>& paths);
 
-/// What a blob is whose list is no solid root.
+/// The message about a blob that is not a solid root.
 constexpr char kNotASolidRoot[] =
     "not an installer's blob: it does not consist of exactly one nameless directory";
 
-/// True when the list is what an installer's blob decodes to: one nameless directory.
+/// Returns true when the list is a solid root, as in an installer's blob: exactly one nameless
+/// directory.
 bool IsSolidRoot(const fileChunk* list);
 
-/// Makes all names safe to print on a terminal, bytes that are not becoming '?'.
+/// Makes all names safe to print on a terminal, with MaskUnprintable().
 void MaskNames(fileChunk* list);
 
 }  // namespace kpim

@@ -1,4 +1,4 @@
-// kpim unpack: a blob's tree on disk.
+// kpim unpack: writes a blob's tree to disk.
 #include <errno.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -20,7 +20,7 @@ namespace kpim {
 
 namespace {
 
-// Makes sure that an empty directory stands at `path`. False, and reported, when not.
+// Creates the directory at `path`, unless an empty one exists. Reports a failure and returns false.
 bool PrepareDirectory(const std::string& path) {
   if (PlatformCreateDirectory(path.c_str())) {
     return true;
@@ -47,7 +47,7 @@ std::string Describe(const Difference& difference) {
       return "could not be written";
     case DifferenceKind::kUnreadable:
       return strerror(difference.error);
-    // Untested: only a disk that others write to shows another difference.
+    // Untested: other differences occur only if another process writes to the directory.
     default:
       return "not written as the blob has it";
   }
@@ -64,7 +64,8 @@ void ReportFailures(const UnpackOptions& options, const std::vector<Difference>&
                                      " entries could not be written: " + strerror(report.error));
 }
 
-// Leaves in `tree` what is asked for. False, and reported, when the blob lacks some of it.
+// Removes the entries from `tree` that the user has not chosen. Returns false, with an error for
+// each chosen path that is missing.
 bool Choose(const UnpackOptions& options, ChunkList& tree) {
   if (options.paths.empty()) {
     return true;
@@ -78,7 +79,7 @@ bool Choose(const UnpackOptions& options, ChunkList& tree) {
   return missing.empty();
 }
 
-// Writes the tree. False, and reported, when not all of it could be written.
+// Writes the tree. Reports an error and returns false when not all of it could be written.
 bool Write(const UnpackOptions& options, fileChunk* tree, Result& result) {
   SinkReport report;
   {

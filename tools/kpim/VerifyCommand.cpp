@@ -1,4 +1,4 @@
-// kpim verify: whether a blob is sound, and the same as a bundle.
+// kpim verify: checks that a blob is well formed and has the contents of a bundle.
 #include <string>
 
 #include "tools/kpim/BlobFile.h"
@@ -13,7 +13,7 @@ namespace kpim {
 
 namespace {
 
-// Compares the tree with the bundle and prints the differences. False when there are any.
+// Compares the tree with the bundle and prints the differences. Returns true when there are none.
 bool IsSame(const fileChunk* tree, const VerifyOptions& options, Result& result) {
   const std::vector<Difference> differences = CompareWithDirectory(tree, *options.bundle);
   result.members().Add("differences", JSONDifferences(differences));

@@ -29,8 +29,9 @@ constexpr char kLineFormat[] = "%s=%s\n";
 // As a signed byte: the controls, the space, and everything from 0x80.
 constexpr signed char kLastBlank = ' ';
 
-// A file of so many bytes, or one whose lines store so many, is refused. Blank values take the
-// tail of an earlier line, so a small file may otherwise ask for more memory than there is.
+// A file is not read to its end when it has this many bytes, or when its lines store this many. A
+// blank value takes the tail of an earlier line, so without the second limit a small file could use
+// up all memory.
 constexpr size_t kMostBytes = size_t{256} * 1024 * 1024;
 
 // For a file that is created; the process's mask applies.
@@ -41,7 +42,7 @@ struct FileCloser {
 };
 using OwnedFile = std::unique_ptr<FILE, FileCloser>;
 
-// A stream on `descriptor`, which it owns; null, with the descriptor closed, when there is none.
+// Returns a stream that owns `descriptor`. On failure closes the descriptor and returns null.
 OwnedFile StreamOf(int descriptor, const char* mode) {
   FILE* file = fdopen(descriptor, mode);
   if (file == nullptr) {
@@ -54,7 +55,7 @@ bool EmptyFile(FILE* file) {
   return Uninterrupted([&] { return ftruncate(fileno(file), 0); }) == 0;
 }
 
-// What the first bytes of `file`, at its start, say about it.
+// Reads the first bytes of `file`, from its start. Returns the kEncoding constant for them.
 int32_t DetectEncoding(FILE* file) {
   unsigned char start[kMinimumFileSize];
   for (unsigned char& each : start) {
@@ -74,8 +75,8 @@ int32_t DetectEncoding(FILE* file) {
 
 bool IsBlank(char byte) { return static_cast<signed char>(byte) <= kLastBlank; }
 
-// The text of one line after the other. It is never cleared in between: the value of a line with a
-// blank value is what an earlier, longer line left behind.
+// Holds the text of one line at a time. The buffer is not cleared between lines: the value of a
+// line with a blank value is what an earlier, longer line has left in it.
 class LineBuffer {
  public:
   LineBuffer() : bytes_(Allocate(kInitialLineCapacity)), capacity_(kInitialLineCapacity) {}
@@ -97,7 +98,7 @@ class LineBuffer {
     }
     bytes_[length] = '\0';
     readCount_ += length + 1;
-    // Whatever follows a CR belongs to the line end.
+    // The byte after a CR counts as part of the line end, whatever it is.
     if (byte == '\r') {
       byte = NextByte(file);
     }
@@ -110,8 +111,8 @@ class LineBuffer {
   size_t ReadCount() const { return readCount_; }
 
  private:
-  // Zeros, and one more than asked for: after a line that fills the buffer, the text behind
-  // its NUL is still a text, the empty one.
+  // Returns zeroed memory with one extra byte: even after a line that fills the buffer there is a
+  // text after its NUL, the empty one.
   static char* Allocate(size_t capacity) { return new char[capacity + 1](); }
 
   void Grow() {
@@ -141,7 +142,7 @@ ConfigFileManager::ConfigFileManager(const SimpleString& path) : mEncoding(kEnco
 }
 
 ConfigFileManager::~ConfigFileManager() {
-  // The path is the first to go; its own destructor then finds null.
+  // The path is released before the settings. Its own destructor then finds null.
   delete[] std::exchange(mPath.mString, nullptr);
   mSettings.DeleteAllEntries();
 }
@@ -199,7 +200,7 @@ void ConfigFileManager::ProcessLine(char* line) {
 
   const char* key = StripString(line);
   const char* value = StripString(separator + 1);
-  // Untested: neither is null, as no line is.
+  // Untested: both are non-null, because the line is.
   if (key == nullptr || value == nullptr) {
     return;
   }
@@ -219,7 +220,8 @@ char* ConfigFileManager::StripString(char* text) {
   while (first < terminator && IsBlank(*first)) {
     ++first;
   }
-  // The NUL is a blank too: it takes blank text one byte past its end, where the next text lies.
+  // The NUL counts as blank too, so for blank text the search ends one byte after it, where the
+  // next text begins.
   if (first == terminator) {
     return terminator + 1;
   }
@@ -255,7 +257,7 @@ bool ConfigFileManager::UpdateSettingsFile() {
     return false;
   }
   const OwnedFile file = StreamOf(descriptor, "wb");
-  // Emptied last: nothing after this needs memory.
+  // The file is emptied last, because nothing after this point can run out of memory.
   if (file == nullptr || !EmptyFile(file.get())) {
     return false;
   }

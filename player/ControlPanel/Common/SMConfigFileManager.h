@@ -12,7 +12,7 @@
 
 namespace SASM {
 
-/// What the last read found at the start of the file.
+/// What the last read found at the start of the file: a byte-order mark, or none.
 enum : int32_t {
   kEncodingNotRead = -1,
   kEncodingNoMark = 0,
@@ -26,27 +26,28 @@ enum : int32_t {
 /// Only a regular file, or a link to one, is read and written; anything else (a folder, a pipe, a
 /// device) counts as a missing file and is not written. No call waits for the other end of a pipe.
 ///
-/// A read that does not reach the end of the text leaves the settings incomplete, and they are then
-/// not written, because that would lose the rest: after a read error, and for a file that is too
-/// large: 256 MiB and more, or with lines that store so much. A line with a blank value may store
-/// the tail of a longer line, so that many of them ask for far more memory than the file has bytes.
+/// A read that does not reach the end of the text leaves the settings incomplete. Incomplete
+/// settings are not written back, because the rest of the file would be lost. A read ends early
+/// after a read error, and when the file is too large: it has 256 MiB or more, or its lines store
+/// 256 MiB or more. (A line with a blank value may store the tail of a longer line, so lines may
+/// store far more than the file has bytes.)
 ///
-/// Methods that copy text throw std::bad_alloc when there is no memory. A read that it ends is
-/// incomplete, and no file has been emptied.
+/// Methods that copy text throw std::bad_alloc when memory runs out. A read that ends in this way
+/// is incomplete. No file has been emptied at that point.
 class ConfigFileManager {
  public:
-  /// Reads the file at `path`. For a file that is missing or unreadable there are no settings; with
-  /// an empty path nothing is read or written.
+  /// Reads the file at `path`. A missing or unreadable file leaves the settings empty; with an
+  /// empty path nothing is read or written.
   explicit ConfigFileManager(const SimpleString& path);
   ConfigFileManager(const ConfigFileManager&) = delete;
   ConfigFileManager& operator=(const ConfigFileManager&) = delete;
   /// Releases the path, then the settings. Nothing is written.
   ~ConfigFileManager();
 
-  /// Reads the file into the settings. Returns false, and the settings stay as they were, when the
-  /// path is empty, the file cannot be opened or is not a regular one, has fewer than 4 bytes, or
-  /// begins with a UTF-16 byte-order mark. Also returns false for an incomplete read; the settings
-  /// up to its end are then stored. `mEncoding` holds what was found at the start.
+  /// Reads the file into the settings. Sets `mEncoding` to what was found at the start. Returns
+  /// false, with the settings unchanged, when the path is empty, and when the file cannot be
+  /// opened, is not a regular file, has fewer than 4 bytes, or begins with a UTF-16 byte-order
+  /// mark. Also returns false for an incomplete read; the settings read so far are then stored.
   bool ReadSettingsFile();
 
   /// Reads the file again, on top of the settings: each key in the file moves to the end with
@@ -59,33 +60,32 @@ class ConfigFileManager {
   /// Stores the setting of one line, if it holds a "=", in place of every setting with that key
   /// and at the end of the list.
   ///
-  /// `line` is NUL-terminated, is changed, and has a second NUL somewhere after the first: a
-  /// blank value is answered by the text between the two.
+  /// `line` is NUL-terminated and has a second NUL somewhere after the first: the text between the
+  /// two takes the place of a blank value. The line is changed.
   void ProcessLine(char* line);
 
-  /// Trims the bytes that count as blank, 0x00 to 0x20 and 0x80 to 0xFF, from both ends of
-  /// `text`, in place, and returns where the text now begins. Text that is blank or empty stays
-  /// as it is, and the address after its NUL is returned. Null for null.
+  /// Trims the bytes that count as blank, 0x00 to 0x20 and 0x80 to 0xFF, from both ends of `text`,
+  /// in place, and returns where the text now begins. For blank or empty text changes nothing and
+  /// returns the address after its NUL. Returns null for null.
   static char* StripString(char* text);
 
-  /// The value of the first setting with this key; the empty string for a missing key. The
-  /// reference holds until the setting is removed.
+  /// Returns the value of the first setting with this key, or the empty string for a missing key.
+  /// The reference is valid until the setting is removed.
   const SimpleString& ValueForKey(const SimpleString& key);
 
-  /// Gives the first setting with this key a new value in its place, or appends a setting. Key
-  /// and value are taken as they are.
+  /// Replaces the value of the first setting with this key, or appends a setting. Key and value are
+  /// not trimmed or checked.
   void UpdateSetting(const SimpleString& key, const SimpleString& value);
 
-  /// Replaces the file by the settings, in place: it is created if absent, its folder is not.
-  /// Returns false, with nothing changed, when the path is empty, the settings are incomplete, or
-  /// the file cannot be opened and emptied or is not a regular one; what fails after that is not
-  /// reported.
+  /// Writes the settings over the file. A missing file is created, a missing folder is not. Returns
+  /// false, with nothing changed, when the path is empty, the settings are incomplete, or the file
+  /// is not a regular file or cannot be opened and emptied. Later failures are not reported.
   bool UpdateSettingsFile();
 
   /// Writes one line per setting, in list order, at the current position of `file`.
   void ProcessSettingsForWrite(FILE* file);
 
-  /// A new list of every setting's key, in list order; the caller deletes it.
+  /// Returns a new list of every setting's key, in list order. The caller deletes it.
   StringVector* CreateListOfAllKeys();
 
   /// One of the kEncoding constants. A record only: writing ignores it.

@@ -11,7 +11,8 @@ bool IsEqual(const SimpleString& left, const SimpleString& right) {
 }
 
 bool HasKey(const MultiMapPair* pair, const SimpleString& key) {
-  // Compared in a copy of its own: the list is built for the few lines of a settings file.
+  // Each key is copied before it is compared: the list is meant for the few lines of a settings
+  // file.
   const SimpleString storedKey(pair->key);  // NOLINT(performance-unnecessary-copy-initialization)
   return IsEqual(storedKey, key);
 }
@@ -31,7 +32,7 @@ bool MultiMap::Initialize() {
   return true;
 }
 
-// By value, as its callers expect; nothing in here needs the copies.
+// Takes its arguments by value, as its callers expect; the copies are not needed here.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 MultiMap::iterator MultiMap::insert(SimpleString key, SimpleString value) {
   for (iterator found = findFirst(key); found.mPair != mEnd; found = findNext(found)) {
@@ -52,7 +53,7 @@ MultiMap::iterator MultiMap::insert(SimpleString key, SimpleString value) {
   return {pair, this};
 }
 
-// By value: the argument may be the key of a pair that goes.
+// Takes the key by value: the argument may be the key of a pair that is removed.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 uint64_t MultiMap::erase(SimpleString key) {
   uint64_t count = 0;

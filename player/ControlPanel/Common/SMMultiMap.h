@@ -25,8 +25,8 @@ struct MultiMapPair {
 /// A list of pairs in insertion order. A key may occur several times, a pair of one key and one
 /// value only once. Keys and values compare byte by byte.
 ///
-/// There is no index: a look-up walks the list and copies every key that it compares. A pair,
-/// and a reference to its strings, stays valid until the pair is erased.
+/// A look-up walks the whole list and copies every key that it compares. A pair, and a reference to
+/// its strings, stays valid until the pair is erased.
 class MultiMap {
  public:
   /// A place in a map's list.
@@ -36,17 +36,18 @@ class MultiMap {
     MultiMap* mMap;
   };
 
-  /// Unusable until `Initialize` is called, once. Whoever calls that owes the map one
-  /// `DeleteAllEntries` before it goes: it has no destructor of its own.
+  /// Makes a map that cannot be used yet. Call `Initialize` once before anything else, and
+  /// `DeleteAllEntries` once before the map is destroyed: its destructor releases nothing.
   MultiMap() = default;
   MultiMap(const MultiMap&) = delete;
   MultiMap& operator=(const MultiMap&) = delete;
 
-  /// Makes an empty map. Always true.
+  /// Makes the map empty and ready for use. Returns true, always.
   bool Initialize();
 
-  /// Appends a pair at the end of the whole list, also when the key occurs already, and returns
-  /// its place. If the very same pair exists, nothing is stored and its place is returned.
+  /// Appends a pair at the end of the whole list, even if the key exists already, and returns its
+  /// place. If a pair of this key and this value exists, stores nothing and returns the place of
+  /// that pair.
   iterator insert(SimpleString key, SimpleString value);
 
   /// Removes and releases every pair with this key and returns their number.
@@ -55,18 +56,18 @@ class MultiMap {
   /// The same as `findFirst`.
   iterator find(const SimpleString& key);
 
-  /// The first pair with this key, or the end marker.
+  /// Returns the first pair with this key, or the end marker.
   iterator findFirst(const SimpleString& key);
 
-  /// The next pair after `previous` with the same key, or the end marker.
+  /// Returns the next pair after `previous` with the same key, or the end marker.
   iterator findNext(iterator previous);
 
-  /// Releases every pair and then the end marker. To be called once: the pointers keep their
-  /// values, and the map must not be touched afterwards. Always true.
+  /// Releases every pair and then the end marker. Call it once: the pointers keep their values, and
+  /// the map must not be used afterwards. Returns true, always.
   bool DeleteAllEntries();
 
-  /// The pair that ends the list. Its key and value stay empty: a failed look-up of a value is
-  /// answered with its value.
+  /// The pair that ends the list. Its key and value stay empty: its value is the result of a
+  /// look-up that finds nothing.
   MultiMapPair* mSentinel = nullptr;
   /// The end marker, the same pair. Its `prev` is the last real pair.
   MultiMapPair* mEnd = nullptr;

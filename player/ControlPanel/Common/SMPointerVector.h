@@ -3,11 +3,11 @@
 
 namespace SMImplementation {
 
-/// A growable array of untyped elements. How an element is copied and released is the
-/// subclass's business; so is releasing the elements when the vector goes.
+/// A growable array of untyped elements. The subclass copies and releases elements, and releases
+/// all of them in its destructor.
 class PointerVector {
  public:
-  /// An empty vector with room for 10 elements.
+  /// Makes an empty vector with room for 10 elements.
   PointerVector();
   PointerVector(const PointerVector&) = delete;
   PointerVector& operator=(const PointerVector&) = delete;
@@ -16,14 +16,14 @@ class PointerVector {
 
   /// Releases one element of the vector.
   virtual void deleteElement(void* element) = 0;
-  /// A copy of `element` for the vector to hold.
+  /// Returns a copy of `element` for the vector to hold.
   virtual void* copyElement(const void* element) = 0;
 
-  /// Appends a copy of `element`, made by `copyElement`; a full array is doubled first.
-  /// Always true.
+  /// Appends a copy of `element`, made by `copyElement`; a full array is doubled first. Returns
+  /// true, always.
   bool addElement(const void* element);
 
-  /// Slots 0 to `mCount` - 1 hold elements; the others hold nothing meaningful.
+  /// Slots 0 to `mCount` - 1 hold elements; the others are not set.
   void** mElements;
   /// Elements in use.
   unsigned int mCount;

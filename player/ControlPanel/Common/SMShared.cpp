@@ -6,7 +6,7 @@ namespace SASM {
 
 StringVector::~StringVector() {
   for (unsigned int index = 0; index < mCount; ++index) {
-    // This class's own by now: a subclass that overrides it has already gone.
+    // This calls the function of this class: a subclass that overrides it is already destroyed.
     deleteElement(mElements[index]);  // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall)
   }
 }

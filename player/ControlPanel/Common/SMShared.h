@@ -5,19 +5,19 @@
 
 namespace SASM {
 
-/// A vector that owns `SimpleString`s on the heap. Readers walk `mElements` from 0 to
-/// `mCount` - 1 and take each for a `SimpleString*`.
+/// A vector that owns `SimpleString`s on the heap. Each of the elements from 0 to `mCount` - 1 is a
+/// `SimpleString*`.
 class StringVector : public SMImplementation::PointerVector {
  public:
   StringVector() = default;
   StringVector(const StringVector&) = delete;
   StringVector& operator=(const StringVector&) = delete;
-  /// Hands every element, first to last, to `deleteElement`.
+  /// Passes every element, first to last, to `deleteElement`.
   ~StringVector() override;
 
-  /// Releases a `SimpleString` that `copyElement` made; a null pointer is left alone.
+  /// Releases a `SimpleString` that `copyElement` made; ignores a null pointer.
   void deleteElement(void* element) override;
-  /// A new copy of the `SimpleString` that `element` points to.
+  /// Returns a new copy of the `SimpleString` that `element` points to.
   void* copyElement(const void* element) override;
 };
 

@@ -13,7 +13,7 @@ SimpleString& SimpleString::operator=(const SimpleString& other) {
   if (this == &other) {
     return *this;
   }
-  // Copied first: if there is no memory, this string stays as it was.
+  // Copied first: if memory runs out, this string keeps its text.
   char* copy = CopyString(other.mString);
   delete[] mString;
   mString = copy;

@@ -1,7 +1,7 @@
 // The numbers of the blob format. docs/blob-format.md describes the format itself.
 #pragma once
 
-/// The one header version there is: byte 0 of every entry.
+/// The only header version: byte 0 of every entry.
 constexpr unsigned char kHeaderVersion = 2;
 
 /// Byte 1 of an entry: the directory flag above the compression type.

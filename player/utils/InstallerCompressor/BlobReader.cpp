@@ -61,7 +61,7 @@ unsigned long ProbabilityTableSize(unsigned int propertiesByte) {
   return (kBaseProbabilities + literals) * 2;
 }
 
-// Decoded content is given back in steps of the largest pages there are.
+// Decoded content is discarded in steps of the size of the largest pages.
 constexpr unsigned long kDiscardStep = 2UL << 20;
 
 // Content that an LZMA stream was decoded into, and of which a directory's entries are taken one
@@ -93,7 +93,7 @@ class DecodedContent {
   unsigned long discarded_;  // offset of the first byte that is kept, at a step
 };
 
-// A run of entries in memory, and where it lies for whoever reads a fault.
+// A run of entries in memory, and its place, for the report of a fault.
 struct Sequence {
   const unsigned char* bytes;
   unsigned long length;
@@ -129,7 +129,7 @@ class BlobDecoder {
   BlobDecoder(unsigned long blobLength, BlobFault& fault)
       : budget_(kCostAllowance + kGreatestExpansion * blobLength), fault_(fault) {}
 
-  // Absent for an empty sequence and for a malformed one.
+  // Returns null for an empty sequence and for a malformed one.
   fileChunk* DecodeSequence(const Sequence& sequence);
 
  private:
@@ -154,7 +154,7 @@ class BlobDecoder {
 
   unsigned long budget_;
   BlobFault& fault_;
-  // Entries are decoded to be checked, and none is kept.
+  // Entries are only checked; none is kept.
   bool isRehearsal_ = false;
 };
 
@@ -166,7 +166,7 @@ fileChunk* BlobDecoder::DecodeSequence(const Sequence& sequence) {
     if (!node) {
       Refuse(kNoMemory, sequence, position);
     }
-    // Linked while it is still empty, so that the list holds all there is to free.
+    // Linked while it is still empty, so that freeing the list frees everything.
     *link = node;
     if (!node || !DecodeEntry(sequence, position, *node)) {
       DeleteFileChunks(head);
@@ -258,7 +258,7 @@ bool BlobDecoder::CheckLZMAClaim(const Sequence& sequence, unsigned long subHead
     return Refuse(kBadProperties, sequence, subHeader + kLZMAPropertiesOffset);
   }
   unsigned long cost = ProbabilityTableSize(propertiesByte);
-  // Outside of streams, the stream's own length pays for the claim.
+  // At the top level the claim is already bounded by the stream's length, checked above.
   if (sequence.decoded) {
     cost += claim;
   }
@@ -292,8 +292,8 @@ bool BlobDecoder::DecodeLZMAEntry(const Sequence& sequence, const EntryLayout& e
   return taken;
 }
 
-// Decodes an entry's LZMA stream into a new array, which the caller frees. Returns false when the
-// entry is refused; there is no array then.
+// Decodes an entry's LZMA stream into a new array, which the caller frees. Returns false, without
+// an array, when the entry is refused.
 bool BlobDecoder::DecodeStream(const Sequence& sequence, const EntryLayout& entry,
                                DecodedStream& decoded) {
   if (entry.payloadLength < kLZMASubHeaderLength) {

@@ -27,7 +27,7 @@ constexpr unsigned long kKilobyteShift = 10;
 constexpr unsigned long kMegabyteShift = 20;
 constexpr unsigned long kGigabyteShift = 30;
 
-// The length that `totalSizeof` gives modulo 2^32.
+// Returns the length that `totalSizeof` returns modulo 2^32.
 unsigned long EncodedLength(fileChunk* list, unsigned long subHeaderLength) {
   unsigned long length = 0;
   for (fileChunk* node = list; node; node = node->next) {
@@ -38,7 +38,7 @@ unsigned long EncodedLength(fileChunk* list, unsigned long subHeaderLength) {
   return length;
 }
 
-// Returns where it stopped writing.
+// Writes a sibling list at `position`. Returns the position after it.
 unsigned char* FlattenList(unsigned char* position, fileChunk* list) {
   for (fileChunk* node = list; node; node = node->next) {
     unsigned char* const header = position;
@@ -72,12 +72,13 @@ CLzmaEncProps EncoderSettings(unsigned int threads) {
   settings.lp = kLiteralPositionBits;
   settings.pb = kPositionBits;
   settings.fb = kFastBytes;
-  // The SDK has one match finder to give a thread of its own, and ignores more.
+  // The SDK can run its match finder in a thread of its own; more threads have no effect.
   settings.numThreads = threads > 1 ? 2 : 1;
   return settings;
 }
 
-// The caller's handler behind the SDK's interface, which comes first: the SDK returns its address.
+// The caller's handler, with the SDK's interface. The interface is the first member, because the
+// SDK passes its address back.
 struct EncodingProgress {
   ICompressProgress sdkInterface;
   EncodingProgressHandler* handler;

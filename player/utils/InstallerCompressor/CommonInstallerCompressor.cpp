@@ -10,7 +10,7 @@
 namespace {
 
 // Releases of the LZMA SDK differ in the type of the first parameter, so it is deduced. An
-// exception must not unwind through the SDK's C code: no memory is a null pointer to it.
+// exception must not unwind through the SDK's C code: when memory runs out it gets a null pointer.
 template <typename Allocator>
 void* SzAlloc(Allocator, size_t size) {
   return new (std::nothrow) unsigned char[size];

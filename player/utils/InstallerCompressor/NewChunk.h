@@ -1,11 +1,12 @@
-// How the writer's functions make the nodes that they return.
+// Making a node, for the functions of the writer.
 #pragma once
 
 #include <new>
 
 #include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
 
-/// A nameless file node of `size` bytes that are not set yet; absent when memory runs out.
+/// Returns a nameless file node with `size` bytes that are not set yet, owned by the caller; absent
+/// when memory runs out.
 inline fileChunk* NewChunk(unsigned long size) {
   auto* const chunk = new (std::nothrow) fileChunk;
   if (!chunk) {

@@ -24,7 +24,7 @@ struct DirectoryBeingRead {
   const DirectoryBeingRead* enclosing;
 };
 
-// The caller's functions: what is read, and what a source lacks.
+// The caller's functions, which filter entries and receive faults.
 struct SourceCaller {
   SourceFilter* filter;
   SourceFaultHandler* handler;
@@ -57,7 +57,7 @@ bool IsBeingRead(const struct stat& directory, const DirectoryBeingRead* innermo
   return false;
 }
 
-// A node with its own copy of the name; absent when there is no memory.
+// Returns a node with its own copy of the name; absent when memory runs out.
 fileChunk* CreateNode(const char* name) {
   auto* node = new (std::nothrow) fileChunk;
   if (!node || !name) {
@@ -73,7 +73,8 @@ fileChunk* CreateNode(const char* name) {
   return node;
 }
 
-// The text after the last '/' that is not the final character; all of it without such a one.
+// Returns the text after the last '/' that is not the final character, or the whole path without
+// one.
 const char* PathLeaf(const char* path) {
   size_t start = strlen(path);
   if (start != 0) {
@@ -85,7 +86,7 @@ const char* PathLeaf(const char* path) {
   return path + start;
 }
 
-// Opens a regular file; -1, with errno set, when there is none.
+// Opens a regular file. Returns -1 with errno set on failure.
 int OpenSource(const char* path, struct stat& status) {
   if (path == nullptr) {
     errno = ENOENT;
@@ -94,8 +95,8 @@ int OpenSource(const char* path, struct stat& status) {
   return OpenRegularFile(path, O_RDONLY, 0, FileNames::kAny, &status);
 }
 
-// Reads `size` bytes into a new array; what the file has no more of is zero. Absent when there
-// is no memory.
+// Reads `size` bytes into a new array; bytes that the file does not have are zero. Absent when
+// memory runs out.
 unsigned char* ReadNewArray(int descriptor, unsigned long size, const char* path,
                             const SourceCaller& caller) {
   auto* const bytes = new (std::nothrow) unsigned char[size];
@@ -136,8 +137,8 @@ fileChunk* CreateFileSource(const char* path, const char* name, const SourceCall
   return node;
 }
 
-// Overwrites memory that is about to be freed. To the compiler the empty assembly reads it all,
-// so the stores are not dead.
+// Overwrites memory that is about to be freed. The empty assembly statement keeps the compiler from
+// removing the stores.
 void Scrub(char* memory, size_t size) {
   memset(memory, kScrubCharacter, size);
   asm volatile("" : : "r"(memory) : "memory");

@@ -1,5 +1,6 @@
-// From a decoded tree to the disk. Root writes into folders that a group may change, so the walk
-// goes down through descriptors, and each entry is made in the very folder that was entered.
+// Writes a decoded tree to the disk. Root writes into folders that a group may change, so the walk
+// enters folder after folder and makes each entry in the folder that it has entered, by its name
+// alone.
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
@@ -20,8 +21,8 @@ namespace {
 constexpr mode_t kDirectoryMode = 0775;
 constexpr mode_t kFileMode = 0664;
 
-// New folders and files have their whole mode from the start: one without read permission could
-// not be entered.
+// Sets the umask to 0 while it exists. New folders must have their full mode from the start: a
+// folder without read permission could not be entered.
 class NoUmask {
  public:
   NoUmask() : previous_(umask(0)) {}
@@ -48,14 +49,14 @@ WrittenFile WriteWholeFile(const char* path, const unsigned char* bytes, size_t 
   if (fchmod(descriptor, kFileMode) != 0 && error == 0) {
     error = errno;
   }
-  // An interrupted close has closed the file all the same.
+  // A close that a signal has interrupted has closed the file nevertheless.
   if (close(descriptor) != 0 && errno != EINTR && error == 0) {
     error = errno;
   }
   return {true, error};
 }
 
-// An entry below others: the parts of its path.
+// The path of an entry, one name for each folder around it.
 struct Trail {
   const Trail* around;
   const char* name;
@@ -76,7 +77,7 @@ void AppendPath(char* path, unsigned int capacity, const Trail* trail) {
   }
 }
 
-// The path as a new array; absent when there is no memory.
+// Returns the path as a new array; absent when memory runs out.
 char* NewPath(const Trail& trail) {
   const size_t capacity = PathCapacity(&trail);
   char* const path = new (std::nothrow) char[capacity];
@@ -95,16 +96,16 @@ unsigned long CountEntries(const fileChunk* list) {
   return count;
 }
 
-// An absent name is as an empty one.
+// An absent name counts as an empty one.
 const char* NameOf(const fileChunk& node) { return node.name != nullptr ? node.name : ""; }
 
-// Whether an entry stands for the folder around it.
+// Returns whether an entry of this name means the folder around it.
 bool IsNameless(const char* name) { return *name == '\0' || strcmp(name, "/") == 0; }
 
 // One component of a path, without the slash that a folder's name may end in.
 class Leaf {
  public:
-  // `error` becomes 0, or the errno value that says why the name is not one component.
+  // Sets `error` to 0 or, when the name is not one component, to an errno value.
   Leaf(const char* name, int& error) {
     size_t length = strlen(name);
     endsInSlash_ = name[length - 1] == '/';
@@ -126,7 +127,7 @@ class Leaf {
   bool endsInSlash_;
 };
 
-// One walk over a tree, from the folder that it is written to.
+// Writes one tree.
 class Sink {
  public:
   Sink(const char* root, const char* path, SinkReport& report)
@@ -149,11 +150,12 @@ class Sink {
   const Trail top_;
   SinkReport& report_;
   FolderWalk walk_;
-  // What a nameless entry stands for: the root, or a name in the folder that the walk is in.
+  // The name of the top, the folder that a nameless entry means: the root, or an item of the folder
+  // that the walk is in.
   const char* topName_ = "";
   bool isTopTheRoot_ = false;
   bool isInTop_ = false;
-  // Why nothing more can be written, an errno value: the walk is not where it has to be.
+  // An errno value once the walk has lost its folder, so that no more entries can be written.
   int lostError_ = 0;
 };
 
@@ -168,7 +170,7 @@ void Sink::Write(const fileChunk* list) {
   }
 }
 
-// Goes to the folder that holds the top. Returns false with errno set on failure.
+// Goes to the folder that contains the top. Returns false with errno set on failure.
 bool Sink::GoToTop() {
   if (*top_.name == '\0') {
     isTopTheRoot_ = true;
@@ -182,7 +184,8 @@ bool Sink::GoToTop() {
   return topName_ != nullptr;
 }
 
-// The top is entered for the first entry that needs it, and not left again.
+// Writes an entry of the list. Enters the top for the first entry that needs it; it is not left
+// again.
 void Sink::WriteTop(const fileChunk& node, const Trail& trail) {
   if (lostError_ == 0 && !isInTop_) {
     const bool standsForTop = IsNameless(trail.name);
@@ -248,7 +251,8 @@ void Sink::WriteDirectory(const char* name, const fileChunk& node, const Trail& 
   }
 }
 
-// Goes into a folder, which is made where there is none. Fails the entry when it cannot be entered.
+// Enters a folder, which is made first if it is missing and `creates` is true. Reports the entry as
+// failed when the folder cannot be entered.
 bool Sink::EnterDirectory(const char* name, bool creates, const fileChunk& node,
                           const Trail& trail) {
   const bool isNew = creates && mkdir(name, kDirectoryMode) == 0;
@@ -258,14 +262,14 @@ bool Sink::EnterDirectory(const char* name, bool creates, const fileChunk& node,
     Fail(node, trail, refusal != 0 ? refusal : errno);
     return false;
   }
-  // Another user may have put a third user's folder in the place of the new one.
+  // Another user may have replaced the new folder by one that belongs to a third user.
   if (isNew && walk_.Owner() == geteuid() && chmod(".", kDirectoryMode) != 0) {
     Report(1, trail, errno);
   }
   return true;
 }
 
-// The entry has not been written, nor has anything below it.
+// Reports that the entry and everything below it have not been written.
 void Sink::Fail(const fileChunk& node, const Trail& trail, int error) {
   Report(1 + CountEntries(node.children), trail, error);
 }
@@ -308,7 +312,7 @@ bool PlatformCreateDirectory(const char* path) {
   if (path == nullptr || mkdir(path, kDirectoryMode) != 0) {
     return false;
   }
-  // Not by its path: another user may have put a link there.
+  // The mode is not set by the path, where another user may have put a link.
   const int descriptor =
       Uninterrupted([&] { return open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW); });
   if (descriptor >= 0) {

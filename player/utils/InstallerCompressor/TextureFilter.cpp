@@ -10,20 +10,21 @@ constexpr unsigned int kPixelDepthOffset = 16;
 constexpr unsigned long kBytesPerPixel = 4;
 constexpr unsigned int kAlphaOffset = 3;
 
-// A packet's first byte: whether one pixel stands for a run, and the count minus one.
+// A packet's first byte: whether the packet has one pixel that is repeated, and the number of
+// pixels minus one.
 constexpr unsigned int kRunFlag = 0x80;
 constexpr unsigned int kCountMask = 0x7F;
 
 void PremultiplyPixel(const unsigned char* pixel, unsigned char* output) {
   const unsigned int alpha = pixel[kAlphaOffset];
   for (unsigned int channel = 0; channel < kAlphaOffset; ++channel) {
-    // By 256, not 255, and cut off: 255 under alpha 255 becomes 254, on purpose.
+    // Divided by 256, not 255, and truncated: 255 with alpha 255 becomes 254, on purpose.
     output[channel] = static_cast<unsigned char>(pixel[channel] * alpha >> 8);
   }
   output[kAlphaOffset] = pixel[kAlphaOffset];
 }
 
-// Filters the packets from `input` to `end`; false when the last one runs past `end`.
+// Filters the packets from `input` to `end`. Returns false when the last one runs past `end`.
 bool PremultiplyPackets(const unsigned char* input, const unsigned char* end,
                         unsigned char* output) {
   while (input != end) {

@@ -19,7 +19,7 @@ namespace {
 
 constexpr char kRight[] = "com.apple.ServiceManagement.blesshelper";
 
-// The last system, as (major << 16) | minor, that runs the tool directly.
+// The last system version on which the tool is run directly, as (major << 16) | minor.
 constexpr uint32_t kLastDirectVersion = 0x0A0006;
 
 NSString* const kLabelKey = @"Label";
@@ -44,8 +44,8 @@ bool HasLaunchJobs() {
   return packed > kLastDirectVersion;
 }
 
-// `text` in UTF-8, for as long as the autorelease pool holds it; null for nil, for what is no
-// text, and for text that no C string can hold, such as one with a zero character in it.
+// Returns `text` in UTF-8, owned by the autorelease pool. Null for nil, for an object that is not a
+// string, and for text that a C string cannot represent, such as text with a zero character in it.
 const char* CString(NSString* text) {
   if (![text isKindOfClass:[NSString class]]) {
     return nullptr;
@@ -61,7 +61,8 @@ const char* CString(NSString* text) {
                                                      : nullptr;
 }
 
-// Frees the authorization at its end, also when an object that the caller gave has raised.
+// Frees the authorization in its destructor, also when an exception of a caller's object ends the
+// function.
 class AuthorizationOwner {
  public:
   explicit AuthorizationOwner(AuthorizationRef authorization) : authorization_(authorization) {}
@@ -77,7 +78,7 @@ void RemoveJob(AuthorizationRef authorization, NSString* label) {
   SMJobRemove(kSMDomainSystemLaunchd, (CFStringRef)label, authorization, true, nullptr);
 }
 
-// The path of a new, empty file, which only the caller's user can read; nil when none can be made.
+// Makes an empty file that only the caller's user can read. Returns its path; nil on failure.
 NSString* MakeOutputFile() {
   char path[sizeof(kOutputFileTemplate)];
   memcpy(path, kOutputFileTemplate, sizeof(path));
@@ -101,7 +102,8 @@ NSDictionary* JobDictionary(NSString* label, NSString* outputPath, NSString* too
                                                     program, kProgramArgumentsKey, nil];
 }
 
-// Waits for a process of `executablePath` to come and go. False when none has come in time.
+// Waits until a process of `executablePath` has started and ended. Returns false when none has been
+// seen in time.
 bool AwaitProcess(const char* executablePath) {
   const time_t start = time(nullptr);
   for (;;) {
@@ -117,7 +119,7 @@ bool AwaitProcess(const char* executablePath) {
   }
 }
 
-// The job path, with the tool's real path.
+// Runs the tool as a job. `executablePath` is its path without links.
 bool RunJob(AuthorizationRef authorization, NSString* label, NSString* toolPath,
             const char* executablePath, NSArray* arguments, NSString** output) {
   NSString* outputPath = MakeOutputFile();
@@ -146,8 +148,8 @@ struct MemoryDeleter {
 };
 using ArgumentVector = std::unique_ptr<char*, MemoryDeleter>;
 
-// The zero-terminated vector of the arguments' texts, which the arguments own; null when one of
-// them is no C string, or without memory.
+// Returns the null-terminated vector of the arguments' texts, which the autorelease pool owns; null
+// when an argument cannot be a C string, and when memory runs out.
 ArgumentVector MakeArgumentVector(NSArray* arguments) {
   const NSUInteger count = [arguments count];
   ArgumentVector vector(static_cast<char**>(calloc(count + 1, sizeof(char*))));
@@ -174,7 +176,7 @@ void AppendLine(NSMutableString* text, const char* line, size_t length) {
   [decoded release];
 }
 
-// Appends the lines of `pipe` to `text`, which may be nil, until the end or a line that is too
+// Appends the lines of `pipe` to `text`, which may be nil, up to its end or a line that is too
 // long.
 void ReadLines(FILE* pipe, NSMutableString* text) {
   char line[kLineCapacity];
@@ -217,7 +219,7 @@ bool launchElevatedWithAuthorization(AuthorizationRef authorization, NSString* l
     *output = nil;
   }
   if (label == nil) {
-    return false;  // A dictionary cannot hold it.
+    return false;  // A dictionary cannot contain nil.
   }
   RemoveJob(authorization, label);
   const char* tool = CString(toolPath);

@@ -3,17 +3,17 @@
 
 #import <Foundation/Foundation.h>
 
-/// The player code, zero-terminated, of the platform's language identifier `language`, which may
-/// carry further subtags: "fr-CA" gives "fr", "zh-Hant-HK" gives "zh-TW". The comparison is
-/// case-sensitive. "xu" for a language that the player does not speak, for fewer than two
-/// characters, and for nil. The text is a constant.
+/// Returns the player code for the platform's language identifier `language`, which may have
+/// further subtags: "fr" for "fr-CA", "zh-TW" for "zh-Hant-HK". The comparison is case-sensitive.
+/// Returns "xu" for a language that the player does not support, for fewer than two characters, and
+/// for nil. The result is a constant string.
 const char* KorvelLanguageFromMacOSXLanguage(NSString* language);
 
-/// The player code of the language that the current effective user prefers. The answer is found
-/// once per process and kept: later changes, of the user too, are not seen. The text, at most 9
-/// characters, is the function's own. Not thread-safe.
+/// Returns the player code of the language that the current effective user prefers, at most 9
+/// characters, in static memory. The result of the first call is kept for the process: later
+/// changes, also of the effective user, have no effect. Not thread-safe.
 const char* ObtainMacOSLanguage();
 
-/// Whether `code` is, byte for byte, the code of a language that the player speaks; false for
-/// nullptr.
+/// Returns whether `code` is, byte for byte, the code of a language that the player supports; false
+/// for null.
 bool IsLanguageSupportedInMacPlayer(const char* code);

@@ -6,10 +6,11 @@ namespace {
 
 NSString* const kAppleLanguages = @"AppleLanguages";
 
-// The vendor's servers take it for every language that the player does not speak.
+// The code for every language that the player does not support.
 constexpr char kUnsupportedLanguage[] = "xu";
 
-// Length of the language part of a platform identifier. Longer parts are unknown to the player.
+// Length of the language part of a platform identifier. The player supports no language with a
+// longer one.
 constexpr NSUInteger kLanguageLength = 2;
 
 struct SpecialCase {
@@ -36,15 +37,16 @@ constexpr const char* kSupportedCodes[] = {
 char macOSXLanguage[10];
 bool languageWasObtained;
 
-// nil when there is none. The elements behind the first need not be strings, so the list is not
-// read with `stringArrayForKey:`.
+// Returns nil when there is none. The list is not read with `stringArrayForKey:`, which fails if a
+// later element is not a string.
 NSString* FirstPreferredLanguage() {
   NSArray* languages = [[NSUserDefaults standardUserDefaults] arrayForKey:kAppleLanguages];
   id language = [languages count] > 0 ? [languages objectAtIndex:0] : nil;
   return [language isKindOfClass:[NSString class]] ? language : nil;
 }
 
-// The canonical form of `language`; nil for nil, which the platform's method does not take.
+// Returns the canonical form of `language`; nil for nil, which the platform's method does not
+// accept.
 NSString* CanonicalLanguage(NSString* language) {
   return language == nil ? nil : [NSLocale canonicalLocaleIdentifierFromString:language];
 }

@@ -1,7 +1,7 @@
 // The version of the running operating system.
 #pragma once
 
-/// Writes the three numbers of the running macOS; 10.0.0 when the system does not tell.
+/// Stores the version numbers of the running macOS; 10.0.0 when the system does not report them.
 void ObtainMacSystemVersion(unsigned int* major, unsigned int* minor, unsigned int* bugfix);
 
 /// A version of macOS.
@@ -10,14 +10,14 @@ struct MacSystemVersion {
   unsigned short minor;
   unsigned short bugfix;
 
-  /// The running system's version, asked anew; the low 16 bits of each number.
+  /// Returns the running system's version, not cached; the low 16 bits of each number.
   static MacSystemVersion GetSystemVersion();
 
-  /// The running system's version, kept for the process by whoever asks for it first; equal to
-  /// `sMacSystemVersionUninitialized` until then.
+  /// The running system's version, for callers that cache it; equal to
+  /// `sMacSystemVersionUninitialized` until a caller has set it.
   static MacSystemVersion sCachedSystemVersion;
 
-  /// All zero: no version yet.
+  /// All zero: the version is not cached yet.
   static const MacSystemVersion sMacSystemVersionUninitialized;
 };
 

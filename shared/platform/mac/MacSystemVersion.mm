@@ -15,8 +15,8 @@ struct VersionRecord {
   NSInteger patch;
 };
 
-// Asks the process-information object, which tells its system's version since OS X 10.10. The
-// method is called by name, so that this code loads on systems without it.
+// Reads the version from the process-information object, which has it since OS X 10.10. The method
+// is called by name, so that this code loads on systems without it. Returns false there.
 bool AskProcessInfo(VersionRecord& version) {
   NSProcessInfo* processInfo = [NSProcessInfo processInfo];
   const SEL selector = NSSelectorFromString(kVersionSelector);
@@ -34,7 +34,7 @@ bool AskProcessInfo(VersionRecord& version) {
   return true;
 }
 
-// Components of the version in the system's own property list; nil when it cannot be read.
+// Returns the components of the version in the system's property list; nil when it cannot be read.
 NSArray* VersionFileComponents() {
   NSURL* folder = [[NSFileManager defaultManager] URLForDirectory:NSCoreServiceDirectory
                                                          inDomain:NSSystemDomainMask
@@ -42,7 +42,7 @@ NSArray* VersionFileComponents() {
                                                            create:NO
                                                             error:nullptr];
   if (folder == nil) {
-    return nil;  // Reading from no URL raises.
+    return nil;  // Reading from a nil URL raises an exception.
   }
   NSDictionary* properties =
       [NSDictionary dictionaryWithContentsOfURL:[folder URLByAppendingPathComponent:kVersionFile]];

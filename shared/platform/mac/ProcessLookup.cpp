@@ -7,10 +7,11 @@
 
 namespace {
 
-// Size of what proc_pidpath() fills.
+// Size of the buffer for proc_pidpath(), in bytes.
 constexpr uint32_t kPathCapacity = 4096;
 
-// Turns a size in bytes into the count. An id takes 4 bytes, so half of them are left out.
+// Shifts the size of the list in bytes to the count. An id has 4 bytes, so half of the ids are left
+// out: see getAllPIDs().
 constexpr int kCountShift = 3;
 
 }  // namespace
@@ -20,7 +21,7 @@ int32_t getAllPIDs(pid_t** pids) {
   const int capacity = needed > 0 ? needed : 1;
   *pids = static_cast<pid_t*>(malloc(static_cast<size_t>(capacity)));
   if (*pids == nullptr) {
-    // Untested: no memory for some ten kilobytes.
+    // Untested: it takes a failed allocation of some ten kilobytes.
     return 0;
   }
   const int filled = proc_listpids(PROC_ALL_PIDS, 0, *pids, capacity);

@@ -1,21 +1,22 @@
-// Questions about the process table, in the order in which the system lists it: newest first.
+// Finding processes in the process table, which the system lists with the newest process first.
 #pragma once
 
 #include <stdint.h>
 #include <sys/types.h>
 
-/// Stores a list of process ids, newest first, in `*pids`, which the caller gives back with
-/// free(), and returns how many of them count: the first half of the list. On macOS a process
-/// that most others are younger than is therefore not among them; the Linux port lists as many
-/// zeros after the processes. Callers that look for one that has just started do not miss the other
-/// half, and it is relied on that the count stays as it is. 0 when the system does not tell;
-/// `*pids` is then a list all the same, or null without memory for one.
+/// Stores a list of process ids, newest first, in `*pids`, which the caller frees with free().
+/// Returns half of the length of the list: only the ids in its first half count, so on macOS the
+/// older half of the processes is missing. (The Linux port fills the second half with zeros.) This
+/// is kept on purpose: callers look for a process that has just started, and rely on this count.
+/// Returns 0 when the system does not report the list; `*pids` is then a valid array, or null when
+/// memory runs out.
 int32_t getAllPIDs(pid_t** pids);
 
-/// Whether process `pid` is among those that getAllPIDs() counts and that are listed before the
-/// calling process: alive, and younger than the caller. False for the caller itself.
+/// Returns whether the process `pid` is alive and younger than the calling process: among the ids
+/// that getAllPIDs() counts, and before the caller's. False for the caller itself.
 bool isPIDAlive(int pid);
 
-/// The first process, among those that isPIDAlive() would find, whose executable's path is, byte
-/// for byte, `executablePath`: an absolute path without links. 0 when there is none, and for null.
+/// Returns the id of the first process, among those that isPIDAlive() finds, whose executable has
+/// the path `executablePath`, byte for byte: an absolute path without links. Returns 0 when there
+/// is none, and for null.
 pid_t findPID(const char* executablePath);

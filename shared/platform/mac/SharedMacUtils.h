@@ -1,4 +1,4 @@
-// The platform utilities, all of them.
+// Includes the headers of all platform utilities.
 #pragma once
 
 #import "shared/platform/mac/ElevatedLaunch.h"

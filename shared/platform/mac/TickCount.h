@@ -1,8 +1,8 @@
-// A clock of coarse ticks.
+// A clock that counts sixtieths of a second.
 #pragma once
 
 #include <stdint.h>
 
-/// The time since the system started, without the time that it slept, in whole ticks of a sixtieth
-/// of a second.
+/// Returns the time since the system started, without the time that it slept, in whole ticks of a
+/// sixtieth of a second.
 int64_t TickCount_Modernized();

@@ -10,8 +10,8 @@
 namespace {
 
 constexpr gid_t kUnknownGroup = static_cast<gid_t>(-1);
-// Nobody's on macOS, and no one's on Linux.
-constexpr gid_t kNobodysGroup = static_cast<gid_t>(-2);
+// The group of the user nobody on macOS; not used by any group on Linux.
+constexpr gid_t kGroupOfNobody = static_cast<gid_t>(-2);
 
 // initgroups(3) takes the group as an int on macOS and as a gid_t on Linux.
 template <typename Group>
@@ -32,7 +32,7 @@ EffectiveUser::EffectiveUser(const char* name, uid_t user, gid_t group)
   if (!SaveGroups()) {
     return;
   }
-  isActive_ = Become(name, user, group == kUnknownGroup ? kNobodysGroup : group);
+  isActive_ = Become(name, user, group == kUnknownGroup ? kGroupOfNobody : group);
   if (!isActive_) {
     Restore();
   }
@@ -66,7 +66,7 @@ bool EffectiveUser::Become(const char* name, uid_t user, gid_t group) const {
   return result == 0 && setegid(group) == 0 && seteuid(user) == 0;
 }
 
-// The real user id is root's all the time, so none of these is refused.
+// The real user id is root's all the time, so these calls do not fail.
 void EffectiveUser::Restore() const {
   (void)seteuid(savedUser_);
   (void)setegid(savedGroup_);

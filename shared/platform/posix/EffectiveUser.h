@@ -4,20 +4,21 @@
 #include <sys/types.h>
 
 /// Gives the process, which runs as root, the effective user id, group id and supplementary groups
-/// of another user while the object exists. What is opened or created meanwhile is what that user
-/// may open, and belongs to the user. The ids are the whole process's: no other thread may rely on
-/// them.
+/// of another user while the object exists. Only files that this user may open can be opened then,
+/// and new files belong to the user. The ids apply to the whole process: no other thread may rely
+/// on them.
 class EffectiveUser {
  public:
-  /// The user is called `name`, whose groups the system's databases list; a name without a passwd
-  /// entry, or a null one, has `group` alone. An unknown group, (gid_t)-1, stands for nobody's.
+  /// Takes the ids `user` and `group`, and the supplementary groups of the user `name` from the
+  /// system's databases; only `group` if `name` is null or has no passwd entry. If `group` is
+  /// unknown, (gid_t)-1, the group of the user nobody, (gid_t)-2, is used.
   EffectiveUser(const char* name, uid_t user, gid_t group);
-  /// Restores the ids and groups from before. Leaves errno as it is.
+  /// Restores the previous ids and groups. Does not change errno.
   ~EffectiveUser();
   EffectiveUser(const EffectiveUser&) = delete;
   EffectiveUser& operator=(const EffectiveUser&) = delete;
 
-  /// False when the process may not act as that user; its ids are then what they were.
+  /// Returns false when the process may not act as that user; its ids are then unchanged.
   bool IsActive() const { return isActive_; }
 
  private:

@@ -10,7 +10,8 @@
 
 namespace {
 
-// 0 when `descriptor` is the folder that is wanted, otherwise an errno value.
+// Returns 0 when `descriptor` is a folder and, unless `expected` is null, that folder; otherwise an
+// errno value.
 int CheckFolder(int descriptor, const FolderIdentity* expected, struct stat& status) {
   if (fstat(descriptor, &status) != 0) {
     return errno;
@@ -40,7 +41,7 @@ FolderWalk::~FolderWalk() {
     (void)chdir("/");
     return;
   }
-  // Only a folder without search permission refuses, and the process was in it.
+  // This fails only for a folder without search permission, and the process has been in it before.
   (void)fchdir(saved_);
   close(saved_);
 }
@@ -48,7 +49,7 @@ FolderWalk::~FolderWalk() {
 bool FolderWalk::Start(const char* path) { return Go(path, 0, nullptr); }
 
 bool FolderWalk::Enter(const char* name) {
-  // With a slash after it a link would be followed all the same.
+  // A link with a slash after its name would be followed in spite of O_NOFOLLOW.
   if (strchr(name, '/') != nullptr || strcmp(name, "..") == 0) {
     errno = EINVAL;
     return false;
@@ -64,7 +65,7 @@ const char* FolderWalk::EnterFolderOf(const char* path) {
   return EnterEach(path, slash) ? slash + 1 : nullptr;
 }
 
-// Enters the components of the path from `path` to `end`, where a slash is.
+// Enters each component of the path between `path` and `end`, which points to a slash.
 bool FolderWalk::EnterEach(const char* path, const char* end) {
   const char* rest = path + strspn(path, "/");
   while (rest < end) {

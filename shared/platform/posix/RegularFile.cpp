@@ -7,7 +7,7 @@
 
 namespace {
 
-// 0 when the file may be used, otherwise an errno value.
+// Returns 0 when the file may be used, otherwise an errno value.
 int Check(int descriptor, FileNames names, struct stat& status) {
   if (fstat(descriptor, &status) != 0) {
     return errno;
@@ -35,8 +35,8 @@ int Prepare(int descriptor, int flags, FileNames names, struct stat& status) {
 
 int OpenRegularFile(const char* path, int flags, mode_t mode, FileNames names,
                     struct stat* status) {
-  // Without O_NONBLOCK the opening of a FIFO would wait for its other end, without O_NOCTTY that of
-  // a terminal could make it the process's own.
+  // Without O_NONBLOCK, opening a FIFO would wait for its other end; without O_NOCTTY, a terminal
+  // could become the controlling terminal of the process.
   const int openFlags = (flags & ~O_TRUNC) | O_NONBLOCK | O_NOCTTY;
   const int descriptor = Uninterrupted([&] { return open(path, openFlags, mode); });
   if (descriptor < 0) {

@@ -13,15 +13,16 @@
 
 namespace {
 
-// More than a payload can have, few enough for the stack.
+// More levels than a payload can have, and few enough for the stack.
 constexpr unsigned int kMaximumDepth = 1024;
 
 constexpr uid_t kRoot = 0;
 
 bool IsDots(const char* name) { return strcmp(name, ".") == 0 || strcmp(name, "..") == 0; }
 
-// The names of a folder's items, each with its NUL, one after the other. All are read before the
-// first is removed: the order of a folder that shrinks while it is read is not defined.
+// The names of a folder's items, each with its NUL, one after the other. All names are read before
+// the first item is removed: readdir(3) does not define which names it returns from a folder that
+// changes.
 class FolderNames {
  public:
   FolderNames() = default;
@@ -29,7 +30,7 @@ class FolderNames {
   FolderNames(const FolderNames&) = delete;
   FolderNames& operator=(const FolderNames&) = delete;
 
-  // Reads those of the working directory. Returns an errno value when some are missing, or 0.
+  // Reads the names in the working directory. Returns 0, or an errno value when some are missing.
   int Read();
 
   const char* First() const { return names_; }
@@ -84,15 +85,15 @@ class TreeRemoval {
  public:
   explicit TreeRemoval(FolderWalk& walk) : walk_(walk), result_() {}
 
-  // Each removes the item `name` of the folder that the walk is in, `depth` folders below the one
-  // that the removal is for, and counts it when it stays.
+  // Each of these removes the item `name` of the folder that the walk is in, and counts it if it
+  // stays. `depth` is the number of folders between that folder and the item to be removed.
   void Remove(const char* name, unsigned int depth);
   void RemoveFile(const char* name, unsigned int depth);
   void RemoveFolder(const char* name, unsigned int depth);
   void Refuse(int error);
   const RemovalResult& Result() const { return result_; }
 
-  // Below a folder of another user's than root, folders of third users are not touched.
+  // Sets the owner of the root. If it is not root, folders of third users are not entered.
   void TrustOwner(uid_t owner) { owner_ = owner; }
   bool IsTrusted(uid_t owner) const { return owner_ == kRoot || owner == owner_ || owner == kRoot; }
 
@@ -104,7 +105,7 @@ class TreeRemoval {
   FolderWalk& walk_;
   RemovalResult result_;
   uid_t owner_ = kRoot;
-  // Set when the way back to the folder around is not found: removing must go no further.
+  // True once the walk could not return to the parent folder: nothing more may be removed.
   bool isLost_ = false;
 };
 
@@ -118,12 +119,13 @@ void TreeRemoval::Refuse(int error) {
   ++result_.refused;
 }
 
-// Clears the flags of the item `name`, a link being one itself. Returns whether it could. A file
-// with another name elsewhere keeps them: it does not go, and may be someone else's.
+// Clears the flags of the item `name`; of a link itself, not of its target. Returns whether it
+// could. A file with another name elsewhere keeps its flags, because that name may belong to
+// another user.
 //
-// Another user may put something else in the item's place before the flags are cleared, but only
-// what this user may place there, which is never an item that someone else has locked: locked items
-// can be neither renamed nor linked.
+// Another user may replace the item before the flags are cleared, but only by an item that this
+// user can move there. That cannot be an item that a third user has locked: a locked item can be
+// neither renamed nor linked.
 bool Unlock(const char* name) {
   struct stat status = {};
   if (lstat(name, &status) != 0 || (!S_ISDIR(status.st_mode) && status.st_nlink != 1)) {
@@ -132,8 +134,8 @@ bool Unlock(const char* name) {
   return Uninterrupted([&] { return lchflags(name, 0); }) == 0;
 }
 
-// Where a lock of the item, or of the folder if that goes too, is in the way, it is cleared and
-// `function` called again.
+// Calls `function` with `name`. If that fails because the item is locked, or its folder, which is
+// to be removed too, clears the lock and calls `function` again.
 void TreeRemoval::RemoveBy(int (*function)(const char*), const char* name, unsigned int depth) {
   const auto remove = [&] { return function(name); };
   if (Uninterrupted(remove) == 0) {
@@ -170,7 +172,7 @@ void TreeRemoval::Remove(const char* name, unsigned int depth) {
   }
   const unsigned long refusedBefore = result_.refused;
   Empty(name, depth);
-  // A folder that is not empty would be refused for what is counted already.
+  // If an item in the folder stays, that item is counted already, and the folder is not tried.
   if (result_.refused == refusedBefore && !isLost_) {
     RemoveFolder(name, depth);
   }
@@ -196,8 +198,8 @@ void TreeRemoval::Empty(const char* name, unsigned int depth) {
   }
 }
 
-// Removes everything in the folder that the walk is in. Returns an errno value when that is not
-// known or not allowed, or 0.
+// Removes everything in the folder that the walk is in. Returns 0, or an errno value when the
+// folder cannot be listed or must not be emptied.
 int TreeRemoval::EmptyHere(const FolderIdentity& parent, unsigned int depth) {
   if (!IsTrusted(walk_.Owner())) {
     return EPERM;

@@ -1,30 +1,31 @@
-// Removing what lies in folders that another user may change meanwhile.
+// Removing items from folders that another user may change at the same time.
 #pragma once
 
-/// What a removal has left.
+/// Result of a removal: the items that could not be removed.
 struct RemovalResult {
   /// Files, links and folders that could not be removed, without the folders around them.
   unsigned long refused;
-  /// Why the first of them could not: an errno value; 0 when there is none.
+  /// The errno value of the first of them; 0 when there is none.
   int error;
 };
 
 /// Removes the item at `path` below the folder `root`, a folder with everything in it. The caller
-/// trusts `root` and the path to it; below it no link is followed: a link is removed itself, and
-/// an item behind one is left alone and counts as refused. After a refusal the rest is removed all
-/// the same. What another user exchanges meanwhile is either removed where the walk has found it or
-/// left; nothing outside of the entered folders is touched.
+/// trusts `root` and the path to it. Below it no link is followed: a link is removed itself, and an
+/// item whose path leads through a link stays and counts as refused. After a refusal the remaining
+/// items are still removed. An item that another user exchanges at the same time is either removed
+/// from the folder that the walk has entered, or stays; nothing outside of the entered folders is
+/// removed.
 ///
-/// What is not entered stays: mount points; folders 1024 levels or more below the item; and, where
-/// `root` is not root's but another user's, folders of third users, which that user may have moved
-/// there.
+/// These are not entered, and stay: mount points; folders 1024 levels or more below the item; and,
+/// if `root` belongs to a user other than root, folders that belong to a third user, because the
+/// owner of `root` may have moved them there.
 ///
 /// An item that is locked against changes (chflags(1): uchg, schg and the append-only ones) is
-/// unlocked first, and so is a locked folder below the removed one or that one itself, as far as
-/// the process may. What stays: the item of a folder that is locked itself, and a locked file with
-/// another name elsewhere.
+/// unlocked first, and so is a locked folder that is itself to be removed, if the process has the
+/// permission. An item in a locked folder that is not to be removed stays, and so does a locked
+/// file with another name elsewhere.
 ///
-/// An item that does not exist is not refused. `path` may begin with a slash and ends with a name.
+/// A missing item does not count as refused. `path` may begin with a slash and ends with a name.
 RemovalResult RemoveTree(const char* root, const char* path);
 
 /// The same for a file, a link or an empty folder; a folder that is not empty stays as it is.

@@ -1,4 +1,4 @@
-// The settings file, for callers that speak in objects.
+// The settings file, for callers in Objective-C.
 #pragma once
 
 #import <Foundation/Foundation.h>
@@ -7,10 +7,10 @@
 
 /// A settings file, read when the object is made and written by `synchronizeFile` only.
 ///
-/// Text crosses over as UTF-8; a string given to a method counts up to its first NUL, and one with
-/// no UTF-8 form (half of a surrogate pair) counts as nil. Nothing here raises or logs: a file that
-/// cannot be read has no settings, and a failed write is silent. Without memory the engine throws
-/// std::bad_alloc, before anything is written.
+/// Strings are passed to the engine as UTF-8, up to their first NUL. A string that has no UTF-8
+/// form (half of a surrogate pair) counts as nil. Nothing here raises or logs: a file that cannot
+/// be read counts as empty, and a failed write is not reported. When memory runs out the engine
+/// throws std::bad_alloc, before anything is written.
 @interface KSConfigFileManager : NSObject {
  @private
   SASM::ConfigFileManager* mConfigFileManager;
@@ -20,26 +20,25 @@
 /// a nil path nothing is read, and nothing can be written.
 - (id)initWithConfigFile:(NSString*)path;
 
-/// An object without a file would have no engine behind it.
+/// Not available: the object needs a file.
 - (id)init __attribute__((unavailable("use initWithConfigFile:")));
 
-/// Every setting's key, in the order of the settings, as strings. Autoreleased.
+/// Returns every setting's key, in the order of the settings, as strings; autoreleased.
 - (NSArray*)allKeys;
 
-/// The value of the first setting with this key; the empty string for a missing key and for nil,
-/// never nil.
-/// It takes the place of the generic key-value accessor on purpose. Autoreleased.
+/// Returns the value of the first setting with this key, or the empty string for a missing key and
+/// for nil; autoreleased, never nil. It overrides the generic key-value accessor on purpose.
 - (NSString*)valueForKey:(NSString*)key;
 
-/// Whether `string` itself, not a setting of that name, reads as true: see
-/// `SASM::SimpleString::boolValue`. Pass it what `valueForKey:` returned.
+/// Returns whether the text `string` reads as true: see `SASM::SimpleString::boolValue`. Pass the
+/// value that `valueForKey:` returned, not a key.
 - (BOOL)boolValue:(NSString*)string;
 
-/// Gives the first setting with this key a new value in its place, or appends a setting, in
-/// memory. A nil key or value changes nothing.
+/// Replaces the value of the first setting with this key, or appends a setting, in memory only. A
+/// nil key or value changes nothing.
 - (void)setValue:(NSString*)value forKey:(NSString*)key;
 
-/// Rewrites the whole file; the folder must exist.
+/// Writes the settings over the whole file. A missing file is created, a missing folder is not.
 - (void)synchronizeFile;
 
 @end

@@ -4,8 +4,8 @@
 
 namespace {
 
-// `string` in UTF-8, up to its first NUL, for as long as the autorelease pool holds it. Null for
-// nil and for half of a surrogate pair, for which -UTF8String may raise.
+// Returns `string` in UTF-8, owned by the autorelease pool. Null for nil and for half of a
+// surrogate pair, for which -UTF8String may raise.
 const char* UTF8Text(NSString* string) {
   return [string canBeConvertedToEncoding:NSUTF8StringEncoding] ? [string UTF8String] : nullptr;
 }

@@ -7,9 +7,9 @@
 
 @interface NSString (SimpleString)
 
-/// The text of `string` read as UTF-8, autoreleased. A settings file may hold any bytes: text
-/// that is not UTF-8 is read as ISO Latin-1 instead, one character for each byte. Never nil; a
-/// null pointer gives the empty string.
+/// Returns the text of `string` read as UTF-8, autoreleased, or the empty string for a null
+/// pointer; never nil. A settings file may hold any bytes: text that is not UTF-8 is read as ISO
+/// Latin-1 instead, one character for each byte.
 + (NSString*)stringWithSimpleString:(const SASM::SimpleString*)string;
 
 @end

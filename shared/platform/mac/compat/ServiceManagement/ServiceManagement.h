@@ -1,8 +1,8 @@
 #pragma once
 
-// For SDKs without the ServiceManagement framework's headers: the part of it that the elevated
-// launch uses, declared as Apple's documentation of the framework has it. The framework itself
-// has been part of macOS since 10.6. With a whole SDK the build does not look here.
+// For SDKs without the headers of the ServiceManagement framework: declarations of what the
+// elevated launch uses, as in Apple's documentation. The framework itself has been part of macOS
+// since 10.6. With a complete SDK the build does not use this file.
 
 #include <Availability.h>
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,17 +1,17 @@
-// Opening the install log, which may lie in a folder of an ordinary user.
+// Opening the install log, which may be in a folder of an ordinary user.
 #pragma once
 
 #import <Foundation/Foundation.h>
 
 /// Opens the log at `path` for appending and returns a descriptor that the caller closes, or -1. A
-/// missing log is created with mode 0666 less the umask, a missing folder is not. Only a regular
-/// file with one name is a log: a link in its place is not followed, a hard link to another file, a
-/// FIFO or a device is refused, and nothing is waited for.
+/// missing log is created, with mode 0666 less the umask; a missing folder is not. Only a regular
+/// file with one name is accepted: a link is not followed, and a hard link to another file, a FIFO
+/// or a device is refused. The call never waits for the other end of a FIFO.
 ///
 /// When root runs this and a user is at the console, the log is first opened with that user's
-/// effective ids and groups. So the user cannot have root write what the user may not write, and
-/// the created log is the user's. Where the user lacks permission, because an earlier run
-/// has left a log of root's or the folder is root's, root goes down from "/" without following any
-/// link, and opens or creates the log if folder and file belong to root or to that user. Without a
-/// user at the console root does the same, and both must be root's.
+/// effective ids and groups. So the user cannot make root write to a file that the user may not
+/// write, and a new log belongs to the user. If the user lacks permission, because an earlier run
+/// has left a log that belongs to root or because the folder belongs to root, root goes down from
+/// "/" without following any link, and opens or creates the log if folder and file belong to root
+/// or to that user. Without a user at the console root does the same, and both must belong to root.
 int OpenInstallLogFile(NSString* path);

@@ -18,7 +18,7 @@ constexpr mode_t kLogMode = 0666;
 
 // The user at the console.
 struct ConsoleUser {
-  // Null when no one is there, or only the login window. The caller releases it.
+  // Nil at the login window and when no user is logged in. The caller releases it.
   NSString* name;
   uid_t user;
   gid_t group;
@@ -81,7 +81,8 @@ int OpenInstallLogFile(NSString* path) {
   }
   const ConsoleUser console = CopyConsoleUser();
   if (console.name == nil) {
-    // Not by its path either: it may be that of a user who has left since the path was made.
+    // The path may lead into the home of a user who has logged out since it was made, so root does
+    // not simply open it.
     return OpenLogAsRoot(file, kRoot);
   }
   int log = OpenLogAs(console, file);

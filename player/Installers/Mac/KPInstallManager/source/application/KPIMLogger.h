@@ -19,9 +19,9 @@ enum : unsigned int {
 ///
 /// that is the local time, a tag for the level, the logger's prefix and the message, in UTF-8.
 ///
-/// Each line is written behind whatever the file's last byte is at that moment and flushed to
-/// the disk before the call returns, so several loggers, also of several processes, may share a
-/// file. A line that cannot be written, on a full disk for instance, is lost in silence.
+/// Each line is written at the current end of the file and flushed to the disk before the call
+/// returns, so several loggers, in one process or in several, may share a file. A line that cannot
+/// be written, for instance because the disk is full, is lost without a report.
 ///
 /// A logger is used from one thread at a time.
 @interface KP_DECOMP_KPIMLogger : NSObject {
@@ -31,22 +31,22 @@ enum : unsigned int {
   NSString* mPrefix;
 }
 
-/// Gives no object: a logger needs a path.
+/// Returns nil: a logger needs a path.
 - (id)init;
 
-/// A logger on the file at `path`, at level 1 and with an empty prefix. The file is opened, or
-/// created, as OpenInstallLogFile describes: with the console user's rights, where these do not
-/// suffice with root's, and only as a regular file with one name. A missing folder is not created;
-/// what the file holds is kept.
+/// Makes a logger for the file at `path`, at level 1 and with an empty prefix. The file is opened
+/// or created as OpenInstallLogFile describes: with the console user's rights, or with root's if
+/// these do not suffice, and only as a regular file with one name. A missing folder is not created;
+/// the file's contents are kept.
 ///
-/// Returns nil when the file cannot be opened. Callers keep the absent logger: messages to it do
+/// Returns nil when the file cannot be opened. Callers need not test for that: messages to nil do
 /// nothing.
 - (id)initWithPath:(NSString*)path;
 
 /// Sets the highest level that is written; 0 silences the logger.
 - (void)setLoggingLevel:(unsigned int)level;
 
-/// Sets the text between tag and message, which it retains.
+/// Sets the text between tag and message. Retains `prefix`.
 - (void)setPrefix:(NSString*)prefix;
 
 /// Logs the build flavour, the product version and "log start" at level 3.
@@ -58,16 +58,15 @@ enum : unsigned int {
 /// Writes `message` as one line if `level` is not above the logger's.
 - (void)logTimeStampedString:(NSString*)message withLoggingLevel:(unsigned int)level;
 
-/// Writes `text` as it stands: nothing is added, not even a newline. The level is ignored,
-/// because the decorated path has filtered already.
+/// Writes `text` without adding anything, not even a newline. The level is ignored:
+/// `logTimeStampedString:withLoggingLevel:` has compared it already.
 - (void)logString:(NSString*)text withLoggingLevel:(unsigned int)level;
 
-/// Returns `condition`. One that does not hold is logged with `message`, which may be absent,
-/// at level 2.
+/// Returns `condition`. If it is false, logs `message`, which may be nil, at level 2.
 - (bool)assert:(bool)condition message:(NSString*)message;
 
 @end
 
-/// The name by which the sources call the class. It is registered under the longer one, which
-/// keeps it apart from the installer's other tools when they share a process.
+/// The name of the class in the sources. The class is registered with the runtime under the longer
+/// name, so that it does not collide with a class of another installer tool in the same process.
 @compatibility_alias KPIMLogger KP_DECOMP_KPIMLogger;

@@ -18,7 +18,7 @@ NSString* const kSessionEndFormat = @"%@ %d.%d.%d.%d ---------- log end --------
 NSString* const kAssertionFailedFormat = @"ASSERTION FAILED: %@";
 NSString* const kUnknownReason = @"(unknown reason)";
 
-// The current time. The locale is pinned, so that a log reads the same on every machine:
+// Returns the current time. The locale is fixed, so that a log looks the same on every machine:
 // ASCII digits and the Gregorian calendar, whatever the user prefers.
 NSString* TimeStamp() {
   NSLocale* locale = [[NSLocale alloc] initWithLocaleIdentifier:kTimeStampLocale];
@@ -65,8 +65,8 @@ NSString* SessionStamp(NSString* format) {
     return nil;
   }
 
-  // Asked first: the class may need a descriptor for its start, and the log could take the last
-  // one.
+  // Initializes the class before the log is opened: the class may need a descriptor, and the log
+  // could take the last one.
   (void)[NSFileHandle class];
   const int file = OpenInstallLogFile(path);
   if (file < 0) {
@@ -133,7 +133,8 @@ NSString* SessionStamp(NSString* format) {
     [mLogFH writeData:data];
     [mLogFH synchronizeFile];
   } @catch (NSException*) {
-    // A handle raises when the disk is full. Installing goes on without this line.
+    // A handle raises an exception when the disk is full. The installation continues without this
+    // line.
   }
 }
 

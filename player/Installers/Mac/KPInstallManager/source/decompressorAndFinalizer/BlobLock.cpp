@@ -30,7 +30,7 @@ BlobLockResult BlobLock::Take(const char* path) {
   return result;
 }
 
-// Error() is EWOULDBLOCK when another attempt is worth it.
+// Error() is EWOULDBLOCK when another attempt may succeed.
 BlobLockResult BlobLock::Try(const char* path) {
   Close();
   struct stat file = {};
@@ -44,7 +44,8 @@ BlobLockResult BlobLock::Try(const char* path) {
     error_ = errno;
     return BlobLockResult::kNotLocked;
   }
-  // The process that held the lock may have removed the blob, and another one may be there by now.
+  // The process that held the lock may have removed the blob, and there may be another one at its
+  // path now.
   if (!IsAt(path, file)) {
     error_ = EWOULDBLOCK;
     return BlobLockResult::kNotLocked;

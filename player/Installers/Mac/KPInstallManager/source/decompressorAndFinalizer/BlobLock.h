@@ -1,11 +1,11 @@
 // One finalizer at a time: the payload blob is locked while it becomes a bundle.
 #pragma once
 
-/// What locking the blob has come to.
+/// Result of locking the blob.
 enum class BlobLockResult {
   /// It is locked.
   kLocked,
-  /// It does not exist, or no longer: another process may have removed it while it was waited for.
+  /// It does not exist. Another process may have removed it during the wait.
   kMissing,
   /// It cannot be opened for reading or is not a regular file.
   kUnreadable,
@@ -19,8 +19,8 @@ enum class BlobLockResult {
 /// that the caller goes on without the lock.
 class BlobLock {
  public:
-  /// Attempts to lock the blob, and the pause before each but the first, in microseconds: together
-  /// one minute.
+  /// Number of attempts to lock the blob, and the pause between two of them, in microseconds:
+  /// together one minute.
   static constexpr unsigned int kAttempts = 1201;
   static constexpr unsigned int kPause = 50000;
 
@@ -29,17 +29,17 @@ class BlobLock {
   BlobLock(const BlobLock&) = delete;
   BlobLock& operator=(const BlobLock&) = delete;
 
-  /// Opens the blob at `path` and locks it. While another process holds it, waits for up to a
-  /// minute and looks each time at what is at `path` then. A link to a regular file is followed.
-  /// Once per object.
+  /// Opens the blob at `path` and locks it. While another process holds the lock, waits for up to a
+  /// minute; each attempt opens the file that is at `path` then. A link to a regular file is
+  /// followed. Call it once per object.
   BlobLockResult Take(const char* path);
 
   /// The open blob, with the position at its start; -1 unless Take() returned kLocked or
   /// kNotLocked.
   int Descriptor() const { return descriptor_; }
 
-  /// Why the blob could not be opened or locked, an errno value; EWOULDBLOCK when another process
-  /// has held it for too long.
+  /// Why the blob could not be opened or locked: an errno value, EWOULDBLOCK when another process
+  /// has held the lock for too long.
   int Error() const { return error_; }
 
  private:

@@ -1,4 +1,5 @@
-// Catching C++ exceptions for Objective-C++, whose own catch does not see them with every runtime.
+// Catching C++ exceptions for Objective-C++ code: with some runtimes a catch block there does not
+// catch them.
 #pragma once
 
 enum class CxxException {
@@ -7,5 +8,5 @@ enum class CxxException {
   kOther,
 };
 
-/// Calls `function` with `context`, and returns which kind of exception has left it.
+/// Calls `function` with `context`. Returns which kind of exception it has thrown, if any.
 CxxException CatchCxxExceptions(void (*function)(void*), void* context);

@@ -1,23 +1,24 @@
-// The payload stage: the blob that the installer package laid down becomes the plug-in bundle.
+// The payload stage: unpacks the blob that the installer package has placed, which becomes the
+// plug-in bundle.
 #pragma once
 
 #import <Foundation/Foundation.h>
 
-/// Replaces the plug-in bundle under `installRoot` with the contents of the payload blob beside
-/// it, then deletes the blob. A nil root means the paths as they are on the boot volume.
+/// Replaces the plug-in bundle under `installRoot` with the contents of the payload blob beside it,
+/// then deletes the blob. A nil `installRoot` means the boot volume.
 ///
-/// Returns 1, with nothing touched, when there is no blob. Otherwise the old bundle, the blob and
-/// anything else in their places are removed as far as the system allows, and the result is 0, also
-/// when nothing or not all is written. Nothing is written or removed through a link below the
-/// root; a folder on the way that is a link therefore fails the removal and all entries.
+/// Returns 1, with nothing changed, when there is no blob. Otherwise removes the old bundle and the
+/// blob, or anything else at their paths, as far as the system allows, and returns 0, even if the
+/// bundle could not be written or not all of it. Nothing is written or removed through a link below
+/// the root: if a folder on the way is a link, nothing is removed and no entry is written.
 ///
-/// The blob is locked from the test for its existence to its removal. While another process holds
-/// the lock, this one waits for up to a minute and then acts on what is there; after that it goes
-/// on without the lock.
+/// The blob is locked from the test for its existence until its removal. While another process
+/// holds the lock, this one waits for up to a minute, then continues without the lock. It uses the
+/// blob that is at the path after the wait.
 ///
-/// `g_logger` receives the progress and a missing blob, and at the error level: a blob that cannot
-/// be locked, items of the old bundle that stay, a blob that cannot be read to its end (also for
-/// want of memory) or is malformed, and, with the first path and their number, entries that could
-/// not be written. A blob that cannot be opened or is not a regular file is logged no further: it
-/// counts as an empty one.
+/// Logs to `g_logger`: the paths, a missing blob, a blob that cannot be locked, items of the old
+/// bundle that could not be removed, a blob that cannot be read to its end (also because memory ran
+/// out) or is malformed, and entries that could not be written, with their number and the first
+/// path. A blob that cannot be opened or is not a regular file counts as an empty one, without a
+/// line of its own.
 int DecompressLZMA(NSString* installRoot);

@@ -40,12 +40,13 @@ void LogFault(const BlobFault& fault) {
                                       fault.reason, place, fault.offset]);
 }
 
-// Whether a blob that cannot be opened counts as an empty one: nothing is wrong with the machine.
-bool IsNoBlob(int error) {
+// Returns whether a blob that cannot be opened for the reason `error`, an errno value, counts as an
+// empty one. Other errors are faults of the machine.
+bool CountsAsEmptyBlob(int error) {
   return error == ENOTSUP || error == EACCES || error == EPERM || error == ELOOP || error == ENXIO;
 }
 
-// False when there is no blob at `path`. What cannot be locked is used without it.
+// Returns false when the blob is missing. A blob that cannot be locked is used without the lock.
 bool LockBlob(BlobLock& lock, NSString* path) {
   const BlobLockResult result = lock.Take([path UTF8String]);
   if (result == BlobLockResult::kNotLocked) {
@@ -53,13 +54,13 @@ bool LockBlob(BlobLock& lock, NSString* path) {
         lock.Error() == EWOULDBLOCK ? "another process holds it" : strerror(lock.Error());
     LogError([NSString stringWithFormat:@"ERROR: The payload blob cannot be locked: %s.", reason]);
   }
-  if (result == BlobLockResult::kUnreadable && !IsNoBlob(lock.Error())) {
+  if (result == BlobLockResult::kUnreadable && !CountsAsEmptyBlob(lock.Error())) {
     LogReadError(lock.Error());
   }
   return result != BlobLockResult::kMissing;
 }
 
-// Removes what is at `path` below `root`, a link itself and never what it points to.
+// Removes the item at `path` below `root`. A link is removed itself, not its target.
 void RemoveOldBundle(const char* root, const char* path) {
   const RemovalResult result = RemoveTree(root, path);
   if (result.refused != 0) {
@@ -69,8 +70,9 @@ void RemoveOldBundle(const char* root, const char* path) {
   }
 }
 
-// Decodes the open blob into a list that the caller frees; absent when nothing is in it.
-// Zeros in the place of what cannot be read could pass for content: such a blob is refused.
+// Decodes the open blob into a list that the caller frees; null for an empty blob and for one that
+// is refused. A blob that cannot be read to its end is refused, because zeros in place of the
+// missing bytes could pass for content.
 fileChunk* DecodeBlob(int descriptor) {
   if (descriptor < 0) {
     return nullptr;
@@ -95,7 +97,8 @@ fileChunk* DecodeBlob(int descriptor) {
   return nullptr;
 }
 
-// A path for a line of the log: names come from the blob, and must not break the line.
+// Returns the path as text for the log. Control characters, which a name from the blob may contain,
+// become '?', so that they cannot break the line.
 NSString* LoggablePath(char* path) {
   for (char* character = path; *character != '\0'; ++character) {
     const auto byte = static_cast<unsigned char>(*character);
@@ -128,14 +131,15 @@ int DecompressLZMA(NSString* installRoot) {
   Log(kLogLevelInformation, @"Compression Output Path: '%@'.", outputPath);
   Log(kLogLevelInformation, @"Compression Input Path: '%@'.", inputPath);
 
-  // Locked until the blob is removed: another finalizer then finds none, or the next one.
+  // The lock is held until the blob is removed. Another finalizer then finds no blob, or the next
+  // one.
   BlobLock lock;
   if (![[NSFileManager defaultManager] fileExistsAtPath:inputPath] || !LockBlob(lock, inputPath)) {
     Log(kLogLevelError, @"Input path not found: '%@'.", inputPath);
     return 1;
   }
 
-  // Other users may write in the folders on the way, so nothing below the root goes by its path.
+  // Other users may write in the folders on the way, so the bundle is not reached by its full path.
   const char* root = [installRoot length] != 0 ? [installRoot UTF8String] : kBootVolume;
   const char* bundle = [kPluginBundlePath UTF8String];
   RemoveOldBundle(root, bundle);
@@ -143,7 +147,7 @@ int DecompressLZMA(NSString* installRoot) {
   fileChunk* tree = DecodeBlob(lock.Descriptor());
   int result = 0;
   SinkReport report;
-  // Writing reports success always; what it could not write is in the report.
+  // The result is always true; `report` has what could not be written.
   if (!PlatformWriteFileFromChunk(root, bundle, tree, report)) {
     Log(kLogLevelError, @"Error writing file: '%@'.", outputPath);
     result = 1;

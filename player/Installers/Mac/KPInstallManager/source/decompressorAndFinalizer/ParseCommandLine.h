@@ -7,6 +7,6 @@
 /// so. The switch may be in any position; as the first argument it is the install root too.
 bool ParseCommandLine(int argc, char** argv);
 
-/// Returns the install root, `argv[1]`, autoreleased. Nil when there is no such argument, or when
-/// it is not UTF-8.
+/// Returns the install root, `argv[1]`, autoreleased. Nil when the argument is missing or not
+/// UTF-8.
 NSString* InstallRootArgument(int argc, char** argv);

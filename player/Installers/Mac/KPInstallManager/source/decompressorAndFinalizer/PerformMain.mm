@@ -22,12 +22,13 @@ void LogInformation(NSString* message) {
   [g_logger logTimeStampedString:message withLoggingLevel:kLogLevelInformation];
 }
 
-// True when a user at the console sees what is installed. Asked anew each time: users come and go.
+// True for the boot volume while a user is logged in at the console. Not cached: users log in and
+// out.
 bool InstallsForConsoleUser(NSString* installRoot) {
   return [KPIMCommonUtil isUserLoggedIn] && [installRoot isEqualToString:kBootVolume];
 }
 
-// The stages that follow a successful extraction. What fails in one of them ends that stage alone.
+// The stages that follow a successful extraction. A failure ends only the stage in which it occurs.
 void RunLaterStages(NSString* installRoot, bool disableAnalytics) {
   RunStage(@"Obsolete file removal", [&] {
     if (InstallsForConsoleUser(installRoot)) {
@@ -38,8 +39,8 @@ void RunLaterStages(NSString* installRoot, bool disableAnalytics) {
   NSString* previousVersion = nil;
   RunStage(@"Previous version", [&] { previousVersion = ReadPreviousVersion(installRoot); });
 
-  // The pingback reports and consumes the express-install flag, so the hand-off after it finds one
-  // only if it was set again meanwhile. The order is deliberate.
+  // The pingback removes the express-install flag, so the express stage after it finds the flag
+  // only if it was set again in between. The order is deliberate.
   RunStage(@"Pingback", [&] { [KPIMPingback doPingbackWithPreviousVersion:previousVersion]; });
   RunStage(@"Express install", [&] {
     if (InstallsForConsoleUser(installRoot)) {

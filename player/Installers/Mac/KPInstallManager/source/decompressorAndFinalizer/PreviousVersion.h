@@ -2,8 +2,8 @@
 
 #import <Foundation/Foundation.h>
 
-/// The version that was installed before, as the installer package noted it in
+/// Returns the version that was installed before, which the installer package has written to
 /// "previous_version.txt" below `installRoot`, without white space around it; autoreleased. Nil
-/// when there is no such file, when it cannot be read as UTF-8, and when `installRoot` is nil. Logs
-/// that it reads the file.
+/// when the file is missing or cannot be read as UTF-8, and when `installRoot` is nil. Logs a line
+/// when the file exists.
 NSString* ReadPreviousVersion(NSString* installRoot);

@@ -13,7 +13,7 @@ NSString* ReadPreviousVersion(NSString* installRoot) {
   }
   [g_logger logTimeStampedString:@"Reading previous version file"
                 withLoggingLevel:kLogLevelInformation];
-  // A FIFO would be waited for.
+  // Reading a FIFO would block.
   if (!IsRegularFile([path fileSystemRepresentation])) {
     return nil;
   }

@@ -1,13 +1,14 @@
 // The stage that removes what older generations of the plug-in left behind.
 #pragma once
 
-/// Deletes the obsolete plug-in files of the folder "Library/Internet Plug-Ins" in the home that
-/// the environment variable HOME names, which need not be the console user's, and the obsolete
-/// plug-in of the system-wide folder. What cannot be removed stays, in silence, and so does a link
-/// that leads nowhere. That home's user may change it meanwhile: below it no link is followed.
+/// Deletes the obsolete plug-in files in the folder "Library/Internet Plug-Ins" of the home folder,
+/// and the obsolete plug-in in the system-wide folder of that name. The home folder is the value of
+/// the environment variable HOME, not necessarily the console user's home. Items that cannot be
+/// removed are skipped without a report, and so are dangling links. The home's owner may change it
+/// at the same time, so no link below it is followed.
 ///
-/// Without HOME there is no such folder. An empty HOME makes its path a relative one, so that the
-/// current folder stands for the home; in "/" that is the system-wide folder.
+/// If HOME is not set, only the system-wide folder is searched. If it is empty, the current folder
+/// takes its place: in "/" that is the system-wide folder again.
 ///
 /// Returns true, always.
 bool RemoveObsoletePluginFiles();

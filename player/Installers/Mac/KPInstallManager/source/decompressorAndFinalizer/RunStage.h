@@ -1,4 +1,4 @@
-// Stages whose failure ends nothing but themselves.
+// Running a stage so that its failure does not end the run.
 #pragma once
 
 #import <Foundation/Foundation.h>
@@ -6,9 +6,9 @@
 /// Calls `function` with `context` as RunStage runs a stage.
 void RunStageFunction(NSString* name, void (*function)(void*), void* context);
 
-/// Runs `stage`, which takes no arguments, and catches each Objective-C and C++ exception that
-/// leaves it, which is logged with the stage's `name`. Never raises: an installation that has
-/// unpacked its files must not be reported as failed because of what comes after.
+/// Runs `stage`, which takes no arguments. Catches every Objective-C and C++ exception from it, and
+/// logs the reason with the stage's `name`. Never raises: an installation that has unpacked its
+/// files must not be reported as failed because a later stage fails.
 template <typename Stage>
 void RunStage(NSString* name, Stage stage) {
   RunStageFunction(

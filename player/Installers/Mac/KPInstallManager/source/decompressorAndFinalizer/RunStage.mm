@@ -8,7 +8,7 @@ namespace {
 struct Call {
   void (*function)(void*);
   void* context;
-  // Why an Objective-C exception has ended it; nil when none has.
+  // The reason of the Objective-C exception that has ended it, or nil.
   NSString* reason;
 };
 
@@ -21,7 +21,7 @@ void CatchObjects(void* context) {
   }
 }
 
-// Calls `function` with `context`. Returns why an exception has ended it, or nil.
+// Calls `function` with `context`. Returns the reason of the exception that has ended it, or nil.
 NSString* ReasonOfFailure(void (*function)(void*), void* context) {
   Call call = {function, context, nil};
   switch (CatchCxxExceptions(CatchObjects, &call)) {
@@ -52,7 +52,7 @@ void LogFailure(void* context) {
 void RunStageFunction(NSString* name, void (*function)(void*), void* context) {
   Failure failure = {name, ReasonOfFailure(function, context)};
   if (failure.reason != nil) {
-    // What made the stage fail, want of memory for instance, may prevent its line too.
+    // The cause, for instance a lack of memory, may make logging fail too.
     (void)ReasonOfFailure(LogFailure, &failure);
   }
 }

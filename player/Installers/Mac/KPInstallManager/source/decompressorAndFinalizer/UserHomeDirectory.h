@@ -1,8 +1,8 @@
-// The home folder that the process was started with.
+// The home folder in the environment of the process.
 #pragma once
 
 #import <Foundation/Foundation.h>
 
-/// Value of the environment variable HOME, autoreleased; nil when it is unset. It need not be
-/// the console user's home.
+/// Returns the value of the environment variable HOME, autoreleased; nil when it is not set. It
+/// need not be the console user's home.
 NSString* UserHomeDirectory();

@@ -1,4 +1,4 @@
-// Verifying a server against authorities of one's own, where the system asks the connection's
+// Verifying a server against the caller's own authorities, on systems that ask the connection's
 // delegate.
 #import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMDownload.h"
 
@@ -6,7 +6,7 @@
 
 namespace {
 
-// The certificates of the PEM file at `path`, autoreleased; nil when there is none.
+// Returns the certificates in the PEM file at `path`, autoreleased; nil when there are none.
 NSArray* CertificatesInFile(NSString* path) {
   NSData* data = [NSData dataWithContentsOfFile:path];
   if (data == nil) {
@@ -22,7 +22,7 @@ NSArray* CertificatesInFile(NSString* path) {
   return [static_cast<NSArray*>(const_cast<void*>(static_cast<const void*>(items))) autorelease];
 }
 
-// Whether `trust` leads to one of the certificates of the file at `path`.
+// Returns whether `trust` leads to one of the certificates in the file at `path`.
 bool IsTrusted(SecTrustRef trust, NSString* path) {
   NSArray* authorities = CertificatesInFile(path);
   SecTrustResultType result = kSecTrustResultInvalid;

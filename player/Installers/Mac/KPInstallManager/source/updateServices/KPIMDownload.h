@@ -5,7 +5,7 @@
 
 #import "player/Installers/Mac/KPInstallManager/source/application/KPIMLogger.h"
 
-/// How far a download in asynchronous mode has come. The last three are final.
+/// State of a download in asynchronous mode. The last three are final.
 enum : int {
   /// Also after `startDownload`, until the server answers or the connection fails.
   kDownloadStateNotStarted = 0,
@@ -19,33 +19,34 @@ enum : int {
 /// authorities, for loaders that verify certificates themselves.
 extern NSString* const kKPIMAuthoritiesProperty;
 
-/// Hears how a download in asynchronous mode goes, on the thread that started it.
+/// Is informed of the progress of a download in asynchronous mode, on the thread that started it.
 @protocol KPIMDownloadProgressReceiver <NSObject>
 
-/// The body has arrived whole.
+/// Called when the whole body has arrived.
 - (void)downloadDidComplete;
 
-/// The connection failed, the download's file could not be created, or the body exceeds its bound;
-/// in the latter two cases the download is cancelled.
+/// Called when the connection has failed, the download's file could not be created, or the body
+/// exceeds its limit. In the latter two cases the download is cancelled.
 - (void)downloadDidFail;
 
 @optional
 
-/// After each chunk: the fraction of the body that has arrived. It is infinite when the server
-/// announced an empty body, next to 0 when it announced no length, and may exceed 1 after a
-/// redirect.
+/// Called after each chunk. `fraction` is the part of the body that has arrived. It is infinite if
+/// the server announced an empty body, close to 0 if it announced no length, and may exceed 1 after
+/// a redirect.
 - (void)downloadDidProgress:(float)fraction;
 
 @end
 
 /// Fetches one URL once. The body is always kept in memory.
 ///
-/// In synchronous mode `startDownload` blocks until the body is there; the delegate hears nothing,
-/// no file is written and the state stays 0. In asynchronous mode the body arrives on the run loop
-/// of the thread that calls `startDownload`, in the default mode, and goes into the file too.
+/// In synchronous mode `startDownload` blocks until the body has arrived; the delegate is not
+/// called, no file is written and the state stays 0. In asynchronous mode the body arrives on the
+/// run loop of the thread that calls `startDownload`, in the default mode, and is also written to
+/// the file.
 ///
-/// The delegate is retained: it and the download may keep each other alive until the delegate
-/// releases the download, which it may do from within any of its methods.
+/// The delegate is retained. If it retains the download in turn, both stay alive until the delegate
+/// releases the download, which it may do in any of its methods.
 @interface KPIMDownload : NSObject {
  @private
   NSString* m_downloadPath;
@@ -66,10 +67,10 @@ extern NSString* const kKPIMAuthoritiesProperty;
   NSString* m_failure;
 }
 
-/// A download of `url` that has not started. `directory` and `filename` name the file to write;
-/// there is none when either is missing, or when the name is not that of an item of the directory:
-/// empty, ".", ".." or with a slash or NUL in it. A directory that does not exist is logged and
-/// gives no file either. Retains `logger` and `delegate`, either of which may be nil.
+/// Makes a download of `url`, which does not start yet. The body is also written to the file
+/// `filename` in `directory`, unless one of the two is nil, the directory does not exist, which is
+/// logged, or the name is empty, ".", ".." or contains a slash or a NUL. Retains `logger` and
+/// `delegate`, either of which may be nil.
 - (id)initWithURL:(NSURL*)url
      downloadPath:(NSString*)directory
          filename:(NSString*)filename
@@ -77,43 +78,46 @@ extern NSString* const kKPIMAuthoritiesProperty;
          delegate:(id<KPIMDownloadProgressReceiver>)delegate
       asyncModeOn:(bool)asyncModeOn;
 
-/// Bounds the body, in bytes, in asynchronous mode; 0, as at first, for no bound. As soon as the
-/// server announces or sends more, the download is cancelled, with a line in the log, and the
+/// Limits the body in asynchronous mode to `mostBytes` bytes; 0, the initial value, means no limit.
+/// As soon as the server announces or sends more, the download is cancelled and logged, and the
 /// delegate's `downloadDidFail` is called.
 - (void)setMostBytes:(unsigned long long)mostBytes;
 
-/// Has the server's certificate verified against the certificates of the PEM file at `path` instead
-/// of the system's authorities; nil, as at first, for these. Before `startDownload`. A file that
-/// cannot be read, or has no certificate in it, verifies no server.
+/// Makes the connection verify the server against the certificates in the PEM file at `path`
+/// instead of the system's authorities; nil, the initial value, means the latter. Call it before
+/// `startDownload`. If the file cannot be read or has no certificate in it, every server is
+/// rejected.
 - (void)setAuthoritiesFile:(NSString*)path;
 
-/// What is fetched, as it was given to the initializer.
+/// Returns the URL that was passed to the initializer.
 - (NSURL*)url;
 
-/// In asynchronous mode: the HTTP status of the last response; 0 before the first one.
+/// Returns, in asynchronous mode, the HTTP status of the last response; 0 before the first one.
 - (int)statusCode;
 
-/// In asynchronous mode: why the download failed, as text for people; nil unless it did.
+/// Returns, in asynchronous mode, why the download failed, as text for people; nil unless it did.
 - (NSString*)failure;
 
-/// Sends the request, past all caches, and removes the file of an earlier download. In asynchronous
-/// mode the server may be silent for 60 seconds at a time. In synchronous mode the call returns
-/// after 60 seconds at the latest on Linux, where it also fails for a body of more than 256 MiB; on
-/// macOS the server may be silent for 60 seconds at a time, and neither the time in all nor the
-/// body has a bound. Returns true when a request was sent, whatever comes of it; false, with a line
-/// in the log, when the server has answered an earlier one or that one has failed, even without an
-/// answer. An earlier one that is still unanswered is dropped for the new one.
+/// Removes the file of an earlier download and sends the request, without using any cache. The
+/// request fails after 60 seconds in which the server sends nothing. In synchronous mode on Linux
+/// it also fails after 60 seconds in all, and for a body of more than 256 MiB; on macOS neither the
+/// whole time nor the size of the body is limited.
+///
+/// Returns true when a request was sent, whether or not it succeeds. An earlier request that is
+/// still unanswered is cancelled. Returns false, and logs an error, when an earlier request has
+/// been answered or has failed.
 - (bool)startDownload;
 
-/// Ends a download that the server has begun to answer; the delegate hears nothing more. Returns
-/// false, and changes nothing, in any state but `kDownloadStateStarted`.
+/// Ends a download that the server has begun to answer; the delegate is not called any more.
+/// Returns false, and changes nothing, in any state other than `kDownloadStateStarted`.
 - (bool)cancelDownload;
 
-/// The body. In asynchronous mode nil, with a line in the log, unless the download is completed.
+/// Returns the body. In asynchronous mode, if the download is not completed, returns nil and logs
+/// an error.
 - (NSData*)downloadedData;
 
-/// The path of the file that is written, or nil. Retained and autoreleased: it outlives the
-/// download.
+/// Returns the path of the file that is written, or nil. It is retained and autoreleased, so it is
+/// valid even after the download is released.
 - (NSString*)getDownloadPath;
 
 @end

@@ -31,7 +31,7 @@ void Assign(NSString*& field, NSString* value) {
   [old release];
 }
 
-// The text of `error` for people, with the loader's own words after it.
+// Returns the text of `error` for people, followed by the loader's reason.
 NSString* FullDescription(NSError* error) {
   NSString* description = [error localizedDescription];
   NSString* reason = [error localizedFailureReason];
@@ -39,8 +39,8 @@ NSString* FullDescription(NSError* error) {
                               : [NSString stringWithFormat:@"%@ (%@)", description, reason];
 }
 
-// Whether `name` names an item of a folder. The start removes what it names, so a name that leads
-// elsewhere, or to the folder itself, is none.
+// Returns whether `name` is the name of an item in a folder. `startDownload` removes that item, so
+// a name that leads out of the folder, or to the folder itself, is refused.
 bool IsPlainName(NSString* name) {
   for (NSUInteger i = 0; i < [name length]; ++i) {
     const unichar character = [name characterAtIndex:i];
@@ -83,7 +83,8 @@ bool IsPlainName(NSString* name) {
   m_logger = [logger retain];
   m_url = [url retain];
   m_downloadDataReceiverDelegate = [delegate retain];
-  // Before the path is known, hence always true: a file is written beside the data, never instead.
+  // The path is not set yet, so this is always true: the data is kept in memory even when it is
+  // written to a file.
   m_keepDownloadedDataInMemory = m_downloadPath == nil;
   if (directory == nil) {
     return self;
@@ -165,7 +166,7 @@ bool IsPlainName(NSString* name) {
   if (m_downloadState != kDownloadStateStarted) {
     return false;
   }
-  // The connection lets go of this object, perhaps as the last.
+  // The connection releases this object, and may be the last to retain it.
   [[self retain] autorelease];
   [m_urlConnection cancel];
   [self _closeFile];
@@ -187,12 +188,12 @@ bool IsPlainName(NSString* name) {
 
 // ---- Delegate of the connection
 //
-// The receiver may release the download while it is being told, hence the retains.
+// The delegate may release the download within any of its methods, hence the retains.
 
 - (void)connection:(NSURLConnection*)connection didReceiveResponse:(NSURLResponse*)response {
   (void)connection;
   [[self retain] autorelease];
-  // After a redirect a second response replaces what came before. The counter goes on.
+  // After a redirect a second response replaces the data so far. `m_bytesDownloaded` is not reset.
   [m_data setLength:0];
   const long long length = [response expectedContentLength];
   m_bytesTotal = static_cast<unsigned long long>(length);
@@ -285,7 +286,7 @@ bool IsPlainName(NSString* name) {
   return request;
 }
 
-// Ends the download if a body of so many bytes is too long. Returns whether it is.
+// Cancels the download if a body of `bytes` bytes is too long. Returns whether it is.
 - (bool)_giveUpBeyond:(unsigned long long)bytes {
   if (m_mostBytes == 0 || bytes <= m_mostBytes) {
     return false;
@@ -297,8 +298,8 @@ bool IsPlainName(NSString* name) {
   return true;
 }
 
-// Appends `chunk` to the file, which the first chunk creates. Nothing is written to a file that
-// somebody else has put there since the start.
+// Appends `chunk` to the file, which the first chunk creates. Writes nothing to a file that another
+// process has created there since the start.
 - (void)_writeChunk:(NSData*)chunk {
   if (![[NSFileManager defaultManager] fileExistsAtPath:m_downloadPath]) {
     [self _createFile];
@@ -307,13 +308,13 @@ bool IsPlainName(NSString* name) {
     [m_downloadFileHandle seekToEndOfFile];
     [m_downloadFileHandle writeData:chunk];
   } @catch (NSException*) {
-    // A handle raises when the disk is full. The rest of the body goes into memory alone: a file
-    // with a hole in it would be worse than a short one.
+    // A handle raises an exception when the disk is full. The rest of the body is kept in memory
+    // only: a file with a hole in it would be worse than a short one.
     [self _closeFile];
   }
 }
 
-// Creates the file and opens it. Failing does not end the chunk that wanted it.
+// Creates the file and opens it. After a failure the rest of the chunk is still processed.
 - (void)_createFile {
   NSFileManager* fileManager = [NSFileManager defaultManager];
   if (![fileManager createFileAtPath:m_downloadPath contents:nil attributes:nil]) {
@@ -326,8 +327,8 @@ bool IsPlainName(NSString* name) {
   m_downloadFileHandle = [[NSFileHandle fileHandleForWritingAtPath:m_downloadPath] retain];
 }
 
-// Closes the file, if one is open. The handle is given up with it: a closed one raises when it is
-// used or closed again.
+// Closes the file, if it is open, and releases the handle: a closed handle raises an exception when
+// it is used or closed again.
 - (void)_closeFile {
   [m_downloadFileHandle closeFile];
   [m_downloadFileHandle release];

@@ -11,7 +11,7 @@ namespace {
 NSString* const kOtherPlugin = @"/Library/Internet Plug-Ins/Korvel Player.plugin";
 NSString* const kInfoFile = @"Contents/Info.plist";
 
-// The build channel whose installations this one may replace marks its plug-in's text with this.
+// The plug-ins that this build may replace have this mark in their CFBundleGetInfoString.
 NSString* const kChannelMark = @"d0";
 
 NSString* const kAllPassed = @"All install checks pass";
@@ -28,19 +28,19 @@ void LogFailure(NSString* message) {
   [[KPIMVersionManager _logger] logTimeStampedString:message withLoggingLevel:kLogLevelError];
 }
 
-// `value`, or nil when it is no string: a property list may hold anything.
+// Returns `value`, or nil if it is not a string: a property list may contain any type.
 NSString* StringOrNil(id value) { return [value isKindOfClass:[NSString class]] ? value : nil; }
 
 NSString* InfoFileOf(NSString* plugin) { return [plugin stringByAppendingPathComponent:kInfoFile]; }
 
-// Numbers between dots or commas.
+// Returns the texts between dots or commas.
 NSArray* Components(NSString* tuple) {
   return [[tuple stringByReplacingOccurrencesOfString:@","
                                            withString:@"."] componentsSeparatedByString:@"."];
 }
 
-// The integer that the component at `index` begins with; 0 when there is none. A number that an
-// int cannot hold becomes the largest or smallest that it can.
+// Returns the integer at the beginning of the component at `index`, or 0 if there is none. A number
+// out of the range of int becomes the largest or smallest int.
 int IntegerAt(NSUInteger index, NSArray* components) {
   if (index >= [components count]) {
     return 0;
@@ -52,7 +52,7 @@ int IntegerAt(NSUInteger index, NSArray* components) {
   if (!found) {
     return 0;
   }
-  // The scanner stops at its own limits in the same way.
+  // The scanner limits numbers to its own range in the same way.
   return static_cast<int>(MAX(INT_MIN, MIN(value, INT_MAX)));
 }
 
@@ -78,7 +78,7 @@ int IntegerAt(NSUInteger index, NSArray* components) {
 }
 
 + (unsigned int)performInstallChecks {
-  // All of them, so that each logs its own failure.
+  // All of them run, so that each logs its own failure.
   const unsigned int system = [self checkMinimumSystemRequirements];
   const unsigned int downgrade = [self checkDowngradeAttempt];
   const unsigned int channel = [self checkChannelSwitch];
@@ -119,7 +119,7 @@ int IntegerAt(NSUInteger index, NSArray* components) {
   }
   NSDictionary* info = [NSDictionary dictionaryWithContentsOfFile:infoFile];
   NSString* getInfo = StringOrNil([info objectForKey:@"CFBundleGetInfoString"]);
-  // An absent text has the mark "at 0", not nowhere, and so passes.
+  // For a missing text the location is 0, not NSNotFound, so the check passes.
   if ([getInfo rangeOfString:kChannelMark options:NSLiteralSearch].location != NSNotFound) {
     return kKPIMInstallChecksPassed;
   }

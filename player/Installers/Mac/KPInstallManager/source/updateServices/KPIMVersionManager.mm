@@ -21,7 +21,7 @@ NSString* const kPepperSuffix = @"_mac_pep.xml";
 NSString* const kPluginSuffix = @"_mac_pl.xml";
 NSString* const kLocaleKey = @"AutoUpdateXmlLocale";
 
-// A description has a few hundred bytes. Nothing else bounds what a server sends.
+// A description has a few hundred bytes. This is the only limit on what a server may send.
 constexpr unsigned long long kMostBytes = 8ULL * 1024 * 1024;
 
 constexpr float kDefaultDialogWidth = 320;
@@ -42,7 +42,7 @@ void Assign(NSString*& field, NSString* value) {
 }
 
 NSString* UserLocale() {
-  // Without a translation this is the key itself: an empty default counts as none.
+  // Without a translation the result is the key itself: an empty default value counts as none.
   return [[NSBundle mainBundle] localizedStringForKey:kLocaleKey value:@"" table:nil];
 }
 
@@ -117,8 +117,8 @@ void PostReceived() {
 - (void)downloadDidComplete {
   NSString* text = [[NSString alloc] initWithData:[mDownload downloadedData]
                                          encoding:NSUTF8StringEncoding];
-  // What cannot be read out of the answer, such as a version that ends before it starts or a size
-  // of one piece, spoils its own field only: the version stays, the size is the default.
+  // A field that cannot be read, such as a version that ends before it starts, affects only itself:
+  // the version then keeps its old value, the size becomes the default.
   const KPIMVersionXML description = ScanVersionXML(text);
   if (description.version != nil) {
     Assign(mXMLVersionString, description.version);
@@ -133,7 +133,7 @@ void PostReceived() {
     Assign(mHTMLDisplayString, description.message);
     PostReceived();
   } else {
-    // Nobody is told: there is nothing to show.
+    // No notification is posted: there is nothing to show.
     [self _logError:kNoMessage];
   }
   [text release];

@@ -17,7 +17,7 @@ NSRange Find(NSString* marker, NSString* text) {
   return [text rangeOfString:marker options:NSLiteralSearch];
 }
 
-// In an absent text everything is found at 0, and is empty.
+// In a nil text every marker is "found" at 0, with length 0.
 bool WasFound(NSRange range) { return range.length != 0; }
 
 NSString* TextAfter(NSString* marker, NSString* text) {
@@ -37,7 +37,7 @@ NSString* Version(NSString* text) {
     return nil;
   }
   const NSUInteger start = NSMaxRange(before);
-  // The first end marker of the whole text counts, even one before the version.
+  // The first end marker in the whole text counts, even if it is before the version.
   if (after.location <= start) {
     return nil;
   }
@@ -53,7 +53,7 @@ NSString* AutoUpdateMode(NSString* text) {
   return mode != nil ? mode : kModeWithoutEnd;
 }
 
-// Sets the size of `description` when `text` has all of it: two pieces with one space between.
+// Sets the size of `description` if `text` has both numbers, with one space between them.
 void ScanDialogSize(NSString* text, KPIMVersionXML& description) {
   NSString* rest = TextAfter(kSizeStart, text);
   if (!WasFound(Find(kSizeEnd, rest))) {
@@ -63,7 +63,7 @@ void ScanDialogSize(NSString* text, KPIMVersionXML& description) {
   if (width == nil) {
     return;
   }
-  // Pieces after the second are not looked at, so the rest is not split any further.
+  // Only two numbers are used, so the rest of the text is not split.
   NSString* height = TextAfter(kSizeSeparator, rest);
   NSString* onlyHeight = TextBefore(kSizeSeparator, height);
   description.dialogWidth = [width floatValue];

@@ -5,7 +5,8 @@
 
 namespace {
 
-// Whether no item has that path, a dangling link being one. False when the system cannot tell.
+// Returns whether nothing exists at `path`; a dangling link counts as an item. False when the
+// system cannot find out.
 bool IsMissing(NSString* path) {
   struct stat status;
   return lstat([path fileSystemRepresentation], &status) != 0 &&

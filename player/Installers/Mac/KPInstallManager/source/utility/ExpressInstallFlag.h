@@ -1,9 +1,9 @@
-// The file by which a web page says that it began an express install.
+// The flag file of an express install that was begun on a web page.
 #pragma once
 
-/// Whether the flag is set. Any user can set it: it is in /tmp.
+/// Returns whether the flag is set. Any user can set it, because it is a file in /tmp.
 bool IsExpressInstallFlagSet();
 
-/// Removes the flag: a file, a link itself, or an empty folder. What is in a folder of another user
-/// is never touched, so a folder that is not empty stays, and the flag with it.
+/// Removes the flag if it is a file, a link (itself, not its target) or an empty folder. A folder
+/// that is not empty stays, and so does the flag: its contents may belong to another user.
 void RemoveExpressInstallFlag();

@@ -9,7 +9,7 @@ namespace {
 unsigned int sSystemOSVersion = 0;
 bool sSystemOSVersionWasObtained = false;
 
-// Nothing stores a version here, so it is worked out on every call.
+// Always nil: no code sets it, so the version is read on every call.
 NSString* sKorvelPlayerVersionBeingInstalled = nil;
 
 NSString* const kUnknownVersion = @"XX.y";
@@ -43,7 +43,7 @@ NSString* const kUnknownVersion = @"XX.y";
 
 + (NSString*)KorvelPlayerVersionBeingInstalled {
   if (sKorvelPlayerVersionBeingInstalled != nil) {
-    // Untested: nothing keeps an answer.
+    // Untested: the variable is always nil.
     return sKorvelPlayerVersionBeingInstalled;
   }
   id version = [[[NSBundle mainBundle] infoDictionary] objectForKey:@"CFBundleVersion"];
@@ -51,7 +51,7 @@ NSString* const kUnknownVersion = @"XX.y";
       [version isKindOfClass:[NSString class]] ? [version componentsSeparatedByString:@"."] : nil;
   switch ([components count]) {
     case 0:
-      // Untested: the first of these, as nothing keeps an answer.
+      // Untested: the first of the two, because the variable is always nil.
       return sKorvelPlayerVersionBeingInstalled != nil ? sKorvelPlayerVersionBeingInstalled
                                                        : kUnknownVersion;
     case 1:

@@ -3,15 +3,15 @@
 
 #import <Foundation/Foundation.h>
 
-/// Class methods only; there are no instances.
+/// Has class methods only.
 @interface KP_DECOMP_KPIMPingback : NSObject
 
 /// Reports this installation to the vendor's download server. `previousVersion` is the version
 /// that was installed before, or nil. The answer and every failure are ignored.
 ///
-/// Blocks until the server has answered. On Linux that takes 30 seconds at most, and an answer of
-/// more than 256 MiB ends it. On macOS the 30 seconds are idle time: they run again whenever the
-/// server is heard from, and the answer, which is kept in memory, has no bound.
+/// Blocks until the server has answered. On Linux it ends after 30 seconds, or when the answer
+/// exceeds 256 MiB. On macOS it ends after 30 seconds in which the server sends nothing; neither
+/// the whole time nor the size of the answer, which is kept in memory, is limited.
 + (void)doPingbackWithPreviousVersion:(NSString*)previousVersion;
 
 @end

@@ -13,7 +13,7 @@
 
 namespace {
 
-// The version follows the path at once and a "~" opens the fields: the server wants it so.
+// The server requires this form: the version directly after the path, then "~", then the fields.
 NSString* const kURLFormat = @"%@%@~%@&%@&%@&%@&%@&%@&%@&%@";
 NSString* const kBaseURL =
     @"https://" KP_DOWNLOAD_HOST "/get/korvelplayer/update/current/install/version.xml";
@@ -36,16 +36,18 @@ NSString* const kExpressInstallVector = @"3";
 NSString* const kInstallVectorFile = @"/Library/Application Support/Velmora/install_vector.txt";
 NSString* const kDefaultInstallVector = @"15";
 
-// The code of the language that the user `entry` prefers, read from that user's preferences.
+// Returns the code of the language that the user `entry` prefers, read from that user's
+// preferences.
 const char* LanguageOfUser(const passwd* entry) {
   const char* language = kUnsupportedLanguage;
   const int switched = seteuid(entry->pw_uid);
   @try {
     language = ObtainMacOSLanguage();
   } @catch (NSException*) {
-    // Preferences that cannot be read are those of a user without a supported language.
+    // If the preferences cannot be read, the language counts as unsupported.
   } @finally {
-    // 0 after a switch, which is root again; a failed one is not undone, and -1 is no user's id.
+    // After a successful switch the value is 0, so this switches back to root. After a failed one
+    // it is -1, which is not a user id, and the call has no effect.
     (void)seteuid(static_cast<uid_t>(switched));
   }
   return language;
@@ -67,7 +69,8 @@ NSString* VersionText() {
                                     KP_VERSION_BUGFIX, KP_VERSION_BUILD];
 }
 
-// The address of the pingback. Asking for the fields has the side effects that they have.
+// Returns the address of the pingback. Building it consumes the express-install flag and briefly
+// takes on the console user's id.
 NSString* PingbackURLText(NSString* previousVersion) {
   NSString* version = VersionText();
   NSString* installVector =
@@ -88,7 +91,8 @@ NSString* PingbackURLText(NSString* previousVersion) {
 
 // Sends one request to `urlText` and forgets the answer.
 void SendRequest(NSString* urlText) {
-  // Nothing is escaped. A field that no URL can hold leaves no URL, and the request fails.
+  // The fields are not escaped. If one contains a character that a URL cannot have, `url` is nil
+  // and the request fails.
   NSURL* url = URLFromText(urlText);
   NSURLRequest* request = [[NSURLRequest alloc] initWithURL:url
                                                 cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
@@ -120,7 +124,7 @@ void SendRequest(NSString* urlText) {
 + (NSString*)_getCPUArch {
   int32_t type = 0;
   size_t size = sizeof(type);
-  // The type itself does not matter, only that the kernel tells it.
+  // The type itself does not matter, only that the kernel reports one.
   if (sysctlbyname("hw.cputype", &type, &size, nullptr, 0) != 0) {
     return @"unknown";
   }
@@ -146,7 +150,7 @@ void SendRequest(NSString* urlText) {
     return kExpressInstallVector;
   }
   if ([[NSFileManager defaultManager] fileExistsAtPath:kInstallVectorFile]) {
-    // A FIFO would be waited for.
+    // Reading a FIFO would block.
     return IsRegularFile([kInstallVectorFile fileSystemRepresentation])
                ? [NSString stringWithContentsOfFile:kInstallVectorFile
                                            encoding:NSUTF8StringEncoding
