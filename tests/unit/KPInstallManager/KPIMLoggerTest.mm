@@ -261,10 +261,13 @@ TEST_F(KPIMLoggerTest, MissingFileIsCreated) {
 }
 
 TEST_F(KPIMLoggerTest, CreatedFileHasTheDefaultPermissions) {
-  const mode_t saved = umask(0002);
-  EXPECT_NE(nil, Open());
-  umask(saved);
-  EXPECT_EQ(std::filesystem::perms(0664), std::filesystem::status(file_).permissions());
+  for (const mode_t mask : {0000U, 0002U, 0077U}) {
+    std::filesystem::remove(file_);
+    const mode_t saved = umask(mask);
+    EXPECT_NE(nil, Open());
+    umask(saved);
+    EXPECT_EQ(std::filesystem::perms(0666 & ~mask), std::filesystem::status(file_).permissions());
+  }
 }
 
 TEST_F(KPIMLoggerTest, MissingFolderIsNot) {
