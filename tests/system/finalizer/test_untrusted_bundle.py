@@ -5,6 +5,7 @@ import collections
 import errno
 import fcntl
 import os
+import pathlib
 import shutil
 import stat
 import threading
@@ -277,14 +278,30 @@ class Held:
         self._file.close()
 
 
+def is_open_elsewhere(path):
+    """Whether another process has the file open."""
+    for process in pathlib.Path("/proc").glob("[0-9]*"):
+        if int(process.name) == os.getpid():
+            continue
+        try:
+            if any(os.path.samefile(descriptor, path) for descriptor in (process / "fd").iterdir()):
+                return True
+        except OSError:
+            pass  # It has ended, or has just closed one.
+    return False
+
+
 def run_while_held(install_root, act):
     """Runs the finalizer, and calls `act` when it waits for the blob, which is then released."""
     results = []
+    path = install_root.path(BLOB)
     runner = threading.Thread(target=lambda: results.append(install_root.run(["/"])))
     log = install_root.log_path("alice")
     with Held(install_root):
         runner.start()
-        while not log.exists() or log.read_text().count("\n") < len(BEFORE_THE_LOCK):
+        while (not log.exists() or log.read_text().count("\n") < len(BEFORE_THE_LOCK)
+               or not is_open_elsewhere(path)):
+            assert runner.is_alive(), "it has not waited"
             time.sleep(0.01)
         assert install_root.log("alice") == BEFORE_THE_LOCK
         act()
