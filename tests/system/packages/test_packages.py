@@ -104,7 +104,7 @@ def test_bash_completes_behind_an_equals_sign(tmp_path, monkeypatch):
 class Zsh:
     """An interactive zsh on a terminal of its own, in `folder`. To be closed."""
 
-    SECONDS = 20
+    SECONDS = 120
 
     def __init__(self, kpim, folder):
         self._terminal, side = pty.openpty()

@@ -157,7 +157,7 @@ class InstallRoot:
         """Runs `program` of the build with `arguments`; options as for execute()."""
         return self.execute([f"{PROGRAMS}/{program}", *map(str, arguments)], **options)
 
-    def execute(self, command, env=None, timeout=60, user=None, umask=0o022, cwd="/",
+    def execute(self, command, env=None, timeout=300, user=None, umask=0o022, cwd="/",
                 check_leaks=True):
         """Runs any command inside and waits until it, and what it left running, has ended.
 

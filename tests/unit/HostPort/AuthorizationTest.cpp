@@ -58,7 +58,7 @@ class ScopedUser {
 
 /// Whether a child of the test is left, running or not. One that has ended may take a moment to go.
 bool HasChildren() {
-  for (int i = 0; i < 1000; ++i) {
+  for (int i = 0; i < 6000; ++i) {
     siginfo_t info = {};
     if (waitid(P_ALL, 0, &info, WEXITED | WNOWAIT | WNOHANG) != 0) {
       return false;
@@ -332,7 +332,7 @@ TEST_F(AuthorizationTest, WithoutAPipeTheStandardOutputIsShared) {
   dup2(saved, STDOUT_FILENO);
   close(saved);
   close(file);
-  for (int i = 0; i < 1000 && ReadWholeFile(path).empty(); ++i) {
+  for (int i = 0; i < 6000 && ReadWholeFile(path).empty(); ++i) {
     usleep(10'000);
   }
   EXPECT_EQ("shared\n", ReadWholeFile(path));

@@ -184,7 +184,7 @@ int LowestFreeDescriptor() {
   return descriptor;
 }
 
-ScopedAlarm::ScopedAlarm() { alarm(60); }
+ScopedAlarm::ScopedAlarm() { alarm(300); }
 
 ScopedAlarm::~ScopedAlarm() { alarm(0); }
 

@@ -421,7 +421,7 @@ template <typename Function>
 int InChild(Function function) {
   const pid_t child = fork();
   if (child == 0) {
-    alarm(60);
+    alarm(300);
     _exit(function());
   }
   int status = 0;
