@@ -36,7 +36,6 @@ player/Installers/Mac/KPInstallManager/finalizer.8 man/man8/finalizer.8
 tools/kpim/completions/kpim.bash bash-completion/completions/kpim
 tools/kpim/completions/_kpim zsh/site-functions/_kpim
 tools/kpim/completions/kpim.fish fish/vendor_completions.d/kpim.fish
-tools/kpim/completions/kpim.fish fish/vendor_completions.d/kpim.fish
 LICENSE doc/kpinstallmanager/LICENSE
 README.md doc/kpinstallmanager/README.md
 ARCHITECTURE.md doc/kpinstallmanager/ARCHITECTURE.md

@@ -47,7 +47,6 @@ def test_files_of_the_tarball(package, tmp_path):
         "libexec/kpinstallmanager/finalizer": 0o755,
         **dict.fromkeys(["share/man/man1/kpim.1", "share/man/man8/finalizer.8",
                          "share/bash-completion/completions/kpim",
-                         "share/fish/vendor_completions.d/kpim.fish",
                          "share/zsh/site-functions/_kpim",
                          "share/fish/vendor_completions.d/kpim.fish",
                          "share/doc/kpinstallmanager/LICENSE",

@@ -144,7 +144,7 @@ def test_language_still_counts(install_root, download_server, bundle_blob):
 def latest(install_root, download_server, kpim):
     """Runs `kpim latest` as `user` with `env`, and returns its status and its standard error."""
     assert kpim
-    download_server.offer("/xml/version_AutoUpdateXmlLocale_mac_pep.xml", DESCRIPTION)
+    download_server.offer("/xml/version_en_mac_pep.xml", DESCRIPTION)
     install_root.mkdir("/tmp", 0o1777)
 
     def run(env, user=None):

@@ -5,7 +5,8 @@ import re
 
 import pytest
 
-from download_server import CURRENT, HOST, NGINX
+import vendor_config
+from download_server import CURRENT, NGINX
 from install_root import PROGRAMS
 
 EXAMPLE = ('<XML><update version="32.0.0.270"><description><meta>message "A new version is '
@@ -30,7 +31,7 @@ def path_of(locale=DEFAULT, kind="pep"):
 
 
 def address(locale=DEFAULT, kind="pep"):
-    return f"https://{HOST}{CURRENT}{path_of(locale, kind)}"
+    return f"https://{vendor_config.tested().download_host}{CURRENT}{path_of(locale, kind)}"
 
 
 def request(locale=DEFAULT, kind="pep"):
