@@ -456,8 +456,8 @@ def test_changelog_without_the_version_makes_no_package(tmp_path, history):
 
 
 def readme_commands(about):
-    """The commands of the README's block about the packages that names `about`."""
-    section = re.search(r"^## Packages\n(.*?)^## ", (REPOSITORY / "README.md").read_text(),
+    """The commands of the README's block about installing that names `about`."""
+    section = re.search(r"^## Install\n(.*?)^## ", (REPOSITORY / "README.md").read_text(),
                         re.M | re.S).group(1)
     (block,) = [text for text in re.findall(r"^```sh\n(.*?)^```$", section, re.M | re.S)
                 if about in text]
