@@ -39,7 +39,7 @@ PEERS = {"7zz": ["7zz"], "xz": ["xz", "--version"], "bsdtar": ["bsdtar", "--vers
 
 
 def output_of(*command):
-    """The first line that says something, or nothing when there is no such program."""
+    """The first line that is not empty; empty when the program is missing."""
     try:
         done = subprocess.run(command, check=False, text=True, stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT)
@@ -161,12 +161,12 @@ def main():
     with tempfile.TemporaryDirectory(dir=place, prefix="kpbench-") as folder:
         bench = Bench(options.build, Path(folder), conditions["rounds"],
                       QUICK_SCALE if options.quick else 1.0)
-        bench.tell(heading(facts, conditions))
+        bench.add(heading(facts, conditions))
         for section in options.only or MEASURES:
             MEASURES[section](bench)
             if options.json:
                 write_json(options.json, facts, conditions, bench)
-    bench.tell("\n".join(["goals", *(f"  {goal}" for goal in bench.goals)]))
+    bench.add("\n".join(["goals", *(f"  {goal}" for goal in bench.goals)]))
     if options.write_docs:
         write_documents(bench)
 

@@ -66,7 +66,7 @@ def table(title, rows):
 
 class Verdict(NamedTuple):
     """One goal: whether the value, which is None when it could not be measured, is within the limit.
-    `spread` tells between what the runs' values lie."""
+    `spread` is the range of the runs' values."""
 
     what: str
     value: Optional[float]

@@ -92,7 +92,7 @@ cmake --preset release "${options[@]}" > /dev/null
 check_hosts build/release
 cmake --build --preset release -j "$(nproc)" --target finalizer kpim
 rm -rf build/release/packages
-# The rules of Debian: what is installed may be read by everybody, whoever builds.
+# Debian's rule: all users may read what is installed, whatever the umask of the build.
 umask 022
 (cd build/release && cpack > packages.log 2>&1) || {
     cat build/release/packages.log >&2

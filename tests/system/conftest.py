@@ -1,4 +1,4 @@
-"""Fixtures of the system tests. docs/testing.md tells how to run them."""
+"""Fixtures of the system tests. docs/testing.md describes how to run them."""
 
 import os
 import pathlib

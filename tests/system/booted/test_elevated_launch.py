@@ -36,7 +36,7 @@ class Tool:
         booted.write(self.path, booted.path(TEST_PROGRAMS + "/probe_tool").read_bytes(), 0o755)
 
     def launch(self, version, *arguments, user=None, output=True, path=None, cwd="/"):
-        """Gives the result and the output as the driver tells them: None for nil, bytes for text;
+        """Returns the result and the output as the driver prints them: None for nil, bytes for text;
         without a slot, "none". pkexec says on standard error why it refuses."""
         result = self.booted.run(
             [DRIVER, version, "output" if output else "no-output", self.label, path or self.path,

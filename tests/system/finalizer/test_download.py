@@ -49,7 +49,7 @@ def download(sandbox, tmp_path):
 
 
 def without_progress(lines):
-    """The lines but for the number of chunks, which is the network's to choose."""
+    """The lines without the number of chunks, which depends on the network."""
     return [line for line in lines if not line.startswith("progress ")]
 
 
@@ -90,7 +90,7 @@ def test_chunks_come_as_they_are_sent(download):
 
 
 def test_page_that_nginx_does_not_have(download):
-    # A status is not a failure: the page that tells of it is the body.
+    # A status is not a failure: the page that describes it is the body.
     result = download(f"{NGINX}/nowhere", ASYNC)
     assert result.lines[-3] == "complete"
     assert b"404 Not Found" in result.body

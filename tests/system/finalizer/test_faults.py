@@ -39,7 +39,7 @@ NEW_SETTINGS = OLD_SETTINGS + OPT_OUT
 LINES = finalizer_log.success("", finalizer_log.READING_VERSION, finalizer_log.DISABLING_ANALYTICS)
 
 # What each call on files and descriptors may be answered with. A call on a file of the product's
-# own comes to each of these, one on a file of the libraries, or on what is no file, to the first.
+# own comes to each of these, one on a file of the libraries, or not on a file, to the first.
 FAULTS = {
     "access": ["EACCES"],
     "chdir": ["EACCES"],
@@ -322,7 +322,7 @@ def stages_of(calls):
 
 
 def check_bundle(machine, call, error, stage):
-    """Whole, unless the fault was one on itself or the blob that is no mere interruption. Returns
+    """Whole, unless the fault was one on itself or the blob, and not an interruption. Returns
     how many entries are not as they should be."""
     found = machine.tree(BUNDLE)
     is_about_blob = call.path == BLOB or stage == "removing the blob"
@@ -375,7 +375,7 @@ def check_reports(machine, error, stage, missing):
 
 def logs_after(call, error, lines):
     """What may be left of the log's `lines`: all, unless the fault was one on the log or on what it
-    tells of. None is a log that is not there."""
+    reports. None is a missing log."""
     if call.path == USER_LOG:
         if call.name in ("openat", "newfstatat"):
             # The product makes the file, again after an interruption; then Foundation opens it.
@@ -407,7 +407,7 @@ def check_log(machine, call, error, reports):
         found = [line for line in found if not line.startswith("[E] FIN: ERROR: Pingback failed: ")]
     logs = (found, machine.log("/" + LOG))
     if ABOUT_USERS.match(call.path):
-        # Nobody at the console, or somebody without a name.
+        # No user at the console, or a user without a name.
         assert logs in [(lines, None), (None, lines), (None, None)]
     else:
         assert logs in [(log, None) for log in logs_after(call, error, lines)]
@@ -423,7 +423,7 @@ def check_settings(machine, call, error):
         # Settings that cannot be read count as none; what cannot be opened for writing stays.
         assert found == (OPT_OUT if call.number == 1 else OLD_SETTINGS)
     elif (call.name, call.number) == ("newfstatat", 1) and found != NEW_SETTINGS:
-        # What cannot be told to be a file counts as none.
+        # What cannot be recognized as a file does not count as one.
         assert found == OPT_OUT
     else:
         # What is not read to its end is not written.
@@ -477,16 +477,16 @@ def errors_of(call, build):
 
 def calls_to_fail(first, others):
     """Each call of the first thread, and of the others (one that looks a name up, a child that
-    becomes another program) those that can be told from the first thread's."""
+    becomes another program) those that differ from the first thread's."""
     paths = {call.path for call in first}
     names = {call.name for call in first}
-    told = [call for call in others
+    distinct_calls = [call for call in others
             if call.name not in names or call.path and call.path not in paths]
     # Closing what was inherited, and two calls that the first thread makes too, and has fail.
-    assert {(call.name, call.path) for call in others if call not in told} <= {
+    assert {(call.name, call.path) for call in others if call not in distinct_calls} <= {
         ("close", ""), ("close", USER_LOG), ("execve", "/usr/bin/open"), ("mmap", ""),
         ("newfstatat", "/etc/nsswitch.conf")}
-    return [call for call in first + told
+    return [call for call in first + distinct_calls
             if call.name not in LEFT_OUT
             and (call.name not in MADE_AS_OFTEN_AS_NEEDED or call.number == 1)]
 
@@ -672,7 +672,7 @@ def test_roots_own_way_to_the_log_fails_once(machine):
 # With 6 to 8 a request can be begun and, as a rule, not carried out: it ends after its 30 seconds.
 @pytest.mark.parametrize("limit", [4, 5, 6, 7, 9, 10, 12])
 def test_few_descriptors(machine, limit):
-    # Leaks are told apart by another program's help, which needs descriptors.
+    # Naming the functions of leaks starts another program, which needs descriptors.
     result = machine.run("prlimit", f"--nofile={limit}:{limit}", check_leaks=False)
     assert result.status == 0, result
     # Beside the log's: the blob's, that of the way back, and one for each file and folder in turn.
@@ -724,7 +724,7 @@ def changes_something(call):
 
 
 def stage_of(machine, is_removal):
-    """How far a run has come that was killed, as its bundle and blob tell it."""
+    """How far a killed run has come, by its bundle and blob."""
     found = machine.tree(BUNDLE)
     if not machine.has(BLOB):
         # It goes only when all of it has been written.

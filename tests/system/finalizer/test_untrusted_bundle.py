@@ -196,7 +196,7 @@ def victim(install_root):
 
 
 def exchange_in_rounds(install_root, victim, rounds, prepare):
-    """Runs the finalizer in rounds while somebody exchanges a folder of the bundle for a link to the
+    """Runs the finalizer in rounds while another process exchanges a folder of the bundle for a link to the
     victim's. Returns how often that has worked."""
     target = f"{BUNDLE}/Contents/folder"
     own = install_root.path(ELSEWHERE + "/own")
@@ -239,7 +239,7 @@ def test_folder_exchanged_while_the_bundle_is_written(install_root, victim, roun
     print(f"{exchanges} exchanges in {rounds} rounds")
 
 
-# ---- Two at once, and a blob that somebody holds
+# ---- Two at once, and a blob that another process holds
 
 
 BEFORE_THE_LOCK = finalizer_log.success()[:3]

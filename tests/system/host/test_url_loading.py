@@ -470,7 +470,7 @@ def test_no_descriptors_are_left_to_use(sandbox):
 
 def reasons_with_libcurl(sandbox, replacement):
     """Why each of two requests fails with the file `replacement` in libcurl's place: what was
-    found at the first is told again at the next."""
+    found at the first is reported again at the next."""
     urls = [f"{PLAIN}/plain", f"{PLAIN}/plain"]
     lines = sandbox.load("--sync", "--reason", *urls, wrapper=[
         "bwrap", "--dev-bind", "/", "/", "--ro-bind", str(replacement), libcurl(), "--"])

@@ -61,7 +61,7 @@ COMMANDS = ["pack", "list", "verify", "diff", "unpack", "check", "latest", "help
 
 
 def options_of(kpim, *command):
-    """The long options that --help tells of."""
+    """The long options in --help."""
     text = subprocess.run([kpim, *command, "--help"], check=True, text=True,
                           stdout=subprocess.PIPE).stdout
     return set(re.findall(r"(--[a-z][a-z-]+)(?=[ \n\]]|$|:)", text.split("Options:")[1]
@@ -83,8 +83,8 @@ def test_completion_of_commands(kpim):
     assert complete("kpim", "help", "") == set(COMMANDS)
     help_text = subprocess.run([kpim, "--help"], check=True, text=True,
                                stdout=subprocess.PIPE).stdout
-    told = set(re.findall(r"^  ([a-z]+)  ", help_text.split("Subcommands:")[1], re.M))
-    assert told == set(COMMANDS)
+    commands = set(re.findall(r"^  ([a-z]+)  ", help_text.split("Subcommands:")[1], re.M))
+    assert commands == set(COMMANDS)
 
 
 @pytest.mark.parametrize("command", COMMANDS)
@@ -164,8 +164,8 @@ def test_zsh_completes_commands_and_options(kpim, zsh, command):
     options = options_of(kpim, command)
     for option in options:
         assert zsh.completed(f"kpim {command} {option[:-1]}") == f"kpim {command} {option}"
-    told = (COMPLETIONS / "_kpim").read_text()
-    part = re.search(rf"^  {command}\)(.*?);;", told, re.M | re.S).group(1).replace(
+    text = (COMPLETIONS / "_kpim").read_text()
+    part = re.search(rf"^  {command}\)(.*?);;", text, re.M | re.S).group(1).replace(
         "$json", "--json")
     assert options == {"--help", *re.findall(r"--[a-z][a-z-]+", part)}
 
@@ -221,7 +221,7 @@ def files_below(folder):
 
 
 def check_modes(folder):
-    """Everybody may read everything, and nobody but the owner write it."""
+    """All users may read everything, and only the owner may write it."""
     for path in folder.rglob("*"):
         if not path.is_symlink():
             runs = path.is_dir() or path.name in ("finalizer", "kpim") and "libexec" in path.parts
@@ -379,9 +379,9 @@ def test_files_of_the_debian_package(deb, tmp_path):
     doc = usr / "share/doc/kpinstallmanager"
     assert "/usr/share/common-licenses/Apache-2.0" in (doc / "copyright").read_text()
     assert os.readlink(doc / "LICENSE") == "/usr/share/common-licenses/Apache-2.0"
-    told = subprocess.run(["dpkg-parsechangelog", "--file", "-", "--show-field", "Version"],
+    parsed = subprocess.run(["dpkg-parsechangelog", "--file", "-", "--show-field", "Version"],
                           input=texts["changelog"], check=True, text=True, stdout=subprocess.PIPE)
-    assert told.stdout.strip() == VERSION
+    assert parsed.stdout.strip() == VERSION
 
 
 def test_files_of_the_tarball(tarball, tmp_path):

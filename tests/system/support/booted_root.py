@@ -28,7 +28,7 @@ BUILD = "/opt/build"
 PROGRAMS = BUILD + "/bin"
 TEST_PROGRAMS = BUILD + "/tests/programs"
 
-# The host's programs, of which a sanitizer needs one: leaks are told apart by names on the stack.
+# The host's programs, of which a sanitizer needs one: suppressions match names on the stack.
 HOST_USR = "/opt/host-usr"
 SYMBOLIZER = "/usr/local/bin/llvm-symbolizer"
 
@@ -148,7 +148,7 @@ class BootedRoot:
         return result.stdout.decode().strip()
 
     def unit(self, name):
-        """Properties of a unit, as systemd tells them."""
+        """Properties of a unit, as systemd reports them."""
         lines = self.ask("systemctl", "show", name, "--property=LoadState,ActiveState,SubState,"
                          "MainPID,InvocationID,Result,ExecMainStatus").splitlines()
         return dict(line.split("=", 1) for line in lines)

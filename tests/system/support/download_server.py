@@ -1,7 +1,7 @@
 """The vendor's download server, in the root of its own that the programs run in.
 
 The programs find it under its real name and port: the root's /etc/hosts leads there, and its trust
-store holds the test authority alone. As nobody else is in the root's network, nothing is reached
+store holds the test authority alone. As no other machine is in the root's network, nothing is reached
 that is not started here.
 """
 

@@ -43,7 +43,7 @@ def main(*paths):
         sys.exit()
 
     signal.signal(signal.SIGTERM, finish)
-    # Nobody else would end it when its parent is killed.
+    # No other process would end it when its parent is killed.
     libc.prctl(PR_SET_PDEATHSIG, signal.SIGTERM)
     print("ready", flush=True)
     while True:

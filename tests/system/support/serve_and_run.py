@@ -1,6 +1,6 @@
 """Runs a program beside a server: serve_and_run.py KIND COMMAND [ARGUMENT...].
 
-download_server.py tells the kinds. Ends with the program's exit status, negative ones as 128 and
+download_server.py lists the kinds. Ends with the program's exit status, negative ones as 128 and
 the signal, when that has ended.
 """
 
