@@ -89,6 +89,9 @@ else
 fi
 options+=("-DKP_BUILD_KPIM=$with_kpim")
 
+mapfile -t sources < <(cd "$repo" && git ls-files "${product[@]}" | grep -E '\.(c|cc|cpp|m|mm)$')
+[ ${#sources[@]} -gt 0 ] || fail "git lists no product sources in $repo"
+
 # configure ARCHITECTURE BUILD OPTION...
 configure() {
     local architecture=$1 build=$2
@@ -106,15 +109,12 @@ objects() {
 # --- Compile -------------------------------------------------------------------------
 
 compile() {
-    local architecture=$1 build=$out/$1 source compiled=0 files sources
+    local architecture=$1 build=$out/$1 source compiled=0 files
     configure "$architecture" "$build"
     mapfile -t files < <(objects "$build")
     [ ${#files[@]} -gt 0 ] || fail "the build has no sources"
     run "$build/ninja.log" ninja -C "$build" "${files[@]}" || fail "$architecture: compiling failed"
 
-    mapfile -t sources < <(cd "$repo" && git ls-files "${product[@]}" |
-        grep -E '\.(c|cc|cpp|m|mm)$')
-    [ ${#sources[@]} -gt 0 ] || fail "git lists no product sources in $repo"
     for source in "${sources[@]}"; do
         grep -qF "\"file\": \"$repo/$source\"" "$build/compile_commands.json" ||
             fail "$source belongs to no target of the macOS build"
@@ -165,6 +165,8 @@ lacks() {
     [ -z "$with_tests" ] || echo "the unit tests for $1: compiled only"
 }
 
+# What an earlier run has left must not pass for the files of this one.
+rm -f "$out"/bin/{finalizer,kpim}
 linked=()
 for architecture in "${architectures[@]}"; do
     lacks "$architecture" || linked+=("$architecture")

@@ -43,12 +43,14 @@ def test_sdk_that_does_not_name_its_release(sdk):
     assert "SDKSettings.json is missing" in result.stderr
 
 
-def test_sources_that_do_not_configure(sdk, tmp_path):
-    """CMake's words and the architecture; a copy of the script has no sources around it."""
+@pytest.mark.parametrize("has_repository", [True, False])
+def test_folder_without_sources(sdk, tmp_path, has_repository):
+    """A check of nothing fails: git lists none there."""
     script = tmp_path / "copy/scripts/check-macos.sh"
     script.parent.mkdir(parents=True)
     shutil.copy(SCRIPTS / "check-macos.sh", script)
+    if has_repository:
+        subprocess.run(["git", "init", "--quiet"], cwd=tmp_path / "copy", check=True)
     result = run("--sdk", sdk, script=script)
     assert result.returncode == 1
-    assert "check-macos: x86_64: configuring failed" in result.stderr
-    assert "CMake Error" in result.stderr
+    assert f"check-macos: git lists no product sources in {tmp_path}/copy" in result.stderr
