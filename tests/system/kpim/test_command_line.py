@@ -155,7 +155,7 @@ def test_reader_that_leaves_in_the_middle(run, tmp_path):
     for options in ([], ["--json"]):
         result = subprocess.run(["bash", "-c", '"$0" list long "$@" | head -n 1; echo "${PIPESTATUS[0]}"',
                                  run.program, *options], cwd=tmp_path, check=True, text=True,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60)
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=300)
         assert result.stdout in ("- /\n0\n", "[\n0\n")
         assert result.stderr == ""
 

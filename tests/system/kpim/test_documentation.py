@@ -1,5 +1,5 @@
 """Every command and option that kpim --help lists is in the man page, docs/kpim.md and the shells'
-completions."""
+completions, and every command in the README."""
 
 import re
 import subprocess
@@ -43,6 +43,11 @@ def test_reference(commands):
         (part,) = re.findall(rf"^## kpim {command}$(.*?)(?=^## |\Z)", reference, re.M | re.S)
         for option in options:
             assert re.search(rf"{option}(?![a-z-])", part), (command, option)
+
+
+def test_readme(commands):
+    table = re.search(r"^## All commands$(.*?)^## ", (REPOSITORY / "README.md").read_text(), re.M | re.S)[1]
+    assert re.findall(r"^\| `kpim ([a-z]+)", table, re.M) == list(commands)
 
 
 @pytest.mark.parametrize("shell", sorted(path.name for path in (KPIM / "completions").iterdir()))

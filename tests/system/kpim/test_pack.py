@@ -539,7 +539,7 @@ def test_interrupted_pack_leaves_nothing(run, tmp_path, noise, number):
     process = run.start("pack", "Noise.plugin")
     wait_for_temporary_file(tmp_path, process)
     process.send_signal(number)
-    assert process.wait(timeout=60) == -number
+    assert process.wait(timeout=300) == -number
     assert names(tmp_path) == ["Noise.plugin", "Noise.plugin.lzma"]
     assert (tmp_path / "Noise.plugin.lzma").read_bytes() == b"old"
 
