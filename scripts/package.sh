@@ -80,7 +80,13 @@ check_hosts() {
 }
 
 if [ -n "$macos" ]; then
-    macos=$(cd "$here" && realpath "$macos")
+    macos=$(cd "$here" && realpath --canonicalize-missing "$macos")
+    for name in bin/{finalizer,kpim} {x86_64,arm64}/generated/vendor-config.json; do
+        [ -f "$macos/$name" ] || {
+            echo "package: $macos/$name is missing: scripts/check-macos.sh makes it" >&2
+            exit 1
+        }
+    done
     check_hosts "$macos/x86_64" "$macos/arm64"
     package_macos "$macos"
     exit

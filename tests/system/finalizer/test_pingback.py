@@ -146,6 +146,11 @@ def test_language_is_not_root_s(pingback, install_root):
     assert pingback() == [request(language="en")]
 
 
+def test_console_user_speaks_british_english(pingback, install_root):
+    set_languages(install_root, "alice", '"en-GB"')
+    assert pingback() == [request(language="en_gb")]
+
+
 def test_language_with_its_region(pingback, install_root):
     set_languages(install_root, "alice", '"zh-Hant-HK"')
     assert pingback() == [request(language="zh-TW")]
@@ -261,6 +266,11 @@ def test_silent_server_costs_thirty_seconds(pingback, download_server):
     # One attempt. How much longer it takes is the machine's matter.
     assert pingback(timeout=20 * TIME_OUT) == ["connection"]
     assert time.monotonic() - start > TIME_OUT - 1
+
+
+def test_server_that_leaves_while_the_request_is_written(pingback, download_server):
+    download_server.kind = "leaving"
+    assert pingback() == ["connection"]
 
 
 # What a program sends and receives stays for a while in buffers between them.

@@ -8,6 +8,7 @@ import os
 import pathlib
 import shutil
 import stat
+import subprocess
 import threading
 import time
 
@@ -180,6 +181,55 @@ def test_install_root_that_is_a_link(install_root, finalizer_run):
     finalizer_run(["/Volumes/link"])
     assert install_root.log("alice") == finalizer_log.success("/Volumes/link")
     assert set(install_root.tree("/Volumes/real" + BUNDLE)) == {".", "file 0", "file 1"}
+
+
+# ---- Locked items of the old bundle
+
+
+@pytest.fixture
+def lock(install_root):
+    """Locks an item by a flag of its file system ("i": against changes, "a": append only)."""
+    locked = []
+
+    def run(inside, flag):
+        path = install_root.path(inside)
+        if subprocess.run(["chattr", "+" + flag, path], check=False).returncode != 0:
+            pytest.skip("the file system of the temporary folder has no flags, or root no right to set them")
+        locked.append(path)
+
+    yield run
+    for path in locked:
+        if path.exists():
+            subprocess.run(["chattr", "-ia", path], check=True)
+
+
+def test_locked_items_are_removed(install_root, finalizer_run, lock):
+    install_root.write(f"{BUNDLE}/folder/locked", b"old")
+    install_root.write(f"{BUNDLE}/appended", b"old")
+    lock(f"{BUNDLE}/folder/locked", "i")
+    lock(f"{BUNDLE}/appended", "a")
+    lock(f"{BUNDLE}/folder", "i")
+    install_root.lay_blob(blob.solid_root(files(2)))
+    finalizer_run(["/"])
+    assert install_root.log("alice") == finalizer_log.success("")
+    assert set(install_root.tree(BUNDLE)) == {".", "file 0", "file 1"}
+
+
+def test_locked_file_with_another_name_elsewhere_stays(install_root, finalizer_run, lock):
+    """Its lock is not the bundle's: what does not belong to the bundle would lose it too."""
+    elsewhere = install_root.write(ELSEWHERE + "/kept", b"kept")
+    install_root.mkdir(f"{BUNDLE}/folder")
+    os.link(elsewhere, install_root.path(f"{BUNDLE}/folder/second name"))
+    install_root.write(f"{BUNDLE}/old", b"old")
+    lock(ELSEWHERE + "/kept", "i")
+    install_root.lay_blob(blob.solid_root(files(2)))
+    finalizer_run(["/"])
+    assert install_root.log("alice") == finalizer_log.success(
+        "", finalizer_log.not_removed(1, NOT_PERMITTED))
+    assert set(install_root.tree(BUNDLE)) == {
+        ".", "folder", "folder/second name", "file 0", "file 1"}
+    with pytest.raises(PermissionError):
+        elsewhere.unlink()
 
 
 # ---- Folders that are exchanged while root works in them

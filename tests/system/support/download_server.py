@@ -63,7 +63,8 @@ def make_certificates(folder, host):
 class DownloadServer:
     """The server in the InstallRoot `root`. It runs as long as a program that run() starts.
 
-    `kind` is what it does: "nginx" answers, "silent" accepts and says nothing, "express" answers
+    `kind` is what it does: "nginx" answers, "silent" accepts and says nothing, "leaving"
+    closes the connection before it has read the request, "express" answers
     and makes the flag file of an express install while it does, "names" is a name server that knows
     no name, "endless" and "endless trailers" answer without end, and "none" listens nowhere.
     """

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -224,8 +225,8 @@ TEST_F(AuthorizationTest, ToolIsItsOwnFirstArgumentAndNothingIsInterpreted) {
 TEST_F(AuthorizationTest, WhatCannotBeExecutedIsRefused) {
   const TemporaryFolder folder;
   WriteWholeFile(folder / "data", "x");
-  for (const std::string& tool : {folder / "missing", folder / "data", std::string("sh"),
-                                  std::string(), folder.Path().string()}) {
+  for (const std::string& tool :
+       {folder / "missing", folder / "data", std::string("sh"), std::string(), folder.Path()}) {
     FILE* pipe = nullptr;
     EXPECT_EQ(errAuthorizationToolExecuteFailure,
               AuthorizationExecuteWithPrivileges(authorization_, tool.c_str(), 0, nullptr, &pipe))

@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdint>
 #include <ctime>
+#include <filesystem>
 #include <utility>
 #include <vector>
 
@@ -86,7 +87,7 @@ TEST_F(FoundationTest, SynchronizeFileOfWhatHasNoDiskDoesNothing) {
 }
 
 TEST_F(FoundationTest, FileHandlesForWriting) {
-  EXPECT_EQ(nil, [NSFileHandle fileHandleForWritingAtPath:String(folder_.Path().string())]);
+  EXPECT_EQ(nil, [NSFileHandle fileHandleForWritingAtPath:String(folder_.Path())]);
   EXPECT_EQ(nil, [NSFileHandle fileHandleForWritingAtPath:String(folder_ / "missing")]);
   EXPECT_EQ(nil, [NSFileHandle fileHandleForWritingAtPath:nil]);
 }
@@ -223,7 +224,7 @@ TEST_F(FoundationTest, FilesThatAreNoPropertyLists) {
     EXPECT_EQ(nil, [NSDictionary dictionaryWithContentsOfFile:String(file)]) << contents;
     EXPECT_EQ(nil, ValueInFile(file)) << contents;
   }
-  EXPECT_EQ(nil, ValueInFile(folder_.Path().string()));
+  EXPECT_EQ(nil, ValueInFile(folder_.Path()));
 }
 
 TEST_F(FoundationTest, GNUstepsOwnSerializationIsNoPropertyList) {

@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -82,7 +81,7 @@ TEST_F(ConfigFileManagerTest, MissingFileHasNoSettings) {
 }
 
 TEST_F(ConfigFileManagerTest, DirectoryIsNeitherReadNorWritten) {
-  ConfigFileManager& manager = Open(mFolder.Path().string());
+  ConfigFileManager& manager = Open(mFolder.Path());
   EXPECT_EQ(manager.mEncoding, -1);
   EXPECT_FALSE(manager.ReadSettingsFile());
   Update(manager, "a", "1");
@@ -158,8 +157,8 @@ std::vector<std::string> NotRegularFiles(const TemporaryFolder& folder) {
   const std::string pipe = folder / "pipe";
   const std::string link = folder / "link to the pipe";
   EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  std::filesystem::create_symlink(pipe, link);
-  return {pipe, link, folder.Path().string(), "/dev/zero", "/dev/null", "/dev/tty"};
+  fs::create_symlink(pipe, link);
+  return {pipe, link, folder.Path(), "/dev/zero", "/dev/null", "/dev/tty"};
 }
 
 TEST_F(ConfigFileManagerTest, WhatIsNoRegularFileIsNotRead) {
@@ -194,7 +193,7 @@ TEST_F(ConfigFileManagerTest, WhatIsNoRegularFileIsNotWritten) {
 
 TEST_F(ConfigFileManagerTest, LinkToARegularFileIsReadAndWritten) {
   const std::string link = mFolder / "link";
-  std::filesystem::create_symlink("rks.cfg", link);
+  fs::create_symlink("rks.cfg", link);
   WriteWholeFile(mPath, "a = 1\n");
   EXPECT_EQ(SettingsOf(Open(link)), (Settings{{"a", "1"}}));
   EXPECT_TRUE(mManager->UpdateSettingsFile());
@@ -229,7 +228,7 @@ TEST_F(ConfigFileManagerTest, TailsThatThereIsRoomForAreReadAndWritten) {
   EXPECT_TRUE(manager.ReadSettingsFile());
   EXPECT_EQ(ValueOf(manager, "0").size(), kTail - 2);
   EXPECT_TRUE(manager.UpdateSettingsFile());
-  EXPECT_GT(std::filesystem::file_size(mPath), 23 * kTail);
+  EXPECT_GT(fs::file_size(mPath), 23 * kTail);
 }
 
 class FileOfMoreThan256Megabytes : public ConfigFileManagerTest,
@@ -240,11 +239,11 @@ TEST_P(FileOfMoreThan256Megabytes, IsRefused) {
   const std::string start = GetParam();
   WriteWholeFile(mPath, start);
   constexpr uintmax_t kSize = 300'000'000;
-  std::filesystem::resize_file(mPath, kSize);
+  fs::resize_file(mPath, kSize);
   ConfigFileManager& manager = Open(mPath);
   Update(manager, "b", "2");
   EXPECT_FALSE(manager.UpdateSettingsFile());
-  EXPECT_EQ(std::filesystem::file_size(mPath), kSize);
+  EXPECT_EQ(fs::file_size(mPath), kSize);
 }
 
 INSTANTIATE_TEST_SUITE_P(InLines, FileOfMoreThan256Megabytes,
@@ -258,13 +257,10 @@ TEST_F(ConfigFileManagerTest, SmallerFileThatTakesThePlaceOfOneTooLargeIsWritten
 }
 
 /// How many files this process has open.
-ptrdiff_t OpenFileCount() {
-  return std::distance(std::filesystem::directory_iterator("/dev/fd"),
-                       std::filesystem::directory_iterator());
-}
+size_t OpenFileCount() { return fs::list("/dev/fd").size(); }
 
 TEST_F(ConfigFileManagerTest, FileIsClosedAfterEachKindOfRead) {
-  const ptrdiff_t before = OpenFileCount();
+  const size_t before = OpenFileCount();
   for (char const* content : {"a=1\n", "\xEF\xBB\xBF=1\n", "a=1", "\xFF\xFEx=", "\xFE\xFFx="}) {
     Read(content);
     EXPECT_EQ(OpenFileCount(), before) << testing::PrintToString(content);
@@ -278,7 +274,7 @@ TEST_F(ConfigFileManagerTest, FileIsClosedAfterEachKindOfRead) {
 
 TEST_F(ConfigFileManagerTest, FileIsClosedAfterAWrite) {
   ConfigFileManager& manager = Read("a=1\n");
-  const ptrdiff_t before = OpenFileCount();
+  const size_t before = OpenFileCount();
   EXPECT_TRUE(manager.UpdateSettingsFile());
   EXPECT_EQ(OpenFileCount(), before);
 }
@@ -555,7 +551,7 @@ TEST_F(ConfigFileManagerTest, ReloadThatCannotOpenChangesNothing) {
   ConfigFileManager& manager = Read(
       "\xEF\xBB\xBF"
       "a=1\n");
-  std::filesystem::remove(mPath);
+  fs::remove(mPath);
   EXPECT_FALSE(manager.ReloadSettingsFile());
   EXPECT_EQ(SettingsOf(manager), (Settings{{"a", "1"}}));
   EXPECT_EQ(manager.mEncoding, 1) << "what the last file that opened had";
@@ -585,18 +581,18 @@ TEST_F(ConfigFileManagerTest, WriteCreatesTheFileButNoFolder) {
   ConfigFileManager& elsewhere = Open(mFolder / "missing/rks.cfg");
   Update(elsewhere, "a", "1");
   EXPECT_FALSE(elsewhere.UpdateSettingsFile());
-  EXPECT_FALSE(std::filesystem::exists(mFolder / "missing"));
+  EXPECT_FALSE(fs::exists(mFolder / "missing"));
 }
 
 TEST_F(ConfigFileManagerTest, WriteTruncatesInPlace) {
   const std::string link = mFolder / "link";
-  std::filesystem::create_symlink(mPath, link);
+  fs::create_symlink(mPath, link);
   WriteWholeFile(mPath, "a = a value that is much longer than what comes\n# note\n");
   ConfigFileManager& manager = Open(link);
   Update(manager, "a", "1");
   EXPECT_TRUE(manager.UpdateSettingsFile());
   EXPECT_EQ(ReadWholeFile(mPath), "a=1\n");
-  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_TRUE(fs::is_symlink(link));
 }
 
 TEST_F(ConfigFileManagerTest, ErrorsWhileWritingGoUnreported) {

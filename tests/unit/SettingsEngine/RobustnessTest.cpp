@@ -3,7 +3,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
@@ -76,7 +75,7 @@ class Robustness : public testing::Test {
  protected:
   Settings SettingsIn(std::string const& content) {
     // Some file systems wait for the disk when a file is overwritten.
-    std::filesystem::remove(mPath);
+    fs::remove(mPath);
     WriteWholeFile(mPath, content);
     const ConfigFileManager manager(SimpleString(mPath.c_str()));
     return SettingsOf(manager);

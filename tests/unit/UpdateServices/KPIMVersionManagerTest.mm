@@ -203,12 +203,8 @@ TEST_F(KPIMVersionManagerTest, AsksForAChosenLocale) {
 TEST_F(KPIMVersionManagerTest, ReportsWhyItFailed) {
   Request();
   EXPECT_EQ(nil, [manager_ failure]);
-  NSHTTPURLResponse* response = [[NSHTTPURLResponse alloc] initWithURL:[manager_ address]
-                                                            statusCode:503
-                                                           HTTPVersion:@"HTTP/1.1"
-                                                          headerFields:nil];
-  [network_.delegate() connection:noConnection_ didReceiveResponse:response];
-  [response release];
+  [network_.delegate() connection:noConnection_
+               didReceiveResponse:HTTPResponse([manager_ address], 503)];
   EXPECT_EQ(503, [manager_ statusCode]);
   NSDictionary* info = [NSDictionary dictionaryWithObject:@"gone" forKey:NSLocalizedDescriptionKey];
   [network_.delegate() connection:noConnection_
