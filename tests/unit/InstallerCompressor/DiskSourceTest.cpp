@@ -279,7 +279,7 @@ TEST(SourceFromPath, LeavesOutLinksBackToTheDirectoriesTheyLieIn) {
     fs::create_symlink(".", folder / (std::string(directory) + "/loop"));
     fs::create_symlink("..", folder / (std::string(directory) + "/up"));
   }
-  fs::remove(folder / "tree/up");  // leads out of the tree, which is no cycle
+  fs::remove(folder / "tree/up");  // leads out of the tree, and back to none of its folders
   EXPECT_EQ("'tree' directory 0\n  'a' directory 0\n    'b' directory 0\n",
             Describe(Source(folder / "tree").get()));
 }

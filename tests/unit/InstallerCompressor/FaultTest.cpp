@@ -509,7 +509,7 @@ TEST_F(FaultTest, AFileIsWrittenWholeInSmallPiecesAndThroughSignals) {
   EXPECT_EQ(contents, ReadFile(folder / "f"));
 }
 
-// What the reader of a tree told, and with which error at first.
+// What the reader of a tree reported, and its first error.
 struct FirstFault {
   int error = -1;
   unsigned long count = 0;

@@ -52,7 +52,7 @@ bool s_writingSucceeds;
 unsigned long s_failedEntries;
 const char* s_failedPath;
 
-// Nodes are told apart by their addresses alone. Raw memory: they are never built.
+// Only the addresses of nodes count. Raw memory: they are never constructed.
 alignas(fileChunk) unsigned char s_sourceNode[sizeof(fileChunk)];
 alignas(fileChunk) unsigned char s_treeNode[sizeof(fileChunk)];
 fileChunk* const s_source = reinterpret_cast<fileChunk*>(s_sourceNode);

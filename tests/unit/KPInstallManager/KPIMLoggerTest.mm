@@ -79,7 +79,7 @@ TEST_F(KPIMLoggerTest, LineOfTheFinalizer) {
               MatchesRegex(std::string(kStamp) + "\\[I\\] FIN: \\[finalizer started\\]\n"));
 }
 
-/// The moment that the first line's stamp tells; its offset from GMT in seconds is in `offset`.
+/// The moment of the first line's stamp; its offset from GMT in seconds is in `offset`.
 time_t Stamp(const std::string& log, long& offset) {
   struct tm stamp = {};
   EXPECT_NE(nullptr, strptime(log.c_str(), "%Y-%m-%d %H:%M:%S %z", &stamp));
@@ -114,7 +114,7 @@ class ScopedTimeZone {
   }
 
  private:
-  /// Foundation keeps the local time zone until it is told.
+  /// Foundation keeps the local time zone until it is reset.
   static void Apply() {
     tzset();
     [NSTimeZone resetSystemTimeZone];

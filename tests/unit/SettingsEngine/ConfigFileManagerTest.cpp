@@ -152,7 +152,8 @@ TEST_F(ConfigFileManagerTest, OnlyTheWholeUtf16MarksCount) {
   EXPECT_EQ(Read("x\xFF\xFE=1").mEncoding, 0);
 }
 
-/// What is no regular file, one of each kind, by its path. None of them may be waited for.
+/// One item of each kind that is not a regular file, by its path. Opening must not wait for any of
+/// them.
 std::vector<std::string> NotRegularFiles(const TemporaryFolder& folder) {
   const std::string pipe = folder / "pipe";
   const std::string link = folder / "link to the pipe";
@@ -313,7 +314,7 @@ TEST_F(ConfigFileManagerTest, FirstSeparatorSplits) {
 TEST_F(ConfigFileManagerTest, BothSidesAreTrimmed) {
   EXPECT_EQ(SettingsIn(" Key = some value \r\n"), (Settings{{"Key", "some value"}}));
   EXPECT_EQ(SettingsIn("\t\x01 a b\x1F\x7F\v=\f c  d \x08\n"), (Settings{{"a b\x1F\x7F", "c  d"}}))
-      << "0x7F is no blank";
+      << "0x7F is not a blank";
 }
 
 TEST_F(ConfigFileManagerTest, BytesFrom0x80AreBlanksForTrimming) {
@@ -389,7 +390,7 @@ TEST_F(ConfigFileManagerTest, EveryReadStartsWithAClearBuffer) {
   EXPECT_EQ(ValueOf(manager, "key"), "");
 }
 
-/// `length` bytes in which every position can be told from its neighbours.
+/// `length` bytes in which neighbouring positions differ.
 std::string Pattern(size_t length) {
   std::string text;
   for (size_t index = 0; index < length; ++index) text += static_cast<char>('!' + index % 23);

@@ -18,7 +18,7 @@ using SASM::SimpleString;
 
 constexpr size_t kMegabyte = 1000 * 1000;
 
-/// What docs/settings-format.md says, told again in other words: the buffer is as large as the
+/// What docs/settings-format.md says, in other words: the buffer is as large as the
 /// file from the start, lines are cut out first, and texts are offsets into the buffer.
 class Model {
  public:

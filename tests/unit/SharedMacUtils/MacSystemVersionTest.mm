@@ -36,7 +36,7 @@ NSDictionary* ContentsOfURL(id /*self*/, SEL /*selector*/, NSURL* url) {
 
 ScopedMethodReplacement* s_responds;
 
-/// Hides the method by which newer systems tell their version.
+/// Hides the method by which newer systems report their version.
 BOOL RespondsAsOldSystems(id self, SEL selector, SEL asked) {
   return asked != NSSelectorFromString(@"operatingSystemVersion") &&
          ((BOOL(*)(id, SEL, SEL))s_responds->original())(self, selector, asked);

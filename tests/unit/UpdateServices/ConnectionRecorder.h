@@ -9,7 +9,7 @@
 NSHTTPURLResponse* HTTPResponse(NSURL* url, NSInteger status);
 
 /// As long as it lives, no request leaves the process: requests are kept for the test, and
-/// connections are stand-ins that call nobody. One at a time.
+/// connections are stand-ins that call no delegate. One at a time.
 class ConnectionRecorder {
  public:
   ConnectionRecorder();

@@ -4,7 +4,7 @@
 //                     [--cancel-at CHUNKS] [--log FILE] [--body FILE] URL
 //
 // The events are "progress N" for the Nth chunk, then "complete", "fail" or "cancelled". "body N"
-// then tells how many bytes are kept in memory, "body (absent)" that none may be read; --body gets
+// then prints how many bytes are kept in memory, "body (absent)" that none may be read; --body gets
 // them. "path PATH" is the file.
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMDownload.h"
 
@@ -60,7 +60,7 @@ Options ParseArguments(int argc, char** argv) {
 ScopedMethodReplacement* s_requestMethod;
 double s_timeOut;
 
-/// A request like the one asked for, but for the time-out: nobody waits a minute for a test.
+/// The given request with a shorter time-out, so that a test does not wait for a minute.
 NSURLRequest* RequestWithOwnTimeOut(id self, SEL selector, NSURL* url,
                                     NSURLRequestCachePolicy policy, NSTimeInterval /*timeOut*/) {
   using Method = NSURLRequest* (*)(id, SEL, NSURL*, NSURLRequestCachePolicy, NSTimeInterval);

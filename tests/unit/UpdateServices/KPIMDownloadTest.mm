@@ -582,7 +582,7 @@ TEST_F(KPIMDownloadTest, FractionOfAnEmptyLengthIsInfinite) {
 TEST_F(KPIMDownloadTest, FractionIsOfFloats) {
   Make(true);
   [download_ startDownload];
-  // One more than a float can tell: the quotient of doubles, narrowed, is another one.
+  // One more than a float can represent: the quotient of doubles, narrowed, is another one.
   Respond(16777217);
   Receive("a");
   EXPECT_THAT(receiver_->fractions, ElementsAre(1.0F / 16777216.0F));
@@ -725,7 +725,7 @@ TEST_F(KPIMDownloadTest, LateChunkAfterTheEndStaysOutOfTheFile) {
   }
 }
 
-// ---- Receivers that act while they are told
+// ---- Receivers that act while they are notified
 
 TEST_F(KPIMDownloadTest, FailedDownloadCannotBeStartedByWhomItTells) {
   RetryingReceiver* retrying = [[RetryingReceiver alloc] init];
@@ -840,11 +840,11 @@ TEST_F(KPIMDownloadTest, ChunkBeforeTheResponseIsLoggedAndKept) {
 
 TEST_F(KPIMDownloadTest, FileThatReappearsGetsNothingWritten) {
   StartWithFile();
-  WriteWholeFile(File(), "somebody else's");
+  WriteWholeFile(File(), "another's");
   Respond(4);
   Receive("body");
   Finish();
-  EXPECT_EQ("somebody else's", ReadWholeFile(File()));
+  EXPECT_EQ("another's", ReadWholeFile(File()));
   EXPECT_EQ("body", Bytes([download_ downloadedData]));
   EXPECT_THAT(Log(), ElementsAre("[I] 4"));
 }

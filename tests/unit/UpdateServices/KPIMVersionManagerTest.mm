@@ -348,14 +348,14 @@ TEST_F(KPIMVersionManagerTest, SizeIsResetByEveryAnswer) {
   EXPECT_EQ(450.0F, [manager_ dialogHeight]);
   Answer(kExample);
   Answer(";size 400;autoUpdateMode1;");
-  EXPECT_EQ(320.0F, [manager_ dialogWidth]) << "one piece is no size";
+  EXPECT_EQ(320.0F, [manager_ dialogWidth]) << "one piece is not a size";
   EXPECT_EQ(450.0F, [manager_ dialogHeight]);
   EXPECT_EQ(2, [manager_ downloadState]);
 }
 
 TEST_F(KPIMVersionManagerTest, SizeOfOnePieceLeavesTheRest) {
   Request();
-  // A tab is no separator.
+  // A tab does not separate.
   Answer("<XML><update version=\"33\"><description><meta>message \"Hello\""
          ";size 400;autoUpdateMode\t1;");
   EXPECT_THAT(Events(), ElementsAre("posted in state 2: Hello, version 33, mode (absent), "

@@ -9,7 +9,7 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
-/// What the thread allocates in the object's scope, and what only that leads to, is no leak to
+/// What the thread allocates in the object's scope, and what only that leads to, is not a leak to
 /// LeakSanitizer. Around one call of the platform, never of this project.
 class ScopedLeakPermit {
  public:
