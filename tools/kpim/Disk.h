@@ -32,6 +32,9 @@ std::string JoinPath(const std::string& parent, const std::string& leaf);
 /// Returns `path` without the slashes at its end; "/" stays.
 std::string WithoutTrailingSlashes(std::string path);
 
+/// Returns `path` without "./" at its beginning and slashes at its end; "." when nothing remains.
+std::string NormalizedPath(const std::string& path);
+
 /// Returns the directory part of `path`: "." when it has none.
 std::string DirectoryOf(const std::string& path);
 

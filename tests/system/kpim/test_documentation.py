@@ -59,3 +59,11 @@ def test_completions(commands, shell):
         for option in options:
             # fish names options without their hyphens.
             assert re.search(rf"(?:--|-l ){option[2:]}(?![\w-])", text), (command, option)
+
+
+def test_exit_status_of_failures(kpim):
+    """Help, man page and reference have the same words."""
+    for text in (help_text(kpim), (KPIM / "kpim.1").read_text(),
+                 (REPOSITORY / "docs/kpim.md").read_text()):
+        assert ("the command failed, or found a fault or a difference, or a check failed"
+                in " ".join(text.split()).lower())
