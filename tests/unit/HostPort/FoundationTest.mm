@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#import "shared/platform/linux/MethodReplacement.h"
+#import "shared/platform/linux/foundation/MethodReplacement.h"
 #include "tests/unit/support/TemporaryFolder.h"
 #include "tests/unit/support/Text.h"
 

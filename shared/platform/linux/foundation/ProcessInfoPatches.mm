@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#import "shared/platform/linux/MethodReplacement.h"
+#import "shared/platform/linux/foundation/MethodReplacement.h"
 
 namespace {
 

@@ -1,11 +1,9 @@
 // Linked into a program that keeps its caller's environment, except when it runs as root.
 #include <unistd.h>
 
-#include "shared/platform/linux/EnvironmentFilter.h"
+#include "shared/platform/linux/environment/EnvironmentFilter.h"
 
-namespace {
-
-void CleanRootEnvironment(int /*argc*/, char** /*argv*/, char** environment) {
+extern "C" void KPCleanRootEnvironment(int /*argc*/, char** /*argv*/, char** environment) {
   if (geteuid() == 0) {
     RemoveUntrustedVariables(environment);
   }
@@ -13,6 +11,4 @@ void CleanRootEnvironment(int /*argc*/, char** /*argv*/, char** environment) {
 
 // As in CleanEnvironment.cpp.
 [[gnu::section(".preinit_array"),
-  gnu::used]] void (*const s_atStart)(int, char**, char**) = CleanRootEnvironment;
-
-}  // namespace
+  gnu::used]] static void (*const s_atStart)(int, char**, char**) = KPCleanRootEnvironment;

@@ -1,4 +1,4 @@
-#import "shared/platform/linux/PropertyListCheck.h"
+#import "shared/platform/linux/foundation/PropertyListCheck.h"
 
 #include <cstdint>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "shared/platform/linux/SystemBus.h"
+#include "shared/platform/linux/systemd/SystemBus.h"
 
 namespace {
 

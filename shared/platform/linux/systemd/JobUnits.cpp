@@ -1,11 +1,11 @@
-#include "shared/platform/linux/JobUnits.h"
+#include "shared/platform/linux/systemd/JobUnits.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 
-#include "shared/platform/linux/SystemBus.h"
+#include "shared/platform/linux/systemd/SystemBus.h"
 
 namespace {
 

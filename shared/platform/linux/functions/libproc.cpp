@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "shared/platform/linux/JobUnits.h"
+#include "shared/platform/linux/systemd/JobUnits.h"
 
 namespace {
 

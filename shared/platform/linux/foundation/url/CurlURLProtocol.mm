@@ -9,10 +9,10 @@
 #include <cstdio>
 #include <string_view>
 
-#include "shared/platform/linux/CurlLibrary.h"
-#import "shared/platform/linux/MethodReplacement.h"
-#import "shared/platform/linux/URLErrors.h"
-#import "shared/platform/linux/URLRedirects.h"
+#import "shared/platform/linux/foundation/MethodReplacement.h"
+#include "shared/platform/linux/foundation/url/CurlLibrary.h"
+#import "shared/platform/linux/foundation/url/URLErrors.h"
+#import "shared/platform/linux/foundation/url/URLRedirects.h"
 
 namespace {
 

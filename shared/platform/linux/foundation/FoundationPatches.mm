@@ -10,8 +10,8 @@
 #include <climits>
 #include <cstring>
 
-#import "shared/platform/linux/MethodReplacement.h"
-#import "shared/platform/linux/PropertyListCheck.h"
+#import "shared/platform/linux/foundation/MethodReplacement.h"
+#import "shared/platform/linux/foundation/PropertyListCheck.h"
 
 // GNUstep Base exports it and describes it in Foundation/NSString.h, but declares it nowhere.
 extern "C" const char* GSPathHandling(const char* mode);

@@ -1,4 +1,4 @@
-#include "shared/platform/linux/EnvironmentFilter.h"
+#include "shared/platform/linux/environment/EnvironmentFilter.h"
 
 // A function that may run before the sanitizers' own initialization.
 #define KP_UNINSTRUMENTED __attribute__((no_sanitize("address", "undefined")))

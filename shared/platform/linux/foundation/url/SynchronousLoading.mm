@@ -1,8 +1,8 @@
 // A bound on what a synchronous URL request keeps in memory.
 #import <Foundation/Foundation.h>
 
-#import "shared/platform/linux/MethodReplacement.h"
-#import "shared/platform/linux/URLErrors.h"
+#import "shared/platform/linux/foundation/MethodReplacement.h"
+#import "shared/platform/linux/foundation/url/URLErrors.h"
 
 // +[NSURLConnection sendSynchronousRequest:returningResponse:error:] makes a connection whose
 // delegate, of a class of its own, collects the body until the request's time-out. No other request

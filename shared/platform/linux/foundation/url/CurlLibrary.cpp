@@ -1,4 +1,4 @@
-#include "shared/platform/linux/CurlLibrary.h"
+#include "shared/platform/linux/foundation/url/CurlLibrary.h"
 
 #include <dlfcn.h>
 

@@ -1,4 +1,4 @@
-#import "shared/platform/linux/MethodReplacement.h"
+#import "shared/platform/linux/foundation/MethodReplacement.h"
 
 #include <objc/runtime.h>
 #include <cstdio>

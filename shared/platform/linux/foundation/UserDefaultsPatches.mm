@@ -1,7 +1,7 @@
 // The user defaults: read as they stand, without GNUstep's lock.
 #import <Foundation/Foundation.h>
 
-#import "shared/platform/linux/MethodReplacement.h"
+#import "shared/platform/linux/foundation/MethodReplacement.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#import "shared/platform/linux/URLErrors.h"
+#import "shared/platform/linux/foundation/url/URLErrors.h"
 
 #include <openssl/x509_vfy.h>
 
 #include <cerrno>
 
-#include "shared/platform/linux/CurlLibrary.h"
+#include "shared/platform/linux/foundation/url/CurlLibrary.h"
 
 namespace {
 

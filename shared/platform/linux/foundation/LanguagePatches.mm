@@ -8,8 +8,8 @@
 #include <initializer_list>
 #include <mutex>
 
-#import "shared/platform/linux/DefaultsFile.h"
-#import "shared/platform/linux/MethodReplacement.h"
+#import "shared/platform/linux/foundation/DefaultsFile.h"
+#import "shared/platform/linux/foundation/MethodReplacement.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#import "shared/platform/linux/URLRedirects.h"
+#import "shared/platform/linux/foundation/url/URLRedirects.h"
 
 #include <memory>
 
-#include "shared/platform/linux/CurlLibrary.h"
+#include "shared/platform/linux/foundation/url/CurlLibrary.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "shared/platform/linux/AuthorizationObject.h"
-#include "shared/platform/linux/JobUnits.h"
-#include "shared/platform/linux/SystemBus.h"
+#include "shared/platform/linux/functions/AuthorizationObject.h"
+#include "shared/platform/linux/systemd/JobUnits.h"
+#include "shared/platform/linux/systemd/SystemBus.h"
 
 CFStringRef kSMDomainSystemLaunchd = CFSTR("kSMDomainSystemLaunchd");
 

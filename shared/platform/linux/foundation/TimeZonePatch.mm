@@ -9,7 +9,7 @@
 #include <cstring>
 #include <ctime>
 
-#import "shared/platform/linux/MethodReplacement.h"
+#import "shared/platform/linux/foundation/MethodReplacement.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#import "shared/platform/linux/DefaultsFile.h"
+#import "shared/platform/linux/foundation/DefaultsFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
-#include "shared/platform/linux/AuthorizationObject.h"
-#include "shared/platform/linux/EnvironmentFilter.h"
-#include "shared/platform/linux/SystemBus.h"
+#include "shared/platform/linux/environment/EnvironmentFilter.h"
+#include "shared/platform/linux/functions/AuthorizationObject.h"
+#include "shared/platform/linux/systemd/SystemBus.h"
 
 namespace {
 
