@@ -667,28 +667,6 @@ class TimeZoneTest : public FoundationTest {
   std::string savedZone_;
 };
 
-TEST_F(TimeZoneTest, NamedByTheEnvironment) {
-  EXPECT_EQ("Asia/Kolkata", Text([Zone("Asia/Kolkata") name]));
-  EXPECT_EQ("+0530", FormattedOffset());
-  EXPECT_EQ("Asia/Kolkata", Text([Zone(":Asia/Kolkata") name]));
-  EXPECT_EQ("Asia/Kolkata", Text([Zone(":/usr/share/zoneinfo/Asia/Kolkata") name]));
-  EXPECT_EQ(0, [Zone("UTC") secondsFromGMT]);
-  EXPECT_EQ("+0000", FormattedOffset());
-}
-
-TEST_F(TimeZoneTest, NamedInRoundaboutWays) {
-  for (const char* zone :
-       {"posix/Asia/Kolkata", "right/Asia/Kolkata", "./Asia/Kolkata", "Asia//Kolkata",
-        "Asia/./Kolkata", ":./posix//Asia/Kolkata", "/usr/share/zoneinfo/posix/Asia/Kolkata",
-        "/usr/share/zoneinfo//Asia/Kolkata"}) {
-    EXPECT_EQ("Asia/Kolkata", Text([Zone(zone) name])) << zone;
-    EXPECT_EQ("+0530", FormattedOffset()) << zone;
-  }
-  // The C library's zone, under a name that no list of zones has.
-  EXPECT_EQ(19800, [Zone("Asia/../Asia/Kolkata") secondsFromGMT]);
-  EXPECT_EQ("+0530", FormattedOffset());
-}
-
 /// The offset that strftime(3), and so date(1), prints.
 std::string OffsetOfTheCLibrary() {
   const time_t now = time(nullptr);
@@ -746,12 +724,6 @@ TEST_F(TimeZoneTest, IsTheMachinesWithoutOne) {
   struct tm local;
   localtime_r(&now, &local);
   EXPECT_EQ(local.tm_gmtoff, [[NSTimeZone systemTimeZone] secondsFromGMT]);
-}
-
-TEST_F(TimeZoneTest, SummerTimeOfADate) {
-  NSTimeZone* zone = Zone("Europe/Berlin");
-  EXPECT_EQ(3600, [zone secondsFromGMTForDate:[NSDate dateWithTimeIntervalSince1970:1768478400]]);
-  EXPECT_EQ(7200, [zone secondsFromGMTForDate:[NSDate dateWithTimeIntervalSince1970:1784116800]]);
 }
 
 // ---- MethodReplacement

@@ -3,15 +3,8 @@
 
 #import <Foundation/Foundation.h>
 
-/// The dictionary in the file of user defaults at `path`, autoreleased. nil when the file is
-/// missing, cannot be read, is broken, or is not in one of these forms:
-///
-/// - XML as property list writers make it: the UTF-8 declaration, at most a document type without
-///   declarations of its own, and tags that have no attributes but the root's version. Neither
-///   comments nor CDATA.
-/// - OpenStep text: a dictionary in braces. Comments may come before it.
-///
-/// A binary property list is not read, nor a file longer than 64 KiB, nor one that nests deeper
-/// than GNUstep's parsers, which do not guard themselves, bear. Nothing but a regular file is
-/// waited for. Never raises.
+/// Returns the dictionary in the file of user defaults at `path`, autoreleased; nil when the file
+/// is missing, is not a regular file, is longer than 64 KiB, cannot be read, or does not hold a
+/// property list that passes IsSafePropertyList(). Does not wait for a FIFO or a device. Never
+/// raises.
 NSDictionary* DictionaryOfDefaultsFile(NSString* path);

@@ -7,8 +7,8 @@
 
 namespace {
 
-/// GNUstep's own serialization of lists begins with a byte below this, which no text does. It
-/// believes the counts in it, too, and allocates for them. No macOS reads it.
+/// GNUstep's own serialization of lists begins with a byte below this, which text never does. The
+/// counts in it are believed and allocated for. macOS does not read it.
 constexpr unsigned char kFirstByteOfText = '\t';
 
 constexpr size_t kGreatestDepth = 512;
@@ -56,22 +56,30 @@ enum ObjectType : unsigned int {
   kDictionary = 0xD,
 };
 
+/// An object: what its first byte says, and where its contents begin.
+struct Object {
+  unsigned int type;
+  /// Of items or bytes; of a number, the exponent of its size.
+  uint64_t count;
+  uint64_t position;
+};
+
 class BinaryCheck {
  public:
-  BinaryCheck(const uint8_t* bytes, uint64_t size) : mBytes(bytes), mSize(size) {}
+  BinaryCheck(const uint8_t* bytes, uint64_t size) : bytes_(bytes), size_(size) {}
 
   bool Passes() {
-    if (mSize < kHeaderSize + kTrailerSize || memcmp(mBytes, kBinaryHeader, kHeaderSize) != 0) {
+    if (size_ < kHeaderSize + kTrailerSize || memcmp(bytes_, kBinaryHeader, kHeaderSize) != 0) {
       return false;
     }
-    const uint64_t trailer = mSize - kTrailerSize;
-    mOffsetSize = mBytes[trailer + kOffsetSizeField];
-    mReferenceSize = mBytes[trailer + kReferenceSizeField];
-    mCount = Number(trailer + kCountField, kFieldSize);
-    mTable = Number(trailer + kTableField, kFieldSize);
-    const bool hasTable = IsFieldSize(mOffsetSize) && IsFieldSize(mReferenceSize) &&
-                          mTable >= kHeaderSize && mTable <= trailer &&
-                          mCount <= (trailer - mTable) / mOffsetSize;
+    const uint64_t trailer = size_ - kTrailerSize;
+    offsetSize_ = bytes_[trailer + kOffsetSizeField];
+    referenceSize_ = bytes_[trailer + kReferenceSizeField];
+    count_ = Number(trailer + kCountField, kFieldSize);
+    table_ = Number(trailer + kTableField, kFieldSize);
+    const bool hasTable = IsFieldSize(offsetSize_) && IsFieldSize(referenceSize_) &&
+                          table_ >= kHeaderSize && table_ <= trailer &&
+                          count_ <= (trailer - table_) / offsetSize_;
     return hasTable && Visit(Number(trailer + kTopField, kFieldSize), 0);
   }
 
@@ -81,22 +89,22 @@ class BinaryCheck {
   uint64_t Number(uint64_t position, uint64_t size) const {
     uint64_t number = 0;
     for (uint64_t index = 0; index < size; ++index) {
-      number = (number << 8U) | mBytes[position + index];
+      number = (number << 8U) | bytes_[position + index];
     }
     return number;
   }
 
   /// Whether `count` items of `size` bytes from `position` on lie before the table.
   bool Fits(uint64_t position, uint64_t count, uint64_t size) const {
-    return position <= mTable && count <= (mTable - position) / size;
+    return position <= table_ && count <= (table_ - position) / size;
   }
 
-  /// Reads the count behind a first byte that has no room for it, and moves `position` past it.
+  /// Reads the count that follows an object's first byte, and moves `position` past it.
   bool ReadCount(uint64_t& position, uint64_t& count) const {
     if (!Fits(position, 1, 1)) {
       return false;
     }
-    const unsigned int marker = mBytes[position];
+    const unsigned int marker = bytes_[position];
     const unsigned int exponent = marker & 0xFU;
     const uint64_t size = 1U << exponent;
     if (marker >> 4U != kInteger || size > kFieldSize || !Fits(position + 1, size, 1)) {
@@ -107,42 +115,49 @@ class BinaryCheck {
     return true;
   }
 
-  /// Checks an object and all that it refers to. Cycles end at the greatest depth.
-  bool Visit(uint64_t object, size_t depth) {
-    if (object >= mCount || depth > kGreatestDepth || ++mVisits > kMostVisits) {
+  /// Finds the object `number` and reads its first byte and its count. False when there is no such
+  /// object or its count does not fit.
+  bool ReadObject(uint64_t number, Object& object) const {
+    if (number >= count_) {
       return false;
     }
-    uint64_t position = Number(mTable + object * mOffsetSize, mOffsetSize);
+    const uint64_t position = Number(table_ + number * offsetSize_, offsetSize_);
     if (position < kHeaderSize || !Fits(position, 1, 1)) {
       return false;
     }
-    const unsigned int marker = mBytes[position++];
-    const unsigned int type = marker >> 4U;
-    uint64_t count = marker & 0xFU;
-    const bool isCounted = type >= kData && type != kUID;
-    if (isCounted && count == kLengthFollows && !ReadCount(position, count)) {
+    const unsigned int marker = bytes_[position];
+    object = {marker >> 4U, marker & 0xFU, position + 1};
+    const bool hasLength = object.type >= kData && object.type != kUID;
+    const bool lengthFollows = hasLength && object.count == kLengthFollows;
+    return !lengthFollows || ReadCount(object.position, object.count);
+  }
+
+  /// Checks an object and all that it refers to. Cycles end at the greatest depth.
+  bool Visit(uint64_t number, size_t depth) {
+    Object object = {};
+    if (depth > kGreatestDepth || ++visits_ > kMostVisits || !ReadObject(number, object)) {
       return false;
     }
-    switch (type) {
+    switch (object.type) {
       case kSimple:
         return true;
       case kInteger:
       case kReal:
       case kDate:
-        return VisitBytes(position, 1, uint64_t{1} << count);
+        return VisitBytes(object.position, uint64_t{1} << object.count, 1);
       case kUID:
-        return VisitBytes(position, count + 1, 1);
+        return VisitBytes(object.position, object.count + 1, 1);
       case kData:
       case kASCIIString:
-        return VisitBytes(position, count, 1);
+        return VisitBytes(object.position, object.count, 1);
       case kUTF16String:
-        return VisitBytes(position, count, sizeof(unichar));
+        return VisitBytes(object.position, object.count, sizeof(unichar));
       case kArray:
       case kOrderedSet:
       case kSet:
-        return VisitReferences(position, count, 1, depth);
+        return VisitReferences(object.position, object.count, 1, depth);
       case kDictionary:
-        return VisitReferences(position, count, 2, depth);
+        return VisitReferences(object.position, object.count, 2, depth);
       default:
         return false;
     }
@@ -152,31 +167,31 @@ class BinaryCheck {
     if (!Fits(position, count, size)) {
       return false;
     }
-    mVisitedBytes += count * size;
-    return mVisitedBytes <= mSize + kMostRepeatedBytes;
+    visitedBytes_ += count * size;
+    return visitedBytes_ <= size_ + kMostRepeatedBytes;
   }
 
   /// `count` entries of `references` references each: keys come first, then values.
   bool VisitReferences(uint64_t position, uint64_t count, uint64_t references, size_t depth) {
-    if (!Fits(position, count, references * mReferenceSize)) {
+    if (!Fits(position, count, references * referenceSize_)) {
       return false;
     }
     for (uint64_t index = 0; index < count * references; ++index) {
-      if (!Visit(Number(position + index * mReferenceSize, mReferenceSize), depth + 1)) {
+      if (!Visit(Number(position + index * referenceSize_, referenceSize_), depth + 1)) {
         return false;
       }
     }
     return true;
   }
 
-  const uint8_t* mBytes;
-  uint64_t mSize;
-  uint64_t mOffsetSize = 0;
-  uint64_t mReferenceSize = 0;
-  uint64_t mCount = 0;
-  uint64_t mTable = 0;
-  uint64_t mVisits = 0;
-  uint64_t mVisitedBytes = 0;
+  const uint8_t* bytes_;
+  uint64_t size_;
+  uint64_t offsetSize_ = 0;
+  uint64_t referenceSize_ = 0;
+  uint64_t count_ = 0;
+  uint64_t table_ = 0;
+  uint64_t visits_ = 0;
+  uint64_t visitedBytes_ = 0;
 };
 
 // ---- Text
@@ -206,22 +221,22 @@ NSData* TextOf(NSData* data) {
 
 class TextCheck {
  public:
-  TextCheck(const char* text, size_t size) : mText(text), mEnd(text + size) {}
+  TextCheck(const char* text, size_t size) : text_(text), end_(text + size) {}
 
   bool Passes() {
     size_t depth = 0;
-    while (mText != mEnd) {
-      const char character = *mText;
+    while (text_ != end_) {
+      const char character = *text_;
       if (character == '"') {
         SkipString();
       } else if (character == '/' && IsNext('/')) {
         SkipTo("\n");
       } else if (character == '/' && IsNext('*')) {
-        mText += 2;
+        text_ += 2;
         SkipTo("*/");
       } else if (!IsOneOf(kDelimiters, character)) {
         SkipWord();
-      } else if (!Count(*mText++, depth)) {
+      } else if (!Count(*text_++, depth)) {
         return false;
       }
     }
@@ -242,32 +257,32 @@ class TextCheck {
     return depth <= kGreatestDepth;
   }
 
-  bool IsNext(char character) const { return mEnd - mText > 1 && mText[1] == character; }
+  bool IsNext(char character) const { return end_ - text_ > 1 && text_[1] == character; }
 
   void SkipWord() {
-    while (mText != mEnd && !IsOneOf(kDelimiters, *mText)) {
-      ++mText;
+    while (text_ != end_ && !IsOneOf(kDelimiters, *text_)) {
+      ++text_;
     }
   }
 
   void SkipString() {
-    for (++mText; mText != mEnd && *mText != '"'; ++mText) {
-      if (*mText == '\\' && mText + 1 != mEnd) {
-        ++mText;
+    for (++text_; text_ != end_ && *text_ != '"'; ++text_) {
+      if (*text_ == '\\' && text_ + 1 != end_) {
+        ++text_;
       }
     }
-    mText += mText != mEnd ? 1 : 0;
+    text_ += text_ != end_ ? 1 : 0;
   }
 
   /// Skips everything up to and with the next `mark`.
   void SkipTo(const char* mark) {
     const size_t length = strlen(mark);
-    const void* found = memmem(mText, static_cast<size_t>(mEnd - mText), mark, length);
-    mText = found != nullptr ? static_cast<const char*>(found) + length : mEnd;
+    const void* found = memmem(text_, static_cast<size_t>(end_ - text_), mark, length);
+    text_ = found != nullptr ? static_cast<const char*>(found) + length : end_;
   }
 
-  const char* mText;
-  const char* mEnd;
+  const char* text_;
+  const char* end_;
 };
 
 // ---- XML
@@ -276,13 +291,13 @@ constexpr std::string_view kXML = "<?";
 constexpr std::string_view kXMLWithoutDeclaration = "<!";
 constexpr std::string_view kUTF8Mark = "\xEF\xBB\xBF";
 
-/// What stands between these is no element.
+/// Start and end of what is not an element.
 constexpr const char* kXMLAsides[][2] = {
     {"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}, {"<!", ">"}};
 
 class XMLCheck {
  public:
-  explicit XMLCheck(std::string_view text) : mText(text) {}
+  explicit XMLCheck(std::string_view text) : text_(text) {}
 
   bool Passes() {
     while (SkipTo("<", 0)) {
@@ -297,16 +312,16 @@ class XMLCheck {
  private:
   /// Moves to the next `mark` and `beyond` it; to the end when there is none.
   bool SkipTo(std::string_view mark, size_t beyond) {
-    const size_t found = mText.find(mark);
-    mText.remove_prefix(found != mText.npos ? found + beyond : mText.size());
-    return found != mText.npos;
+    const size_t found = text_.find(mark);
+    text_.remove_prefix(found != text_.npos ? found + beyond : text_.size());
+    return found != text_.npos;
   }
 
   /// Start and end of the aside that begins here; null when none does.
   const char* const* AsideHere() const {
     for (const auto& aside : kXMLAsides) {
       const std::string_view start = aside[0];
-      if (mText.substr(0, start.size()) == start) {
+      if (text_.substr(0, start.size()) == start) {
         return aside;
       }
     }
@@ -315,15 +330,15 @@ class XMLCheck {
 
   /// An aside must end: GNUstep takes up the text again at a place of its own.
   bool SkipAside(std::string_view start, std::string_view end) {
-    mText.remove_prefix(start.size());
+    text_.remove_prefix(start.size());
     return SkipTo(end, end.size());
   }
 
   /// Size of the tag at the beginning; an attribute may have a ">" in it. 0 when it does not end.
   size_t TagSize() const {
     char quote = '\0';
-    for (size_t index = 0; index < mText.size(); ++index) {
-      const char character = mText[index];
+    for (size_t index = 0; index < text_.size(); ++index) {
+      const char character = text_[index];
       if (quote != '\0') {
         quote = character == quote ? '\0' : quote;
       } else if (character == '"' || character == '\'') {
@@ -341,27 +356,27 @@ class XMLCheck {
     if (size == 0) {
       return false;
     }
-    const std::string_view tag = mText.substr(1, size - 2);
-    mText.remove_prefix(size);
+    const std::string_view tag = text_.substr(1, size - 2);
+    text_.remove_prefix(size);
     if (!tag.empty() && tag.front() == '/') {
-      const bool matches = !mOpen.empty() && mOpen.back() == Name(tag.substr(1));
+      const bool matches = !open_.empty() && open_.back() == Name(tag.substr(1));
       if (matches) {
-        mOpen.pop_back();
+        open_.pop_back();
       }
       return matches;
     }
     if (tag.empty() || tag.back() != '/') {
-      mOpen.push_back(Name(tag));
+      open_.push_back(Name(tag));
     }
-    return mOpen.size() <= kGreatestDepth;
+    return open_.size() <= kGreatestDepth;
   }
 
   static std::string_view Name(std::string_view tag) {
     return tag.substr(0, tag.find_first_of(" \t\r\n"));
   }
 
-  std::string_view mText;
-  std::vector<std::string_view> mOpen;
+  std::string_view text_;
+  std::vector<std::string_view> open_;
 };
 
 /// The text from where a parser begins to read it: without a mark and white space.
@@ -388,7 +403,7 @@ bool IsSafePropertyList(NSData* data) {
   }
   const std::string_view start = Start({bytes, size});
   if (start.substr(0, kXML.size()) == kXML) {
-    // GNUstep reads none behind white space, but begins to.
+    // GNUstep begins to read XML after white space, and fails.
     return start.data() == bytes && XMLCheck(start).Passes();
   }
   if (start.substr(0, kXMLWithoutDeclaration.size()) == kXMLWithoutDeclaration) {

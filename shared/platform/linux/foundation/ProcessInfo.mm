@@ -1,7 +1,6 @@
 // Corrections of what GNUstep Base does at the start of a process.
 #import <Foundation/Foundation.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -9,8 +8,8 @@
 
 namespace {
 
-// GNUstep takes it out of the arguments again. Its warnings, of files that cannot be read for
-// instance, go to standard error, where macOS only returns nil.
+// GNUstep removes it from the arguments again. It warns on standard error, for instance about files
+// that cannot be read, where macOS only returns nil.
 constexpr char kSilenceWarnings[] = "--GNU-Debug=NoWarn";
 
 constexpr unsigned char kLastASCII = 0x7F;
@@ -40,39 +39,54 @@ std::string ReadableArgument(const char* argument) {
   return readable;
 }
 
+/// The arguments that are there now: main may have removed some since the start.
+std::vector<std::string> ReadableArguments() {
+  std::vector<std::string> arguments;
+  for (char** argument = s_argv; *argument != nullptr; ++argument) {
+    arguments.push_back(ReadableArgument(*argument));
+  }
+  if (arguments.empty()) {
+    arguments.emplace_back();  // GNUstep takes the first for the program's name.
+  }
+  return arguments;
+}
+
+/// The environment without the variables that are not UTF-8; a null pointer ends it.
+std::vector<char*> ReadableEnvironment() {
+  std::vector<char*> environment;
+  for (char** variable = s_environment; *variable != nullptr; ++variable) {
+    if (IsUTF8(*variable)) {
+      environment.push_back(*variable);
+    }
+  }
+  environment.push_back(nullptr);
+  return environment;
+}
+
+/// GNUstep ends the process at the first argument or environment variable that is not UTF-8. Such
+/// an argument is made readable here (main has it unchanged), and such a variable is left out.
+void InitializeReadable() {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  std::vector<std::string> arguments = ReadableArguments();
+  arguments.emplace_back(kSilenceWarnings);
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) {
+    argv.push_back(argument.data());
+  }
+  argv.push_back(nullptr);
+  std::vector<char*> environment = ReadableEnvironment();
+  GSInitializeProcess(static_cast<int>(arguments.size()), argv.data(), environment.data());
+  [pool release];
+}
+
 using InitializeMethod = void (*)(id, SEL);
 InitializeMethod s_initialize;
 
-/// GNUstep ends the process at the first argument or environment variable that is not UTF-8. Here
-/// such an argument is made readable in the process information (main has it as it is), and such
-/// a variable is absent from it.
 void InitializeProcessInfo(id self, SEL selector) {
   static bool s_isInitialized = false;
   if (!s_isInitialized) {
     s_isInitialized = true;
-    NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
-    std::vector<std::string> arguments;
-    // main may have taken some out meanwhile, so the count of the start does not hold.
-    for (char** argument = s_argv; *argument != nullptr; ++argument) {
-      arguments.push_back(ReadableArgument(*argument));
-    }
-    arguments.resize(std::max<size_t>(arguments.size(), 1));
-    arguments.push_back(kSilenceWarnings);
-    std::vector<char*> argv;
-    argv.reserve(arguments.size() + 1);
-    for (std::string& argument : arguments) {
-      argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
-    std::vector<char*> environment;
-    for (char** variable = s_environment; *variable != nullptr; ++variable) {
-      if (IsUTF8(*variable)) {
-        environment.push_back(*variable);
-      }
-    }
-    environment.push_back(nullptr);
-    GSInitializeProcess(static_cast<int>(arguments.size()), argv.data(), environment.data());
-    [pool release];
+    InitializeReadable();
   }
   s_initialize(self, selector);
 }

@@ -1,4 +1,4 @@
-// The user's languages: AppleLanguages of the user defaults, and canonical locale identifiers.
+// AppleLanguages of the user defaults: the languages of the effective user.
 #import <Foundation/Foundation.h>
 
 #include <pwd.h>
@@ -19,37 +19,6 @@ NSString* const kGlobalDomainFile = @"NSGlobalDomain.plist";
 /// Enough for every entry that libc's own tools accept.
 constexpr size_t kPasswordEntrySize = size_t{64} * 1024;
 
-/// Identifiers are far shorter. The time that it takes to rewrite one grows with its square.
-constexpr NSUInteger kLongestIdentifier = 256;
-
-struct Renaming {
-  NSString* from;
-  NSString* to;
-};
-
-/// Language names of the first macOS releases. They still stand in old preferences files.
-const Renaming kLanguageNames[] = {
-    {@"Dutch", @"nl"},   {@"English", @"en"},  {@"French", @"fr"},  {@"German", @"de"},
-    {@"Italian", @"it"}, {@"Japanese", @"ja"}, {@"Spanish", @"es"},
-};
-
-/// Codes that ISO 639 withdrew, and "no", for which macOS says "nb".
-const Renaming kLanguageCodes[] = {{@"in", @"id"}, {@"iw", @"he"}, {@"ji", @"yi"}, {@"no", @"nb"}};
-
-/// Script of a Chinese text by region: POSIX locales name the region alone.
-const Renaming kChineseScripts[] = {
-    {@"CN", @"Hans"}, {@"SG", @"Hans"}, {@"HK", @"Hant"}, {@"MO", @"Hant"}, {@"TW", @"Hant"}};
-
-template <size_t Count>
-NSString* Renamed(NSString* name, const Renaming (&table)[Count]) {
-  for (const Renaming& row : table) {
-    if ([name isEqualToString:row.from]) {
-      return row.to;
-    }
-  }
-  return nil;
-}
-
 BOOL HasOnlyLetters(NSString* text) {
   NSCharacterSet* letters = [NSCharacterSet
       characterSetWithCharactersInString:@"abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"];
@@ -67,9 +36,8 @@ BOOL IsPlainLocale(NSString* locale) {
   return [locale isEqualToString:@"C"] || [locale isEqualToString:@"POSIX"];
 }
 
-/// The language that the POSIX locale `locale`, such as "zh_TW.UTF-8" or "de_AT@euro", stands for,
-/// in the form of macOS's list ("zh-Hant-TW", "de-AT"); nil for "C", "POSIX" and what is not in the
-/// form of a locale.
+/// The language of the POSIX locale `locale`, such as "zh_TW.UTF-8" or "de_AT@euro", in the form of
+/// macOS's list ("zh-Hant-TW", "de-AT"); nil for "C", "POSIX" and text of another form.
 NSString* LanguageOfLocale(NSString* locale) {
   NSArray* parts = [TextBefore(locale, @".@") componentsSeparatedByString:@"_"];
   NSString* language = [parts objectAtIndex:0];
@@ -80,7 +48,9 @@ NSString* LanguageOfLocale(NSString* locale) {
   }
   NSMutableArray* subtags = [NSMutableArray arrayWithObject:[language lowercaseString]];
   if ([[subtags objectAtIndex:0] isEqualToString:@"zh"]) {
-    [subtags addObject:Renamed([region uppercaseString], kChineseScripts) ?: @"Hans"];
+    // POSIX locales name the region alone.
+    NSArray* traditional = [NSArray arrayWithObjects:@"HK", @"MO", @"TW", nil];
+    [subtags addObject:[traditional containsObject:[region uppercaseString]] ? @"Hant" : @"Hans"];
   }
   if ([region length] > 0) {
     [subtags addObject:region];
@@ -88,12 +58,12 @@ NSString* LanguageOfLocale(NSString* locale) {
   return [NSLocale canonicalLocaleIdentifierFromString:[subtags componentsJoinedByString:@"-"]];
 }
 
-/// No user speaks more, and each is compared with all before it.
+/// Each language is compared with all before it.
 constexpr NSUInteger kMostLanguages = 32;
 
-/// The languages that the environment asks for, most wanted first; nil when it asks for none.
-/// LANGUAGE, a list, comes before the locale of LC_ALL, LC_MESSAGES or LANG, the first of them that
-/// is not empty; with the locale "C" or "POSIX" it counts for nothing, as in gettext(3).
+/// The languages that the environment names, the preferred one first; nil without any. LANGUAGE, a
+/// list, comes before the locale: the first of LC_ALL, LC_MESSAGES and LANG that is not empty. With
+/// the locale "C" or "POSIX", LANGUAGE is ignored, as in gettext(3).
 NSArray* LanguagesOfEnvironment() {
   NSString* locale = nil;
   for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
@@ -128,8 +98,8 @@ NSArray* LanguagesOfEnvironment() {
   return [languages count] > 0 ? languages : nil;
 }
 
-/// The folder of the defaults that the user named `name`, in UTF-8, saved; nil when Foundation
-/// cannot tell.
+/// The folder with the saved defaults of the user named `name`, in UTF-8; nil when Foundation does
+/// not know it.
 NSString* DefaultsFolderOfUser(const char* name) {
   NSString* user = [NSString stringWithUTF8String:name];
   if (user == nil) {
@@ -142,8 +112,8 @@ NSString* DefaultsFolderOfUser(const char* name) {
   }
 }
 
-/// AppleLanguages in the defaults that the user `userID` saved: those for this program, then those
-/// for all. nil when there are none, and for a user without a passwd entry.
+/// AppleLanguages in the saved defaults of the user `userID`: this program's, then those of all
+/// programs. nil when there are none, and for a user without a passwd entry.
 id LanguagesSavedByUser(uid_t userID) {
   NSMutableData* buffer = [NSMutableData dataWithLength:kPasswordEntrySize];
   passwd entry;
@@ -191,13 +161,13 @@ NSUserDefaults* StandardUserDefaults(id self, SEL selector) {
   return defaults;
 }
 
-/// Whether `defaults` holds what another user than `user` saved.
+/// Whether `defaults` holds what a user other than `user` saved.
 BOOL IsOfAnotherUser(NSUserDefaults* defaults, uid_t user) {
   const std::lock_guard<std::mutex> lock(s_sharedDefaultsMutex);
   return defaults == s_sharedDefaults && user != s_sharedDefaultsUser;
 }
 
-/// AppleLanguages among the arguments of the program, which stand whoever the user is; nil without.
+/// AppleLanguages among the arguments of the program, which hold for every user; nil without.
 id LanguagesOfArguments(NSUserDefaults* defaults) {
   return [[defaults volatileDomainForName:NSArgumentDomain] objectForKey:kAppleLanguages];
 }
@@ -213,52 +183,6 @@ id ObjectForKey(id self, SEL selector, NSString* key) {
   return languages ?: LanguagesOfEnvironment();
 }
 
-/// The subtag `text`, which is at `position` in its identifier, in the letter case of BCP 47
-/// (RFC 5646, section 2.1.1).
-NSString* CanonicalSubtag(NSString* text, NSUInteger position) {
-  if (position == 0) {
-    NSString* code = [text lowercaseString];
-    return Renamed(code, kLanguageCodes) ?: code;
-  }
-  if ([text length] == 4 && HasOnlyLetters(text)) {
-    return [text capitalizedString];
-  }
-  return [text length] == 2 && HasOnlyLetters(text) ? [text uppercaseString] : text;
-}
-
-/// The canonical form of the identifier `string`: letter case as in BCP 47, current language codes,
-/// a code for the language names of old. The separators stay as they are, since macOS tells
-/// "en-GB", a language with a regional variant, from "en_GB", a locale. What follows a "." or "@"
-/// stays too, and so does a string that is too long for an identifier. nil for nil, and for an
-/// object that is not a string. GNUstep's drops the subtags between hyphens and raises for "en-GB".
-NSString* CanonicalIdentifier(id /*self*/, SEL /*selector*/, NSString* string) {
-  if (![string isKindOfClass:[NSString class]]) {
-    return nil;
-  }
-  if ([string length] > kLongestIdentifier) {
-    return string;
-  }
-  NSString* code = Renamed(string, kLanguageNames);
-  if (code != nil) {
-    return code;
-  }
-
-  NSString* subtags = TextBefore(string, @".@");
-  NSMutableString* canonical = [NSMutableString stringWithCapacity:[string length]];
-  NSUInteger position = 0;
-  while ([subtags length] > 0) {
-    NSString* subtag = TextBefore(subtags, @"-_");
-    [canonical appendString:CanonicalSubtag(subtag, position++)];
-    subtags = [subtags substringFromIndex:[subtag length]];
-    if ([subtags length] > 0) {
-      [canonical appendString:[subtags substringToIndex:1]];
-      subtags = [subtags substringFromIndex:1];
-    }
-  }
-  [canonical appendString:[string substringFromIndex:[TextBefore(string, @".@") length]]];
-  return canonical;
-}
-
 }  // namespace
 
 @interface KPLanguagePatches : NSObject
@@ -271,8 +195,6 @@ NSString* CanonicalIdentifier(id /*self*/, SEL /*selector*/, NSString* string) {
       "NSUserDefaults", @selector(standardUserDefaults), (IMP)StandardUserDefaults, true);
   s_objectForKey = (ObjectForKeyMethod)ReplaceMethod("NSUserDefaults", @selector(objectForKey:),
                                                      (IMP)ObjectForKey);
-  ReplaceMethod("NSLocale", @selector(canonicalLocaleIdentifierFromString:),
-                (IMP)CanonicalIdentifier, true);
 }
 
 @end
