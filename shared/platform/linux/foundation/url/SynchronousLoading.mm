@@ -6,9 +6,9 @@
 
 // +[NSURLConnection sendSynchronousRequest:returningResponse:error:] makes a connection whose
 // delegate, of a class of its own, collects the body until the request's time-out. No other request
-// has such a delegate, which is how one is told from an asynchronous request: that one's client
-// sees every chunk and can cancel, whereas a caller that waits for the whole body can do nothing
-// about a server that never ends it.
+// has such a delegate, which distinguishes it from an asynchronous request: that one's client sees
+// every chunk and can cancel, whereas a caller that waits for the whole body cannot stop a server
+// that never ends it.
 
 /// Foundation's delegate of a synchronous request.
 @interface NSObject (DataCollector)

@@ -5,8 +5,8 @@
 
 #include <curl/curl.h>
 
-/// The NSURLError code that macOS has for the failure `result` of `transfer`, which must still
-/// exist: it tells what was wrong with a certificate. NSURLErrorUnknown when macOS has none.
+/// The NSURLError code that macOS has for the failure `result`; NSURLErrorUnknown when it has none.
+/// `transfer` must still exist: what was wrong with a certificate is read from it.
 NSInteger URLErrorCodeOfTransfer(CURLcode result, CURL* transfer);
 
 /// An error of NSURLErrorDomain with the code `code`, macOS's description of it, `reason` as its

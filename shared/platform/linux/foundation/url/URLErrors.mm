@@ -13,7 +13,7 @@ struct Description {
   NSString* text;
 };
 
-/// What macOS tells the user about a failure.
+/// macOS's descriptions of failures.
 const Description kDescriptions[] = {
     {NSURLErrorUnknown, @"unknown error"},
     {NSURLErrorBadURL, @"bad URL"},
@@ -45,8 +45,8 @@ NSString* DescriptionOfCode(NSInteger code) {
   return DescriptionOfCode(NSURLErrorUnknown);
 }
 
-/// The NSURLError code for a certificate that OpenSSL refused with the X509_V_ERR_ number
-/// `verdict`; X509_V_OK stands for one that belongs to another host.
+/// The NSURLError code for a certificate that OpenSSL rejected with the X509_V_ERR_ number
+/// `verdict`; X509_V_OK means that it belongs to another host.
 NSInteger ErrorCodeOfCertificate(long verdict) {
   switch (verdict) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
@@ -86,7 +86,6 @@ NSInteger URLErrorCodeOfTransfer(CURLcode result, CURL* transfer) {
       return NSURLErrorNetworkConnectionLost;
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_UNSUPPORTED_PROTOCOL:  // An answer without HTTP's status line.
-    case CURLE_BAD_CONTENT_ENCODING:
       return NSURLErrorCannotParseResponse;
     case CURLE_PEER_FAILED_VERIFICATION:
       Curl().easy_getinfo(transfer, CURLINFO_SSL_VERIFYRESULT, &detail);

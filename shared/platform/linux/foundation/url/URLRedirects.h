@@ -13,11 +13,8 @@ BOOL IsWebScheme(NSString* scheme);
 /// YES for the HTTP statuses that send the client elsewhere: 301, 302, 303, 307 and 308.
 BOOL IsRedirect(NSInteger status);
 
-/// The request that follows `request` after an answer with `status` and the Location header
-/// `location`. The method becomes GET where browsers do so (RFC 9110, section 15.4), and
-/// credentials stay with the origin that they were meant for; the authorities stay the same.
-/// Autoreleased.
-/// nil when there can be none, with the NSURLError code that says why in `*errorCode`: more than 16
-/// redirects in a row, a target that is neither http nor https, or one that is no URL.
-NSURLRequest* RequestAfterRedirect(NSURLRequest* request, NSInteger status, NSString* location,
-                                   NSInteger* errorCode);
+/// The request that follows `request` after a redirect with the Location header `location`: with
+/// the same time-out and the same authorities. Autoreleased. nil, with a code of NSURLErrorDomain
+/// in `*errorCode`, after more than 16 redirects in a row, or when the target is not a URL of http
+/// or https.
+NSURLRequest* RequestAfterRedirect(NSURLRequest* request, NSString* location, NSInteger* errorCode);

@@ -23,8 +23,8 @@ struct CurlTextDeleter {
   void operator()(char* text) const { Curl().free(text); }
 };
 
-/// The URL that the Location header `location` means in an answer from `base`. Otherwise nil, and
-/// `*errorCode` is why: not http or https, or no URL at all.
+/// The URL that the Location header `location` means in an answer from `base`. nil, with the reason
+/// in `*errorCode`, when it is not a URL of http or https.
 NSURL* RedirectTarget(NSString* location, NSURL* base, NSInteger* errorCode) {
   *errorCode = NSURLErrorRedirectToNonExistentLocation;
   const std::unique_ptr<CURLU, URLDeleter> url(Curl().url());
@@ -53,12 +53,6 @@ NSURL* RedirectTarget(NSString* location, NSURL* base, NSInteger* errorCode) {
   return target;
 }
 
-BOOL HaveSameOrigin(NSURL* one, NSURL* other) {
-  return [[one scheme] isEqualToString:[other scheme]] &&
-         [[one host] isEqualToString:[other host]] &&
-         ([one port] == [other port] || [[one port] isEqual:[other port]]);
-}
-
 NSArray* RedirectState(NSURLRequest* request) {
   return [NSURLProtocol propertyForKey:kRedirectState inRequest:request];
 }
@@ -68,35 +62,10 @@ NSInteger RedirectCount(NSURLRequest* request) {
   return state != nil ? [[state objectAtIndex:0] integerValue] : 0;
 }
 
-NSURLRequest* FollowingRequest(NSURLRequest* request, NSURL* target, NSInteger status) {
+NSURLRequest* FollowingRequest(NSURLRequest* request, NSURL* target) {
   NSMutableURLRequest* next = [NSMutableURLRequest requestWithURL:target
                                                       cachePolicy:[request cachePolicy]
                                                   timeoutInterval:[request timeoutInterval]];
-  NSString* method = [request HTTPMethod];
-  const BOOL isHead = [method isEqualToString:@"HEAD"];
-  const BOOL isPost = [method isEqualToString:@"POST"];
-  const BOOL becomesGet =
-      (status == 303 && !isHead) || ((status == 301 || status == 302) && isPost);
-  if (!becomesGet) {
-    [next setHTTPMethod:method];
-    [next setHTTPBody:[request HTTPBody]];
-  }
-
-  NSMutableSet* dropped = [NSMutableSet set];
-  if (becomesGet) {
-    [dropped addObjectsFromArray:[NSArray arrayWithObjects:@"content-type", @"content-length",
-                                                           @"content-encoding", nil]];
-  }
-  if (!HaveSameOrigin([request URL], target)) {
-    [dropped addObjectsFromArray:[NSArray arrayWithObjects:@"authorization", @"cookie", nil]];
-  }
-  NSDictionary* fields = [request allHTTPHeaderFields];
-  for (NSString* name in fields) {
-    if (![dropped containsObject:[name lowercaseString]]) {
-      [next setValue:[fields objectForKey:name] forHTTPHeaderField:name];
-    }
-  }
-
   NSMutableArray* state =
       [NSMutableArray arrayWithObject:[NSNumber numberWithInteger:RedirectCount(request) + 1]];
   NSString* authorities = AuthoritiesOf(request);
@@ -126,12 +95,12 @@ NSString* AuthoritiesOf(NSURLRequest* request) {
   return [state count] > 1 ? [state objectAtIndex:1] : nil;
 }
 
-NSURLRequest* RequestAfterRedirect(NSURLRequest* request, NSInteger status, NSString* location,
+NSURLRequest* RequestAfterRedirect(NSURLRequest* request, NSString* location,
                                    NSInteger* errorCode) {
   if (RedirectCount(request) >= kMostRedirects) {
     *errorCode = NSURLErrorHTTPTooManyRedirects;
     return nil;
   }
   NSURL* target = RedirectTarget(location, [request URL], errorCode);
-  return target == nil ? nil : FollowingRequest(request, target, status);
+  return target == nil ? nil : FollowingRequest(request, target);
 }
