@@ -4,26 +4,15 @@
 #include <curl/curl.h>
 
 /// The functions of libcurl that the port calls, under their names without "curl_".
-#define KP_CURL_FUNCTIONS(FUNCTION) \
-  FUNCTION(global_init)             \
-  FUNCTION(version_info)            \
-  FUNCTION(free)                    \
-  FUNCTION(url)                     \
-  FUNCTION(url_cleanup)             \
-  FUNCTION(url_set)                 \
-  FUNCTION(url_get)                 \
-  FUNCTION(easy_init)               \
-  FUNCTION(easy_cleanup)            \
-  FUNCTION(easy_setopt)             \
-  FUNCTION(easy_getinfo)            \
-  FUNCTION(easy_strerror)           \
-  FUNCTION(multi_init)              \
-  FUNCTION(multi_cleanup)           \
-  FUNCTION(multi_setopt)            \
-  FUNCTION(multi_add_handle)        \
-  FUNCTION(multi_remove_handle)     \
-  FUNCTION(multi_info_read)         \
-  FUNCTION(multi_socket_action)
+// clang-format off
+#define KP_CURL_FUNCTIONS(X)                                                             \
+  X(global_init) X(version_info)                                                         \
+  X(free) X(url) X(url_cleanup) X(url_set) X(url_get)                                    \
+  X(easy_init) X(easy_cleanup) X(easy_setopt) X(easy_getinfo) X(easy_nextheader)         \
+  X(easy_strerror)                                                                       \
+  X(multi_init) X(multi_cleanup) X(multi_setopt) X(multi_add_handle)                     \
+  X(multi_remove_handle) X(multi_info_read) X(multi_socket_action)
+// clang-format on
 
 /// Pointers to those functions.
 struct CurlLibrary {

@@ -5,8 +5,6 @@
 
 #include <curl/curl.h>
 
-#import "shared/platform/linux/foundation/url/ReplyHead.h"
-
 class Poller;
 
 /// Loads http and https URLs for NSURLConnection, in place of GNUstep's own handlers, which verify
@@ -46,7 +44,8 @@ class Poller;
   char _reason[CURL_ERROR_SIZE];
 
   // What has arrived.
-  ReplyHead* _head;
+  size_t _headSize;
+  BOOL _headComplete;
   NSMutableData* _body;
   NSInteger _errorCode;
   BOOL _done;

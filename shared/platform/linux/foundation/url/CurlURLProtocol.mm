@@ -1,30 +1,39 @@
 #import "shared/platform/linux/foundation/url/CurlURLProtocol.h"
 
 #include <cstdio>
+#include <string_view>
 
 #include "shared/platform/linux/foundation/url/CurlLibrary.h"
 #include "shared/platform/linux/foundation/url/Poller.h"
+#import "shared/platform/linux/foundation/url/Response.h"
 #import "shared/platform/linux/foundation/url/TransferOptions.h"
 #import "shared/platform/linux/foundation/url/URLErrors.h"
 #import "shared/platform/linux/foundation/url/URLRedirects.h"
 
-/// What libcurl calls.
 @interface CurlURLProtocol (Callbacks)
-- (void)watchSocket:(curl_socket_t)socket for:(int)what;
-- (void)wakeAfterMilliseconds:(long)milliseconds;
 - (BOOL)receiveHeader:(std::string_view)line;
 - (BOOL)receiveBody:(std::string_view)bytes;
 @end
 
 namespace {
 
-int SocketCallback(CURL*, curl_socket_t socket, int what, void* protocol, void*) {
-  [static_cast<CurlURLProtocol*>(protocol) watchSocket:socket for:what];
+/// Header lines of a reply, those of interim replies and the trailers included. libcurl bounds each
+/// line, and not in every release their sum.
+constexpr size_t kMostHeadBytes = size_t{1024} * 1024;
+
+constexpr long kFirstFinalStatus = 200;  // Smaller ones announce the reply proper.
+
+int SocketCallback(CURL*, curl_socket_t socket, int what, void* poller, void*) {
+  static_cast<Poller*>(poller)->Watch(socket, what);
   return 0;
 }
 
-int TimerCallback(CURLM*, long milliseconds, void* protocol) {
-  [static_cast<CurlURLProtocol*>(protocol) wakeAfterMilliseconds:milliseconds];
+int TimerCallback(CURLM*, long milliseconds, void* poller) {
+  if (milliseconds < 0) {
+    static_cast<Poller*>(poller)->StopWakeTimer();
+  } else {
+    static_cast<Poller*>(poller)->StartWakeTimer(static_cast<double>(milliseconds) / 1000);
+  }
   return 0;
 }
 
@@ -59,7 +68,6 @@ void* RunLoopEvent(const Poller& poller) {
 
 - (void)dealloc {
   [self tearDown];
-  [_head release];
   [_body release];
   [super dealloc];
 }
@@ -71,7 +79,6 @@ void* RunLoopEvent(const Poller& poller) {
     return;
   }
   _runLoop = [[NSRunLoop currentRunLoop] retain];
-  _head = [[ReplyHead alloc] init];
   _poller = new Poller;
   if (!_poller->IsOpen()) {
     [self endWithErrorCode:NSURLErrorUnknown reason:"No descriptors are left"];
@@ -144,9 +151,9 @@ void* RunLoopEvent(const Poller& poller) {
 
 - (void)setCallbacks {
   Curl().multi_setopt(_multi, CURLMOPT_SOCKETFUNCTION, SocketCallback);
-  Curl().multi_setopt(_multi, CURLMOPT_SOCKETDATA, self);
+  Curl().multi_setopt(_multi, CURLMOPT_SOCKETDATA, _poller);
   Curl().multi_setopt(_multi, CURLMOPT_TIMERFUNCTION, TimerCallback);
-  Curl().multi_setopt(_multi, CURLMOPT_TIMERDATA, self);
+  Curl().multi_setopt(_multi, CURLMOPT_TIMERDATA, _poller);
   Curl().easy_setopt(_transfer, CURLOPT_HEADERFUNCTION, HeaderCallback);
   Curl().easy_setopt(_transfer, CURLOPT_HEADERDATA, self);
   Curl().easy_setopt(_transfer, CURLOPT_WRITEFUNCTION, BodyCallback);
@@ -160,23 +167,17 @@ void* RunLoopEvent(const Poller& poller) {
 
 #pragma mark Called by libcurl
 
-- (void)watchSocket:(curl_socket_t)socket for:(int)what {
-  _poller->Watch(socket, what);
-}
-
-- (void)wakeAfterMilliseconds:(long)milliseconds {
-  if (milliseconds < 0) {
-    _poller->StopWakeTimer();
-  } else {
-    _poller->StartWakeTimer(static_cast<double>(milliseconds) / 1000);
-  }
-}
-
 // These two return NO to end the transfer. Nothing may be raised through libcurl.
 
 - (BOOL)receiveHeader:(std::string_view)line {
   _heard = YES;
-  return [_head addLine:line status:[self status]];
+  _headSize += line.size();
+  if (line == "\r\n" || line == "\n") {  // The end of a head, or of the trailers.
+    long status = 0;
+    Curl().easy_getinfo(_transfer, CURLINFO_RESPONSE_CODE, &status);
+    _headComplete = status >= kFirstFinalStatus;
+  }
+  return _headSize <= kMostHeadBytes;
 }
 
 - (BOOL)receiveBody:(std::string_view)bytes {
@@ -206,33 +207,12 @@ void* RunLoopEvent(const Poller& poller) {
 
 /// Lets libcurl work on what is ready.
 - (void)serveDescriptors {
-  BOOL idle = NO;
   _heard = NO;
-  for (const PollerEvent& event : _poller->TakeReady()) {
-    switch (event.kind) {
-      case PollerEvent::kIdleTimer:
-        idle = YES;
-        break;
-      case PollerEvent::kWakeTimer:
-        [self actOnSocket:CURL_SOCKET_TIMEOUT ready:0];
-        break;
-      case PollerEvent::kSocket:
-        _heard = YES;
-        [self actOnSocket:event.socket ready:event.action];
-        break;
-    }
-  }
-  if (_heard) {
+  const Poller::Activity activity = _poller->Serve(_multi);
+  if (_heard || activity.isHeard) {
     [self restartIdleTimer];
-  } else if (idle) {
+  } else if (activity.isIdle) {
     [self endWithErrorCode:NSURLErrorTimedOut reason:"The server was silent"];
-  }
-}
-
-- (void)actOnSocket:(curl_socket_t)socket ready:(int)action {
-  int running = 0;
-  if (_multi != nullptr) {  // Otherwise the request could not be sent.
-    Curl().multi_socket_action(_multi, socket, action, &running);
   }
 }
 
@@ -243,13 +223,13 @@ void* RunLoopEvent(const Poller& poller) {
   if (message == nullptr || _done) {
     return;
   }
-  if ([_head isTooLong]) {
+  if (_headSize > kMostHeadBytes) {
     [self endWithErrorCode:NSURLErrorDataLengthExceedsMaximum
                     reason:"The headers are longer than 1 MiB"];
     return;
   }
   CURLcode result = message->data.result;
-  if (result == CURLE_OK && ![_head isComplete]) {
+  if (result == CURLE_OK && !_headComplete) {
     result = CURLE_GOT_NOTHING;  // libcurl accepts half a head.
   }
   [self endWithErrorCode:result == CURLE_OK ? 0 : URLErrorCodeOfTransfer(result, _transfer)
@@ -270,7 +250,7 @@ void* RunLoopEvent(const Poller& poller) {
 
 /// Hands over what arrived, in order. The client may stop the load in every one of these calls.
 - (void)deliver {
-  if (!_stopped && [_head isComplete] && !_responseDelivered) {
+  if (!_stopped && _headComplete && !_responseDelivered) {
     _responseDelivered = YES;
     [self deliverResponse];
   }
@@ -285,8 +265,8 @@ void* RunLoopEvent(const Poller& poller) {
 }
 
 - (void)deliverResponse {
-  NSHTTPURLResponse* response = [self response];
-  NSString* location = [_head field:@"Location"];
+  NSHTTPURLResponse* response = ResponseOf(_transfer, [[self request] URL]);
+  NSString* location = [[response allHeaderFields] objectForKey:@"Location"];
   if (IsRedirect([response statusCode]) && [location length] > 0) {
     NSInteger errorCode = 0;
     NSURLRequest* next = RequestAfterRedirect([self request], location, &errorCode);
@@ -303,18 +283,6 @@ void* RunLoopEvent(const Poller& poller) {
             didReceiveResponse:response
             cacheStoragePolicy:NSURLCacheStorageNotAllowed];
   }
-}
-
-- (long)status {
-  long status = 0;
-  Curl().easy_getinfo(_transfer, CURLINFO_RESPONSE_CODE, &status);
-  return status;
-}
-
-- (NSHTTPURLResponse*)response {
-  curl_off_t length = -1;
-  Curl().easy_getinfo(_transfer, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-  return [_head responseForURL:[[self request] URL] status:[self status] length:length];
 }
 
 - (void)deliverOutcome {

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "shared/platform/linux/foundation/url/CurlLibrary.h"
+
 namespace {
 
 constexpr int kMostReadyDescriptors = 8;
@@ -76,20 +78,28 @@ void Poller::StopWakeTimer() {
 
 void Poller::StartIdleTimer(double seconds) { StartTimer(idleTimer_, seconds); }
 
-std::vector<PollerEvent> Poller::TakeReady() {
+Poller::Activity Poller::Serve(CURLM* multi) {
   epoll_event ready[kMostReadyDescriptors];
   const int count = epoll_wait(poller_, ready, kMostReadyDescriptors, 0);
-  std::vector<PollerEvent> events;
+  Activity activity = {};
   for (int i = 0; i < count; ++i) {
-    const int descriptor = ready[i].data.fd;
-    if (descriptor == idleTimer_) {
-      events.push_back({PollerEvent::kIdleTimer, -1, 0});
-    } else if (descriptor == wakeTimer_) {
+    curl_socket_t socket = ready[i].data.fd;
+    if (socket == idleTimer_) {
+      activity.isIdle = true;
+      continue;
+    }
+    int action = ActionOf(ready[i].events);
+    if (socket == wakeTimer_) {
       StopWakeTimer();
-      events.push_back({PollerEvent::kWakeTimer, -1, 0});
+      socket = CURL_SOCKET_TIMEOUT;
+      action = 0;
     } else {
-      events.push_back({PollerEvent::kSocket, descriptor, ActionOf(ready[i].events)});
+      activity.isHeard = true;
+    }
+    int running = 0;
+    if (multi != nullptr) {
+      Curl().multi_socket_action(multi, socket, action, &running);
     }
   }
-  return events;
+  return activity;
 }

@@ -3,18 +3,6 @@
 
 #include <curl/curl.h>
 
-#include <vector>
-
-/// Something that is ready.
-struct PollerEvent {
-  enum Kind { kSocket, kWakeTimer, kIdleTimer };
-
-  Kind kind;
-  /// Of a socket: itself, and what it is ready for, in bits of CURL_CSELECT_.
-  curl_socket_t socket;
-  int action;
-};
-
 /// Watches libcurl's sockets and two timers. Nothing in it waits.
 class Poller {
  public:
@@ -29,7 +17,7 @@ class Poller {
   /// It is readable while something is ready.
   int Descriptor() const { return poller_; }
 
-  /// Watches `socket` for what libcurl's CURLMOPT_SOCKETFUNCTION is called with.
+  /// Watches `socket` for `what`, as libcurl's CURLMOPT_SOCKETFUNCTION is called.
   void Watch(curl_socket_t socket, int what);
 
   /// Starts a timer, or starts it again: it is ready once, after `seconds`.
@@ -37,8 +25,14 @@ class Poller {
   void StopWakeTimer();
   void StartIdleTimer(double seconds);
 
-  /// Returns what is ready. The wake timer is stopped by it.
-  std::vector<PollerEvent> TakeReady();
+  /// What Serve() found.
+  struct Activity {
+    bool isHeard;  ///< A socket was ready.
+    bool isIdle;   ///< The idle timer was.
+  };
+
+  /// Lets `multi`, which may be null, work on what is ready. The wake timer is stopped by it.
+  Activity Serve(CURLM* multi);
 
  private:
   bool WatchTimer(int timer) const;

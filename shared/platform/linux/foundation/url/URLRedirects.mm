@@ -19,38 +19,26 @@ NSString* const kAuthoritiesProperty = @"KPIMAuthorities";
 struct URLDeleter {
   void operator()(CURLU* url) const { Curl().url_cleanup(url); }
 };
-struct CurlTextDeleter {
-  void operator()(char* text) const { Curl().free(text); }
-};
 
 /// The URL that the Location header `location` means in an answer from `base`. nil, with the reason
-/// in `*errorCode`, when it is not a URL of http or https.
+/// in `*errorCode`, when it is not a URL of http or https. (GNUstep's own would keep the query of
+/// `base`.)
 NSURL* RedirectTarget(NSString* location, NSURL* base, NSInteger* errorCode) {
-  *errorCode = NSURLErrorRedirectToNonExistentLocation;
   const std::unique_ptr<CURLU, URLDeleter> url(Curl().url());
-  if (Curl().url_set(url.get(), CURLUPART_URL, [[base absoluteString] UTF8String], 0) !=
-      CURLUE_OK) {
-    return nil;
-  }
+  Curl().url_set(url.get(), CURLUPART_URL, [[base absoluteString] UTF8String], 0);
   const CURLUcode result = Curl().url_set(url.get(), CURLUPART_URL, [location UTF8String],
                                           CURLU_URLENCODE | CURLU_ALLOW_SPACE);
-  if (result != CURLUE_OK) {
-    if (result == CURLUE_UNSUPPORTED_SCHEME) {
-      *errorCode = NSURLErrorUnsupportedURL;
-    }
-    return nil;
-  }
   char* text = nullptr;
-  if (Curl().url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) {
-    return nil;
+  NSURL* target = nil;
+  if (result == CURLUE_OK && Curl().url_get(url.get(), CURLUPART_URL, &text, 0) == CURLUE_OK) {
+    target = [NSURL URLWithString:[NSString stringWithUTF8String:text]];
+    Curl().free(text);
   }
-  const std::unique_ptr<char, CurlTextDeleter> textOwner(text);
-  NSURL* target = [NSURL URLWithString:[NSString stringWithUTF8String:text]];
-  if (target != nil && !IsWebScheme([target scheme])) {
-    *errorCode = NSURLErrorUnsupportedURL;
-    return nil;
-  }
-  return target;
+  const bool isOther = target != nil && !IsWebScheme([target scheme]);
+  *errorCode = isOther || result == CURLUE_UNSUPPORTED_SCHEME
+                   ? NSURLErrorUnsupportedURL
+                   : NSURLErrorRedirectToNonExistentLocation;
+  return isOther ? nil : target;
 }
 
 NSArray* RedirectState(NSURLRequest* request) {
