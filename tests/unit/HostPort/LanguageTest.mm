@@ -317,7 +317,7 @@ TEST_F(AppleLanguagesOfAnotherUser, ComeFromFilesOfEveryForm) {
        {Serialized(NSPropertyListXMLFormat_v1_0), Serialized(NSPropertyListOpenStepFormat),
         Serialized(NSPropertyListGNUstepFormat), Serialized(NSPropertyListBinaryFormat_v1_0),
         XML(""), NestedXML(509), XML("<!-- </dict> -->"), kXMLDeclaration + kFrenchXML,
-        NestedText(511), "\n // Mine\n" + kFrench, "/* { */ " + kFrench,
+        NestedText(4094), "\n // Mine\n" + kFrench, "/* { */ " + kFrench,
         std::string(kLongestFile - kFrench.size(), ' ') + kFrench}) {
     SaveDefaults("NSGlobalDomain", text);
     EXPECT_EQ("it fr it", AroundASwitch()) << text.substr(0, 200);
@@ -338,7 +338,7 @@ TEST_F(AppleLanguagesOfAnotherUser, IgnoreBrokenFiles) {
 TEST_F(AppleLanguagesOfAnotherUser, IgnoreFilesThatAreTooLongOrTooDeep) {
   for (const std::string& text :
        {std::string(kLongestFile - kFrench.size() + 1, ' ') + kFrench,
-        std::string(kLongestFile, '('), Repeated(32768, "{("), NestedText(512), NestedXML(511),
+        std::string(kLongestFile, '('), Repeated(32768, "{("), NestedText(4095), NestedXML(511),
         kXMLDeclaration + Repeated(9000, "<array>"),
         Serialized(NSPropertyListGNUstepBinaryFormat)}) {
     SaveDefaults("NSGlobalDomain", text);

@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <initializer_list>
-#include <mutex>
 
 #import "shared/platform/linux/foundation/DefaultsFile.h"
 #import "shared/platform/linux/foundation/MethodReplacement.h"
@@ -138,34 +137,12 @@ id LanguagesSavedByUser(uid_t userID) {
   return nil;
 }
 
-using StandardUserDefaultsMethod = NSUserDefaults* (*)(id, SEL);
 using ObjectForKeyMethod = id (*)(id, SEL, NSString*);
-
-StandardUserDefaultsMethod s_standardUserDefaults;
 ObjectForKeyMethod s_objectForKey;
 
-/// The shared defaults, and the effective user whose files were read into them: Foundation keeps
-/// the object when the effective user changes, as macOS does not.
-std::mutex s_sharedDefaultsMutex;
-NSUserDefaults* s_sharedDefaults;
-uid_t s_sharedDefaultsUser;
-
-NSUserDefaults* StandardUserDefaults(id self, SEL selector) {
-  const uid_t user = geteuid();
-  NSUserDefaults* defaults = s_standardUserDefaults(self, selector);
-  const std::lock_guard<std::mutex> lock(s_sharedDefaultsMutex);
-  if (defaults != s_sharedDefaults) {
-    s_sharedDefaults = defaults;
-    s_sharedDefaultsUser = user;
-  }
-  return defaults;
-}
-
-/// Whether `defaults` holds what a user other than `user` saved.
-BOOL IsOfAnotherUser(NSUserDefaults* defaults, uid_t user) {
-  const std::lock_guard<std::mutex> lock(s_sharedDefaultsMutex);
-  return defaults == s_sharedDefaults && user != s_sharedDefaultsUser;
-}
+/// The effective user at the start, whose files Foundation reads: it keeps them when the effective
+/// user changes, as macOS does not.
+uid_t s_firstUser;
 
 /// AppleLanguages among the arguments of the program, which hold for every user; nil without.
 id LanguagesOfArguments(NSUserDefaults* defaults) {
@@ -177,9 +154,9 @@ id ObjectForKey(id self, SEL selector, NSString* key) {
     return s_objectForKey(self, selector, key);
   }
   const uid_t user = geteuid();
-  id languages = IsOfAnotherUser(self, user)
-                     ? LanguagesOfArguments(self) ?: LanguagesSavedByUser(user)
-                     : s_objectForKey(self, selector, key);
+  id languages = user == s_firstUser
+                     ? s_objectForKey(self, selector, key)
+                     : LanguagesOfArguments(self) ?: LanguagesSavedByUser(user);
   return languages ?: LanguagesOfEnvironment();
 }
 
@@ -191,8 +168,7 @@ id ObjectForKey(id self, SEL selector, NSString* key) {
 @implementation KPLanguagePatches
 
 + (void)load {
-  s_standardUserDefaults = (StandardUserDefaultsMethod)ReplaceMethod(
-      "NSUserDefaults", @selector(standardUserDefaults), (IMP)StandardUserDefaults, true);
+  s_firstUser = geteuid();
   s_objectForKey = (ObjectForKeyMethod)ReplaceMethod("NSUserDefaults", @selector(objectForKey:),
                                                      (IMP)ObjectForKey);
 }

@@ -1,5 +1,6 @@
 #import "shared/platform/linux/foundation/PropertyListCheck.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -13,9 +14,12 @@ constexpr unsigned char kFirstByteOfText = '\t';
 
 constexpr size_t kGreatestDepth = 512;
 
-bool BeginsWith(const char* beginning, const char* text, size_t size) {
-  const size_t length = strlen(beginning);
-  return size >= length && memcmp(text, beginning, length) == 0;
+std::string_view BytesOf(NSData* data) {
+  return {static_cast<const char*>([data bytes]), [data length]};
+}
+
+bool BeginsWith(std::string_view text, std::string_view beginning) {
+  return text.substr(0, beginning.size()) == beginning;
 }
 
 // ---- Binary lists: header, objects, table of their offsets, trailer
@@ -196,94 +200,22 @@ class BinaryCheck {
 
 // ---- Text
 
-constexpr char kOpening[] = "({<";
-constexpr char kClosing[] = ")}>";
+/// Each opening bracket can make GNUstep's parser call itself. All of them count: what closes one
+/// may be in a comment or in a string.
+constexpr ptrdiff_t kMostBrackets = 4096;
 
-// What ends a string without quotation marks. In such a string a slash begins no comment.
-constexpr char kDelimiters[] = "(){}<>,;=\" \t\r\n\v\f";
-
-bool IsOneOf(const char* characters, char character) {
-  return character == '\0' || strchr(characters, character) != nullptr;
-}
+bool IsOpeningBracket(char character) { return character == '(' || character == '{'; }
 
 /// Text in UTF-8 of a list in UTF-16, else `data` itself.
 NSData* TextOf(NSData* data) {
-  const auto* bytes = static_cast<const char*>([data bytes]);
-  if (!BeginsWith("\xFE\xFF", bytes, [data length]) &&
-      !BeginsWith("\xFF\xFE", bytes, [data length])) {
+  const std::string_view bytes = BytesOf(data);
+  if (!BeginsWith(bytes, "\xFE\xFF") && !BeginsWith(bytes, "\xFF\xFE")) {
     return data;
   }
-  NSString* text = [[NSString alloc] initWithData:data encoding:NSUnicodeStringEncoding];
-  NSData* result = [text dataUsingEncoding:NSUTF8StringEncoding];
-  [text release];
-  return result;
+  NSString* text = [[[NSString alloc] initWithData:data
+                                          encoding:NSUnicodeStringEncoding] autorelease];
+  return [text dataUsingEncoding:NSUTF8StringEncoding];
 }
-
-class TextCheck {
- public:
-  TextCheck(const char* text, size_t size) : text_(text), end_(text + size) {}
-
-  bool Passes() {
-    size_t depth = 0;
-    while (text_ != end_) {
-      const char character = *text_;
-      if (character == '"') {
-        SkipString();
-      } else if (character == '/' && IsNext('/')) {
-        SkipTo("\n");
-      } else if (character == '/' && IsNext('*')) {
-        text_ += 2;
-        SkipTo("*/");
-      } else if (!IsOneOf(kDelimiters, character)) {
-        SkipWord();
-      } else if (!Count(*text_++, depth)) {
-        return false;
-      }
-    }
-    return true;
-  }
-
- private:
-  /// Whether a list may be as deep as it is after `character`.
-  static bool Count(char character, size_t& depth) {
-    if (character == '\0') {
-      return true;
-    }
-    if (IsOneOf(kOpening, character)) {
-      ++depth;
-    } else if (IsOneOf(kClosing, character) && depth > 0) {
-      --depth;
-    }
-    return depth <= kGreatestDepth;
-  }
-
-  bool IsNext(char character) const { return end_ - text_ > 1 && text_[1] == character; }
-
-  void SkipWord() {
-    while (text_ != end_ && !IsOneOf(kDelimiters, *text_)) {
-      ++text_;
-    }
-  }
-
-  void SkipString() {
-    for (++text_; text_ != end_ && *text_ != '"'; ++text_) {
-      if (*text_ == '\\' && text_ + 1 != end_) {
-        ++text_;
-      }
-    }
-    text_ += text_ != end_ ? 1 : 0;
-  }
-
-  /// Skips everything up to and with the next `mark`.
-  void SkipTo(const char* mark) {
-    const size_t length = strlen(mark);
-    const void* found = memmem(text_, static_cast<size_t>(end_ - text_), mark, length);
-    text_ = found != nullptr ? static_cast<const char*>(found) + length : end_;
-  }
-
-  const char* text_;
-  const char* end_;
-};
 
 // ---- XML
 
@@ -291,97 +223,77 @@ constexpr std::string_view kXML = "<?";
 constexpr std::string_view kXMLWithoutDeclaration = "<!";
 constexpr std::string_view kUTF8Mark = "\xEF\xBB\xBF";
 
-/// Start and end of what is not an element.
-constexpr const char* kXMLAsides[][2] = {
-    {"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}, {"<!", ">"}};
+/// Markup that is not an element.
+struct Aside {
+  std::string_view start;
+  std::string_view end;
+};
+constexpr Aside kAsides[] = {{"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}, {"<!", ">"}};
 
-class XMLCheck {
- public:
-  explicit XMLCheck(std::string_view text) : text_(text) {}
-
-  bool Passes() {
-    while (SkipTo("<", 0)) {
-      const char* const* aside = AsideHere();
-      if (aside != nullptr ? !SkipAside(aside[0], aside[1]) : !ReadTag()) {
-        return false;
-      }
+/// Size of the tag at the start of `text`; an attribute may contain ">". 0 when it does not end.
+size_t TagSize(std::string_view text) {
+  char quote = '\0';
+  for (size_t index = 0; index < text.size(); ++index) {
+    const char character = text[index];
+    if (quote != '\0') {
+      quote = character == quote ? '\0' : quote;
+    } else if (character == '"' || character == '\'') {
+      quote = character;
+    } else if (character == '>') {
+      return index + 1;
     }
-    return true;
   }
+  return 0;
+}
 
- private:
-  /// Moves to the next `mark` and `beyond` it; to the end when there is none.
-  bool SkipTo(std::string_view mark, size_t beyond) {
-    const size_t found = text_.find(mark);
-    text_.remove_prefix(found != text_.npos ? found + beyond : text_.size());
-    return found != text_.npos;
-  }
+std::string_view ElementName(std::string_view tag) {
+  return tag.substr(0, tag.find_first_of(" \t\r\n"));
+}
 
-  /// Start and end of the aside that begins here; null when none does.
-  const char* const* AsideHere() const {
-    for (const auto& aside : kXMLAsides) {
-      const std::string_view start = aside[0];
-      if (text_.substr(0, start.size()) == start) {
-        return aside;
-      }
-    }
-    return nullptr;
-  }
-
-  /// An aside must end: GNUstep takes up the text again at a place of its own.
-  bool SkipAside(std::string_view start, std::string_view end) {
-    text_.remove_prefix(start.size());
-    return SkipTo(end, end.size());
-  }
-
-  /// Size of the tag at the beginning; an attribute may have a ">" in it. 0 when it does not end.
-  size_t TagSize() const {
-    char quote = '\0';
-    for (size_t index = 0; index < text_.size(); ++index) {
-      const char character = text_[index];
-      if (quote != '\0') {
-        quote = character == quote ? '\0' : quote;
-      } else if (character == '"' || character == '\'') {
-        quote = character;
-      } else if (character == '>') {
-        return index + 1;
-      }
-    }
-    return 0;
-  }
-
-  /// Reads a tag. An element must end before the one that it is in.
-  bool ReadTag() {
-    const size_t size = TagSize();
-    if (size == 0) {
+/// Opens or closes an element by `tag`, the text between "<" and ">". False when another element
+/// must be closed before, or when too many are open.
+bool FollowTag(std::string_view tag, std::vector<std::string_view>& open) {
+  if (BeginsWith(tag, "/")) {
+    if (open.empty() || open.back() != ElementName(tag.substr(1))) {
       return false;
     }
-    const std::string_view tag = text_.substr(1, size - 2);
-    text_.remove_prefix(size);
-    if (!tag.empty() && tag.front() == '/') {
-      const bool matches = !open_.empty() && open_.back() == Name(tag.substr(1));
-      if (matches) {
-        open_.pop_back();
-      }
-      return matches;
-    }
-    if (tag.empty() || tag.back() != '/') {
-      open_.push_back(Name(tag));
-    }
-    return open_.size() <= kGreatestDepth;
+    open.pop_back();
+  } else if (tag.empty() || tag.back() != '/') {
+    open.push_back(ElementName(tag));
   }
+  return open.size() <= kGreatestDepth;
+}
 
-  static std::string_view Name(std::string_view tag) {
-    return tag.substr(0, tag.find_first_of(" \t\r\n"));
+/// Removes the markup at the start of `text`. False when it does not end, since GNUstep would
+/// continue at another place, or when FollowTag() returns false.
+bool TakeMarkup(std::string_view& text, std::vector<std::string_view>& open) {
+  for (const Aside& aside : kAsides) {
+    if (BeginsWith(text, aside.start)) {
+      const size_t end = text.find(aside.end, aside.start.size());
+      text.remove_prefix(end != text.npos ? end + aside.end.size() : text.size());
+      return end != text.npos;
+    }
   }
+  const size_t size = TagSize(text);
+  const std::string_view tag = text.substr(0, size);
+  text.remove_prefix(size);
+  return size != 0 && FollowTag(tag.substr(1, size - 2), open);
+}
 
-  std::string_view text_;
-  std::vector<std::string_view> open_;
-};
+bool IsSafeXML(std::string_view text) {
+  std::vector<std::string_view> open;
+  for (size_t start = text.find('<'); start != text.npos; start = text.find('<')) {
+    text.remove_prefix(start);
+    if (!TakeMarkup(text, open)) {
+      return false;
+    }
+  }
+  return true;
+}
 
 /// The text from where a parser begins to read it: without a mark and white space.
 std::string_view Start(std::string_view text) {
-  if (text.substr(0, kUTF8Mark.size()) == kUTF8Mark) {
+  if (BeginsWith(text, kUTF8Mark)) {
     text.remove_prefix(kUTF8Mark.size());
   }
   while (!text.empty() && static_cast<unsigned char>(text.front()) <= ' ') {
@@ -393,22 +305,19 @@ std::string_view Start(std::string_view text) {
 }  // namespace
 
 bool IsSafePropertyList(NSData* data) {
-  const size_t size = [data length];
-  const auto* bytes = static_cast<const char*>([data bytes]);
-  if (size > 0 && static_cast<unsigned char>(bytes[0]) < kFirstByteOfText) {
+  const std::string_view bytes = BytesOf(data);
+  if (!bytes.empty() && static_cast<unsigned char>(bytes[0]) < kFirstByteOfText) {
     return false;
   }
-  if (BeginsWith(kBinaryFamily, bytes, size)) {
-    return BinaryCheck(reinterpret_cast<const uint8_t*>(bytes), size).Passes();
+  if (BeginsWith(bytes, kBinaryFamily)) {
+    return BinaryCheck(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()).Passes();
   }
-  const std::string_view start = Start({bytes, size});
-  if (start.substr(0, kXML.size()) == kXML) {
+  const std::string_view start = Start(bytes);
+  if (BeginsWith(start, kXML)) {
     // GNUstep begins to read XML after white space, and fails.
-    return start.data() == bytes && XMLCheck(start).Passes();
+    return start.data() == bytes.data() && IsSafeXML(start);
   }
-  if (start.substr(0, kXMLWithoutDeclaration.size()) == kXMLWithoutDeclaration) {
-    return false;
-  }
-  NSData* text = TextOf(data);
-  return TextCheck(static_cast<const char*>([text bytes]), [text length]).Passes();
+  const std::string_view text = BytesOf(TextOf(data));
+  return !BeginsWith(start, kXMLWithoutDeclaration) &&
+         std::count_if(text.begin(), text.end(), IsOpeningBracket) <= kMostBrackets;
 }

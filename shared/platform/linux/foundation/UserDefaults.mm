@@ -1,4 +1,4 @@
-// The user defaults: read as they stand, without GNUstep's lock.
+// The user defaults: read without GNUstep's lock.
 #import <Foundation/Foundation.h>
 
 #import "shared/platform/linux/foundation/MethodReplacement.h"
@@ -10,7 +10,7 @@ NSString* const kDefaultsLockFolder = @".lck";
 
 }  // namespace
 
-/// A lock that anyone gets, at once and without a trace on the disk.
+/// A lock that is always free and leaves nothing on the disk.
 @interface KPOpenLock : NSDistributedLock
 @end
 

@@ -20,6 +20,7 @@
 #include "shared/platform/linux/environment/EnvironmentFilter.h"
 #include "shared/platform/linux/functions/AuthorizationObject.h"
 #include "shared/platform/linux/systemd/SystemBus.h"
+#include "shared/platform/posix/Uninterrupted.h"
 
 namespace {
 
@@ -42,36 +43,14 @@ constexpr char kPkexecName[] = "pkexec";
 // Exit status of pkexec(1) when the user closed its dialog.
 constexpr int kPkexecDismissed = 126;
 
-// Readable by everybody, unless /proc hides the processes of others: proc(5), hidepid.
+// Readable by every user, unless /proc hides the processes of others: proc(5), hidepid.
 constexpr char kForeignProcess[] = "/proc/1/cmdline";
 constexpr useconds_t kPollMicroseconds = 1'000;
 
 constexpr char kNullDevice[] = "/dev/null";
 
-/// Asks polkit whether the calling process may do `action`. The process is named by its connection,
-/// which, unlike a process id, cannot become another's meanwhile.
-OSStatus AskPolkit(const char* action, bool mayInteract) {
-  int error = 0;
-  const BusConnection bus = OpenSystemBus(error);
-  if (bus == nullptr) {
-    return errAuthorizationInternal;
-  }
-  if (mayInteract) {
-    sd_bus_set_method_call_timeout(bus.get(), kInteractionMicroseconds);
-  }
-  const char* name = nullptr;
-  sd_bus_message* reply = nullptr;
-  int result = sd_bus_get_unique_name(bus.get(), &name);
-  result = result < 0
-               ? result
-               : sd_bus_call_method(bus.get(), kPolkitService, kPolkitObject, kPolkitInterface,
-                                    "CheckAuthorization", nullptr, &reply, "(sa{sv})sa{ss}us",
-                                    "system-bus-name", 1, "name", "s", name, action, 0,
-                                    mayInteract ? kAllowUserInteraction : 0, "");
-  const BusMessage owner(reply);
-  if (result < 0) {
-    return errAuthorizationInternal;
-  }
+/// The answer in polkit's `reply`, of the type (bba{ss}).
+OSStatus ReadAnswer(sd_bus_message* reply, bool mayInteract) {
   int isAuthorized = 0;
   int isChallenge = 0;
   if (sd_bus_message_enter_container(reply, 'r', "bba{ss}") <= 0 ||
@@ -79,7 +58,7 @@ OSStatus AskPolkit(const char* action, bool mayInteract) {
       sd_bus_message_enter_container(reply, 'a', "{ss}") < 0) {
     return errAuthorizationInternal;
   }
-  if (isAuthorized) {
+  if (isAuthorized != 0) {
     return errAuthorizationSuccess;
   }
   const char* key = nullptr;
@@ -89,8 +68,29 @@ OSStatus AskPolkit(const char* action, bool mayInteract) {
       return errAuthorizationCanceled;
     }
   }
-  return isChallenge && !mayInteract ? errAuthorizationInteractionNotAllowed
-                                     : errAuthorizationDenied;
+  return isChallenge != 0 && !mayInteract ? errAuthorizationInteractionNotAllowed
+                                          : errAuthorizationDenied;
+}
+
+/// Asks polkit whether the calling process may do `action`. The process is named by its connection,
+/// which, unlike a process id, cannot become another's meanwhile.
+OSStatus AskPolkit(const char* action, bool mayInteract) {
+  int error = 0;
+  const BusConnection bus = OpenSystemBus(error);
+  const char* name = nullptr;
+  if (bus == nullptr || sd_bus_get_unique_name(bus.get(), &name) < 0) {
+    return errAuthorizationInternal;
+  }
+  if (mayInteract) {
+    sd_bus_set_method_call_timeout(bus.get(), kInteractionMicroseconds);
+  }
+  sd_bus_message* reply = nullptr;
+  const int result = sd_bus_call_method(bus.get(), kPolkitService, kPolkitObject, kPolkitInterface,
+                                        "CheckAuthorization", nullptr, &reply, "(sa{sv})sa{ss}us",
+                                        "system-bus-name", 1, "name", "s", name, action, 0,
+                                        mayInteract ? kAllowUserInteraction : 0, "");
+  const BusMessage owner(reply);
+  return result < 0 ? OSStatus{errAuthorizationInternal} : ReadAnswer(reply, mayInteract);
 }
 
 /// A pipe whose ends are no standard streams and are closed on exec. Both are -1 on failure.
@@ -151,28 +151,43 @@ bool FillStandardStreams() {
   return null >= 0 && dup2(null, STDIN_FILENO) >= 0;
 }
 
-/// In the child, where only async-signal-safe functions may be called: becomes the program. Does
-/// not return: writes errno to the status pipe when it fails.
-[[noreturn]] void ExecuteInChild(char* const* arguments, char* const* environment,
-                                 const Pipe& output, const Pipe& status, bool hasOutput,
-                                 bool isPkexec) {
+/// What a child executes, prepared before fork(2). Its array ends with a null pointer.
+struct Command {
+  std::vector<char*> arguments;
+  std::vector<char*> environment;
+  bool isPkexec;
+  bool hasOutput;
+};
+
+/// In the child: as at the start of a program, every signal has its default action and is let in.
+void ResetSignals() {
   for (int each = 1; each < NSIG; ++each) {
     (void)signal(each, SIG_DFL);
   }
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  if (FillStandardStreams() && (!hasOutput || dup2(output.writeEnd, STDOUT_FILENO) >= 0) &&
-      close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
-    if (isPkexec) {
+}
+
+/// In the child: leaves only the standard streams to the program.
+bool PrepareFiles(bool hasOutput, const Pipe& output) {
+  return FillStandardStreams() && (!hasOutput || dup2(output.writeEnd, STDOUT_FILENO) >= 0) &&
+         close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0;
+}
+
+/// In the child, where only async-signal-safe functions may be called: becomes the program. Does
+/// not return: writes errno to the status pipe when it fails.
+[[noreturn]] void ExecuteInChild(const Command& command, const Pipe& output, const Pipe& status) {
+  ResetSignals();
+  if (PrepareFiles(command.hasOutput, output)) {
+    if (command.isPkexec) {
       // It stays open until pkexec becomes the tool, or ends.
       fcntl(status.writeEnd, F_SETFD, 0);
     }
-    execve(arguments[0], arguments, environment);
+    execve(command.arguments[0], command.arguments.data(), command.environment.data());
   }
   const int error = errno;
-  while (write(status.writeEnd, &error, sizeof(error)) < 0 && errno == EINTR) {
-  }
+  (void)Uninterrupted([&] { return write(status.writeEnd, &error, sizeof(error)); });
   _exit(127);
 }
 
@@ -180,17 +195,13 @@ bool FillStandardStreams() {
 /// which the child failed.
 int AwaitExecution(const Pipe& status) {
   int error = 0;
-  ssize_t length = 0;
-  do {
-    length = read(status.readEnd, &error, sizeof(error));
-  } while (length < 0 && errno == EINTR);
+  const ssize_t length = Uninterrupted([&] { return read(status.readEnd, &error, sizeof(error)); });
   return length == sizeof(error) ? error : 0;
 }
 
 int AwaitExit(pid_t child) {
   int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
+  (void)Uninterrupted([&] { return waitpid(child, &status, 0); });
   return status;
 }
 
@@ -205,7 +216,7 @@ std::string ReadStart(pid_t pid, const char* file, char end) {
 /// Whether the child, which has closed its status pipe, has become the tool; else it is pkexec
 /// still, has been refused, and ends. Files are closed in the midst of exec and of exit, so it may
 /// take a moment to show which of them it is. A process that has ended keeps its name until it is
-/// waited for; when the caller ignores SIGCHLD that is at once, and nobody can tell any more.
+/// waited for; when the caller ignores SIGCHLD that is at once, and the name is lost.
 bool BecameTool(pid_t child) {
   for (;;) {
     const std::string program = ReadStart(child, "cmdline", '\0');
@@ -229,7 +240,7 @@ void* ReapChild(void* argument) {
   return nullptr;
 }
 
-/// Waits for the child in a thread of its own: nobody else does, and it is to leave no zombie.
+/// Waits for the child in a thread of its own, so that it does not stay a zombie.
 void ReapInBackground(pid_t child) {
   sigset_t all;
   sigset_t before;
@@ -248,7 +259,8 @@ void ReapInBackground(pid_t child) {
 /// Whether pkexec can be used: 0, or why not. pkexec itself would ask the user in any case.
 OSStatus CheckPkexec(bool mayInteract) {
   if (access(kForeignProcess, R_OK) != 0) {
-    return errAuthorizationToolEnvironmentError;  // It could not be told what becomes of pkexec.
+    return errAuthorizationToolEnvironmentError;  // Whether pkexec becomes the tool could not be
+                                                  // seen.
   }
   return mayInteract ? OSStatus{errAuthorizationSuccess} : AskPolkit(kExecute, false);
 }
@@ -299,30 +311,8 @@ std::vector<char*> ToolEnvironment(bool isPkexec) {
   return environment;
 }
 
-/// Starts what is to be executed, and gives the reading end of its output when that is asked for.
-OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicationsPipe) {
-  std::vector<char*> arguments;
-  arguments.reserve(line.size() + 1);
-  for (std::string& each : line) {
-    arguments.push_back(&each[0]);
-  }
-  arguments.push_back(nullptr);
-  Pipe output;
-  Pipe status;
-  if (!output.IsOpen() || !status.IsOpen()) {
-    return errAuthorizationInternal;
-  }
-  const std::vector<char*> environment = ToolEnvironment(isPkexec);
-  const pid_t child = ForkBlocked();
-  if (child < 0) {
-    return errAuthorizationInternal;
-  }
-  if (child == 0) {
-    ExecuteInChild(arguments.data(), environment.data(), output, status,
-                   communicationsPipe != nullptr, isPkexec);
-  }
-  output.CloseWriteEnd();
-  status.CloseWriteEnd();
+/// Waits until the tool runs, or reports why it does not.
+OSStatus AwaitTool(pid_t child, const Pipe& status, bool isPkexec) {
   if (AwaitExecution(status) != 0) {
     AwaitExit(child);
     return errAuthorizationToolExecuteFailure;
@@ -333,8 +323,32 @@ OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicati
                                                                       : errAuthorizationDenied;
   }
   ReapInBackground(child);
-  return communicationsPipe == nullptr ? OSStatus{errAuthorizationSuccess}
-                                       : output.OpenReadEnd(communicationsPipe);
+  return errAuthorizationSuccess;
+}
+
+/// Starts what is to be executed. `communicationsPipe`, where given, receives a stream of its
+/// output.
+OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicationsPipe) {
+  Command command = {{}, ToolEnvironment(isPkexec), isPkexec, communicationsPipe != nullptr};
+  for (std::string& each : line) {
+    command.arguments.push_back(each.data());
+  }
+  command.arguments.push_back(nullptr);
+  Pipe output;
+  Pipe status;
+  const pid_t child = output.IsOpen() && status.IsOpen() ? ForkBlocked() : -1;
+  if (child < 0) {
+    return errAuthorizationInternal;
+  }
+  if (child == 0) {
+    ExecuteInChild(command, output, status);
+  }
+  output.CloseWriteEnd();
+  status.CloseWriteEnd();
+  const OSStatus result = AwaitTool(child, status, isPkexec);
+  return result == errAuthorizationSuccess && communicationsPipe != nullptr
+             ? output.OpenReadEnd(communicationsPipe)
+             : result;
 }
 
 bool AreNamed(const AuthorizationRights& rights) {

@@ -34,12 +34,12 @@ constexpr mode_t kOutputFileMode = 0600;
 constexpr uint64_t kExitMicroseconds = 20'000'000;
 constexpr uint64_t kThrottleMicroseconds = 10'000'000;
 
-// How often, and how many times, it is looked whether a job is gone: for twice as long as systemd
-// takes to end it and then to kill it.
+// The interval and the number of checks whether a job is gone: twice as long as systemd takes to
+// end it and then to kill it.
 constexpr useconds_t kRemovalPollMicroseconds = 10'000;
 constexpr int kRemovalPolls = 8'000;
 
-/// A job as systemd is to be told of it.
+/// A job as systemd gets it.
 struct Job {
   std::string unit;
   std::string executable;
@@ -58,7 +58,7 @@ struct Job {
   Job& operator=(const Job&) = delete;
 };
 
-/// Tells the caller why it failed: `what`, and the bus's or the system's words. Returns 0.
+/// Reports to the caller why it failed: `what`, and the bus's or the system's words. Returns 0.
 Boolean Fail(CFErrorRef* outError, int code, NSString* what, const char* why = nullptr) {
   if (outError != nullptr) {
     NSString* reason = why == nullptr ? nil : [NSString stringWithUTF8String:why];
@@ -89,8 +89,10 @@ bool ReadText(id value, std::string& text) {
   return text.find('\0') == std::string::npos;
 }
 
-/// What is wrong with the job's keys; nil when nothing is. Fills `job` but for the files.
-NSString* ReadKeys(NSDictionary* dictionary, Job& job) {
+// These read the values of a job's keys into `job` and return what is wrong with them; nil when
+// nothing is.
+
+NSString* CheckKeys(NSDictionary* dictionary) {
   NSArray* known = [NSArray arrayWithObjects:kLabelKey, kRunAtLoadKey, kKeepAliveKey,
                                              kStandardOutPathKey, kProgramArgumentsKey, nil];
   for (id key in dictionary) {
@@ -102,39 +104,53 @@ NSString* ReadKeys(NSDictionary* dictionary, Job& job) {
       return [NSString stringWithFormat:@"the key \"%@\" is not supported", key];
     }
   }
+  return nil;
+}
+
+NSString* ReadLabel(id value, Job& job) {
   std::string label;
-  if (!ReadText([dictionary objectForKey:kLabelKey], label)) {
+  if (!ReadText(value, label)) {
     return @"\"Label\" is not a string";
   }
   job.unit = JobUnitName(label);
-  if (job.unit.empty()) {
-    return @"\"Label\" is empty or too long";
-  }
-  id runAtLoad = [dictionary objectForKey:kRunAtLoadKey];
-  if (![runAtLoad isKindOfClass:[NSNumber class]] || ![runAtLoad boolValue]) {
-    return @"\"RunAtLoad\" is not true, and starting a job later is not supported";
-  }
-  id keepAlive = [dictionary objectForKey:kKeepAliveKey];
-  if (keepAlive != nil && ![keepAlive isKindOfClass:[NSNumber class]]) {
+  return job.unit.empty() ? @"\"Label\" is empty or too long" : nil;
+}
+
+NSString* CheckRunAtLoad(id value) {
+  return [value isKindOfClass:[NSNumber class]] && [value boolValue]
+             ? nil
+             : @"\"RunAtLoad\" is not true, and starting a job later is not supported";
+}
+
+NSString* ReadKeepAlive(id value, Job& job) {
+  if (value != nil && ![value isKindOfClass:[NSNumber class]]) {
     return @"\"KeepAlive\" is not a boolean";
   }
-  job.isKeptAlive = [keepAlive boolValue];
-  id arguments = [dictionary objectForKey:kProgramArgumentsKey];
-  if (![arguments isKindOfClass:[NSArray class]] || [arguments count] == 0) {
+  job.isKeptAlive = [value boolValue];
+  return nil;
+}
+
+NSString* ReadArguments(id value, Job& job) {
+  if (![value isKindOfClass:[NSArray class]] || [value count] == 0) {
     return @"\"ProgramArguments\" is not a list with a program in it";
   }
-  for (id each in arguments) {
-    std::string argument;
-    if (!ReadText(each, argument)) {
+  for (id each in value) {
+    if (!ReadText(each, job.arguments.emplace_back())) {
       return @"\"ProgramArguments\" holds something that no argument can be";
     }
-    job.arguments.push_back(argument);
   }
   return nil;
 }
 
+NSString* ReadKeys(NSDictionary* dictionary, Job& job) {
+  return CheckKeys(dictionary) ?: ReadLabel([dictionary objectForKey:kLabelKey], job)
+             ?: CheckRunAtLoad([dictionary objectForKey:kRunAtLoadKey])
+             ?: ReadKeepAlive([dictionary objectForKey:kKeepAliveKey], job)
+             ?: ReadArguments([dictionary objectForKey:kProgramArgumentsKey], job);
+}
+
 /// Opens the job's output with the caller's own rights, so that no job writes where its submitter
-/// may not. A FIFO that nobody reads is an error and not waited for. False with errno.
+/// may not. A FIFO without a reader is an error and not waited for. False with errno.
 bool OpenOutput(NSDictionary* dictionary, Job& job) {
   id path = [dictionary objectForKey:kStandardOutPathKey];
   if (path == nil) {
@@ -160,93 +176,119 @@ bool FindExecutable(Job& job) {
   return true;
 }
 
-/// A call of the manager's method `member`, which may ask the user when `authorization` allows it.
-BusMessage NewCall(sd_bus* bus, const char* member, AuthorizationRef authorization) {
-  sd_bus_message* message = nullptr;
-  if (sd_bus_message_new_method_call(bus, &message, kSystemdService, kSystemdObject,
-                                     kSystemdManager, member) < 0) {
-    return nullptr;
+/// A call of a method of systemd's manager. After a failure the rest of it does nothing.
+class ManagerCall {
+ public:
+  /// `authorization`, which may be null, decides whether the user may be asked.
+  ManagerCall(sd_bus* bus, const char* member, AuthorizationRef authorization) : bus_(bus) {
+    sd_bus_message* message = nullptr;
+    result_ = sd_bus_message_new_method_call(bus, &message, kSystemdService, kSystemdObject,
+                                             kSystemdManager, member);
+    message_.reset(message);
+    if (message != nullptr && authorization != nullptr && ObjectOf(authorization)->mayInteract) {
+      sd_bus_message_set_allow_interactive_authorization(message, 1);
+      sd_bus_set_method_call_timeout(bus, kInteractionMicroseconds);
+    }
   }
-  if (authorization != nullptr && ObjectOf(authorization)->mayInteract) {
-    sd_bus_message_set_allow_interactive_authorization(message, 1);
-    sd_bus_set_method_call_timeout(bus, kInteractionMicroseconds);
-  }
-  return BusMessage(message);
-}
 
-/// Appends the command as systemd.service(5) has it, with an expansion of nothing in it.
-int AppendCommand(sd_bus_message* message, const Job& job) {
-  std::vector<char*> arguments;
+  /// As sd_bus_message_append(3).
+  template <typename... Values>
+  void Append(const char* types, Values... values) {
+    Do(sd_bus_message_append, types, values...);
+  }
+  void Open(char type, const char* contents) { Do(sd_bus_message_open_container, type, contents); }
+  void Close() { Do(sd_bus_message_close_container); }
+
+  /// Sends the call and waits for the answer. A negative errno, and perhaps the bus's error, when
+  /// any part of the call has failed.
+  int Send(BusError& error) {
+    return result_ < 0 ? result_ : sd_bus_call(bus_, message_.get(), 0, error.get(), nullptr);
+  }
+
+ private:
+  template <typename Function, typename... Arguments>
+  void Do(Function function, Arguments... arguments) {
+    if (result_ >= 0) {
+      result_ = function(message_.get(), arguments...);
+    }
+  }
+
+  sd_bus* bus_;
+  BusMessage message_;
+  int result_;
+};
+
+/// Appends the command as systemd.service(5) has it, without expansion of variables.
+void AppendCommand(ManagerCall& call, const Job& job) {
+  call.Open('r', "sv");
+  call.Append("s", "ExecStartEx");
+  call.Open('v', "a(sasas)");
+  call.Open('a', "(sasas)");
+  call.Open('r', "sasas");
+  call.Append("s", job.executable.c_str());
+  call.Open('a', "s");
   for (const std::string& each : job.arguments) {
-    arguments.push_back(const_cast<char*>(each.c_str()));
+    call.Append("s", each.c_str());
   }
-  arguments.push_back(nullptr);
-  int result = sd_bus_message_open_container(message, 'r', "sv");
-  result = result < 0 ? result : sd_bus_message_append(message, "s", "ExecStartEx");
-  result = result < 0 ? result : sd_bus_message_open_container(message, 'v', "a(sasas)");
-  result = result < 0 ? result : sd_bus_message_open_container(message, 'a', "(sasas)");
-  result = result < 0 ? result : sd_bus_message_open_container(message, 'r', "sasas");
-  result = result < 0 ? result : sd_bus_message_append(message, "s", job.executable.c_str());
-  result = result < 0 ? result : sd_bus_message_append_strv(message, arguments.data());
-  result = result < 0 ? result : sd_bus_message_append(message, "as", 1, "no-env-expand");
-  for (int depth = 0; depth < 4; ++depth) {
-    result = result < 0 ? result : sd_bus_message_close_container(message);
-  }
-  return result;
+  call.Close();
+  call.Append("as", 1, "no-env-expand");
+  call.Close();
+  call.Close();
+  call.Close();
+  call.Close();
 }
 
-/// Appends what makes the job stay registered after its program's end: systemd starts the program
-/// again, however often it ends, or keeps the service without it. It does not do both.
-int AppendLifetime(sd_bus_message* message, const Job& job) {
-  return job.isKeptAlive ? sd_bus_message_append(message, "(sv)(sv)(sv)", "Restart", "s", "always",
-                                                 "RestartUSec", "t", kThrottleMicroseconds,
-                                                 "StartLimitIntervalUSec", "t", uint64_t{0})
-                         : sd_bus_message_append(message, "(sv)", "RemainAfterExit", "b", 1);
+/// Appends what keeps the job registered after its program's end: systemd starts the program again,
+/// however often it ends, or keeps the service without it. It does not do both.
+void AppendLifetime(ManagerCall& call, const Job& job) {
+  if (job.isKeptAlive) {
+    call.Append("(sv)", "Restart", "s", "always");
+    call.Append("(sv)", "RestartUSec", "t", kThrottleMicroseconds);
+    call.Append("(sv)", "StartLimitIntervalUSec", "t", uint64_t{0});
+  } else {
+    call.Append("(sv)", "RemainAfterExit", "b", 1);
+  }
 }
 
-/// Appends what StartTransientUnit takes: name, mode, properties, and no further units.
-int AppendUnit(sd_bus_message* message, const Job& job) {
-  int result = sd_bus_message_append(message, "ss", job.unit.c_str(), "fail");
-  result = result < 0 ? result : sd_bus_message_open_container(message, 'a', "(sv)");
-  result = result < 0 ? result : AppendCommand(message, job);
-  // The descriptor takes the place of StandardOutput, which must not be StandardError's own:
-  // systemd would then send both to the descriptor.
-  result = result < 0 ? result
-                      : sd_bus_message_append(message, "(sv)(sv)(sv)(sv)(sv)", "Type", "s", "exec",
-                                              "StandardOutput", "s", "null", "StandardError", "s",
-                                              "journal", "TimeoutStopUSec", "t", kExitMicroseconds,
-                                              "IgnoreSIGPIPE", "b", 0);
-  result = result < 0 ? result : AppendLifetime(message, job);
+/// Appends the arguments of StartTransientUnit: name, mode, properties, and no further units.
+void AppendUnit(ManagerCall& call, const Job& job) {
+  call.Append("ss", job.unit.c_str(), "fail");
+  call.Open('a', "(sv)");
+  AppendCommand(call, job);
+  call.Append("(sv)", "Type", "s", "exec");
+  // The descriptor replaces StandardOutput, which must differ from StandardError: systemd would
+  // otherwise send both to the descriptor.
+  call.Append("(sv)", "StandardOutput", "s", "null");
+  call.Append("(sv)", "StandardError", "s", "journal");
+  call.Append("(sv)", "TimeoutStopUSec", "t", kExitMicroseconds);
+  call.Append("(sv)", "IgnoreSIGPIPE", "b", 0);
+  AppendLifetime(call, job);
   if (job.output >= 0) {
-    result = result < 0 ? result
-                        : sd_bus_message_append(message, "(sv)", "StandardOutputFileDescriptor",
-                                                "h", job.output);
+    call.Append("(sv)", "StandardOutputFileDescriptor", "h", job.output);
   }
-  result = result < 0 ? result : sd_bus_message_close_container(message);
-  return result < 0 ? result : sd_bus_message_append(message, "a(sa(sv))", 0);
+  call.Close();
+  call.Append("a(sa(sv))", 0);
 }
 
 int Submit(sd_bus* bus, const Job& job, AuthorizationRef authorization, BusError& error) {
-  const BusMessage message = NewCall(bus, "StartTransientUnit", authorization);
-  if (message == nullptr) {
-    return -ENOMEM;
-  }
-  const int result = AppendUnit(message.get(), job);
-  return result < 0 ? result : sd_bus_call(bus, message.get(), 0, error.get(), nullptr);
+  ManagerCall call(bus, "StartTransientUnit", authorization);
+  AppendUnit(call, job);
+  return call.Send(error);
 }
 
-/// Calls a method that takes a unit's name and perhaps a mode.
-int CallForUnit(sd_bus* bus, const char* member, const std::string& unit, const char* mode,
-                AuthorizationRef authorization, BusError& error) {
-  const BusMessage message = NewCall(bus, member, authorization);
-  if (message == nullptr) {
-    return -ENOMEM;
-  }
-  int result = sd_bus_message_append(message.get(), "s", unit.c_str());
-  if (mode != nullptr) {
-    result = result < 0 ? result : sd_bus_message_append(message.get(), "s", mode);
-  }
-  return result < 0 ? result : sd_bus_call(bus, message.get(), 0, error.get(), nullptr);
+int StopUnit(sd_bus* bus, const std::string& unit, AuthorizationRef authorization,
+             BusError& error) {
+  ManagerCall call(bus, "StopUnit", authorization);
+  call.Append("ss", unit.c_str(), "replace");
+  return call.Send(error);
+}
+
+/// Makes systemd forget a unit that has failed.
+int ResetFailedUnit(sd_bus* bus, const std::string& unit, AuthorizationRef authorization,
+                    BusError& error) {
+  ManagerCall call(bus, "ResetFailedUnit", authorization);
+  call.Append("s", unit.c_str());
+  return call.Send(error);
 }
 
 /// The unit's state of systemd's "ActiveState"; a negative errno when it is not loaded.
@@ -256,11 +298,12 @@ int ReadState(sd_bus* bus, const std::string& unit, std::string& state, BusError
                                   error.get(), &reply, "s", unit.c_str());
   const BusMessage owner(reply);
   const char* object = nullptr;
-  result = result < 0 ? result : sd_bus_message_read(reply, "o", &object);
+  if (result < 0 || (result = sd_bus_message_read(reply, "o", &object)) < 0) {
+    return result;
+  }
   char* text = nullptr;
-  result = result < 0 ? result
-                      : sd_bus_get_property_string(bus, kSystemdService, object, kUnitInterface,
-                                                   "ActiveState", error.get(), &text);
+  result = sd_bus_get_property_string(bus, kSystemdService, object, kUnitInterface, "ActiveState",
+                                      error.get(), &text);
   if (result >= 0) {
     state = text;
     free(text);
@@ -273,15 +316,15 @@ bool IsGone(const BusError& error) {
   return error.Is(kNoSuchUnit) || error.Is(SD_BUS_ERROR_UNKNOWN_OBJECT);
 }
 
-/// Waits until systemd has forgotten the unit; one that has failed is remembered until it is
-/// told not to. 0, or a negative errno and perhaps the bus's error.
+/// Waits until systemd has forgotten the unit; a failed one is reset. 0, or a negative errno and
+/// perhaps the bus's error.
 int AwaitRemoval(sd_bus* bus, const std::string& unit, AuthorizationRef authorization,
                  BusError& error) {
   for (int i = 0; i < kRemovalPolls; ++i) {
     std::string state;
     int result = ReadState(bus, unit, state, error);
     if (result >= 0 && state == "failed") {
-      result = CallForUnit(bus, "ResetFailedUnit", unit, nullptr, authorization, error);
+      result = ResetFailedUnit(bus, unit, authorization, error);
     }
     if (result < 0) {
       return IsGone(error) ? 0 : result;
@@ -291,7 +334,7 @@ int AwaitRemoval(sd_bus* bus, const std::string& unit, AuthorizationRef authoriz
   return -ETIMEDOUT;
 }
 
-/// Null, with the error told, when there is no connection to be had.
+/// Returns null and sets `outError` when the bus cannot be reached.
 BusConnection ConnectToBus(CFErrorRef* outError) {
   int result = 0;
   BusConnection bus = OpenSystemBus(result);
@@ -356,14 +399,14 @@ Boolean SMJobRemove(CFStringRef domain, CFStringRef jobLabel, AuthorizationRef a
   std::string state;
   int result = ReadState(bus.get(), unit, state, error);
   if (result >= 0) {
-    result = CallForUnit(bus.get(), "StopUnit", unit, "replace", auth, error);
+    result = StopUnit(bus.get(), unit, auth, error);
   }
   if (result < 0) {
     return FailOnBus(outError, result, what, error);
   }
   if (!wait) {
     BusError ignored;
-    CallForUnit(bus.get(), "ResetFailedUnit", unit, nullptr, auth, ignored);
+    ResetFailedUnit(bus.get(), unit, auth, ignored);
     return 1;
   }
   result = AwaitRemoval(bus.get(), unit, auth, error);

@@ -6,18 +6,20 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
 
 namespace {
 
 // logind's name of the seat that a machine's own console belongs to (sd-login(3)).
 constexpr char kConsoleSeat[] = "seat0";
-// Class of a display manager's session, while it asks who wants to log in.
+// Class of a display manager's session before a user has logged in.
 constexpr char kGreeterClass[] = "greeter";
 // State of a session whose user has logged out, while something of it still runs.
 constexpr char kClosingState[] = "closing";
 
-constexpr size_t kFirstPasswdBuffer = 1024;
-constexpr size_t kLargestPasswdBuffer = 1048576;
+// Enough for every entry that the C library's own tools accept.
+constexpr size_t kPasswdBuffer = size_t{1024} * 1024;
 
 /// Finds the session in the foreground of the console; false when there is none.
 bool FindConsoleSession(uid_t& user, bool& isGreeter) {
@@ -37,43 +39,25 @@ bool FindConsoleSession(uid_t& user, bool& isGreeter) {
   return exists;
 }
 
-/// getpwuid_r(3) with a buffer that grows. Returns its result; `found` is null without an entry.
-/// What `entry` points to is in `buffer`, which the caller frees in any case.
-int FindPasswdEntry(uid_t user, struct passwd& entry, struct passwd*& found, char*& buffer) {
-  for (size_t size = kFirstPasswdBuffer; size <= kLargestPasswdBuffer; size *= 2) {
-    char* larger = static_cast<char*>(realloc(buffer, size));
-    if (larger == nullptr) {
-      return ENOMEM;
-    }
-    buffer = larger;
-    int error = EINTR;
-    while (error == EINTR) {
-      error = getpwuid_r(user, &entry, buffer, size, &found);
-    }
-    if (error != ERANGE) {
-      return error;
-    }
-  }
-  return ERANGE;
-}
-
 /// The user's new name, and the group. Without a passwd entry the name is the id in decimal, and
-/// the group stays as it is. Nil when nobody can tell whether there is an entry, and when the name
-/// in it is not UTF-8.
+/// the group stays as it is. Nil when the name service fails, and when the name is not UTF-8.
 NSString* CopyUserName(uid_t user, gid_t& group) {
+  const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kPasswdBuffer]);
+  if (buffer == nullptr) {
+    return nil;
+  }
   struct passwd entry;
   struct passwd* found = nullptr;
-  char* buffer = nullptr;
-  const int error = FindPasswdEntry(user, entry, found, buffer);
-  NSString* name = nil;
+  int error = EINTR;
+  while (error == EINTR) {
+    error = getpwuid_r(user, &entry, buffer.get(), kPasswdBuffer, &found);
+  }
   if (error == 0 && found != nullptr) {
     group = found->pw_gid;
-    name = [[NSString alloc] initWithUTF8String:found->pw_name];
-  } else if (error == 0 || error == ENOENT || error == ESRCH) {
-    name = [[NSString alloc] initWithFormat:@"%u", user];
+    return [[NSString alloc] initWithUTF8String:found->pw_name];
   }
-  free(buffer);
-  return name;
+  const bool hasNoEntry = error == 0 || error == ENOENT || error == ESRCH;
+  return hasNoEntry ? [[NSString alloc] initWithFormat:@"%u", user] : nil;
 }
 
 }  // namespace

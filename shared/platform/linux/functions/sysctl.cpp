@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <iterator>
 
 namespace {
 
@@ -14,7 +13,7 @@ namespace {
 constexpr int32_t kCPUTypeX86 = 7;
 constexpr int32_t kCPUTypeARM64 = 0x0100000C;
 
-/// What macOS would say on a machine that uname(2) calls `machineName`.
+/// What macOS would answer on a machine that uname(2) calls `machineName`.
 struct Processor {
   const char* machineName;
   int32_t type;
@@ -27,27 +26,23 @@ constexpr Processor kProcessors[] = {
     {"i586", kCPUTypeX86, 0, 0},   {"i686", kCPUTypeX86, 0, 0}, {"aarch64", kCPUTypeARM64, 1, 0},
 };
 
-struct Value {
-  const char* name;
-  int32_t Processor::*field;
-};
-
-constexpr Value kValues[] = {
-    {"hw.cputype", &Processor::type},
-    {"hw.cpu64bit_capable", &Processor::is64Bit},
-    {"hw.optional.x86_64", &Processor::isX86_64},
-    {"hw.optional.64bitops", &Processor::is64Bit},
-};
-
-const Processor* ThisProcessor() {
-  utsname host;
-  if (uname(&host) != 0) {
-    return nullptr;
+/// The value called `name` on this machine; null when it is unknown.
+const int32_t* ValueOf(const char* name) {
+  utsname host = {};
+  (void)uname(&host);
+  for (const Processor& each : kProcessors) {
+    if (strcmp(each.machineName, host.machine) != 0) {
+      continue;
+    }
+    if (strcmp(name, "hw.cputype") == 0) {
+      return &each.type;
+    }
+    if (strcmp(name, "hw.cpu64bit_capable") == 0 || strcmp(name, "hw.optional.64bitops") == 0) {
+      return &each.is64Bit;
+    }
+    return strcmp(name, "hw.optional.x86_64") == 0 ? &each.isX86_64 : nullptr;
   }
-  const auto* found = std::find_if(
-      std::begin(kProcessors), std::end(kProcessors),
-      [&host](const Processor& each) { return strcmp(each.machineName, host.machine) == 0; });
-  return found == std::end(kProcessors) ? nullptr : found;
+  return nullptr;
 }
 
 int Fail(int error) {
@@ -62,26 +57,21 @@ extern "C" int sysctlbyname(const char* name, void* oldp, size_t* oldlenp, void*
   if (name == nullptr || (oldp != nullptr && oldlenp == nullptr)) {
     return Fail(EFAULT);
   }
-  const auto* value =
-      std::find_if(std::begin(kValues), std::end(kValues),
-                   [name](const Value& each) { return strcmp(each.name, name) == 0; });
-  const Processor* processor = ThisProcessor();
-  if (value == std::end(kValues) || processor == nullptr) {
+  const int32_t* const value = ValueOf(name);
+  if (value == nullptr) {
     return Fail(ENOENT);
   }
   if (newp != nullptr || newlen != 0) {
     return Fail(EPERM);
   }
 
-  const int32_t answer = processor->*value->field;
   if (oldp == nullptr) {
     if (oldlenp != nullptr) {
-      *oldlenp = sizeof(answer);
+      *oldlenp = sizeof(*value);
     }
     return 0;
   }
-  const size_t supplied = std::min(*oldlenp, sizeof(answer));
-  memcpy(oldp, &answer, supplied);
-  *oldlenp = supplied;
-  return supplied < sizeof(answer) ? Fail(ENOMEM) : 0;
+  *oldlenp = std::min(*oldlenp, sizeof(*value));
+  memcpy(oldp, value, *oldlenp);
+  return *oldlenp < sizeof(*value) ? Fail(ENOMEM) : 0;
 }
