@@ -5,10 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 
 #import "shared/platform/linux/foundation/MethodReplacement.h"
 
@@ -18,8 +19,6 @@ extern "C" const char* GSPathHandling(const char* mode);
 namespace {
 
 NSString* const kCoreServices = @"/System/Library/CoreServices";
-
-constexpr long long kBeyondInt = static_cast<long long>(INT_MAX) + 1;
 
 // ---- NSFileHandle
 
@@ -52,24 +51,10 @@ constexpr const char* kStringClasses[] = {"NSString", "GSCString", "GSUnicodeStr
 /// GNUstep keeps the low 32 bits of a number that is too large. macOS answers with the nearest
 /// number that an int holds.
 int IntValue(id self, SEL /*selector*/) {
-  const NSUInteger length = [self length];
-  const auto at = [self, length](NSUInteger index) {
-    const unichar character = index < length ? [self characterAtIndex:index] : 0;
-    return character < 0x80 ? static_cast<int>(character) : 0;
-  };
-  NSUInteger index = 0;
-  while (isspace(at(index)) != 0) {
-    ++index;
-  }
-  const bool isNegative = at(index) == '-';
-  if (isNegative || at(index) == '+') {
-    ++index;
-  }
-  long long value = 0;
-  for (; isdigit(at(index)) != 0; ++index) {
-    value = std::min(value * 10 + (at(index) - '0'), kBeyondInt);
-  }
-  return static_cast<int>(isNegative ? -value : std::min(value, kBeyondInt - 1));
+  NSData* data = [self dataUsingEncoding:NSASCIIStringEncoding allowLossyConversion:YES];
+  const std::string text(static_cast<const char*>([data bytes]), [data length]);
+  return static_cast<int>(
+      std::clamp<long long>(strtoll(text.c_str(), nullptr, 10), INT_MIN, INT_MAX));
 }
 
 // ---- NSFileManager

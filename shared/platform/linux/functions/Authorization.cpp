@@ -24,11 +24,6 @@
 
 namespace {
 
-constexpr AuthorizationFlags kKnownFlags =
-    kAuthorizationFlagInteractionAllowed | kAuthorizationFlagExtendRights |
-    kAuthorizationFlagPartialRights | kAuthorizationFlagDestroyRights |
-    kAuthorizationFlagPreAuthorize;
-
 // polkit's authority on the bus, and systemd's action: org.freedesktop.PolicyKit1(8).
 constexpr char kPolkitService[] = "org.freedesktop.PolicyKit1";
 constexpr char kPolkitObject[] = "/org/freedesktop/PolicyKit1/Authority";
@@ -351,36 +346,18 @@ OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicati
              : result;
 }
 
-bool AreNamed(const AuthorizationRights& rights) {
-  return rights.items != nullptr &&
-         std::all_of(rights.items, rights.items + rights.count,
-                     [](const AuthorizationItem& item) { return item.name != nullptr; });
-}
-
 }  // namespace
 
 OSStatus AuthorizationCreate(const AuthorizationRights* rights,
                              const AuthorizationEnvironment* /*environment*/,
                              AuthorizationFlags flags, AuthorizationRef* authorization) {
-  if (authorization != nullptr) {
-    *authorization = nullptr;
-  }
-  if ((flags & ~kKnownFlags) != 0) {
-    return errAuthorizationInvalidFlags;
-  }
-  const bool wantsRights = rights != nullptr && rights->count > 0;
-  if (wantsRights && !AreNamed(*rights)) {
-    return errAuthorizationInvalidSet;
-  }
+  *authorization = nullptr;
   const bool mayInteract = (flags & kAuthorizationFlagInteractionAllowed) != 0;
-  if (wantsRights && geteuid() != 0) {
+  if (rights != nullptr && rights->count > 0 && geteuid() != 0) {
     const OSStatus status = AskPolkit(kManageUnits, mayInteract);
     if (status != errAuthorizationSuccess) {
       return status;
     }
-  }
-  if (authorization == nullptr) {
-    return errAuthorizationSuccess;
   }
   AuthorizationObject* object = new (std::nothrow) AuthorizationObject{mayInteract};
   *authorization = reinterpret_cast<AuthorizationRef>(object);
@@ -398,12 +375,6 @@ OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags /*
 OSStatus AuthorizationExecuteWithPrivileges(AuthorizationRef authorization, const char* pathToTool,
                                             AuthorizationFlags options, char* const* arguments,
                                             FILE** communicationsPipe) {
-  if (authorization == nullptr) {
-    return errAuthorizationInvalidRef;
-  }
-  if (pathToTool == nullptr) {
-    return errAuthorizationInvalidPointer;
-  }
   if (options != kAuthorizationFlagDefaults) {
     return errAuthorizationInvalidFlags;
   }

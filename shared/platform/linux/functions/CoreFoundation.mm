@@ -26,8 +26,3 @@ Boolean CFEqual(CFTypeRef left, CFTypeRef right) {
   RequireObject(right, __func__);
   return [(id)left isEqual:(id)right] ? 1 : 0;
 }
-
-CFStringRef CFErrorCopyDescription(CFErrorRef error) {
-  RequireObject(error, __func__);
-  return (CFStringRef)[[(NSError*)error localizedDescription] copy];
-}

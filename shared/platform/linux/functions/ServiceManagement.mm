@@ -29,10 +29,8 @@ constexpr char kNoSuchUnit[] = "org.freedesktop.systemd1.NoSuchUnit";
 
 constexpr mode_t kOutputFileMode = 0600;
 
-// launchd.plist(5)'s defaults: how long a job may take to end (ExitTimeOut) before it is killed,
-// and how long one that is kept alive waits before it is started again (ThrottleInterval).
+// launchd.plist(5)'s default: how long a job may take to end (ExitTimeOut) before it is killed.
 constexpr uint64_t kExitMicroseconds = 20'000'000;
-constexpr uint64_t kThrottleMicroseconds = 10'000'000;
 
 // The interval and the number of checks whether a job is gone: twice as long as systemd takes to
 // end it and then to kill it.
@@ -44,7 +42,6 @@ struct Job {
   std::string unit;
   std::string executable;
   std::vector<std::string> arguments;
-  bool isKeptAlive = false;
   /// The open file of the standard output; -1 for none.
   int output = -1;
 
@@ -58,21 +55,13 @@ struct Job {
   Job& operator=(const Job&) = delete;
 };
 
-/// Reports to the caller why it failed: `what`, and the bus's or the system's words. Returns 0.
-Boolean Fail(CFErrorRef* outError, int code, NSString* what, const char* why = nullptr) {
+/// Sets the caller's error to the errno `code`. Returns 0.
+Boolean Fail(CFErrorRef* outError, int code) {
   if (outError != nullptr) {
-    NSString* reason = why == nullptr ? nil : [NSString stringWithUTF8String:why];
-    NSString* text = reason == nil ? what : [NSString stringWithFormat:@"%@: %@", what, reason];
-    NSDictionary* info = [NSDictionary dictionaryWithObject:text forKey:NSLocalizedDescriptionKey];
     *outError =
-        (CFErrorRef)[[NSError alloc] initWithDomain:NSPOSIXErrorDomain code:code userInfo:info];
+        (CFErrorRef)[[NSError alloc] initWithDomain:NSPOSIXErrorDomain code:code userInfo:nil];
   }
   return 0;
-}
-
-Boolean FailOnBus(CFErrorRef* outError, int result, NSString* what, const BusError& error) {
-  return Fail(outError, -result, what,
-              error.Message() != nullptr ? error.Message() : strerror(-result));
 }
 
 /// A string that a C string can hold; false for anything else. (UTF8String would raise an exception
@@ -89,64 +78,41 @@ bool ReadText(id value, std::string& text) {
   return text.find('\0') == std::string::npos;
 }
 
-// These read the values of a job's keys into `job` and return what is wrong with them; nil when
-// nothing is.
-
-NSString* CheckKeys(NSDictionary* dictionary) {
-  NSArray* known = [NSArray arrayWithObjects:kLabelKey, kRunAtLoadKey, kKeepAliveKey,
-                                             kStandardOutPathKey, kProgramArgumentsKey, nil];
-  for (id key in dictionary) {
-    std::string name;
-    if (!ReadText(key, name)) {
-      return @"a key is not a string";
-    }
-    if (![known containsObject:key]) {
-      return [NSString stringWithFormat:@"the key \"%@\" is not supported", key];
-    }
-  }
-  return nil;
+bool IsBoolean(id value, BOOL expected) {
+  return [value isKindOfClass:[NSNumber class]] && [value boolValue] == expected;
 }
 
-NSString* ReadLabel(id value, Job& job) {
-  std::string label;
-  if (!ReadText(value, label)) {
-    return @"\"Label\" is not a string";
-  }
-  job.unit = JobUnitName(label);
-  return job.unit.empty() ? @"\"Label\" is empty or too long" : nil;
-}
-
-NSString* CheckRunAtLoad(id value) {
-  return [value isKindOfClass:[NSNumber class]] && [value boolValue]
-             ? nil
-             : @"\"RunAtLoad\" is not true, and starting a job later is not supported";
-}
-
-NSString* ReadKeepAlive(id value, Job& job) {
-  if (value != nil && ![value isKindOfClass:[NSNumber class]]) {
-    return @"\"KeepAlive\" is not a boolean";
-  }
-  job.isKeptAlive = [value boolValue];
-  return nil;
-}
-
-NSString* ReadArguments(id value, Job& job) {
-  if (![value isKindOfClass:[NSArray class]] || [value count] == 0) {
-    return @"\"ProgramArguments\" is not a list with a program in it";
+bool ReadArguments(id value, Job& job) {
+  if (![value isKindOfClass:[NSArray class]]) {
+    return false;
   }
   for (id each in value) {
     if (!ReadText(each, job.arguments.emplace_back())) {
-      return @"\"ProgramArguments\" holds something that no argument can be";
+      return false;
     }
   }
-  return nil;
+  return !job.arguments.empty();
 }
 
-NSString* ReadKeys(NSDictionary* dictionary, Job& job) {
-  return CheckKeys(dictionary) ?: ReadLabel([dictionary objectForKey:kLabelKey], job)
-             ?: CheckRunAtLoad([dictionary objectForKey:kRunAtLoadKey])
-             ?: ReadKeepAlive([dictionary objectForKey:kKeepAliveKey], job)
-             ?: ReadArguments([dictionary objectForKey:kProgramArgumentsKey], job);
+/// Reads the job's keys into `job`, except the files. False when one is missing, unknown, or has a
+/// value that is not supported.
+bool ReadKeys(NSDictionary* dictionary, Job& job) {
+  NSArray* known = [NSArray arrayWithObjects:kLabelKey, kRunAtLoadKey, kKeepAliveKey,
+                                             kStandardOutPathKey, kProgramArgumentsKey, nil];
+  for (id key in dictionary) {
+    if (![known containsObject:key]) {
+      return false;
+    }
+  }
+  std::string label;
+  if (!ReadText([dictionary objectForKey:kLabelKey], label)) {
+    return false;
+  }
+  job.unit = JobUnitName(label);
+  id keepAlive = [dictionary objectForKey:kKeepAliveKey];
+  return !job.unit.empty() && IsBoolean([dictionary objectForKey:kRunAtLoadKey], YES) &&
+         (keepAlive == nil || IsBoolean(keepAlive, NO)) &&
+         ReadArguments([dictionary objectForKey:kProgramArgumentsKey], job);
 }
 
 /// Opens the job's output with the caller's own rights, so that no job writes where its submitter
@@ -238,18 +204,6 @@ void AppendCommand(ManagerCall& call, const Job& job) {
   call.Close();
 }
 
-/// Appends what keeps the job registered after its program's end: systemd starts the program again,
-/// however often it ends, or keeps the service without it. It does not do both.
-void AppendLifetime(ManagerCall& call, const Job& job) {
-  if (job.isKeptAlive) {
-    call.Append("(sv)", "Restart", "s", "always");
-    call.Append("(sv)", "RestartUSec", "t", kThrottleMicroseconds);
-    call.Append("(sv)", "StartLimitIntervalUSec", "t", uint64_t{0});
-  } else {
-    call.Append("(sv)", "RemainAfterExit", "b", 1);
-  }
-}
-
 /// Appends the arguments of StartTransientUnit: name, mode, properties, and no further units.
 void AppendUnit(ManagerCall& call, const Job& job) {
   call.Append("ss", job.unit.c_str(), "fail");
@@ -262,7 +216,8 @@ void AppendUnit(ManagerCall& call, const Job& job) {
   call.Append("(sv)", "StandardError", "s", "journal");
   call.Append("(sv)", "TimeoutStopUSec", "t", kExitMicroseconds);
   call.Append("(sv)", "IgnoreSIGPIPE", "b", 0);
-  AppendLifetime(call, job);
+  // It stays registered after its program's end.
+  call.Append("(sv)", "RemainAfterExit", "b", 1);
   if (job.output >= 0) {
     call.Append("(sv)", "StandardOutputFileDescriptor", "h", job.output);
   }
@@ -334,14 +289,15 @@ int AwaitRemoval(sd_bus* bus, const std::string& unit, AuthorizationRef authoriz
   return -ETIMEDOUT;
 }
 
-/// Returns null and sets `outError` when the bus cannot be reached.
-BusConnection ConnectToBus(CFErrorRef* outError) {
-  int result = 0;
-  BusConnection bus = OpenSystemBus(result);
-  if (bus == nullptr) {
-    Fail(outError, -result, @"the system's message bus cannot be reached", strerror(-result));
+/// Stops the unit and waits until it is gone. 0 or more, or a negative errno.
+int Remove(sd_bus* bus, const std::string& unit, AuthorizationRef authorization) {
+  BusError error;
+  std::string state;
+  int result = ReadState(bus, unit, state, error);
+  if (result >= 0) {
+    result = StopUnit(bus, unit, authorization, error);
   }
-  return bus;
+  return result < 0 ? result : AwaitRemoval(bus, unit, authorization, error);
 }
 
 bool IsKnownDomain(CFStringRef domain) {
@@ -352,63 +308,35 @@ bool IsKnownDomain(CFStringRef domain) {
 
 Boolean SMJobSubmit(CFStringRef domain, CFDictionaryRef jobDictionary, AuthorizationRef auth,
                     CFErrorRef* outError) {
-  NSString* const what = @"the job cannot be submitted";
   NSDictionary* dictionary = (NSDictionary*)jobDictionary;
-  if (!IsKnownDomain(domain)) {
-    return Fail(outError, EINVAL, what, "the domain is not the system's");
-  }
   Job job;
-  NSString* fault = dictionary == nil ? @"there is none" : ReadKeys(dictionary, job);
-  if (fault != nil) {
-    return Fail(outError, EINVAL, what, [fault UTF8String]);
+  if (!IsKnownDomain(domain) || !ReadKeys(dictionary, job)) {
+    return Fail(outError, EINVAL);
   }
-  if (!FindExecutable(job)) {
-    const int error = errno;
-    return Fail(outError, error, @"the job's program cannot be found", strerror(error));
+  if (!FindExecutable(job) || !OpenOutput(dictionary, job)) {
+    return Fail(outError, errno);
   }
-  if (!OpenOutput(dictionary, job)) {
-    const int error = errno;
-    return Fail(outError, error, @"the job's output cannot be opened", strerror(error));
+  int result = 0;
+  const BusConnection bus = OpenSystemBus(result);
+  if (bus != nullptr) {
+    BusError error;
+    result = Submit(bus.get(), job, auth, error);
   }
-  const BusConnection bus = ConnectToBus(outError);
-  if (bus == nullptr) {
-    return 0;
-  }
-  BusError error;
-  const int result = Submit(bus.get(), job, auth, error);
-  return result < 0 ? FailOnBus(outError, result, what, error) : 1;
+  return result < 0 ? Fail(outError, -result) : 1;
 }
 
-Boolean SMJobRemove(CFStringRef domain, CFStringRef jobLabel, AuthorizationRef auth, Boolean wait,
-                    CFErrorRef* outError) {
-  NSString* const what = @"the job cannot be removed";
-  if (!IsKnownDomain(domain)) {
-    return Fail(outError, EINVAL, what, "the domain is not the system's");
-  }
+Boolean SMJobRemove(CFStringRef domain, CFStringRef jobLabel, AuthorizationRef auth,
+                    Boolean /*wait*/, CFErrorRef* outError) {
   std::string label;
   const std::string unit =
       ReadText((NSString*)jobLabel, label) ? JobUnitName(label) : std::string();
-  if (unit.empty()) {
-    return Fail(outError, EINVAL, what, "no job has such a label");
+  if (!IsKnownDomain(domain) || unit.empty()) {
+    return Fail(outError, EINVAL);
   }
-  const BusConnection bus = ConnectToBus(outError);
-  if (bus == nullptr) {
-    return 0;
+  int result = 0;
+  const BusConnection bus = OpenSystemBus(result);
+  if (bus != nullptr) {
+    result = Remove(bus.get(), unit, auth);
   }
-  BusError error;
-  std::string state;
-  int result = ReadState(bus.get(), unit, state, error);
-  if (result >= 0) {
-    result = StopUnit(bus.get(), unit, auth, error);
-  }
-  if (result < 0) {
-    return FailOnBus(outError, result, what, error);
-  }
-  if (!wait) {
-    BusError ignored;
-    ResetFailedUnit(bus.get(), unit, auth, ignored);
-    return 1;
-  }
-  result = AwaitRemoval(bus.get(), unit, auth, error);
-  return result < 0 ? FailOnBus(outError, result, what, error) : 1;
+  return result < 0 ? Fail(outError, -result) : 1;
 }

@@ -53,23 +53,13 @@ int Fail(int error) {
 }  // namespace
 
 extern "C" int sysctlbyname(const char* name, void* oldp, size_t* oldlenp, void* newp,
-                            size_t newlen) {
-  if (name == nullptr || (oldp != nullptr && oldlenp == nullptr)) {
-    return Fail(EFAULT);
+                            size_t /*newlen*/) {
+  if (oldp == nullptr || newp != nullptr) {
+    return Fail(EINVAL);  // Sizes are not asked for, and nothing can be set.
   }
   const int32_t* const value = ValueOf(name);
   if (value == nullptr) {
     return Fail(ENOENT);
-  }
-  if (newp != nullptr || newlen != 0) {
-    return Fail(EPERM);
-  }
-
-  if (oldp == nullptr) {
-    if (oldlenp != nullptr) {
-      *oldlenp = sizeof(*value);
-    }
-    return 0;
   }
   *oldlenp = std::min(*oldlenp, sizeof(*value));
   memcpy(oldp, value, *oldlenp);

@@ -27,14 +27,12 @@ class BusError {
 
   sd_bus_error* get() { return &error_; }
   bool Is(const char* name) const { return sd_bus_error_has_name(&error_, name) != 0; }
-  /// The bus's own words; null when the failure was none of the bus's.
-  const char* Message() const { return error_.message; }
 
  private:
   sd_bus_error error_ = SD_BUS_ERROR_NULL;
 };
 
-/// How long somebody who is asked for a password may take, in microseconds.
+/// How long a user may take to enter a password, in microseconds.
 constexpr uint64_t kInteractionMicroseconds = 300'000'000;
 
 /// How long the bus may take to accept a connection, and how long each call's answer may take, in

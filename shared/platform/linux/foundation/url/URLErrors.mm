@@ -36,6 +36,27 @@ const Description kDescriptions[] = {
     {NSURLErrorServerCertificateNotYetValid, @"The certificate for this server is not yet valid."},
 };
 
+struct TransferFailure {
+  CURLcode result;
+  NSInteger code;
+};
+
+const TransferFailure kTransferFailures[] = {
+    {CURLE_URL_MALFORMAT, NSURLErrorBadURL},
+    {CURLE_OPERATION_TIMEDOUT, NSURLErrorTimedOut},
+    {CURLE_COULDNT_RESOLVE_HOST, NSURLErrorCannotFindHost},
+    {CURLE_GOT_NOTHING, NSURLErrorNetworkConnectionLost},
+    {CURLE_PARTIAL_FILE, NSURLErrorNetworkConnectionLost},
+    {CURLE_SEND_ERROR, NSURLErrorNetworkConnectionLost},
+    {CURLE_RECV_ERROR, NSURLErrorNetworkConnectionLost},
+    {CURLE_WEIRD_SERVER_REPLY, NSURLErrorCannotParseResponse},
+    {CURLE_UNSUPPORTED_PROTOCOL, NSURLErrorCannotParseResponse},  // No status line of HTTP.
+    {CURLE_SSL_CONNECT_ERROR, NSURLErrorSecureConnectionFailed},
+    {CURLE_SSL_CIPHER, NSURLErrorSecureConnectionFailed},
+    {CURLE_SSL_CACERT_BADFILE, NSURLErrorSecureConnectionFailed},
+    {CURLE_SSL_ISSUER_ERROR, NSURLErrorSecureConnectionFailed},
+};
+
 NSString* DescriptionOfCode(NSInteger code) {
   for (const Description& each : kDescriptions) {
     if (each.code == code) {
@@ -68,36 +89,20 @@ NSInteger ErrorCodeOfCertificate(long verdict) {
 
 NSInteger URLErrorCodeOfTransfer(CURLcode result, CURL* transfer) {
   long detail = 0;
-  switch (result) {
-    case CURLE_URL_MALFORMAT:
-      return NSURLErrorBadURL;
-    case CURLE_OPERATION_TIMEDOUT:
-      return NSURLErrorTimedOut;
-    case CURLE_COULDNT_RESOLVE_HOST:
-      return NSURLErrorCannotFindHost;
-    case CURLE_COULDNT_CONNECT:
-      Curl().easy_getinfo(transfer, CURLINFO_OS_ERRNO, &detail);
-      return detail == ENETUNREACH ? NSURLErrorNotConnectedToInternet
-                                   : NSURLErrorCannotConnectToHost;
-    case CURLE_GOT_NOTHING:
-    case CURLE_PARTIAL_FILE:
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-      return NSURLErrorNetworkConnectionLost;
-    case CURLE_WEIRD_SERVER_REPLY:
-    case CURLE_UNSUPPORTED_PROTOCOL:  // An answer without HTTP's status line.
-      return NSURLErrorCannotParseResponse;
-    case CURLE_PEER_FAILED_VERIFICATION:
-      Curl().easy_getinfo(transfer, CURLINFO_SSL_VERIFYRESULT, &detail);
-      return ErrorCodeOfCertificate(detail);
-    case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_SSL_CIPHER:
-    case CURLE_SSL_CACERT_BADFILE:
-    case CURLE_SSL_ISSUER_ERROR:
-      return NSURLErrorSecureConnectionFailed;
-    default:
-      return NSURLErrorUnknown;
+  if (result == CURLE_COULDNT_CONNECT) {
+    Curl().easy_getinfo(transfer, CURLINFO_OS_ERRNO, &detail);
+    return detail == ENETUNREACH ? NSURLErrorNotConnectedToInternet : NSURLErrorCannotConnectToHost;
   }
+  if (result == CURLE_PEER_FAILED_VERIFICATION) {
+    Curl().easy_getinfo(transfer, CURLINFO_SSL_VERIFYRESULT, &detail);
+    return ErrorCodeOfCertificate(detail);
+  }
+  for (const TransferFailure& each : kTransferFailures) {
+    if (each.result == result) {
+      return each.code;
+    }
+  }
+  return NSURLErrorUnknown;
 }
 
 NSError* URLError(NSInteger code, const char* reason, NSURL* url) {
