@@ -18,43 +18,34 @@ NSString* const kGlobalDomainFile = @"NSGlobalDomain.plist";
 /// Enough for every entry that libc's own tools accept.
 constexpr size_t kPasswordEntrySize = size_t{64} * 1024;
 
-BOOL HasOnlyLetters(NSString* text) {
-  NSCharacterSet* letters = [NSCharacterSet
-      characterSetWithCharactersInString:@"abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"];
-  return [[text stringByTrimmingCharactersInSet:letters] length] == 0;
-}
-
-/// `text` before the first character of `ends`.
-NSString* TextBefore(NSString* text, NSString* ends) {
-  const NSRange end =
-      [text rangeOfCharacterFromSet:[NSCharacterSet characterSetWithCharactersInString:ends]];
-  return end.location == NSNotFound ? text : [text substringToIndex:end.location];
-}
-
-BOOL IsPlainLocale(NSString* locale) {
-  return [locale isEqualToString:@"C"] || [locale isEqualToString:@"POSIX"];
-}
+/// A POSIX locale: language, region, and what a language's identifier does not have.
+NSString* const kLocale = @"^([A-Za-z]{2,3})(?:_([^_.@]*))?(?:[.@][\\s\\S]*)?$";
 
 /// The language of the POSIX locale `locale`, such as "zh_TW.UTF-8" or "de_AT@euro", in the form of
 /// macOS's list ("zh-Hant-TW", "de-AT"); nil for "C", "POSIX" and text of another form.
 NSString* LanguageOfLocale(NSString* locale) {
-  NSArray* parts = [TextBefore(locale, @".@") componentsSeparatedByString:@"_"];
-  NSString* language = [parts objectAtIndex:0];
-  NSString* region = [parts count] == 2 ? [parts objectAtIndex:1] : @"";
-  if ([parts count] > 2 || ([language length] != 2 && [language length] != 3) ||
-      !HasOnlyLetters(language)) {
+  NSRegularExpression* expression = [NSRegularExpression regularExpressionWithPattern:kLocale
+                                                                              options:0
+                                                                                error:nullptr];
+  NSTextCheckingResult* match = [expression firstMatchInString:locale
+                                                       options:0
+                                                         range:NSMakeRange(0, [locale length])];
+  if (match == nil) {
     return nil;
   }
-  NSMutableArray* subtags = [NSMutableArray arrayWithObject:[language lowercaseString]];
-  if ([[subtags objectAtIndex:0] isEqualToString:@"zh"]) {
+  NSString* language = [[locale substringWithRange:[match rangeAtIndex:1]] lowercaseString];
+  const NSRange regionRange = [match rangeAtIndex:2];
+  NSString* region = regionRange.length > 0 && regionRange.location != NSNotFound
+                         ? [locale substringWithRange:regionRange]
+                         : @"";
+  if ([language isEqualToString:@"zh"]) {
     // POSIX locales name the region alone.
     NSArray* traditional = [NSArray arrayWithObjects:@"HK", @"MO", @"TW", nil];
-    [subtags addObject:[traditional containsObject:[region uppercaseString]] ? @"Hant" : @"Hans"];
+    language = [traditional containsObject:[region uppercaseString]] ? @"zh-Hant" : @"zh-Hans";
   }
-  if ([region length] > 0) {
-    [subtags addObject:region];
-  }
-  return [NSLocale canonicalLocaleIdentifierFromString:[subtags componentsJoinedByString:@"-"]];
+  NSString* identifier =
+      [region length] > 0 ? [language stringByAppendingFormat:@"-%@", region] : language;
+  return [NSLocale canonicalLocaleIdentifierFromString:identifier];
 }
 
 /// Each language is compared with all before it.
@@ -72,7 +63,7 @@ NSArray* LanguagesOfEnvironment() {
       break;
     }
   }
-  if (IsPlainLocale(locale)) {
+  if ([locale isEqualToString:@"C"] || [locale isEqualToString:@"POSIX"]) {
     return nil;
   }
 

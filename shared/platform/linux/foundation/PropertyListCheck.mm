@@ -14,10 +14,6 @@ constexpr unsigned char kFirstByteOfText = '\t';
 
 constexpr size_t kGreatestDepth = 512;
 
-std::string_view BytesOf(NSData* data) {
-  return {static_cast<const char*>([data bytes]), [data length]};
-}
-
 bool BeginsWith(std::string_view text, std::string_view beginning) {
   return text.substr(0, beginning.size()) == beginning;
 }
@@ -200,22 +196,11 @@ class BinaryCheck {
 
 // ---- Text
 
-/// Each opening bracket can make GNUstep's parser call itself. All of them count: what closes one
-/// may be in a comment or in a string.
+/// Each opening bracket can make GNUstep's parser call itself. All of them count, since what closes
+/// one may be in a comment or in a string; so does every such byte of text in UTF-16.
 constexpr ptrdiff_t kMostBrackets = 4096;
 
 bool IsOpeningBracket(char character) { return character == '(' || character == '{'; }
-
-/// Text in UTF-8 of a list in UTF-16, else `data` itself.
-NSData* TextOf(NSData* data) {
-  const std::string_view bytes = BytesOf(data);
-  if (!BeginsWith(bytes, "\xFE\xFF") && !BeginsWith(bytes, "\xFF\xFE")) {
-    return data;
-  }
-  NSString* text = [[[NSString alloc] initWithData:data
-                                          encoding:NSUnicodeStringEncoding] autorelease];
-  return [text dataUsingEncoding:NSUTF8StringEncoding];
-}
 
 // ---- XML
 
@@ -305,7 +290,7 @@ std::string_view Start(std::string_view text) {
 }  // namespace
 
 bool IsSafePropertyList(NSData* data) {
-  const std::string_view bytes = BytesOf(data);
+  const std::string_view bytes(static_cast<const char*>([data bytes]), [data length]);
   if (!bytes.empty() && static_cast<unsigned char>(bytes[0]) < kFirstByteOfText) {
     return false;
   }
@@ -317,7 +302,6 @@ bool IsSafePropertyList(NSData* data) {
     // GNUstep begins to read XML after white space, and fails.
     return start.data() == bytes.data() && IsSafeXML(start);
   }
-  const std::string_view text = BytesOf(TextOf(data));
   return !BeginsWith(start, kXMLWithoutDeclaration) &&
-         std::count_if(text.begin(), text.end(), IsOpeningBracket) <= kMostBrackets;
+         std::count_if(bytes.begin(), bytes.end(), IsOpeningBracket) <= kMostBrackets;
 }

@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <fcntl.h>
 #include <libproc.h>
 #include <limits.h>
@@ -11,7 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -26,13 +26,6 @@ constexpr char kDeletedSuffix[] = " (deleted)";
 // Field of /proc/PID/stat that holds the start time, counted from the state, which is the third.
 constexpr int kStartTimeAfterState = 22 - 3;
 
-struct FolderCloser {
-  void operator()(DIR* folder) const { closedir(folder); }
-};
-struct FileCloser {
-  void operator()(FILE* file) const { (void)fclose(file); }
-};
-
 struct Process {
   pid_t pid;
   /// Clock ticks since the machine started.
@@ -42,44 +35,36 @@ struct Process {
 /// Every process id of /proc, in no order. False with errno when it cannot be read.
 bool ReadAllProcessIDs(std::vector<pid_t>& pids) {
   pids.clear();
-  const std::unique_ptr<DIR, FolderCloser> folder(opendir("/proc"));
-  if (folder == nullptr) {
-    return false;
-  }
-  errno = 0;
-  while (const dirent* entry = readdir(folder.get())) {
+  std::error_code error;
+  std::filesystem::directory_iterator entry("/proc", error);
+  for (; !error && entry != std::filesystem::end(entry); entry.increment(error)) {
+    const std::string name = entry->path().filename();
     char* end = nullptr;
-    const long pid = strtol(entry->d_name, &end, 10);
+    const long pid = strtol(name.c_str(), &end, 10);
     if (*end == '\0' && pid > 0 && pid <= INT_MAX) {
       pids.push_back(static_cast<pid_t>(pid));
     }
-    errno = 0;
   }
-  return errno == 0;
+  errno = error.value();
+  return !error;
 }
 
 /// False when the process has gone.
 bool ReadStartTime(pid_t pid, unsigned long long& startTime) {
-  char path[64];
-  (void)snprintf(path, sizeof(path), "/proc/%d/stat", pid);
-  const std::unique_ptr<FILE, FileCloser> file(fopen(path, "re"));
-  char line[1024];
-  const size_t length = file == nullptr ? 0 : fread(line, 1, sizeof(line) - 1, file.get());
-  line[length] = '\0';
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  std::getline(file, line, '\0');
   // The program's name, in parentheses, may hold anything: blanks and parentheses, too.
-  const char* field = strrchr(line, ')');
-  if (field == nullptr) {
+  size_t field = line.rfind(')');
+  if (field == line.npos) {
     return false;
   }
   ++field;
-  for (int i = 0; i < kStartTimeAfterState; ++i) {
-    field = strchr(field + 1, ' ');
-    if (field == nullptr) {
-      return false;
-    }
+  for (int i = 0; i < kStartTimeAfterState && field != line.npos; ++i) {
+    field = line.find(' ', field + 1);
   }
-  startTime = strtoull(field, nullptr, 10);
-  return true;
+  startTime = field == line.npos ? 0 : strtoull(line.c_str() + field, nullptr, 10);
+  return field != line.npos;
 }
 
 bool IsNewer(const Process& left, const Process& right) {
@@ -198,7 +183,7 @@ int proc_pidpath(int pid, void* buffer, uint32_t buffersize) {
   (void)snprintf(link, sizeof(link), "/proc/%d/exe", pid);
   std::string path = ReadExecutable(link);
   if (path.empty() && (errno == EACCES || errno == EPERM)) {
-    // Of another user's process only systemd tells it, and only of those that it started.
+    // Of another user's process only systemd knows it, and only if it started the process.
     path = JobExecutable(pid);
     errno = EPERM;
   } else if (path.empty() && errno == ENOENT) {
