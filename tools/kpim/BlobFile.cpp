@@ -52,7 +52,7 @@ const char* Unfit(const struct stat& status) {
   if (!S_ISREG(status.st_mode)) {
     return "not a regular file";
   }
-  return static_cast<unsigned long>(status.st_size) > kMaximumBlobLength ? kBlobTooLarge : nullptr;
+  return static_cast<unsigned long>(status.st_size) > kMaximumSize ? kBlobTooLarge : nullptr;
 }
 
 /// Reads the file at `path` whole. False, and reported, when that cannot be done.
@@ -95,13 +95,13 @@ bool ReadStandardInput(const std::string& name, BlobBytes& blob) {
   }
   size_t step = kFirstStep;
   for (size_t capacity = 0; blob.length == capacity; step *= 2) {
-    if (blob.length > kMaximumBlobLength) {
+    if (blob.length > kMaximumSize) {
       // Untested: it takes 4 GiB of memory.
       ReportError(name, kBlobTooLarge);
       return false;
     }
     // One byte beyond the limit shows that there is more.
-    capacity = std::min(capacity + step, kMaximumBlobLength + 1);
+    capacity = std::min(capacity + step, kMaximumSize + 1);
     if (!blob.Reserve(capacity)) {
       ReportSystemError(name, ENOMEM);
       return false;

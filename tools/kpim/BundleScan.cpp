@@ -15,13 +15,9 @@ namespace kpim {
 
 namespace {
 
-/// Sizes in a blob have 32 bits, and so has the length of a blob for its reader.
-constexpr unsigned long kMaximumSize = 0xFFFFFFFF;
-
 /// The length of a name has one byte.
 constexpr size_t kMaximumNameLength = 0xFF;
 
-constexpr char kTooLarge[] = "too large for a blob: 4 GiB or more";
 constexpr char kOutputInside[] = "the blob must not be written into the bundle that it is made of";
 
 constexpr char kInfoPlist[] = "Contents/Info.plist";
@@ -53,7 +49,7 @@ bool BundleScan::Scan(const std::string& bundle) {
     WarnOfAbsences();
   }
   if (blobBytes_ > kMaximumSize) {
-    Refuse("", kTooLarge);
+    Refuse("", kBlobTooLarge);
   }
   return !refused_;
 }
@@ -151,7 +147,7 @@ void BundleScan::ScanFile(const std::string& path, const std::string& name,
   }
   const auto bytes = static_cast<unsigned long>(status.st_size);
   if (bytes > kMaximumSize) {
-    Refuse(path, kTooLarge);
+    Refuse(path, kBlobTooLarge);
     return;
   }
   if (access(JoinPath(bundle_, path).c_str(), R_OK) != 0) {

@@ -16,9 +16,8 @@ constexpr unsigned int kNameOffset = 3;
 /// Length of a generic header without its name.
 constexpr unsigned int kNamelessHeaderLength = 7;
 
-/// Names keep their length modulo 256, sizes modulo 2^32.
+/// Names keep their length modulo 256, sizes modulo 2^32 (kMaximumSize).
 constexpr unsigned long kNameLengthMask = 0xFF;
-constexpr unsigned long kSizeMask = 0xFFFFFFFF;
 
 /// The LZMA sub-header: the uncompressed length, then the SDK's property bytes.
 constexpr unsigned int kLZMASubHeaderLength = 9;

@@ -379,7 +379,7 @@ fileChunk* DismantleInstallerBlob(fileChunk* sources, BlobFault& fault) {
   fileChunk* last = nullptr;
   for (fileChunk* source = sources; source; source = source->next) {
     fileChunk* const decoded =
-        dismantle(source->data, static_cast<unsigned int>(source->size & kSizeMask), fault);
+        dismantle(source->data, static_cast<unsigned int>(source->size & kMaximumSize), fault);
     if (fault.reason) {
       DeleteFileChunks(first);
       return nullptr;

@@ -32,8 +32,8 @@ unsigned long EncodedLength(fileChunk* list, unsigned long subHeaderLength) {
   unsigned long length = 0;
   for (fileChunk* node = list; node; node = node->next) {
     length += SizeofFormattedGenericHeader(node->name) + subHeaderLength;
-    length +=
-        node->isDirectory ? EncodedLength(node->children, subHeaderLength) : node->size & kSizeMask;
+    length += node->isDirectory ? EncodedLength(node->children, subHeaderLength)
+                                : node->size & kMaximumSize;
   }
   return length;
 }
@@ -52,10 +52,10 @@ unsigned char* FlattenList(unsigned char* position, fileChunk* list) {
       const unsigned long contentLength =
           static_cast<unsigned long>(position - header) - headerLength;
       WriteFormattedFileSize(header + headerLength - 4,
-                             static_cast<unsigned int>(contentLength & kSizeMask));
+                             static_cast<unsigned int>(contentLength & kMaximumSize));
       continue;
     }
-    const unsigned long size = node->size & kSizeMask;
+    const unsigned long size = node->size & kMaximumSize;
     if (size != 0) memcpy(position, node->data, size);
     position += size;
   }
@@ -129,7 +129,7 @@ unsigned long WriteCompressedEntry(unsigned char* entry, unsigned long headerLen
     return 0;
   }
 
-  WriteFormattedLZMASubHeader(subHeader, static_cast<unsigned int>(chunk->size & kSizeMask),
+  WriteFormattedLZMASubHeader(subHeader, static_cast<unsigned int>(chunk->size & kMaximumSize),
                               reinterpret_cast<char*>(properties), kLZMAPropertyCount);
   const unsigned long payloadLength = kLZMASubHeaderLength + streamLength;
   WriteFormattedGenericHeader(entry, kCompressionLZMA, chunk->isDirectory, chunk->name,
@@ -161,17 +161,17 @@ void PrintSize(unsigned long size) {
 unsigned int totalSizeof(fileChunk* list, int compressionType) {
   const unsigned long subHeaderLength =
       compressionType == kCompressionLZMA ? SizeofFormattedLZMASubHeader() : 0;
-  return static_cast<unsigned int>(EncodedLength(list, subHeaderLength) & kSizeMask);
+  return static_cast<unsigned int>(EncodedLength(list, subHeaderLength) & kMaximumSize);
 }
 
 unsigned int flatten(unsigned char* buffer, fileChunk* list) {
   const unsigned char* const end = FlattenList(buffer, list);
-  return static_cast<unsigned int>(static_cast<unsigned long>(end - buffer) & kSizeMask);
+  return static_cast<unsigned int>(static_cast<unsigned long>(end - buffer) & kMaximumSize);
 }
 
 fileChunk* PrepareSourceForSolidCompression(fileChunk* list) {
   const unsigned long length = EncodedLength(list, 0);
-  if (length > kSizeMask) return nullptr;
+  if (length > kMaximumSize) return nullptr;
   fileChunk* const root = NewChunk(length);
   if (!root) return nullptr;
 

@@ -53,7 +53,7 @@ unsigned long WriteFormattedGenericHeader(unsigned char* buffer, unsigned char c
   buffer[kNameLengthOffset] = static_cast<unsigned char>(nameLength);
   if (nameLength != 0) memcpy(buffer + kNameOffset, name, nameLength);
   WriteFormattedFileSize(buffer + kNameOffset + nameLength,
-                         static_cast<unsigned int>(size & kSizeMask));
+                         static_cast<unsigned int>(size & kMaximumSize));
   return kNamelessHeaderLength + nameLength;
 }
 

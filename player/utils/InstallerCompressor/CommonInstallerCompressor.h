@@ -41,9 +41,10 @@ constexpr int kCompressionLZMA = 1;
 /// refused, which bounds the recursion of every walk over a decoded tree.
 constexpr unsigned int kMaximumNesting = 512;
 
-/// The greatest length of a blob, in bytes: the reader counts in 32 bits.
-constexpr unsigned long kMaximumBlobLength = 0xFFFFFFFF;
-/// Why a longer one is refused. The offset of that fault is the greatest length.
+/// The greatest size that a field of a blob holds, and the greatest length of a blob for its
+/// reader, in bytes: 32 bits.
+constexpr unsigned long kMaximumSize = 0xFFFFFFFF;
+/// Why a longer blob is refused. The offset of that fault is the greatest length.
 constexpr char kBlobTooLarge[] = "too large for a blob: 4 GiB or more";
 
 /// Why a blob was refused.

@@ -18,8 +18,6 @@ namespace {
 constexpr char kFolderSettingsName[] = ".DS_Store";
 constexpr char kScrubCharacter = 'X';
 
-constexpr unsigned long kLow32Bits = 0xFFFFFFFF;
-
 // The most bytes that one read is asked for: macOS refuses more than INT_MAX.
 constexpr size_t kGreatestTransfer = 1UL << 30;
 
@@ -129,7 +127,7 @@ fileChunk* CreateFileSource(char const* path, char const* name, const SourceCall
   const auto size = static_cast<unsigned long>(status.st_size);
   fileChunk* node = CreateNode(name);
   if (node) {
-    node->size = size & kLow32Bits;
+    node->size = size & kMaximumSize;
     node->data = ReadBytes(descriptor, node->size, path, caller);
     if (!node->data) DeleteFileChunks(node);
   }
@@ -219,7 +217,7 @@ fileChunk* PlatformCreateSourceFromDescriptor(int descriptor, int& error) {
     error = errno;
     return nullptr;
   }
-  if (static_cast<unsigned long>(status.st_size) > kLow32Bits) {
+  if (static_cast<unsigned long>(status.st_size) > kMaximumSize) {
     error = EFBIG;
     return nullptr;
   }

@@ -21,8 +21,6 @@ namespace {
 constexpr mode_t kDirectoryMode = 0775;
 constexpr mode_t kFileMode = 0664;
 
-constexpr unsigned long kLow32Bits = 0xFFFFFFFF;
-
 // The most bytes that one write is asked for: macOS refuses more than INT_MAX.
 constexpr size_t kGreatestTransfer = 1UL << 30;
 
@@ -258,7 +256,7 @@ void Sink::WriteChildren(const fileChunk& node, const Trail& trail) {
 }
 
 void Sink::WriteFile(const char* name, const fileChunk& node, const Trail& trail) {
-  const WrittenFile written = WriteWholeFile(name, node.data, node.size & kLow32Bits);
+  const WrittenFile written = WriteWholeFile(name, node.data, node.size & kMaximumSize);
   if (written.error != 0) {
     Report(1, trail, written.error);
   }

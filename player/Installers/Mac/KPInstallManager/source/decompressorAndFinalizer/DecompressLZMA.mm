@@ -87,7 +87,7 @@ fileChunk* DecodeBlob(int descriptor) {
     LogFault(fault);
   } else if (readError == EFBIG) {
     fault.reason = kBlobTooLarge;
-    fault.offset = kMaximumBlobLength;
+    fault.offset = kMaximumSize;
     LogFault(fault);
   } else {
     LogReadError(readError);
