@@ -428,15 +428,25 @@ def test_no_descriptors_are_left_to_use(sandbox):
     assert (answer["status"], answer["stdout"]) == (0, failure("-1 unknown error") + "\n")
 
 
-# Without libcurl
+# Without a libcurl that will do
+
+
+def reasons_with_libcurl(sandbox, replacement):
+    """Why each of two requests fails with the file `replacement` in libcurl's place: it is loaded
+    once."""
+    urls = [f"{PLAIN}/plain", f"{PLAIN}/plain"]
+    lines = sandbox.load("--sync", "--reason", *urls, wrapper=[
+        "bwrap", "--dev-bind", "/", "/", "--ro-bind", str(replacement), libcurl(), "--"])
+    assert [lines[0], lines[2]] == [failure("-1 unknown error", number) for number in (0, 1)]
+    return [lines[2 * number + 1].removeprefix(f"{number} because ") for number in (0, 1)]
 
 
 def test_request_without_libcurl_fails(sandbox):
-    """Each of two requests: why the library cannot be loaded is found out once."""
-    urls = [f"{PLAIN}/plain", f"{PLAIN}/plain"]
-    lines = sandbox.load("--sync", "--reason", *urls, wrapper=[
-        "bwrap", "--dev-bind", "/", "/", "--ro-bind", "/dev/null", libcurl(), "--"])
-    for number in (0, 1):
-        assert lines[2 * number] == failure("-1 unknown error", number)
-        assert lines[2 * number + 1].startswith(f"{number} because ")
-        assert "libcurl.so.4" in lines[2 * number + 1]
+    first, second = reasons_with_libcurl(sandbox, "/dev/null")
+    assert "libcurl.so.4" in first
+    assert second == first
+
+
+def test_request_with_an_old_libcurl_fails(sandbox, build):
+    assert reasons_with_libcurl(sandbox, build / "tests/programs/old_libcurl.so") == [
+        "libcurl is too old: 7.87.0 or later is needed"] * 2

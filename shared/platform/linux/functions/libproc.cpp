@@ -86,7 +86,7 @@ std::vector<Process> NewestFirst(const std::vector<pid_t>& pids) {
   return processes;
 }
 
-/// Bytes of `count` ids; as many as an int can tell.
+/// Bytes of `count` ids; as many as an int holds.
 int SizeOf(size_t count) {
   return static_cast<int>(std::min(count, INT_MAX / sizeof(int)) * sizeof(int));
 }

@@ -25,8 +25,8 @@ bool StartsWith(const std::string& text, const char* start) {
   return text.compare(0, strlen(start), start) == 0;
 }
 
-/// The unit in which the process is, as its control group tells it: the last folder of the path
-/// (cgroups(7)). Empty when that cannot be read.
+/// The unit in which the process is: the last folder of the path of its control group (cgroups(7)).
+/// Empty when that cannot be read.
 std::string UnitOfProcess(pid_t pid) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/cgroup");
   std::string line;

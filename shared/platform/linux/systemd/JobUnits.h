@@ -17,7 +17,7 @@ constexpr char kUnitInterface[] = "org.freedesktop.systemd1.Unit";
 std::string JobUnitName(const std::string& label);
 
 /// The path that systemd executed as the main process of a launch job, if `pid` is one whose
-/// program is running; else empty. systemd tells it to every user. Empty for a script, too: what
+/// program is running; else empty. systemd reports it to every user. Empty for a script, too: what
 /// runs is its interpreter. The bus is only asked about processes in a launch job's control group,
 /// since this is called for every process of other users again and again.
 std::string JobExecutable(pid_t pid);

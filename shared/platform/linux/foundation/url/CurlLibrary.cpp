@@ -9,6 +9,10 @@ namespace {
 /// By the name of its interface, which all releases since 7.16 share.
 constexpr char kLibraryName[] = "libcurl.so.4";
 
+/// The first release with all the options that the port sets; CURLOPT_QUICK_EXIT is the last.
+constexpr unsigned kOldestRelease = 0x075700;
+constexpr char kTooOld[] = "libcurl is too old: 7.87.0 or later is needed";
+
 struct LoadedLibrary {
   CurlLibrary functions = {};
   std::string failure;  // Empty when the library can be used.
@@ -16,6 +20,10 @@ struct LoadedLibrary {
   LoadedLibrary() {
     // Never closed: libcurl's own libraries cannot be unloaded safely.
     void* const handle = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
+    if (handle != nullptr && IsTooOld(handle)) {
+      failure = kTooOld;
+      return;
+    }
     if (handle == nullptr || !FindAll(handle)) {
       const char* const text = dlerror();
       failure = text == nullptr || *text == '\0' ? "libcurl cannot be loaded" : text;
@@ -28,6 +36,12 @@ struct LoadedLibrary {
   }
 
  private:
+  static bool IsTooOld(void* handle) {
+    const auto info =
+        reinterpret_cast<decltype(&curl_version_info)>(dlsym(handle, "curl_version_info"));
+    return info != nullptr && info(CURLVERSION_NOW)->version_num < kOldestRelease;
+  }
+
   /// False, with dlerror(3) set, for a release that lacks one of them.
   bool FindAll(void* handle) {
 #define KP_FIND_CURL_FUNCTION(NAME)                                                          \

@@ -23,8 +23,9 @@ struct CurlLibrary {
 
 /// Loads and initializes the library at the first call, from any thread. Linked instead, it would
 /// cost every start of every program 4 ms of processor time, a quarter of it, and 3 MiB.
-/// Returns nullptr when the library cannot be loaded, and at every later call; `*reason` then says
-/// why, in the words of the dynamic linker or of libcurl. The text lives as long as the program.
+/// Returns nullptr when the library cannot be loaded or is older than release 7.87, and at every
+/// later call; `*reason` then says why, in the words of the dynamic linker or of libcurl where they
+/// failed. The text lives as long as the program.
 const CurlLibrary* LoadedCurlLibrary(const char** reason);
 
 /// The library that LoadedCurlLibrary() has returned before.
