@@ -70,6 +70,7 @@ void InitializeReadable() {
   std::vector<std::string> arguments = ReadableArguments();
   arguments.emplace_back(kSilenceWarnings);
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) {
     argv.push_back(argument.data());
   }

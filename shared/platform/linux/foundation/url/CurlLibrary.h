@@ -16,7 +16,7 @@
 
 /// Pointers to those functions.
 struct CurlLibrary {
-#define KP_CURL_MEMBER(NAME) decltype(&curl_##NAME) NAME;
+#define KP_CURL_MEMBER(NAME) decltype(&curl_##NAME) NAME;  // NOLINT(bugprone-macro-parentheses)
   KP_CURL_FUNCTIONS(KP_CURL_MEMBER)
 #undef KP_CURL_MEMBER
 };
