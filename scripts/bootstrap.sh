@@ -8,7 +8,7 @@ repo=$(cd "$(dirname "$0")/.." && pwd)
 packages=(
     # build
     clang clang-format clang-tidy cmake git libclang-rt-14-dev lld llvm ninja-build pkg-config
-    libcli11-dev libcurl4-openssl-dev libssl-dev libsystemd-dev lzma-dev
+    libcli11-dev libcurl4-openssl-dev libicu-dev libssl-dev libsystemd-dev lzma-dev
     gnustep-make libgnustep-base-dev libobjc-12-dev make
     # test and demo
     bubblewrap ca-certificates debian-archive-keyring debootstrap dpkg-dev file libbenchmark-dev

@@ -1,6 +1,6 @@
 // Property lists of any bytes: what guards GNUstep's parsers, and the parsers behind it.
-#include "shared/platform/linux/DefaultsFile.h"
-#include "shared/platform/linux/PropertyListCheck.h"
+#include "shared/platform/linux/foundation/DefaultsFile.h"
+#include "shared/platform/linux/foundation/PropertyListCheck.h"
 #include "tests/fuzz/FuzzText.h"
 
 // GNUstep's parsers keep what they have read of a list when they find it damaged. No option says

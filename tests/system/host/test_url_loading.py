@@ -167,27 +167,10 @@ def test_headers_of_a_request(sandbox):
     assert agent[0].startswith("User-Agent: url_client/(unknown version) libcurl/")
 
 
-def test_headers_of_the_caller_replace_the_usual_ones(sandbox):
-    head = body_of(sandbox.load("--header", "user-agent=mine", "--header", "X-Empty=",
-                                f"{PLAIN}/echo")).split("|")
-    assert "user-agent: mine" in head
-    assert "X-Empty:" in head
-    assert len([line for line in head if line.lower().startswith("user-agent:")]) == 1
-
-
-def test_header_with_a_line_break_is_refused(sandbox):
-    lines = sandbox.load("--header", "X-A=b\r\nX-Smuggled: yes", f"{PLAIN}/echo")
-    assert lines == ["0 started", failure(BAD_URL)]
-
-
-def test_posted_body(sandbox):
-    echo = body_of(sandbox.load("--method", "POST", "--body", "a=b", f"{PLAIN}/echo"))
-    assert echo.startswith("POST /echo HTTP/1.1|")
-    assert echo.endswith("|a=b")
-
-
-def test_head_request(sandbox):
-    assert sandbox.load("--method", "HEAD", f"{NGINX}/plain.txt")[-1] == "0 finish 0"
+@pytest.mark.parametrize("options", [
+    ("--method", "HEAD"), ("--method", "POST"), ("--body", "a=b"), ("--header", "X-A=b")])
+def test_only_plain_get_is_supported(sandbox, options):
+    assert sandbox.load(*options, f"{PLAIN}/echo") == ["0 started", failure("-1 unknown error")]
 
 
 def test_no_cookies_are_kept(sandbox):
@@ -235,6 +218,11 @@ def test_redirect_targets(sandbox, path, target, body):
     assert lines[-2:] == [f"0 data {body}", "0 finish 5"]
 
 
+@pytest.mark.parametrize("path", ["found", "see-other", "temporary"])
+def test_every_redirect_is_a_get(sandbox, path):
+    assert body_of(sandbox.load(f"{PLAIN}/{path}")).startswith("GET /echo HTTP/1.1|")
+
+
 def test_redirect_from_https_to_http_is_followed(sandbox):
     assert sandbox.load(f"{TLS}/to-plain-http")[-2:] == ["0 data hello", "0 finish 5"]
 
@@ -279,24 +267,6 @@ def test_refused_redirect_is_an_answer(sandbox):
     assert sandbox.load("--refuse-redirect", url) == [
         "0 started", response(url, status=302, event="redirect"), f"0 to GET {url}",
         response(url, status=302), "0 data moved", "0 finish 5"]
-
-
-@pytest.mark.parametrize("path,method,body", [
-    ("see-other", "GET", ""), ("found", "GET", ""), ("temporary", "POST", "a=b")])
-def test_method_after_a_redirect(sandbox, path, method, body):
-    lines = sandbox.load("--method", "POST", "--body", "a=b", f"{PLAIN}/{path}")
-    echo = body_of(lines)
-    assert echo.startswith(f"{method} /echo HTTP/1.1|")
-    assert echo.endswith(f"|{body}")
-
-
-def test_credentials_stay_with_their_host(sandbox):
-    header = ("--header", "Authorization=Basic abc", "--header", "X-Other=kept")
-    same = body_of(sandbox.load(*header, f"{PLAIN}/found"))
-    other = body_of(sandbox.load(*header, f"{PLAIN}/to-other-host"))
-    assert "Authorization: Basic abc" in same
-    assert "authorization" not in other.lower()
-    assert "X-Other: kept" in other
 
 
 # Failures, in both modes
@@ -469,8 +439,8 @@ def test_no_descriptors_are_left_to_use(sandbox):
 
 
 def reasons_with_libcurl(sandbox, replacement):
-    """Why each of two requests fails with the file `replacement` in libcurl's place: what was
-    found at the first is reported again at the next."""
+    """Why each of two requests fails with the file `replacement` in libcurl's place: it is loaded
+    once."""
     urls = [f"{PLAIN}/plain", f"{PLAIN}/plain"]
     lines = sandbox.load("--sync", "--reason", *urls, wrapper=[
         "bwrap", "--dev-bind", "/", "/", "--ro-bind", str(replacement), libcurl(), "--"])
@@ -486,4 +456,4 @@ def test_request_without_libcurl_fails(sandbox):
 
 def test_request_with_an_old_libcurl_fails(sandbox, build):
     assert reasons_with_libcurl(sandbox, build / "tests/programs/old_libcurl.so") == [
-        "libcurl 7.86.0 is too old: 7.87.0 or later is needed"] * 2
+        "libcurl is too old: 7.87.0 or later is needed"] * 2

@@ -186,7 +186,6 @@ FIXED = {
     "/see-other": redirect("/echo", status="303 See Other"),
     "/found": redirect("/echo"),
     "/temporary": redirect("/echo", status="307 Temporary Redirect"),
-    "/to-other-host": redirect(f"http://other.test:{PLAIN_PORT}/echo"),
     "/short": head("200 OK", "Content-Length: 1000") + b"part",
     "/short-chunk": head("200 OK", "Transfer-Encoding: chunked") + b"100\r\npart",
     "/bad-chunk": head("200 OK", "Transfer-Encoding: chunked") + b"what\r\n",

@@ -204,11 +204,10 @@ TEST_F(ConsoleUserTest, InterruptedLookUpIsMadeAgain) {
 }
 
 TEST_F(ConsoleUserTest, EntryOfAnyReasonableSize) {
-  s_lookupErrors.assign(10, ERANGE);
   EXPECT_EQ("root", User());
   EXPECT_EQ(size_t{1} << 20, s_largestBuffer);
 
-  s_lookupErrors.assign(1000, ERANGE);
+  s_lookupErrors = {ERANGE};
   EXPECT_EQ("(absent)", User());
   EXPECT_EQ(size_t{1} << 20, s_largestBuffer);
 }

@@ -28,18 +28,7 @@ TEST(CoreFoundation, ReleaseGivesUpOneOwnership) {
   CFRelease((CFStringRef)text);
 }
 
-TEST(CoreFoundation, ErrorsTellTheirReason) {
-  NSDictionary* info = [NSDictionary dictionaryWithObject:@"no such job"
-                                                   forKey:NSLocalizedDescriptionKey];
-  NSError* error = [NSError errorWithDomain:@"Test" code:1 userInfo:info];
-  CFStringRef description = CFErrorCopyDescription((CFErrorRef)error);
-  EXPECT_TRUE(CFEqual(description, CFSTR("no such job")));
-  CFRelease(description);
-}
-
 TEST(CoreFoundationDeathTest, NullEndsTheProcess) {
-  EXPECT_DEATH(CFErrorCopyDescription(nullptr),
-               "host port: CFErrorCopyDescription\\(\\) called with NULL");
   EXPECT_DEATH(CFRelease(nullptr), "host port: CFRelease\\(\\) called with NULL");
   EXPECT_DEATH(CFEqual(nullptr, CFSTR("x")), "host port: CFEqual\\(\\) called with NULL");
   EXPECT_DEATH(CFEqual(CFSTR("x"), nullptr), "host port: CFEqual\\(\\) called with NULL");

@@ -1,4 +1,4 @@
-#include "shared/platform/linux/EnvironmentFilter.h"
+#include "shared/platform/linux/environment/EnvironmentFilter.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

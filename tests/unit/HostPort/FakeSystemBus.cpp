@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "shared/platform/linux/SystemBus.h"
+#include "shared/platform/linux/systemd/SystemBus.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "shared/platform/linux/JobUnits.h"
+#include "shared/platform/linux/systemd/JobUnits.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

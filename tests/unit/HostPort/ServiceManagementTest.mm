@@ -35,33 +35,32 @@ class ServiceManagementTest : public testing::Test {
   }
   ~ServiceManagementTest() override { [job_ release]; }
 
-  static std::string Reason(Boolean result, CFErrorRef error) {
+  /// The errno of a call that fails with `error`.
+  static int Reason(Boolean result, CFErrorRef error) {
     EXPECT_FALSE(result);
     if (error == nullptr) {
-      return "(no error)";
+      return 0;
     }
-    CFStringRef description = CFErrorCopyDescription(error);
-    const std::string text = [(NSString*)description UTF8String];
-    CFRelease(description);
+    const auto code = static_cast<int>([(NSError*)error code]);
     CFRelease(error);
-    return text;
+    return code;
   }
-  std::string ReasonOfSubmission(CFStringRef domain = kSMDomainSystemLaunchd) const {
+  int ReasonOfSubmission(CFStringRef domain = kSMDomainSystemLaunchd) const {
     EXPECT_FALSE(SMJobSubmit(domain, (CFDictionaryRef)job_, nullptr, nullptr));
     CFErrorRef error = nullptr;
     const Boolean result = SMJobSubmit(domain, (CFDictionaryRef)job_, nullptr, &error);
     return Reason(result, error);
   }
   /// The reason when `key` has another value, or none for nil.
-  std::string ReasonWith(NSString* key, id value) {
+  int ReasonWith(NSString* key, id value) {
     id before = [[job_ objectForKey:key] retain];
     value == nil ? [job_ removeObjectForKey:key] : [job_ setObject:value forKey:key];
-    const std::string reason = ReasonOfSubmission();
+    const int reason = ReasonOfSubmission();
     before == nil ? [job_ removeObjectForKey:key] : [job_ setObject:before forKey:key];
     [before release];
     return reason;
   }
-  static std::string ReasonOfRemoval(NSString* label, CFStringRef domain = kSMDomainSystemLaunchd) {
+  static int ReasonOfRemoval(NSString* label, CFStringRef domain = kSMDomainSystemLaunchd) {
     EXPECT_FALSE(SMJobRemove(domain, (CFStringRef)label, nullptr, 1, nullptr));
     CFErrorRef error = nullptr;
     const Boolean result = SMJobRemove(domain, (CFStringRef)label, nullptr, 1, &error);
@@ -75,7 +74,7 @@ class ServiceManagementTest : public testing::Test {
   NSMutableDictionary* job_;
 };
 
-const char kNoBus[] = "the system's message bus cannot be reached: No such file or directory";
+constexpr int kNoBus = ENOENT;
 
 TEST_F(ServiceManagementTest, WithoutABusThereIsAnError) {
   EXPECT_EQ(kNoBus, ReasonOfSubmission());
@@ -83,15 +82,11 @@ TEST_F(ServiceManagementTest, WithoutABusThereIsAnError) {
 }
 
 TEST_F(ServiceManagementTest, LabelMustNameAUnit) {
-  const std::string what = "the job cannot be submitted: ";
-  EXPECT_EQ(what + "\"Label\" is not a string", ReasonWith(@"Label", nil));
-  EXPECT_EQ(what + "\"Label\" is not a string", ReasonWith(@"Label", [NSNumber numberWithInt:1]));
-  EXPECT_EQ(what + "\"Label\" is not a string", ReasonWith(@"Label", ZeroCharacter()));
-  EXPECT_EQ(what + "\"Label\" is empty or too long", ReasonWith(@"Label", @""));
   NSString* tooLong = [@"" stringByPaddingToLength:300 withString:@"x" startingAtIndex:0];
-  EXPECT_EQ(what + "\"Label\" is empty or too long", ReasonWith(@"Label", tooLong));
+  EXPECT_EQ(EINVAL, ReasonWith(@"Label", [NSNumber numberWithInt:1]));
   for (NSString* label : {@"", tooLong, ZeroCharacter(), (NSString*)nil}) {
-    EXPECT_EQ("the job cannot be removed: no job has such a label", ReasonOfRemoval(label));
+    EXPECT_EQ(EINVAL, ReasonWith(@"Label", label));
+    EXPECT_EQ(EINVAL, ReasonOfRemoval(label));
   }
 }
 
@@ -99,72 +94,56 @@ TEST_F(ServiceManagementTest, TextThatIsNoUnicodeIsRefused) {
   const unichar half = 0xD800;
   NSString* broken = [NSString stringWithFormat:@"a%C", half];
   ASSERT_EQ(2u, [broken length]);
-  const std::string what = "the job cannot be submitted: ";
-  EXPECT_EQ(what + "\"Label\" is not a string", ReasonWith(@"Label", broken));
-  EXPECT_EQ(what + "a key is not a string", ReasonWith(broken, @"x"));
-  EXPECT_EQ(what + "a key is not a string",
-            ReasonWith((NSString*)[NSNumber numberWithInt:1], @"x"));
-  EXPECT_EQ(what + "\"ProgramArguments\" holds something that no argument can be",
+  EXPECT_EQ(EINVAL, ReasonWith(@"Label", broken));
+  EXPECT_EQ(EINVAL, ReasonWith(broken, @"x"));
+  EXPECT_EQ(EINVAL, ReasonWith((NSString*)[NSNumber numberWithInt:1], @"x"));
+  EXPECT_EQ(EINVAL,
             ReasonWith(@"ProgramArguments", [NSArray arrayWithObjects:@"/bin/true", broken, nil]));
-  EXPECT_EQ("the job's output cannot be opened: Invalid argument",
-            ReasonWith(@"StandardOutPath", broken));
-  EXPECT_EQ("the job cannot be removed: no job has such a label", ReasonOfRemoval(broken));
+  EXPECT_EQ(EINVAL, ReasonWith(@"StandardOutPath", broken));
+  EXPECT_EQ(EINVAL, ReasonOfRemoval(broken));
 }
 
 TEST_F(ServiceManagementTest, WhatIsNotSupportedIsRefused) {
-  const std::string what = "the job cannot be submitted: ";
-  EXPECT_EQ(what + "the key \"UserName\" is not supported", ReasonWith(@"UserName", @"alice"));
-  const std::string atLoad =
-      what + "\"RunAtLoad\" is not true, and starting a job later is not supported";
-  EXPECT_EQ(atLoad, ReasonWith(@"RunAtLoad", nil));
-  EXPECT_EQ(atLoad, ReasonWith(@"RunAtLoad", [NSNumber numberWithBool:NO]));
-  EXPECT_EQ(atLoad, ReasonWith(@"RunAtLoad", @"YES"));
-  EXPECT_EQ(what + "\"KeepAlive\" is not a boolean",
-            ReasonWith(@"KeepAlive", [NSDictionary dictionary]));
+  EXPECT_EQ(EINVAL, ReasonWith(@"UserName", @"alice"));
+  EXPECT_EQ(EINVAL, ReasonWith(@"RunAtLoad", nil));
+  EXPECT_EQ(EINVAL, ReasonWith(@"RunAtLoad", [NSNumber numberWithBool:NO]));
+  EXPECT_EQ(EINVAL, ReasonWith(@"RunAtLoad", @"YES"));
+  EXPECT_EQ(EINVAL, ReasonWith(@"KeepAlive", [NSDictionary dictionary]));
+  EXPECT_EQ(EINVAL, ReasonWith(@"KeepAlive", [NSNumber numberWithBool:YES]));
   EXPECT_EQ(kNoBus, ReasonWith(@"KeepAlive", nil));
-  const std::string domain = what + "the domain is not the system's";
-  EXPECT_EQ(domain, ReasonOfSubmission(CFSTR("user")));
-  EXPECT_EQ(domain, ReasonOfSubmission(nullptr));
-  EXPECT_EQ("the job cannot be removed: the domain is not the system's",
-            ReasonOfRemoval(@"com.example.tool", CFSTR("user")));
+  EXPECT_EQ(EINVAL, ReasonOfSubmission(CFSTR("user")));
+  EXPECT_EQ(EINVAL, ReasonOfSubmission(nullptr));
+  EXPECT_EQ(EINVAL, ReasonOfRemoval(@"com.example.tool", CFSTR("user")));
 }
 
 TEST_F(ServiceManagementTest, ThereMustBeAJob) {
   CFErrorRef error = nullptr;
   const Boolean result = SMJobSubmit(kSMDomainSystemLaunchd, nullptr, nullptr, &error);
-  EXPECT_EQ("the job cannot be submitted: there is none", Reason(result, error));
+  EXPECT_EQ(EINVAL, Reason(result, error));
 }
 
 TEST_F(ServiceManagementTest, ArgumentsMustBeStringsAndTheFirstAProgram) {
   NSString* key = @"ProgramArguments";
-  const std::string list =
-      "the job cannot be submitted: \"ProgramArguments\" is not a list with a program in it";
-  EXPECT_EQ(list, ReasonWith(key, nil));
-  EXPECT_EQ(list, ReasonWith(key, @"/bin/true"));
-  EXPECT_EQ(list, ReasonWith(key, [NSArray array]));
-  const std::string element =
-      "the job cannot be submitted: \"ProgramArguments\" holds something that no argument can be";
-  EXPECT_EQ(element,
-            ReasonWith(key, [NSArray arrayWithObjects:@"/bin/true", ZeroCharacter(), nil]));
-  EXPECT_EQ(element, ReasonWith(key, [NSArray arrayWithObject:[NSNull null]]));
-  const std::string missing = "the job's program cannot be found: No such file or directory";
-  EXPECT_EQ(missing, ReasonWith(key, [NSArray arrayWithObject:@"/no/such/program"]));
-  EXPECT_EQ(missing, ReasonWith(key, [NSArray arrayWithObject:@""]));
+  EXPECT_EQ(EINVAL, ReasonWith(key, nil));
+  EXPECT_EQ(EINVAL, ReasonWith(key, @"/bin/true"));
+  EXPECT_EQ(EINVAL, ReasonWith(key, [NSArray array]));
+  EXPECT_EQ(EINVAL, ReasonWith(key, [NSArray arrayWithObjects:@"/bin/true", ZeroCharacter(), nil]));
+  EXPECT_EQ(EINVAL, ReasonWith(key, [NSArray arrayWithObject:[NSNull null]]));
+  EXPECT_EQ(ENOENT, ReasonWith(key, [NSArray arrayWithObject:@"/no/such/program"]));
+  EXPECT_EQ(ENOENT, ReasonWith(key, [NSArray arrayWithObject:@""]));
 }
 
 TEST_F(ServiceManagementTest, OutputIsOpenedWithTheCallersRights) {
   const TemporaryFolder folder;
   NSString* key = @"StandardOutPath";
-  EXPECT_EQ("the job's output cannot be opened: Invalid argument",
-            ReasonWith(key, [NSNumber numberWithInt:1]));
-  EXPECT_EQ("the job's output cannot be opened: Is a directory", ReasonWith(key, @"/"));
+  EXPECT_EQ(EINVAL, ReasonWith(key, [NSNumber numberWithInt:1]));
+  EXPECT_EQ(EISDIR, ReasonWith(key, @"/"));
   const std::string path = folder / "output";
   EXPECT_EQ(kNoBus, ReasonWith(key, [NSString stringWithUTF8String:path.c_str()]));
   const std::string fifo = folder / "fifo";
   ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
-  EXPECT_EQ("the job's output cannot be opened: No such device or address",
-            ReasonWith(key, [NSString stringWithUTF8String:fifo.c_str()]))
-      << "nobody reads it";
+  EXPECT_EQ(ENXIO, ReasonWith(key, [NSString stringWithUTF8String:fifo.c_str()]))
+      << "without a reader";
   struct stat status = {};
   ASSERT_EQ(0, stat(path.c_str(), &status));
   EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0600), status.st_mode);
@@ -172,9 +151,9 @@ TEST_F(ServiceManagementTest, OutputIsOpenedWithTheCallersRights) {
     GTEST_SKIP() << "changing the user needs root";
   }
   ASSERT_EQ(0, seteuid(65534));
-  const std::string reason = ReasonWith(key, [NSString stringWithUTF8String:path.c_str()]);
+  const int reason = ReasonWith(key, [NSString stringWithUTF8String:path.c_str()]);
   ASSERT_EQ(0, seteuid(0));
-  EXPECT_EQ("the job's output cannot be opened: Permission denied", reason);
+  EXPECT_EQ(EACCES, reason);
 }
 
 // ---- systemd
@@ -220,8 +199,8 @@ class SystemdTest : public ServiceManagementTest {
   bool Submit(AuthorizationRef authorization = nullptr) {
     return SMJobSubmit(kSMDomainSystemLaunchd, (CFDictionaryRef)job_, authorization, nullptr);
   }
-  static bool Remove(Boolean wait) {
-    return SMJobRemove(kSMDomainSystemLaunchd, CFSTR("com.example.tool"), nullptr, wait, nullptr);
+  static bool Remove() {
+    return SMJobRemove(kSMDomainSystemLaunchd, CFSTR("com.example.tool"), nullptr, 1, nullptr);
   }
 
   std::vector<const char*> states_;
@@ -263,18 +242,7 @@ TEST_F(SystemdTest, AJobIsATransientService) {
   EXPECT_THAT(call.text,
               HasSubstr("STRING \"TimeoutStopUSec\"; VARIANT \"t\" { UINT64 20000000; }"));
   EXPECT_THAT(call.text, HasSubstr("STRING \"IgnoreSIGPIPE\"; VARIANT \"b\" { BOOLEAN false; }"));
-  EXPECT_THAT(call.text, Not(HasSubstr("\"Restart\"")));
   EXPECT_THAT(call.text, Not(HasSubstr("StandardOutputFileDescriptor")));
-}
-
-TEST_F(SystemdTest, AJobThatIsKeptAliveIsRestartedForEver) {
-  [job_ setObject:[NSNumber numberWithBool:YES] forKey:@"KeepAlive"];
-  ASSERT_TRUE(Submit());
-  const std::string text = bus_.calls()[0].text;
-  EXPECT_THAT(text, HasSubstr("STRING \"Restart\"; VARIANT \"s\" { STRING \"always\"; }"));
-  EXPECT_THAT(text, HasSubstr("STRING \"RestartUSec\"; VARIANT \"t\" { UINT64 10000000; }"));
-  EXPECT_THAT(text, HasSubstr("STRING \"StartLimitIntervalUSec\"; VARIANT \"t\" { UINT64 0; }"));
-  EXPECT_THAT(text, Not(HasSubstr("RemainAfterExit"))) << "systemd would not restart it";
 }
 
 TEST_F(SystemdTest, TheProgramWritesToTheFileThatTheCallerOpened) {
@@ -300,27 +268,22 @@ TEST_F(SystemdTest, TheUserIsAskedOnlyWhenTheAuthorizationAllowsIt) {
   }
 }
 
-TEST_F(SystemdTest, ARefusedJobHasSystemdsReason) {
+TEST_F(SystemdTest, AJobThatSystemdRefusesIsAnError) {
   refusedMember_ = "StartTransientUnit";
+  EXPECT_EQ(EACCES, ReasonOfSubmission());
   refusal_ = "org.freedesktop.systemd1.UnitExists";
-  EXPECT_EQ("the job cannot be submitted: not today", ReasonOfSubmission());
+  EXPECT_NE(0, ReasonOfSubmission());
 }
 
 TEST_F(SystemdTest, RemovalReturnsOnceTheUnitIsGone) {
   states_ = {"active", "deactivating", "deactivating"};
-  EXPECT_TRUE(Remove(1));
+  EXPECT_TRUE(Remove());
   EXPECT_THAT(bus_.names(), ElementsAre(kGet, kState, kStop, kGet, kState, kGet, kState, kGet));
-}
-
-TEST_F(SystemdTest, ARemovalNeedNotBeWaitedFor) {
-  states_ = {"active", "deactivating", "deactivating"};
-  EXPECT_TRUE(Remove(0));
-  EXPECT_THAT(bus_.names(), ElementsAre(kGet, kState, kStop, kReset));
 }
 
 TEST_F(SystemdTest, AFailedUnitIsForgottenToo) {
   states_ = {"failed", "failed"};
-  EXPECT_TRUE(Remove(1));
+  EXPECT_TRUE(Remove());
   EXPECT_THAT(bus_.names(), ElementsAre(kGet, kState, kStop, kGet, kState, kReset, kGet));
 }
 
@@ -330,7 +293,7 @@ TEST_F(SystemdTest, ARefusedRemovalIsTriedOnce) {
   CFErrorRef error = nullptr;
   const Boolean result =
       SMJobRemove(kSMDomainSystemLaunchd, CFSTR("com.example.tool"), nullptr, 1, &error);
-  EXPECT_EQ("the job cannot be removed: not today", Reason(result, error));
+  EXPECT_EQ(EACCES, Reason(result, error));
   EXPECT_THAT(bus_.names(), ElementsAre(kGet, kState, kStop, kGet, kState, kReset));
 }
 
@@ -338,41 +301,39 @@ TEST_F(SystemdTest, AUnitThatIsGoneMeanwhileIsRemoved) {
   states_ = {"failed", "failed"};
   refusedMember_ = "ResetFailedUnit";
   refusal_ = "org.freedesktop.systemd1.NoSuchUnit";
-  EXPECT_TRUE(Remove(1));
+  EXPECT_TRUE(Remove());
 }
 
 TEST_F(SystemdTest, AUserWithoutTheRightRemovesNothing) {
   states_ = {"active", "active"};
   refusedMember_ = "StopUnit";
-  EXPECT_FALSE(Remove(1));
+  EXPECT_FALSE(Remove());
   EXPECT_THAT(bus_.names(), ElementsAre(kGet, kState, kStop));
 }
 
 TEST_F(SystemdTest, ALabelThatIsNotRegisteredIsAnError) {
-  EXPECT_EQ("the job cannot be removed: Unit gone.", ReasonOfRemoval(@"com.example.tool"));
+  EXPECT_NE(0, ReasonOfRemoval(@"com.example.tool"));
   EXPECT_THAT(bus_.names(), ElementsAre(kGet, kGet));
 }
 
 TEST_F(SystemdTest, ABusThatNeverAnswersIsAnError) {
   const FakeSystemBus other([](sd_bus_message*) { return 0; });
   const ScopedBusTimeLimit limit(100'000);
-  EXPECT_EQ("the job cannot be submitted: Connection timed out", ReasonOfSubmission());
-  EXPECT_EQ("the job cannot be removed: Connection timed out",
-            ReasonOfRemoval(@"com.example.tool"));
+  EXPECT_EQ(ETIMEDOUT, ReasonOfSubmission());
+  EXPECT_EQ(ETIMEDOUT, ReasonOfRemoval(@"com.example.tool"));
 }
 
 TEST_F(SystemdTest, ABusThatAcceptsNoConnectionIsAnError) {
   const SilentSystemBus other;
   const ScopedBusTimeLimit limit(100'000);
-  const std::string noBus = "the system's message bus cannot be reached: Connection timed out";
-  EXPECT_EQ(noBus, ReasonOfSubmission());
-  EXPECT_EQ(noBus, ReasonOfRemoval(@"com.example.tool"));
+  EXPECT_EQ(ETIMEDOUT, ReasonOfSubmission());
+  EXPECT_EQ(ETIMEDOUT, ReasonOfRemoval(@"com.example.tool"));
 }
 
 TEST_F(SystemdTest, ABusThatHangsUpIsAnError) {
   const FakeSystemBus other([](sd_bus_message*) { return -ECONNRESET; });
-  EXPECT_THAT(ReasonOfSubmission(), HasSubstr("the job cannot be submitted: "));
-  EXPECT_THAT(ReasonOfRemoval(@"com.example.tool"), HasSubstr("the job cannot be removed: "));
+  EXPECT_NE(0, ReasonOfSubmission());
+  EXPECT_NE(0, ReasonOfRemoval(@"com.example.tool"));
 }
 
 }  // namespace

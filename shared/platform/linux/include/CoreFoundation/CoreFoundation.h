@@ -19,15 +19,12 @@ typedef struct __CFError* CFErrorRef;
 #define CFSTR(text) ((CFStringRef) @"" text)
 #endif
 
-/// Gives up one ownership of `object`. NULL ends the process, as on macOS.
+/// Releases one ownership of `object`. NULL ends the process, as on macOS.
 void CFRelease(CFTypeRef object);
 
 /// True when the two are equal as Foundation's `isEqual:` sees it. NULL ends the process, as
 /// on macOS.
 Boolean CFEqual(CFTypeRef left, CFTypeRef right);
-
-/// The reason of an error, in a sentence for people. The caller releases it.
-CFStringRef CFErrorCopyDescription(CFErrorRef error);
 
 #ifdef __cplusplus
 }

@@ -23,17 +23,13 @@ enum {
   kAuthorizationFlagInteractionAllowed = 1 << 0,
   /// The rights are wanted, not only the object.
   kAuthorizationFlagExtendRights = 1 << 1,
-  kAuthorizationFlagPartialRights = 1 << 2,
-  kAuthorizationFlagDestroyRights = 1 << 3,
   /// The rights will be used later; here that is no different.
   kAuthorizationFlagPreAuthorize = 1 << 4
 };
 
 enum {
   errAuthorizationSuccess = 0,
-  errAuthorizationInvalidSet = -60001,
   errAuthorizationInvalidRef = -60002,
-  errAuthorizationInvalidPointer = -60004,
   errAuthorizationDenied = -60005,
   errAuthorizationCanceled = -60006,
   errAuthorizationInteractionNotAllowed = -60007,
@@ -63,19 +59,17 @@ typedef AuthorizationItemSet AuthorizationEnvironment;
 /// Authorizes the calling process, by polkit's action "org.freedesktop.systemd1.manage-units" for
 /// whatever `rights` names, since that is what a job needs here. The superuser is authorized. The
 /// user is asked only with kAuthorizationFlagInteractionAllowed. `environment` is ignored. On
-/// success `*authorization` is the caller's, else NULL; without a place for it, only the answer is
-/// given. errAuthorizationDenied when polkit says no, errAuthorizationCanceled when the user closed
-/// its dialog, errAuthorizationInteractionNotAllowed when the user would have had to be asked,
-/// errAuthorizationInternal when polkit cannot be asked, errAuthorizationInvalidSet for a right
-/// without a name.
+/// success `*authorization` is the caller's, else NULL. errAuthorizationDenied when polkit refuses,
+/// errAuthorizationCanceled when the user closed its dialog, errAuthorizationInteractionNotAllowed
+/// when the user would have had to be asked, errAuthorizationInternal when polkit cannot be asked.
 OSStatus AuthorizationCreate(const AuthorizationRights* rights,
                              const AuthorizationEnvironment* environment, AuthorizationFlags flags,
                              AuthorizationRef* authorization);
 
-/// Gives up `authorization`. `flags` are ignored: polkit keeps the rights as its policy says.
+/// Releases `authorization`. `flags` are ignored: polkit keeps the rights as its policy says.
 OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags);
 
-/// Starts the tool at `pathToTool` as the superuser with the zero-terminated `arguments` behind its
+/// Starts the tool at `pathToTool` as the superuser with the zero-terminated `arguments` after its
 /// path, without a shell, in the same folder, and does not wait for it. Its standard input is
 /// empty, its standard error the caller's; /dev/null takes the place of a stream that is closed.
 /// From a superuser the tool gets only the environment variables that EnvironmentFilter.h trusts.

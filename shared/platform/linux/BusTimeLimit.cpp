@@ -1,9 +1,0 @@
-#include "shared/platform/linux/SystemBus.h"
-
-namespace {
-
-constexpr uint64_t kMicroseconds = 25'000'000;
-
-}  // namespace
-
-uint64_t BusTimeLimit() { return kMicroseconds; }

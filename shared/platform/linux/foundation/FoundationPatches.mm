@@ -1,0 +1,94 @@
+// Corrections of GNUstep Base where the product relies on what macOS does.
+#import <Foundation/Foundation.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#import "shared/platform/linux/foundation/MethodReplacement.h"
+
+// GNUstep Base exports it and describes it in Foundation/NSString.h, but declares it nowhere.
+extern "C" const char* GSPathHandling(const char* mode);
+
+namespace {
+
+NSString* const kCoreServices = @"/System/Library/CoreServices";
+
+// ---- NSFileHandle
+
+bool IsRegularFile(int descriptor) {
+  struct stat status;
+  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// GNUstep flushes all file systems of the machine with sync(2). Raises like the handle's other
+/// methods when the disk reports an error; what cannot be flushed at all, a pipe, is not an error.
+void SynchronizeFile(id self, SEL /*selector*/) {
+  const int descriptor = [self fileDescriptor];
+  if (fsync(descriptor) == 0) {
+    return;
+  }
+  const int error = errno;
+  if (error == EINVAL && !IsRegularFile(descriptor)) {
+    return;
+  }
+  [NSException raise:NSFileHandleOperationException
+              format:@"unable to synchronize descriptor - %s", strerror(error)];
+}
+
+// ---- NSString
+
+/// Classes of strings with an `intValue` of their own.
+constexpr const char* kStringClasses[] = {"NSString", "GSCString", "GSUnicodeString",
+                                          "GSMutableString", "NSConstantString"};
+
+/// GNUstep keeps the low 32 bits of a number that is too large. macOS answers with the nearest
+/// number that an int holds.
+int IntValue(id self, SEL /*selector*/) {
+  NSData* data = [self dataUsingEncoding:NSASCIIStringEncoding allowLossyConversion:YES];
+  const std::string text(static_cast<const char*>([data bytes]), [data length]);
+  return static_cast<int>(
+      std::clamp<long long>(strtoll(text.c_str(), nullptr, 10), INT_MIN, INT_MAX));
+}
+
+// ---- NSFileManager
+
+using URLForDirectoryMethod = NSURL* (*)(id, SEL, NSSearchPathDirectory, NSSearchPathDomainMask,
+                                         NSURL*, BOOL, NSError**);
+URLForDirectoryMethod s_urlForDirectory;
+
+/// GNUstep has a core-services folder of its own. The system's is where macOS has it.
+NSURL* URLForDirectory(id self, SEL selector, NSSearchPathDirectory directory,
+                       NSSearchPathDomainMask domain, NSURL* url, BOOL create, NSError** error) {
+  if (directory == NSCoreServiceDirectory && domain == NSSystemDomainMask) {
+    return [NSURL fileURLWithPath:kCoreServices isDirectory:YES];
+  }
+  return s_urlForDirectory(self, selector, directory, domain, url, create, error);
+}
+
+}  // namespace
+
+@interface KPFoundationPatches : NSObject
+@end
+
+@implementation KPFoundationPatches
+
++ (void)load {
+  // Otherwise a backslash separates the components of a path, as a slash does.
+  GSPathHandling("unix");
+  ReplaceMethod("GSFileHandle", @selector(synchronizeFile), (IMP)SynchronizeFile);
+  for (const char* stringClass : kStringClasses) {
+    ReplaceMethod(stringClass, @selector(intValue), (IMP)IntValue);
+  }
+  s_urlForDirectory = (URLForDirectoryMethod)ReplaceMethod(
+      "NSFileManager", @selector(URLForDirectory:inDomain:appropriateForURL:create:error:),
+      (IMP)URLForDirectory);
+}
+
+@end

@@ -1,0 +1,107 @@
+// Corrections of what GNUstep Base does at the start of a process.
+#import <Foundation/Foundation.h>
+
+#include <string>
+#include <vector>
+
+#import "shared/platform/linux/foundation/MethodReplacement.h"
+
+namespace {
+
+// GNUstep removes it from the arguments again. It warns on standard error, for instance about files
+// that cannot be read, where macOS only returns nil.
+constexpr char kSilenceWarnings[] = "--GNU-Debug=NoWarn";
+
+constexpr unsigned char kLastASCII = 0x7F;
+constexpr char kSubstitute = '?';
+
+char** s_argv;
+char** s_environment;
+
+/// Keeps the kernel's arrays; of the environment, what EnvironmentFilter.h has left in it. The C
+/// library calls constructors like main; this one comes before those by which classes are loaded.
+__attribute__((constructor(101))) void KeepArguments(int /*argc*/, char** argv,
+                                                     char** environment) {
+  s_argv = argv;
+  s_environment = environment;
+}
+
+bool IsUTF8(const char* text) { return [NSString stringWithUTF8String:text] != nil; }
+
+/// The argument if it is UTF-8, otherwise what of it is ASCII.
+std::string ReadableArgument(const char* argument) {
+  std::string readable = argument;
+  if (!IsUTF8(argument)) {
+    for (char& byte : readable) {
+      byte = static_cast<unsigned char>(byte) > kLastASCII ? kSubstitute : byte;
+    }
+  }
+  return readable;
+}
+
+/// The arguments that are there now: main may have removed some since the start.
+std::vector<std::string> ReadableArguments() {
+  std::vector<std::string> arguments;
+  for (char** argument = s_argv; *argument != nullptr; ++argument) {
+    arguments.push_back(ReadableArgument(*argument));
+  }
+  if (arguments.empty()) {
+    arguments.emplace_back();  // GNUstep takes the first for the program's name.
+  }
+  return arguments;
+}
+
+/// The environment without the variables that are not UTF-8; a null pointer ends it.
+std::vector<char*> ReadableEnvironment() {
+  std::vector<char*> environment;
+  for (char** variable = s_environment; *variable != nullptr; ++variable) {
+    if (IsUTF8(*variable)) {
+      environment.push_back(*variable);
+    }
+  }
+  environment.push_back(nullptr);
+  return environment;
+}
+
+/// GNUstep ends the process at the first argument or environment variable that is not UTF-8. Such
+/// an argument is made readable here (main has it unchanged), and such a variable is left out.
+void InitializeReadable() {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  std::vector<std::string> arguments = ReadableArguments();
+  arguments.emplace_back(kSilenceWarnings);
+  std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
+  for (std::string& argument : arguments) {
+    argv.push_back(argument.data());
+  }
+  argv.push_back(nullptr);
+  std::vector<char*> environment = ReadableEnvironment();
+  GSInitializeProcess(static_cast<int>(arguments.size()), argv.data(), environment.data());
+  [pool release];
+}
+
+using InitializeMethod = void (*)(id, SEL);
+InitializeMethod s_initialize;
+
+void InitializeProcessInfo(id self, SEL selector) {
+  static bool s_isInitialized = false;
+  if (!s_isInitialized) {
+    s_isInitialized = true;
+    InitializeReadable();
+  }
+  s_initialize(self, selector);
+}
+
+}  // namespace
+
+@interface KPProcessInfoPatches : NSObject
+@end
+
+@implementation KPProcessInfoPatches
+
++ (void)load {
+  s_initialize = (InitializeMethod)ReplaceMethod("NSProcessInfo", @selector(initialize),
+                                                 (IMP)InitializeProcessInfo, true);
+}
+
+@end

@@ -1,0 +1,84 @@
+// The user defaults: read without GNUstep's lock.
+#import <Foundation/Foundation.h>
+
+#import "shared/platform/linux/foundation/MethodReplacement.h"
+
+namespace {
+
+NSString* const kDefaultsLock = @".GNUstepDefaults.lck";
+NSString* const kDefaultsLockFolder = @".lck";
+
+}  // namespace
+
+/// A lock that is always free and leaves nothing on the disk.
+@interface KPOpenLock : NSDistributedLock
+@end
+
+@implementation KPOpenLock
+
+- (id)initWithPath:(NSString*)path {
+  (void)path;
+  return [super init];
+}
+
+- (BOOL)tryLock {
+  return YES;
+}
+
+- (void)unlock {
+}
+
+@end
+
+namespace {
+
+using InitWithPathMethod = id (*)(id, SEL, NSString*);
+InitWithPathMethod s_initLockWithPath;
+
+/// GNUstep reads no defaults without their lock. It complains about one in a home that cannot be
+/// written, and waits, for a minute at worst, for one that was left behind. The product only reads
+/// defaults, and a file of them is replaced as a whole: a reader needs no lock.
+id InitLockWithPath(id self, SEL selector, NSString* path) {
+  if ([[path lastPathComponent] isEqualToString:kDefaultsLock]) {
+    [self release];
+    return [[KPOpenLock alloc] initWithPath:path];
+  }
+  return s_initLockWithPath(self, selector, path);
+}
+
+using CreateDirectoryMethod = BOOL (*)(id, SEL, NSString*, BOOL, NSDictionary*, NSError**);
+CreateDirectoryMethod s_createDirectory;
+
+/// Only in the folder of the user's own defaults: others may have a ".lck" that is made for use.
+bool IsForTheDefaultsLock(NSString* path) {
+  NSString* defaults = [GSDefaultsRootForUser(NSUserName()) stringByStandardizingPath];
+  return [path isEqualToString:defaults] ||
+         [path isEqualToString:[defaults stringByAppendingPathComponent:kDefaultsLockFolder]];
+}
+
+/// GNUstep makes the folder of the defaults, and one for the lock in it, before it takes the lock,
+/// which here needs neither.
+BOOL CreateDirectory(id self, SEL selector, NSString* path, BOOL intermediates,
+                     NSDictionary* attributes, NSError** error) {
+  return IsForTheDefaultsLock(path)
+             ? YES
+             : s_createDirectory(self, selector, path, intermediates, attributes, error);
+}
+
+}  // namespace
+
+@interface KPUserDefaultsPatches : NSObject
+@end
+
+@implementation KPUserDefaultsPatches
+
++ (void)load {
+  s_initLockWithPath = (InitWithPathMethod)ReplaceMethod(
+      "NSDistributedLock", @selector(initWithPath:), (IMP)InitLockWithPath);
+  s_createDirectory = (CreateDirectoryMethod)ReplaceMethod(
+      "NSFileManager",
+      @selector(createDirectoryAtPath:withIntermediateDirectories:attributes:error:),
+      (IMP)CreateDirectory);
+}
+
+@end

@@ -1,0 +1,53 @@
+// A bound on what a synchronous URL request keeps in memory.
+#import <Foundation/Foundation.h>
+
+#import "shared/platform/linux/foundation/MethodReplacement.h"
+#import "shared/platform/linux/foundation/url/URLErrors.h"
+
+// +[NSURLConnection sendSynchronousRequest:returningResponse:error:] makes a connection whose
+// delegate, of a class of its own, collects the body until the request's time-out. No other request
+// has such a delegate, which distinguishes it from an asynchronous request: that one's client sees
+// every chunk and can cancel, whereas a caller that waits for the whole body cannot stop a server
+// that never ends it.
+
+/// Foundation's delegate of a synchronous request.
+@interface NSObject (DataCollector)
+- (NSData*)data;
+- (void)connection:(NSURLConnection*)connection didFailWithError:(NSError*)error;
+@end
+
+namespace {
+
+constexpr char kCollectorClass[] = "_NSURLConnectionDataCollector";
+
+/// The longest body, in bytes.
+constexpr NSUInteger kMostBytes = NSUInteger{256} * 1024 * 1024;
+
+using ReceiveDataMethod = void (*)(id, SEL, NSURLConnection*, NSData*);
+ReceiveDataMethod s_receiveData;
+
+/// Fails the request instead of keeping more than `kMostBytes`.
+void ReceiveData(id self, SEL selector, NSURLConnection* connection, NSData* chunk) {
+  if ([[self data] length] + [chunk length] <= kMostBytes) {
+    s_receiveData(self, selector, connection, chunk);
+    return;
+  }
+  [connection cancel];
+  [self connection:connection
+      didFailWithError:URLError(NSURLErrorDataLengthExceedsMaximum,
+                                "The body is longer than 256 MiB", nil)];
+}
+
+}  // namespace
+
+@interface KPSynchronousLoadingPatch : NSObject
+@end
+
+@implementation KPSynchronousLoadingPatch
+
++ (void)load {
+  s_receiveData = (ReceiveDataMethod)ReplaceMethod(
+      kCollectorClass, @selector(connection:didReceiveData:), (IMP)ReceiveData);
+}
+
+@end

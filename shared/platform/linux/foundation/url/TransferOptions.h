@@ -1,0 +1,16 @@
+// What libcurl is asked to do for a request.
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+#include <curl/curl.h>
+
+/// Checks whether `request` can be sent: a GET of an http or https URL with a host, without headers
+/// or a body of its own. Returns 0, or a code of NSURLErrorDomain with its reason in `*reason`.
+NSInteger CheckRequest(NSURLRequest* request, const char** reason);
+
+/// The time-out of `request`, in seconds; 60 when it does not set one, as on macOS.
+NSTimeInterval TimeoutOf(NSURLRequest* request);
+
+/// Prepares `transfer` for `request`, which has passed CheckRequest(). libcurl copies all of it.
+void SetTransferOptions(CURL* transfer, NSURLRequest* request);
