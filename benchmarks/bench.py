@@ -2,8 +2,8 @@
 """Measures packing, extraction, their growth, what a run costs at least, and settings files.
 
 Every contestant handles the same tree, in the same sandbox, in the same run, in turn; what is
-reported is the median over the rounds and the median of the ratios of paired runs. At the end stands
-which goals were met. Nothing passes or fails here: the numbers are for people.
+reported is the median over the rounds and the median of the ratios of paired runs. The end of the report
+lists which goals were met. Nothing passes or fails here: the numbers are for people.
 """
 
 import argparse
@@ -18,11 +18,12 @@ import tempfile
 from pathlib import Path
 
 from plot import plot
-from report import between_markers
+from report import between_markers, ratios_of
 from sections import EMPTY_PROGRAMS, MEASURES, MIB, Bench
 
 REPOSITORY = Path(__file__).resolve().parents[1]
 DOCUMENT = REPOSITORY / "docs/performance.md"
+REPORT = REPOSITORY / "docs/performance-report.txt"
 PLOT = REPOSITORY / "docs/performance-growth.svg"
 
 MEMORY_FILES = Path("/dev/shm")
@@ -38,7 +39,7 @@ PEERS = {"7zz": ["7zz"], "xz": ["xz", "--version"], "bsdtar": ["bsdtar", "--vers
 
 
 def output_of(*command):
-    """The first line that says something, or nothing when there is no such program."""
+    """The first line that is not empty; empty when the program is missing."""
     try:
         done = subprocess.run(command, check=False, text=True, stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT)
@@ -79,7 +80,7 @@ def heading(facts, conditions):
 
 
 def memory_of(field):
-    """Bytes that /proc/meminfo tells in this field."""
+    """Bytes that /proc/meminfo has in this field."""
     text = Path("/proc/meminfo").read_text(encoding="utf-8")
     return int(re.search(rf"^{field}:\s*(\d+) kB$", text, re.MULTILINE).group(1)) * 1024
 
@@ -112,9 +113,11 @@ def write_json(path, facts, conditions, bench):
 
 
 def write_documents(bench):
-    """Puts the report and the plot where the documentation shows them."""
-    DOCUMENT.write_text(between_markers(DOCUMENT.read_text(encoding="utf-8"),
-                                        "\n\n".join(bench.texts)), encoding="utf-8")
+    """Writes the report, the plot, and the table of ratios where the documentation shows them."""
+    report = "\n\n".join(bench.texts) + "\n"
+    REPORT.write_text(report, encoding="utf-8")
+    DOCUMENT.write_text(between_markers(DOCUMENT.read_text(encoding="utf-8"), ratios_of(report)),
+                        encoding="utf-8")
     PLOT.write_text(plot(bench.curves.values()), encoding="utf-8")
 
 
@@ -129,7 +132,8 @@ def parse_options(arguments=None):
                         help="this section; may be given more than once")
     parser.add_argument("--json", type=Path, help="write every sample here")
     parser.add_argument("--write-docs", action="store_true",
-                        help="write report and plot into docs/ (not with --only or --quick)")
+                        help="write report, ratios and plot into docs/ (not with --only or "
+                        "--quick)")
     options = parser.parse_args(arguments)
     if options.rounds < 1:
         parser.error("--rounds needs at least one")
@@ -157,12 +161,12 @@ def main():
     with tempfile.TemporaryDirectory(dir=place, prefix="kpbench-") as folder:
         bench = Bench(options.build, Path(folder), conditions["rounds"],
                       QUICK_SCALE if options.quick else 1.0)
-        bench.tell(heading(facts, conditions))
+        bench.add(heading(facts, conditions))
         for section in options.only or MEASURES:
             MEASURES[section](bench)
             if options.json:
                 write_json(options.json, facts, conditions, bench)
-    bench.tell("\n".join(["goals", *(f"  {goal}" for goal in bench.goals)]))
+    bench.add("\n".join(["goals", *(f"  {goal}" for goal in bench.goals)]))
     if options.write_docs:
         write_documents(bench)
 

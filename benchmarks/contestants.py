@@ -41,7 +41,7 @@ def sandbox(work, programs, command):
 def run(work, programs, command, shell=False):
     """Runs a command; returns wall seconds, CPU seconds and the largest process's peak KiB."""
     words = ["/bin/sh", "-c", command] if shell else command
-    # What wait4(2) tells of memory begins with that of the process that forked: a small one, not us.
+    # The peak that wait4(2) reports starts at that of the forking process, so a small process forks.
     peak = work / "peak"
     timed = ["time", "--format=%M", f"--output={peak}", *words]
     start = time.perf_counter()

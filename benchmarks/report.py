@@ -1,6 +1,7 @@
 """Statistics, verdicts and tables of the benchmarks."""
 
 import math
+import re
 import statistics
 from typing import NamedTuple, Optional
 
@@ -65,7 +66,7 @@ def table(title, rows):
 
 class Verdict(NamedTuple):
     """One goal: whether the value, which is None when it could not be measured, is within the limit.
-    `spread` tells between what the runs' values lie."""
+    `spread` is the range of the runs' values."""
 
     what: str
     value: Optional[float]
@@ -84,11 +85,59 @@ class Verdict(NamedTuple):
                 f"of at most {self.limit:.{digits}f}{self.unit}")
 
 
+def tables_of(report):
+    """The tables of a report: (title, rows), each row a dictionary by the names of the columns."""
+    found = []
+    for part in report.split("\n\n"):
+        title, *lines = part.splitlines()
+        cells = [re.split(r" {2,}", line.strip()) for line in lines if line.startswith("  ")]
+        if cells:
+            found.append((title, [dict(zip(cells[0], row)) for row in cells[1:]]))
+    return found
+
+
+def ratios_of(report):
+    """The ratios of a report as a Markdown table: what ours takes, divided by what each peer takes."""
+    lines = ["| kpim or finalizer, divided by | 7zz | xz | bsdtar |", "|---|---|---|---|"]
+    for title, rows in tables_of(report):
+        # Growth has tables of its own, with other columns.
+        if rows and "our wall / its" in rows[0]:
+            lines += _ratio_lines(title.split(":")[0], *rows)
+    return "\n".join(lines)
+
+
+def _ratio_lines(tree, ours, *peers):
+    """The ratios in one table, whose first row is ours."""
+    kind, name = next(iter(ours.items()))
+    memory = [str(float(ours["peak MiB"]) / float(peer["peak MiB"])) for peer in peers]
+    if "threads" in name:
+        yield _ratio_line(f"pack `{tree}` with two threads, CPU time", _column(peers, "our CPU / its"))
+    elif kind == "packing":
+        yield _ratio_line(f"pack `{tree}`, CPU time", _column(peers, "our CPU / its"))
+        yield _ratio_line(f"pack `{tree}`, size of the blob", _column(peers, "our bytes / its"))
+    elif kind == "extraction":
+        yield _ratio_line(f"extract `{tree}`, wall time", _column(peers, "our wall / its"))
+        yield _ratio_line(f"extract `{tree}`, CPU time", _column(peers, "our CPU / its"))
+        yield _ratio_line(f"extract `{tree}`, peak memory", memory)
+    else:
+        yield _ratio_line("extract one tiny file, wall time", _column(peers, "our wall / its"))
+
+
+def _column(rows, name):
+    return [row[name] for row in rows]
+
+
+def _ratio_line(what, ratios):
+    """A row of three peers at most; bsdtar does not pack."""
+    cells = [f"{float(each):.2f}" for each in ratios[:3]]
+    return f"| {what} | {' | '.join([*cells, '', ''][:3])} |"
+
+
 def between_markers(document, text):
-    """The document with what stands between its markers replaced by `text` in a code block."""
+    """The document with what is between its markers replaced by `text`."""
     begin, end = MARKER.format(edge="begin"), MARKER.format(edge="end")
     if document.count(begin) != 1 or document.count(end) != 1:
         raise ValueError("the document does not have each marker once")
     head, rest = document.split(begin)
     tail = rest.split(end)[1]
-    return f"{head}{begin}\n```\n{text.strip()}\n```\n{end}{tail}"
+    return f"{head}{begin}\n\n{text.strip()}\n\n{end}{tail}"

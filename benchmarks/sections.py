@@ -26,7 +26,7 @@ SETTINGS_KEYS = [10, 100, 1000, 10000]
 MICROSECOND = 1e-6
 
 CLOCKS = {"wall": "wall", "cpu": "CPU"}
-# By which clock growth is told: packing of the larger trees is one run, and CPU time varies less.
+# The clock for growth: packing of the larger trees is one run, and CPU time varies less.
 GROWTH_CLOCK = {"extraction": "wall", "packing": "cpu"}
 
 # Programs that do nothing: with Foundation and the host port, with Foundation, with neither.
@@ -54,7 +54,7 @@ class Bench:
                     max(int(wanted_files * self.scale), 1),
                     int(largest * self.scale) if largest > MIB else largest)
 
-    def tell(self, text):
+    def add(self, text):
         """Prints a part of the report and keeps it."""
         self.texts.append(text)
         print(f"\n{text}", flush=True)
@@ -123,11 +123,11 @@ def measure_packing(bench):
     """kpim against its peers, with the payload writer's settings."""
     for case in large_and_small(bench):
         samples = rounds_of(PACKERS, bench.rounds, case.pack)
-        bench.tell(packing_table(case, samples))
+        bench.add(packing_table(case, samples))
         bench.judge_speed(f"packing {case.name}", samples)
         bench.keep(f"packing {case.name}", case, samples)
         samples = rounds_of(THREADED_PACKERS, bench.rounds, case.pack)
-        bench.tell(packing_table(case, samples))
+        bench.add(packing_table(case, samples))
         bench.judge_speed(f"packing {case.name} with threads", samples, ["wall"])
         bench.keep(f"packing {case.name} with threads", case, samples)
 
@@ -149,7 +149,7 @@ def measure_extraction(bench):
     """The finalizer against its peers."""
     for case in large_and_small(bench):
         samples = rounds_of(EXTRACTORS, bench.rounds, case.extract)
-        bench.tell(extraction_table(case, samples))
+        bench.add(extraction_table(case, samples))
         bench.judge_speed(f"extracting {case.name}", samples)
         bench.judge_memory(f"extracting {case.name}", case, samples["finalizer"])
         bench.keep(f"extraction {case.name}", case, samples)
@@ -178,7 +178,7 @@ class Step(NamedTuple):
     samples: dict
 
     def point(self, activity, contestant):
-        """The amount and the time that growth is told by."""
+        """The amount and the time from which growth is computed."""
         return self.amount, median(self.samples[activity][contestant], GROWTH_CLOCK[activity])
 
 
@@ -186,9 +186,9 @@ def measure_growth(bench, name, unit, makers, amount):
     """Trees of which each is larger than the last. `amount` gives what a case has more of."""
     fixed = bench.fixed()
     steps = [measure_step(bench, name, make, amount) for make in makers]
-    bench.tell(growth_table(f"extraction, growth with {name}", steps))
-    bench.tell(packing_growth_table(f"packing, growth with {name}", steps))
-    bench.tell(exponents_table(bench, name, steps, fixed))
+    bench.add(growth_table(f"extraction, growth with {name}", steps))
+    bench.add(packing_growth_table(f"packing, growth with {name}", steps))
+    bench.add(exponents_table(bench, name, steps, fixed))
     bench.curves[name] = (f"Extraction by {name}", unit, [
         (extractor, [curve_point(step, extractor) for step in steps]) for extractor in EXTRACTORS])
 
@@ -241,7 +241,7 @@ def packing_growth_table(title, steps):
 
 def exponents_table(bench, name, steps, fixed):
     """The exponents of every contestant. Ours without the fixed cost are held against the goal; the
-    peers' tell how much of them is the trees' doing."""
+    peers' show how much of them is due to the trees."""
     rows = [[f"growth with {name}", "exponent", "fixed cost s", "exponent without it"]]
     for activity, contestants in (("extraction", EXTRACTORS), ("packing", PACKERS)):
         for contestant in contestants:
@@ -292,7 +292,7 @@ def measure_fixed(bench):
             f"{ratio(ours, own, 'wall'):.2f}", f"{difference(ours, own, 'wall') * 1000:.1f}",
             f"{difference(ours, own, 'cpu') * 1000:.1f}",
             f"{difference(own, empty, 'wall') * 1000:.1f}"])
-    bench.tell(table(f"fixed cost, {len(ours)} paired runs: extracting one tiny file, and programs "
+    bench.add(table(f"fixed cost, {len(ours)} paired runs: extracting one tiny file, and programs "
                      "that do nothing", rows))
 
 
@@ -315,12 +315,12 @@ def measure_settings(bench):
                      spread(in_microseconds, "cpu", 1)])
         points.append((keys, median(own, "cpu")))
         bench.samples[f"settings of {keys} keys"] = own
-    bench.tell(table("settings files of distinct keys", rows) +
+    bench.add(table("settings files of distinct keys", rows) +
                f"\n  exponent {exponent(points):.2f}, from 100 keys on {exponent(points[1:]):.2f}")
 
 
 def settings_sample(entry):
-    """What Google Benchmark tells of one repetition, in seconds."""
+    """What Google Benchmark reports of one repetition, in seconds."""
     if entry["time_unit"] != "us":
         raise ValueError(f"unexpected unit of time: {entry['time_unit']}")
     return {"wall": entry["real_time"] * MICROSECOND, "cpu": entry["cpu_time"] * MICROSECOND}

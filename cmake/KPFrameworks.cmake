@@ -47,10 +47,9 @@ function(kp_use_cxx_library TARGET)
   target_link_options(${TARGET} PRIVATE -mmacosx-version-min=10.15 -stdlib=libc++)
 endfunction()
 
-# kp_use_cxx_library_here(): the same for all targets of a folder and of those below it, the tests.
-macro(kp_use_cxx_library_here)
-  if(CMAKE_OSX_DEPLOYMENT_TARGET AND CMAKE_OSX_DEPLOYMENT_TARGET VERSION_LESS 10.15)
-    add_compile_options(-mmacosx-version-min=10.15)
-    add_link_options(-mmacosx-version-min=10.15 -stdlib=libc++)
-  endif()
+# kp_use_libcxx_here(): links what a folder and those below it have, the tests, with libc++, whose headers
+# are compiled. They ask for the same release as the product: its own code must find no newer one. To run
+# before 10.7 they need a libc++ beside the system's libraries.
+macro(kp_use_libcxx_here)
+  add_link_options(-stdlib=libc++)
 endmacro()

@@ -4,13 +4,13 @@
 enable_testing()
 set(KP_TEST_RESULTS "${CMAKE_BINARY_DIR}/test-results")
 # A test that takes as long as this hangs.
-set(KP_TEST_TIMEOUT 1800)
+set(KP_TEST_TIMEOUT 7200)
 
 if(KP_SANITIZE)
   # Both builds' tests can be part of one run.
   set(KP_TEST_PREFIX "asan/")
   set(KP_TEST_BUILD_LABELS asan)
-  # Leaks are told apart by their whole stacks, see lsan.supp.
+  # Suppressions match whole stacks, see lsan.supp.
   set(KP_TEST_ENVIRONMENT
     "ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0"
     "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0"
@@ -46,7 +46,7 @@ function(kp_google_test TARGET)
   set(HOME "${CMAKE_BINARY_DIR}/tests/homes/${TARGET}")
   file(MAKE_DIRECTORY "${HOME}")
   set(ENVIRONMENT "HOME=${HOME}")
-  # Where Foundation is not used, none of its leaks must be told apart: frame pointers are enough.
+  # Without Foundation no suppression is needed: frame pointers are enough.
   get_target_property(SOURCES ${TARGET} SOURCES)
   if(KP_SANITIZE AND NOT SOURCES MATCHES "\\.mm(;|$)")
     list(APPEND ENVIRONMENT "ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=1")

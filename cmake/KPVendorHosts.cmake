@@ -1,5 +1,5 @@
 # The values that the vendor sets, and what they must be. "cmake -DNAME=VALUE -P" on this file checks
-# values without configuring. The defaults are reserved names, so that a build that nobody configured
+# values without configuring. The defaults are reserved names, so that a build without configured hosts
 # reaches no one (RFC 2606).
 set(KP_VENDOR_WEB_HOST "www.tarvix.example" CACHE STRING
   "Web site of the redirect page, and the host-named folder in the updater's path")

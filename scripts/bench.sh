@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Measures packing against 7zz and xz, extraction against these and bsdtar, on the same trees in one run,
 # their growth, what a run costs at least, and settings files; prints tables and which goals were met.
-# Takes some 35 minutes; --quick takes one or two. All options go to benchmarks/bench.py (--help tells
+# Takes some 35 minutes; --quick takes one or two. All options go to benchmarks/bench.py (--help lists
 # them).
 set -euo pipefail
 

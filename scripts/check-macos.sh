@@ -6,7 +6,8 @@
 # Compiles every product source for Intel processors (macOS 10.6) and for Apple's (11.0) against
 # the SDK in DIR. When the SDK has link stubs, links the executables, joins each of them into one
 # universal file in build/macos/bin, and checks what the slices say and import. With --tests it
-# compiles the unit tests too, all but the Linux host port's, and links them when there are stubs.
+# compiles the unit tests too, except those that docs/macos.md names, and links them when there are
+# stubs. Must be run in a git checkout, whose list of files says which sources there are.
 # -D options, such as the vendor's hosts, go to cmake.
 # Prints what it did and what it could not do; exit status 1 when anything it did fails.
 # docs/macos.md lists what an SDK must hold.
@@ -88,6 +89,9 @@ else
 fi
 options+=("-DKP_BUILD_KPIM=$with_kpim")
 
+mapfile -t sources < <(cd "$repo" && git ls-files "${product[@]}" | grep -E '\.(c|cc|cpp|m|mm)$')
+[ ${#sources[@]} -gt 0 ] || fail "git lists no product sources in $repo"
+
 # configure ARCHITECTURE BUILD OPTION...
 configure() {
     local architecture=$1 build=$2
@@ -105,14 +109,12 @@ objects() {
 # --- Compile -------------------------------------------------------------------------
 
 compile() {
-    local architecture=$1 build=$out/$1 source compiled=0 files sources
+    local architecture=$1 build=$out/$1 source compiled=0 files
     configure "$architecture" "$build"
     mapfile -t files < <(objects "$build")
     [ ${#files[@]} -gt 0 ] || fail "the build has no sources"
     run "$build/ninja.log" ninja -C "$build" "${files[@]}" || fail "$architecture: compiling failed"
 
-    mapfile -t sources < <(cd "$repo" && git ls-files "${product[@]}" |
-        grep -E '\.(c|cc|cpp|m|mm)$')
     for source in "${sources[@]}"; do
         grep -qF "\"file\": \"$repo/$source\"" "$build/compile_commands.json" ||
             fail "$source belongs to no target of the macOS build"
@@ -148,26 +150,38 @@ fi
 
 # --- Link ----------------------------------------------------------------------------
 
-# The link stubs of an SDK that has none are missing one and all; name each that is.
-missing=()
-stubs=(usr/lib/lib{System,objc,stdc++,c++}.tbd)
-for framework in "${frameworks[@]}"; do
-    stubs+=("System/Library/Frameworks/$framework.framework/$framework.tbd")
+# lacks ARCHITECTURE: whether a link stub is missing; names each that is.
+lacks() {
+    local framework stub missing=() stubs=(usr/lib/lib{System,objc,c++}.tbd)
+    [ "$1" = arm64 ] || stubs+=(usr/lib/libstdc++.tbd)
+    for framework in "${frameworks[@]}"; do
+        stubs+=("System/Library/Frameworks/$framework.framework/$framework.tbd")
+    done
+    for stub in "${stubs[@]}"; do
+        [ -e "$sdk/$stub" ] || missing+=("$stub")
+    done
+    [ ${#missing[@]} -gt 0 ] || return
+    printf "not linked for $1: the SDK has no %s\n" "${missing[@]}"
+    [ -z "$with_tests" ] || echo "the unit tests for $1: compiled only"
+}
+
+# What an earlier run has left must not pass for the files of this one.
+rm -f "$out"/bin/{finalizer,kpim}
+linked=()
+for architecture in "${architectures[@]}"; do
+    lacks "$architecture" || linked+=("$architecture")
 done
-for stub in "${stubs[@]}"; do
-    [ -e "$sdk/$stub" ] || missing+=("$stub")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-    printf 'not linked, joined or looked at: the SDK has no %s\n' "${missing[@]}"
-    exit 0
+if [ ${#linked[@]} -lt ${#architectures[@]} ]; then
+    echo "no universal files were made"
+    [ ${#linked[@]} -gt 0 ] || exit 0
 fi
 
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:[A-Z]*=//p' "$out/x86_64/CMakeCache.txt")
 
-# imports ARCHITECTURE FILE: fails when the file imports what the oldest system lacks.
+# imports ARCHITECTURE FILE [--tool]: fails when the file imports what the oldest system lacks.
 imports() {
-    "$repo/scripts/macos_imports.py" --nm "$nm" --objdump "$objdump" --arch "$1" "$2" ||
-        fail "$2 imports what macOS ${oldest[$1]} does not have"
+    "$repo/scripts/macos_imports.py" --nm "$nm" --objdump "$objdump" --arch "$1" "${@:3}" "$2" ||
+        fail "$2 imports what its oldest macOS does not have"
 }
 
 # All of the product in one image: also what finalizer does not use.
@@ -183,33 +197,44 @@ link_product() {
     imports "$architecture" "$build/product"
 }
 
-# join NAME SLICE SLICE: links the executable for each processor, joins the files and checks them.
-join() {
-    local name=$1 architecture parts=()
-    for architecture in "${architectures[@]}"; do
+# make NAME INTEL-MINIMUM [--tool]: links the executable for each processor that there are stubs for,
+# joins the files where that is both, and checks what came out.
+make() {
+    local name=$1 architecture file parts=() slices=()
+    for architecture in "${linked[@]}"; do
         run "$out/$architecture/ninja.log" ninja -C "$out/$architecture" "$name" ||
             fail "$architecture: linking $name failed"
         parts+=("$out/$architecture/bin/$name")
+        if [ "$architecture" = x86_64 ]; then
+            slices+=(--slice "x86_64:$2")
+        else
+            slices+=(--slice "$architecture:${oldest[$architecture]}")
+        fi
     done
-    mkdir -p "$out/bin"
-    "$lipo" -create "${parts[@]}" -output "$out/bin/$name" || fail "joining $name failed"
-    echo "$name, universal: $out/bin/$name"
-    "$repo/scripts/macos_file.py" --version "$version" --slice "$2" --slice "$3" \
-        "$out/bin/$name" ||
+    if [ ${#parts[@]} -eq ${#architectures[@]} ]; then
+        file=$out/bin/$name
+        mkdir -p "$out/bin"
+        "$lipo" -create "${parts[@]}" -output "$file" || fail "joining $name failed"
+        echo "$name, universal: $file"
+    else
+        file=${parts[0]}
+        echo "$name: $file"
+    fi
+    "$repo/scripts/macos_file.py" --version "$version" "${slices[@]}" "$file" ||
         fail "$name is not what can be shipped"
+    for architecture in "${linked[@]}"; do
+        imports "$architecture" "$file" "${@:3}"
+    done
 }
 
 echo "the product's objects, linked together:"
-for architecture in "${architectures[@]}"; do
+for architecture in "${linked[@]}"; do
     link_product "$architecture"
 done
-join finalizer x86_64:10.6 arm64:11.0
-for architecture in "${architectures[@]}"; do
-    imports "$architecture" "$out/bin/finalizer"
-done
+make finalizer "${oldest[x86_64]}"
 # kpim uses the C++ library, which has all of C++17 since 10.15.
 if [ "$with_kpim" = ON ]; then
-    join kpim x86_64:10.15 arm64:11.0
+    make kpim 10.15 --tool
 fi
 
 # link_tests ARCHITECTURE: against the SDK's stubs and one of what these do not list.
@@ -218,14 +243,16 @@ link_tests() {
     mapfile -t files < <(objects "$build")
     "$repo/scripts/macos_test_stub.py" --nm "$nm" --sdk "$sdk" --output "$build/tests.tbd" \
         "${files[@]/#/$build/}" || fail "$architecture: the tests lack a symbol"
-    mapfile -t programs < <(ninja -C "$build" -t targets all | sed -n 's|^\(tests/[^/]*\): .*_EXECUTABLE_LINKER_.*|\1|p')
+    mapfile -t programs < <(ninja -C "$build" -t targets all |
+        sed -n 's|^\(tests/[^/]*\): .*_EXECUTABLE_LINKER_.*|\1|p')
+    [ ${#programs[@]} -gt 0 ] || fail "$architecture: there are no unit-test programs"
     run "$build/ninja.log" ninja -C "$build" "${programs[@]}" ||
         fail "$architecture: linking the tests failed"
     echo "linked for $architecture: ${#programs[@]} unit-test programs"
 }
 
 if [ -n "$with_tests" ]; then
-    for architecture in "${architectures[@]}"; do
+    for architecture in "${linked[@]}"; do
         link_tests "$architecture"
     done
 fi

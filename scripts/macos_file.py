@@ -190,6 +190,9 @@ def main():
     except Malformed as malformed:
         print(f"macos_file: {arguments.file}: {malformed}", file=sys.stderr)
         return 1
+    except OSError as error:
+        print(f"macos_file: {arguments.file}: {error.strerror}", file=sys.stderr)
+        return 1
     minimums = dict(arguments.slice)
     faults = []
     architectures = sorted(one.architecture for one in found)

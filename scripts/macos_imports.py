@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Lists what a macOS executable imports, and fails on what its oldest system does not have.
 
-    scripts/macos_imports.py [--arch x86_64|arm64] [--table] EXECUTABLE
+    scripts/macos_imports.py [--arch x86_64|arm64] [--tool] [--table] EXECUTABLE
 
-The oldest system is macOS 10.6 for Intel processors and 11.0 for Apple's. Availability marks in the
+The oldest system is macOS 10.6 for Intel processors and 11.0 for Apple's. With --tool EXECUTABLE is
+kpim: it may use libc++'s own functions, and asks for 10.15 on Intel processors. Availability marks in the
 SDK's headers let the compiler refuse newer functions, classes and methods. This looks at what no
 mark covers: symbols that the compiler or the C++ headers bring in by themselves, functions that
 headers declare without a mark, and libraries.
@@ -62,11 +63,30 @@ NEWER_THAN_11_0 = re.compile(
     r"|___ubsan\w*|___asan\w*"
     r"|_(mkfifoat|mknodat|freadlink|strchrnul|at_quick_exit|quick_exit|os_sync_\w+)")
 
-# What executables for one architecture may ask for.
-Rules = collections.namedtuple("Rules", "oldest cxx_library newer")
+# Names of libc++ that came after 11.0: its own abort, text from and to floating-point numbers (both
+# 13.3), polymorphic memory resources (14), hashing of bytes, printing.
+NEWER_CXX_THAN_11_0 = re.compile(
+    r".*22__libcpp_verbose_abort.*|.*8to_charsEPcS\d*_[fde].*"
+    r"|.*10from_charsEPKcS\d*_R?[fde].*|.*__from_chars_floating_point.*"
+    r"|.*St3__13pmr.*|.*13__hash_memory.*|.*19__is_posix_terminal.*")
+# The same for 10.15: waiting for atomics, latches, barriers and semaphores came with 11.0.
+NEWER_CXX_THAN_10_15 = re.compile(
+    NEWER_CXX_THAN_11_0.pattern
+    + r"|.*(__libcpp_atomic_|__cxx_atomic_notify_|barrier_algorithm_base).*")
+NEWER_THAN_10_15 = re.compile(NEWER_THAN_11_0.pattern
+                              + r"|___darwin_check_fd_set_overflow|_OBJC_CLASS_\$_NSConstant\w+")
+
+# What executables for one architecture may ask for. `newer_cxx` is None where they may take no more
+# from the C++ library than CXX_RUNTIME.
+Rules = collections.namedtuple("Rules", "oldest cxx_library newer newer_cxx")
+LIBSTDCXX, LIBCXX = "/usr/lib/libstdc++.6.dylib", "/usr/lib/libc++.1.dylib"
 ARCHITECTURES = {
-    "x86_64": Rules("10.6", "/usr/lib/libstdc++.6.dylib", NEWER_THAN_10_6),
-    "arm64": Rules("11.0", "/usr/lib/libc++.1.dylib", NEWER_THAN_11_0),
+    "x86_64": Rules("10.6", LIBSTDCXX, NEWER_THAN_10_6, None),
+    "arm64": Rules("11.0", LIBCXX, NEWER_THAN_11_0, None),
+}
+TOOL = {
+    "x86_64": Rules("10.15", LIBCXX, NEWER_THAN_10_15, NEWER_CXX_THAN_10_15),
+    "arm64": Rules("11.0", LIBCXX, NEWER_THAN_11_0, NEWER_CXX_THAN_11_0),
 }
 CXX_LIBRARIES = {"libstdc++", "libc++"}
 
@@ -105,9 +125,11 @@ def faults(loaded, table, rules):
             yield f"{library}: not a library that the product may load"
     for library, symbols in sorted(table.items()):
         for symbol in symbols:
-            if library in CXX_LIBRARIES and not CXX_RUNTIME.fullmatch(symbol):
+            is_cxx = library in CXX_LIBRARIES
+            if is_cxx and not rules.newer_cxx and not CXX_RUNTIME.fullmatch(symbol):
                 yield f"{symbol}: not shared by the C++ libraries"
-            elif rules.newer.fullmatch(symbol):
+            elif rules.newer.fullmatch(symbol) or (
+                    is_cxx and rules.newer_cxx and rules.newer_cxx.fullmatch(symbol)):
                 yield f"{symbol} (from {library}): newer than {rules.oldest}"
 
 
@@ -120,10 +142,11 @@ def main():
                         default=shutil.which("llvm-objdump") or "llvm-objdump-14",
                         help="LLVM's objdump")
     parser.add_argument("--arch", choices=ARCHITECTURES, default="x86_64")
+    parser.add_argument("--tool", action="store_true", help="the executable is kpim")
     parser.add_argument("--table", action="store_true", help="print every import")
     arguments = parser.parse_args()
 
-    rules = ARCHITECTURES[arguments.arch]
+    rules = (TOOL if arguments.tool else ARCHITECTURES)[arguments.arch]
     loaded = loads(arguments.objdump, arguments.executable, arguments.arch)
     table = imports(arguments.nm, arguments.executable, arguments.arch)
     if not loaded or not table:

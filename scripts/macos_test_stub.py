@@ -21,7 +21,10 @@ SYSTEM_CLASS = re.compile(r"_OBJC_(CLASS|METACLASS|EHTYPE|IVAR)_\$_NS\w+(\.\w+)?
 # What the C library's macros and the compiler call without a declaration.
 COMPILER = re.compile(r"___(\w+_chk|bzero|stack_chk_\w+|error)|_memset_pattern\d+|dyld_stub_binder")
 STUB_WORD = re.compile(r"[\w$.]+")
-HEADER_WORD = re.compile(rb"\w+")
+COMMENT = re.compile(rb"/\*.*?\*/|//[^\n]*", re.DOTALL)
+# A function's name is followed by its parameters, a variable's by the end of its declaration or by an
+# attribute, which is a macro in capitals.
+DECLARED = re.compile(rb"\b(\w+)\s*(?:[(;\[]|_*[A-Z]{2}[A-Z_0-9]+\b)")
 HEADERS = ("usr/include", "System/Library/Frameworks/Foundation.framework",
            "System/Library/Frameworks/CoreFoundation.framework",
            "System/Library/Frameworks/Security.framework",
@@ -47,11 +50,11 @@ def listed(sdk):
 
 
 def declared(sdk):
-    """Every word of the SDK's headers."""
+    """The words of the SDK's headers that may be the name of a function or a variable."""
     words = set()
     for folder in HEADERS:
         for header in (sdk / folder).rglob("*.h"):
-            words.update(HEADER_WORD.findall(header.read_bytes()))
+            words.update(DECLARED.findall(COMMENT.sub(b" ", header.read_bytes())))
     return {word.decode("ascii", "replace") for word in words}
 
 

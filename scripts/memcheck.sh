@@ -18,7 +18,7 @@ if [ ${#tests[@]} -eq 0 ]; then
     exit 1
 fi
 
-# Foundation writes into the home folder: not into that of whoever tests.
+# Foundation writes into the home folder: not into the home of the user who tests.
 HOME=$(mktemp -d) || exit 1
 export HOME
 trap 'rm -rf "$HOME"' EXIT

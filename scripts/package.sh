@@ -80,7 +80,13 @@ check_hosts() {
 }
 
 if [ -n "$macos" ]; then
-    macos=$(cd "$here" && realpath "$macos")
+    macos=$(cd "$here" && realpath --canonicalize-missing "$macos")
+    for name in bin/{finalizer,kpim} {x86_64,arm64}/generated/vendor-config.json; do
+        [ -f "$macos/$name" ] || {
+            echo "package: $macos/$name is missing: scripts/check-macos.sh makes it" >&2
+            exit 1
+        }
+    done
     check_hosts "$macos/x86_64" "$macos/arm64"
     package_macos "$macos"
     exit
@@ -92,7 +98,7 @@ cmake --preset release "${options[@]}" > /dev/null
 check_hosts build/release
 cmake --build --preset release -j "$(nproc)" --target finalizer kpim
 rm -rf build/release/packages
-# The rules of Debian: what is installed may be read by everybody, whoever builds.
+# Debian's rule: all users may read what is installed, whatever the umask of the build.
 umask 022
 (cd build/release && cpack > packages.log 2>&1) || {
     cat build/release/packages.log >&2

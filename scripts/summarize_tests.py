@@ -107,8 +107,8 @@ def _end_of(entry):
     failure = entry.find("failure")
     end = failure.get("message") if failure is not None else ""
     lines = (entry.findtext("system-out") or "").strip().splitlines()
-    told = next((line for line in lines if ERROR.search(line)), lines[-1] if lines else "")
-    said = [text for text in (end, told) if text]
+    message = next((line for line in lines if ERROR.search(line)), lines[-1] if lines else "")
+    said = [text for text in (end, message) if text]
     return textwrap.shorten(" ".join(said) or "no message", LONGEST_REASON)
 
 

@@ -32,10 +32,13 @@ def text_segment(info, where):
 
 
 def program(cpu, minimum, sdk="14.2", start=MAIN, signed=False, info=INFO, where=FIRST_SECTION):
-    """An executable of load commands and an information dictionary."""
-    release = (command(0x24, struct.pack("<2I", packed(minimum), packed(sdk))) if cpu == INTEL else
-               command(0x32, struct.pack("<4I", 1, packed(minimum), packed(sdk), 0)))
-    commands = [text_segment(info, where), release, command(start, bytes(16))]
+    """An executable of load commands and an information dictionary; without the command that names
+    minimum and SDK when there is no `minimum`."""
+    commands = [text_segment(info, where), command(start, bytes(16))]
+    if minimum is not None:
+        commands.insert(1, command(0x24, struct.pack("<2I", packed(minimum), packed(sdk)))
+                        if cpu == INTEL else
+                        command(0x32, struct.pack("<4I", 1, packed(minimum), packed(sdk), 0)))
     if signed:
         commands.append(command(SIGNATURE, bytes(8)))
     body = b"".join(commands)
@@ -43,12 +46,14 @@ def program(cpu, minimum, sdk="14.2", start=MAIN, signed=False, info=INFO, where
     return (header + body).ljust(where, b"\0") + info
 
 
-def universal(*programs):
-    """The programs in one file, each at its own page."""
-    header, content, offset = struct.pack(">2I", 0xCAFEBABE, len(programs)), b"", 4096
+def universal(*programs, is_large=False):
+    """The programs in one file, each at its own page; `is_large` is the form for files beyond 4 GiB."""
+    magic, layout, reserved = ((0xCAFEBABF, ">2I2Q2I", [0]) if is_large else
+                               (0xCAFEBABE, ">5I", []))
+    header, content, offset = struct.pack(">2I", magic, len(programs)), b"", 4096
     for one in programs:
         cpu, = struct.unpack_from("<I", one, 4)
-        header += struct.pack(">5I", cpu, 3, offset, len(one), 12)
+        header += struct.pack(layout, cpu, 3, offset, len(one), 12, *reserved)
         content += one.ljust(4096, b"\0")
         offset += 4096
     return header.ljust(4096, b"\0") + content
@@ -80,6 +85,22 @@ def test_each_slice_of_a_universal_file_gets_a_line(check):
     assert apple.startswith(f"  arm64: {len(GOOD_APPLE)} bytes") and apple.endswith(", signed")
 
 
+def test_the_form_for_large_files(check):
+    result = check(universal(GOOD_INTEL, GOOD_APPLE, is_large=True), *BOTH)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert [line.split(":")[0] for line in result.stdout.splitlines()] == ["  x86_64", "  arm64"]
+
+
+@pytest.mark.parametrize("make", [lambda path: None, lambda path: path.mkdir()])
+def test_a_file_that_cannot_be_read(tmp_path, make):
+    make(tmp_path / "program")
+    result = subprocess.run([SCRIPT, "--version", VERSION, *BOTH, tmp_path / "program"], text=True,
+                            capture_output=True, check=False)
+    assert result.returncode == 1
+    assert result.stderr.startswith(f"macos_file: {tmp_path}/program: ")
+    assert len(result.stderr.splitlines()) == 1
+
+
 def test_the_start_of_10_6_is_reported(check):
     result = check(program(INTEL, "10.6", start=UNIXTHREAD), "--slice", "x86_64:10.6")
     assert "starts by LC_UNIXTHREAD (any macOS)" in result.stdout
@@ -95,6 +116,7 @@ def test_load_commands_are_listed_on_request(check):
     (program(INTEL, "10.7"), "x86_64 asks for macOS 10.7 instead of 10.6"),
     (program(INTEL, "10.6", sdk="10.6"), "x86_64 was linked with an SDK of 10.6"),
     (program(INTEL, "10.6", sdk="10.15"), "x86_64 was linked with an SDK of 10.15"),
+    (universal(GOOD_INTEL, GOOD_INTEL), "holds x86_64, x86_64 instead of x86_64"),
     (program(INTEL, "10.6", start=0x26), "x86_64 has no entry point"),
     (program(INTEL, "10.6", info=INFO.replace(b"269", b"268")),
      "x86_64 __TEXT,__info_plist does not carry the version 32.0.0.269"),
@@ -107,6 +129,13 @@ def test_a_fault_is_named(check, file, fault):
     result = check(file, "--slice", "x86_64:10.6")
     assert result.returncode == 1
     assert fault in result.stderr and len(result.stderr.splitlines()) == 1
+
+
+def test_a_file_that_names_no_sdk(check):
+    result = check(program(INTEL, None), "--slice", "x86_64:10.6")
+    assert result.returncode == 1
+    assert "asks for macOS ? instead of 10.6" in result.stderr
+    assert "was linked with an SDK of ?" in result.stderr
 
 
 def test_apples_processors_need_a_signature(check):

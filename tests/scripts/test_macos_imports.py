@@ -95,6 +95,54 @@ def test_a_newer_symbol_is_refused_on_apples_processors(check, symbol, library):
     assert len(result.stderr.splitlines()) == 1 and symbol in result.stderr
 
 
+OF_LIBCXX = (imported("_OBJC_CLASS_$_NSURL", "Foundation") + imported("_openat", "libSystem")
+             + imported("_clock_gettime", "libSystem") + imported("_objc_alloc_init", "libobjc")
+             + imported("__ZNSt3__19to_stringEi", "libc++")
+             + imported("__ZNSt3__18to_charsEPcS0_i", "libc++")
+             + imported("__ZTVSt12length_error", "libc++"))
+
+
+@pytest.mark.parametrize("architecture, oldest", [("x86_64", "10.15"), ("arm64", "11.0")])
+def test_kpim_may_use_libcxx(check, architecture, oldest):
+    result = check(OF_LIBCXX, "--tool", "--arch", architecture, libraries=APPLE_LIBRARIES)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout == (f"  {architecture}: imports 7 symbols of 4 libraries, none newer than "
+                             f"{oldest}\n")
+
+
+@pytest.mark.parametrize("symbol, library", [
+    ("__ZNSt3__122__libcpp_verbose_abortEPKcz", "libc++"),
+    ("__ZNSt3__18to_charsEPcS0_d", "libc++"), ("__ZNSt3__18to_charsEPcS0_fNS_12chars_formatEi", "libc++"),
+    ("__ZNSt3__110from_charsEPKcS1_RdNS_12chars_formatE", "libc++"),
+    ("__ZNSt3__13pmr20get_default_resourceEv", "libc++"),
+    ("__ZNSt3__113__hash_memoryEPKvm", "libc++"),
+    ("_objc_msgSend$length", "libobjc"), ("_mkfifoat", "libSystem"),
+])
+@pytest.mark.parametrize("architecture", ["x86_64", "arm64"])
+def test_what_is_newer_than_kpims_oldest_system_is_refused(check, architecture, symbol, library):
+    result = check(OF_LIBCXX + imported(symbol, library), "--tool", "--arch", architecture,
+                   libraries=APPLE_LIBRARIES)
+    assert result.returncode == 1
+    assert len(result.stderr.splitlines()) == 1 and symbol in result.stderr
+
+
+@pytest.mark.parametrize("symbol, library", [
+    ("__ZNSt3__120__libcpp_atomic_waitEPVKvx", "libc++"),
+    ("__ZNSt3__123__cxx_atomic_notify_oneEPVKv", "libc++"),
+    ("___darwin_check_fd_set_overflow", "libSystem"),
+])
+def test_what_came_with_11_is_refused_in_kpims_intel_slice_alone(check, symbol, library):
+    results = [check(OF_LIBCXX + imported(symbol, library), "--tool", "--arch", architecture,
+                     libraries=APPLE_LIBRARIES) for architecture in ("x86_64", "arm64")]
+    assert [result.returncode for result in results] == [1, 0]
+
+
+def test_kpim_loads_libcxx_alone(check):
+    result = check(OF_LIBCXX, "--tool", libraries=OLD_LIBRARIES)
+    assert result.returncode == 1
+    assert "libstdc++.6.dylib: not a library that the product may load" in result.stderr
+
+
 def test_the_slice_that_is_asked_for_is_listed(tmp_path):
     for name, listing in (("nm", OLD_ON_APPLE), ("objdump", APPLE_LIBRARIES)):
         program = tool(tmp_path / name, listing)

@@ -2,6 +2,7 @@
 
 import json
 import pathlib
+import shutil
 import subprocess
 import tarfile
 
@@ -71,6 +72,22 @@ def test_what_cannot_be_shipped_is_not_packed(package, tmp_path, programs, fault
     assert result.returncode == 1
     assert fault in result.stderr
     assert not list(tmp_path.glob("packages/*"))
+
+
+@pytest.mark.parametrize("missing", ["bin/kpim", "bin/finalizer", "x86_64/generated", "arm64", "."])
+def test_missing_files_are_named(package, tmp_path, missing):
+    package(host="vendor.com")
+    shutil.rmtree(tmp_path / "packages")
+    path = tmp_path / missing
+    if path.is_file():
+        path.unlink()
+    else:
+        shutil.rmtree(path)
+    result = subprocess.run([SCRIPT, "--macos", tmp_path], text=True, capture_output=True,
+                            check=False)
+    assert result.returncode == 1
+    assert result.stderr.startswith(f"package: {tmp_path}/") and len(result.stderr.splitlines()) == 1
+    assert " is missing: " in result.stderr and (missing == "." or missing in result.stderr)
 
 
 def test_placeholder_hosts(package, tmp_path):

@@ -7,7 +7,7 @@ import pytest
 
 SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "scripts/macos_test_stub.py"
 # A C function of a header, one under another name, a class, the C++ library, the compiler's own.
-SYSTEMS = ["_getpid", "_stat$INODE64", "_OBJC_CLASS_$_NSLock", "__ZNSt3__19to_stringEi", "__Znwm",
+SYSTEMS = ["_getpid", "_stat$INODE64", "_environ", "_OBJC_CLASS_$_NSLock", "__ZNSt3__19to_stringEi", "__Znwm",
            "__ZTVN10__cxxabiv117__class_type_infoE", "___cxa_throw", "___stack_chk_fail"]
 
 
@@ -17,7 +17,9 @@ def make_stub(tmp_path):
     def run(undefined, defined=("_main",)):
         headers = tmp_path / "sdk/usr/include"
         headers.mkdir(parents=True)
-        (headers / "unistd.h").write_text("pid_t getpid(void);\nint stat(const char *);\n")
+        (headers / "unistd.h").write_text(
+            "pid_t getpid(void);  // not getpidd()\n/* nor\ngetpiddd(); */\n"
+            "int stat(const char *path);\nextern char **environ __API_AVAILABLE(macos(10.0));\n")
         (tmp_path / "sdk/lib.tbd").write_text("symbols: [ _only_in_a_stub ]\n")
         nm = tmp_path / "nm"
         nm.write_text(f'#!/bin/sh\ncase "$*" in *-u*) cat "{tmp_path}/undefined" ;; '
@@ -40,7 +42,7 @@ def test_the_stub_has_what_the_system_has(make_stub):
     assert "_main" not in stub and "a.o" not in stub
 
 
-@pytest.mark.parametrize("name", ["_getpidd", "_OBJC_CLASS_$_KPIMLogger", "__ZN4kpim5PrintEv",
+@pytest.mark.parametrize("name", ["_getpidd", "_getpiddd", "_path", "_OBJC_CLASS_$_KPIMLogger", "__ZN4kpim5PrintEv",
                                   "__Z10ParseBlobsv", "___llvm_profile_write_file"])
 def test_what_only_the_tests_could_have_is_refused(make_stub, name):
     result, _ = make_stub([*SYSTEMS, name])

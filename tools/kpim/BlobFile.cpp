@@ -49,6 +49,9 @@ const char* Unfit(const struct stat& status) {
   if (S_ISDIR(status.st_mode)) {
     return "Is a directory";
   }
+  if (S_ISFIFO(status.st_mode)) {
+    return "not a regular file; a pipe is read as -";
+  }
   if (!S_ISREG(status.st_mode)) {
     return "not a regular file";
   }

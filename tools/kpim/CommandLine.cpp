@@ -18,10 +18,12 @@ constexpr char kDescription[] =
     "Packs, lists, verifies, compares and unpacks the installer's payload blobs, runs its install\n"
     "checks and fetches the current version description.";
 constexpr char kFooter[] =
-    "Exit status: 0 when all went well, 1 when the command failed or found a fault,\n"
-    "2 when it was used wrongly.";
+    "Exit status: 0 when all went well, 1 when the command failed, or found a fault or a\n"
+    "difference, or a check failed, 2 when the command line was wrong.";
 constexpr char kProgram[] = "kpim";
+constexpr char kEndOfOptions[] = "--";
 constexpr char kNoSuchCommand[] = "no such command or option";
+constexpr char kOptionOfCommand[] = "an option of a command: put it after the command";
 constexpr char kVersion[] =
     "kpim " KP_VERSION_TEXT "\ndownload server: " KP_DOWNLOAD_HOST "\nweb site: " KP_VENDOR_WEB_HOST
     "\nuninstaller: " KP_UNINSTALLER_URL "\n";
@@ -82,9 +84,40 @@ constexpr char kLatestFooter[] =
 constexpr char kBlobHelp[] = "The blob; - for standard input";
 constexpr char kJSONHelp[] = "Print the result as JSON";
 
-/// CLI11's complaint about arguments that are left over, with these in their order.
-std::string DescribeLeftOver(const CLI::App& command) {
-  const std::vector<std::string> arguments = command.remaining();
+/// False for operands, for "-" and for the "--" that ends the options.
+bool IsOption(const std::string& argument) {
+  return argument.size() > 1 && argument.front() == '-' && argument != kEndOfOptions;
+}
+
+/// Whether a command of `app` has the option that `argument` gives.
+bool IsOptionOfCommand(const CLI::App& app, const std::string& argument) {
+  const bool isLong = argument.compare(0, 2, "--") == 0;
+  const std::string name = argument.substr(0, isLong ? argument.find('=') : 2);
+  const auto all = app.get_subcommands([](const CLI::App*) { return true; });
+  return IsOption(argument) && std::any_of(all.begin(), all.end(), [&](const CLI::App* command) {
+           return command->get_option_no_throw(name) != nullptr;
+         });
+}
+
+/// The arguments that `command` does not take, in their order; only the options when there are any,
+/// because an operand can be the value of one.
+std::vector<std::string> LeftOver(const CLI::App& app, const CLI::App& command) {
+  std::vector<std::string> arguments = command.remaining();
+  // After "--", what the command does not take goes back to the program.
+  const std::vector<std::string> others = app.remaining();
+  arguments.insert(arguments.end(), others.begin(), others.end());
+  const bool hasOption = std::any_of(arguments.begin(), arguments.end(), IsOption);
+  arguments.erase(std::remove_if(arguments.begin(), arguments.end(),
+                                 [&](const std::string& argument) {
+                                   return hasOption ? !IsOption(argument)
+                                                    : argument == kEndOfOptions;
+                                 }),
+                  arguments.end());
+  return arguments;
+}
+
+/// CLI11's complaint about `arguments`, which are left over.
+std::string DescribeLeftOver(const std::vector<std::string>& arguments) {
   std::string text = arguments.size() > 1 ? "The following arguments were not expected:"
                                           : "The following argument was not expected:";
   for (const std::string& argument : arguments) {
@@ -93,22 +126,29 @@ std::string DescribeLeftOver(const CLI::App& command) {
   return text;
 }
 
-/// Says what is wrong with the command line, in the name of the chosen command if there is one.
-void ReportUsageError(const CLI::App& app, const CLI::ParseError& error) {
+/// Reports what is wrong with the command line, whose first argument is `first`, null if there is
+/// none. It is reported in the name of the command when the command is the first argument.
+void ReportUsageError(const CLI::App& app, const CLI::ParseError& error, const char* first) {
   const auto commands = app.get_subcommands();
-  const auto unknown = app.remaining();
   std::string help = kProgram;
-  if (!commands.empty()) {
-    const CLI::App& command = *commands.front();
-    const bool isLeftOver = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
-    ReportError(command.get_name(), isLeftOver ? DescribeLeftOver(command) : error.what());
-    help += " " + command.get_name();
-  } else if (!unknown.empty()) {
-    ReportError(unknown.front(), kNoSuchCommand);
-  } else {
+  if (!first) {
     ReportError("command line", "no command given");
+  } else if (commands.empty() || commands.front()->get_name() != first) {
+    ReportError(first, IsOptionOfCommand(app, first) ? kOptionOfCommand : kNoSuchCommand);
+  } else {
+    const CLI::App& command = *commands.front();
+    const std::vector<std::string> leftOver = LeftOver(app, command);
+    const bool isLeftOver = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr ||
+                            (!leftOver.empty() && IsOption(leftOver.front()));
+    ReportError(command.get_name(), isLeftOver ? DescribeLeftOver(leftOver) : error.what());
+    help += " " + command.get_name();
   }
   ReportLine("Try '" + help + " --help'.");
+}
+
+/// Empty when `pattern` can match an entry, else why not.
+std::string CheckPattern(const std::string& pattern) {
+  return pattern.empty() ? "an empty pattern matches nothing" : "";
 }
 
 void AddPackCommand(CLI::App& app, int& status) {
@@ -126,13 +166,17 @@ void AddPackCommand(CLI::App& app, int& status) {
   command
       ->add_option("--exclude", options->excluded,
                    "Leave out entries whose name, or path in the bundle, matches; repeatable")
+      ->check(CLI::Validator(CheckPattern, ""))
       ->type_name("GLOB")
+      // Without it, help says that one --exclude takes several patterns.
+      ->option_text("GLOB")
       ->allow_extra_args(false);
   command
       ->add_option("--threads", options->threads,
-                   "1 (the default), or more for faster packing into slightly other bytes")
+                   "1 (the default), or 2 for faster packing into slightly other bytes (more\n"
+                   "is the same as 2)")
       ->check(CLI::Range(1U, kMostThreads))
-      ->type_name("N");
+      ->option_text("N");
   CLI::Option* sort =
       command->add_flag("--sort", "Order entries by name; the default")->disable_flag_override();
   command
@@ -146,7 +190,9 @@ void AddPackCommand(CLI::App& app, int& status) {
       ->disable_flag_override();
   command->add_flag("--quiet", options->quiet, "No warnings and no progress")
       ->disable_flag_override();
-  command->add_flag("--strict", options->strict, "Make every warning an error")
+  command
+      ->add_flag("--strict", options->strict,
+                 "Make every warning an error, so that nothing is packed")
       ->disable_flag_override();
   command->add_flag("--json", options->json, kJSONHelp)->disable_flag_override();
   command->callback([options, &status] {
@@ -232,8 +278,7 @@ void AddLatestCommand(CLI::App& app, int& status) {
   command->footer(kLatestFooter);
   command
       ->add_option("--locale", options->locale,
-                   "Whose description to fetch, as in en or pt_BR (default: the translation of\n"
-                   "AutoUpdateXmlLocale in the strings table)")
+                   "Whose description to fetch, as in en or pt_BR (default: en, as installed)")
       ->check(CLI::Validator(CheckLocale, ""))
       ->type_name("LOCALE");
   command
@@ -302,7 +347,7 @@ int Run(int argc, char** argv) {
     Print(kVersion);
     return kExitOK;
   } catch (const CLI::ParseError& error) {
-    ReportUsageError(app, error);
+    ReportUsageError(app, error, argc > 1 ? argv[1] : nullptr);
     return kExitUsage;
   }
   return status;

@@ -52,6 +52,17 @@ std::string WithoutTrailingSlashes(std::string path) {
   return path;
 }
 
+std::string NormalizedPath(const std::string& path) {
+  size_t start = 0;
+  while (path.compare(start, 2, "./") == 0) {
+    start = path.find_first_not_of('/', start + 1);
+    if (start == std::string::npos) {
+      return ".";
+    }
+  }
+  return WithoutTrailingSlashes(path.substr(start));
+}
+
 std::string DirectoryOf(const std::string& path) {
   const size_t slash = path.rfind('/');
   if (slash == std::string::npos) {

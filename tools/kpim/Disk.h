@@ -34,6 +34,9 @@ std::string JoinPath(const std::string& parent, const std::string& leaf);
 /// `path` without the slashes at its end; "/" stays.
 std::string WithoutTrailingSlashes(std::string path);
 
+/// `path` without "./" before it and slashes at its end; "." when nothing else is left of it.
+std::string NormalizedPath(const std::string& path);
+
 /// The directory part of `path`: "." when it has none.
 std::string DirectoryOf(const std::string& path);
 

@@ -8,7 +8,7 @@ namespace kpim {
 
 Exclusion::Exclusion(const std::vector<std::string>& globs) {
   for (const std::string& glob : globs) {
-    patterns_.push_back({glob});
+    patterns_.push_back({NormalizedPath(glob)});
   }
 }
 

@@ -9,6 +9,7 @@ namespace kpim {
 /// Patterns of entries that are not packed.
 class Exclusion {
  public:
+  /// Each of `globs` is taken as NormalizedPath returns it.
   explicit Exclusion(const std::vector<std::string>& globs);
 
   /// True when a pattern matches the entry at `path`, relative to the bundle, or its name alone,

@@ -92,7 +92,9 @@ bool OutputFile::Choose(const std::string& path) {
   }
   if (stat(path_.c_str(), &status) == 0) {
     if (!S_ISREG(status.st_mode)) {
-      ReportError(path, "exists and is not a regular file");
+      ReportError(path, S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)
+                            ? "exists and is not a regular file; -o - writes to a pipe or a device"
+                            : "exists and is not a regular file");
       return false;
     }
     replaced_ = IdentityOf(status);

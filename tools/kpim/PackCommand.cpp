@@ -170,7 +170,11 @@ bool Warn(const PackOptions& options, const std::string& bundle,
       ReportWarning(bundle, DescriptionOf(warning));
     }
   }
-  return !options.strict || warnings.empty();
+  if (!options.strict || warnings.empty()) {
+    return true;
+  }
+  ReportError(bundle, "nothing was packed: --strict makes warnings errors");
+  return false;
 }
 
 std::string JSONFindings(const std::vector<PackWarning>& warnings) {

@@ -67,7 +67,7 @@ class PathChoice {
  public:
   explicit PathChoice(const std::vector<std::string>& paths) {
     for (const std::string& path : paths) {
-      isFound_.try_emplace(Normalized(path), false);
+      isFound_.try_emplace(NormalizedPath(path), false);
     }
   }
 
@@ -85,20 +85,9 @@ class PathChoice {
     return list != nullptr;
   }
 
-  bool IsFound(const std::string& path) const { return isFound_.at(Normalized(path)); }
+  bool IsFound(const std::string& path) const { return isFound_.at(NormalizedPath(path)); }
 
  private:
-  static std::string Normalized(const std::string& path) {
-    size_t start = 0;
-    while (path.compare(start, 2, "./") == 0) {
-      start = path.find_first_not_of('/', start + 1);
-      if (start == std::string::npos) {
-        return kTop;
-      }
-    }
-    return WithoutTrailingSlashes(path.substr(start));
-  }
-
   bool IsKept(fileChunk& node, const std::string& parent) {
     const std::string path = PathOf(node, parent);
     const auto asked = isFound_.find(path.empty() ? kTop : path);

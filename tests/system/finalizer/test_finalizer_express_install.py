@@ -124,7 +124,7 @@ def test_no_hand_off_after_a_failed_extraction(install_root, finalizer_run, upda
 
 
 _OPEN_THAT_WAITS = """#!/bin/sh
-if timeout 20 cat /run/open/gate; then
+if timeout 300 cat /run/open/gate; then
     echo "outlived the finalizer"
 else
     echo "waited in vain"
@@ -136,6 +136,6 @@ _FINALIZER_THEN_OPEN = f"""
 mkfifo /run/open/gate
 {PROGRAMS}/finalizer /
 status=$?
-timeout 20 sh -c ': > /run/open/gate'
+timeout 300 sh -c ': > /run/open/gate'
 exit $status
 """

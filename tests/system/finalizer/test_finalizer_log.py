@@ -3,7 +3,7 @@
 import pytest
 
 import finalizer_log
-from install_root import BUNDLE, LINE, LOG, UNKNOWN_UID
+from install_root import BUNDLE, LINE, LOG, PROGRAMS, UNKNOWN_UID
 
 
 @pytest.mark.parametrize("console, home", [
@@ -85,3 +85,17 @@ def test_a_folder_of_logs_is_not_created(install_root, finalizer_run):
     install_root.log_path("alice").parent.rmdir()
     finalizer_run(["/"], status=1)
     assert not install_root.log_path("alice").parent.exists()
+
+
+def test_signal_of_a_reader_that_has_left(install_root, finalizer, bundle_blob, installed):
+    """The log's lines are lost, the installation is not."""
+    assert finalizer
+    install_root.lay_blob(bundle_blob)
+    result = install_root.execute(
+        ["strace", "-f", "-qq", "-o", "/run/trace", "-P", f"/Users/alice/{LOG}", "-e", "trace=write",
+         "-e", "inject=write:error=EPIPE:signal=SIGPIPE:when=2+", f"{PROGRAMS}/finalizer", "/"],
+        check_leaks=False)
+    assert (result.status, result.stdout, result.stderr) == (0, "", "")
+    assert "SIGPIPE" in install_root.path("/run/trace").read_text()
+    assert install_root.log("alice") == finalizer_log.success()[:1]
+    assert install_root.tree(BUNDLE) == installed

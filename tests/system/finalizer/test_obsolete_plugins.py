@@ -15,7 +15,7 @@ OTHERS = ["Korvel Player.plugins", "korvel player.plugin", "Another.plugin"]
 
 @pytest.fixture
 def run(install_root, finalizer_run, bundle_blob):
-    """Installs below `root` and checks that the log tells of nothing else."""
+    """Installs below `root` and checks that the log has no other lines."""
 
     def run_quietly(root="/", log_of="alice", **options):
         install_root.lay_blob(bundle_blob, root)

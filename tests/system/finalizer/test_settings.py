@@ -13,7 +13,7 @@ NEW_FILE = b"DisableAnalytics=1\n"
 
 @pytest.fixture
 def run(install_root, finalizer_run):
-    """Installs below `root` with the switch and checks that the run tells of it as of any other."""
+    """Installs below `root` with the switch and checks that the log is that of any other run."""
 
     def run_with_switch(root="/", log_of="alice", wrapper=(), **options):
         # Of nothing: not every user here may write a bundle.
@@ -155,7 +155,7 @@ def test_large_file(install_root, run):
     assert install_root.path(SETTINGS).read_bytes() == b"first=1\nsecond=2\nDisableAnalytics=1\n"
 
 
-# ---- What is no settings file
+# ---- What is not a settings file
 
 
 @pytest.mark.parametrize("target", [None, "/dev/zero", "/dev/full", "/run/pipe"])

@@ -5,8 +5,10 @@ import collections
 import errno
 import fcntl
 import os
+import pathlib
 import shutil
 import stat
+import subprocess
 import threading
 import time
 
@@ -181,6 +183,55 @@ def test_install_root_that_is_a_link(install_root, finalizer_run):
     assert set(install_root.tree("/Volumes/real" + BUNDLE)) == {".", "file 0", "file 1"}
 
 
+# ---- Locked items of the old bundle
+
+
+@pytest.fixture
+def lock(install_root):
+    """Locks an item by a flag of its file system ("i": against changes, "a": append only)."""
+    locked = []
+
+    def run(inside, flag):
+        path = install_root.path(inside)
+        if subprocess.run(["chattr", "+" + flag, path], check=False).returncode != 0:
+            pytest.skip("the file system of the temporary folder has no flags, or root no right to set them")
+        locked.append(path)
+
+    yield run
+    for path in locked:
+        if path.exists():
+            subprocess.run(["chattr", "-ia", path], check=True)
+
+
+def test_locked_items_are_removed(install_root, finalizer_run, lock):
+    install_root.write(f"{BUNDLE}/folder/locked", b"old")
+    install_root.write(f"{BUNDLE}/appended", b"old")
+    lock(f"{BUNDLE}/folder/locked", "i")
+    lock(f"{BUNDLE}/appended", "a")
+    lock(f"{BUNDLE}/folder", "i")
+    install_root.lay_blob(blob.solid_root(files(2)))
+    finalizer_run(["/"])
+    assert install_root.log("alice") == finalizer_log.success("")
+    assert set(install_root.tree(BUNDLE)) == {".", "file 0", "file 1"}
+
+
+def test_locked_file_with_another_name_elsewhere_stays(install_root, finalizer_run, lock):
+    """Its lock is not the bundle's: what does not belong to the bundle would lose it too."""
+    elsewhere = install_root.write(ELSEWHERE + "/kept", b"kept")
+    install_root.mkdir(f"{BUNDLE}/folder")
+    os.link(elsewhere, install_root.path(f"{BUNDLE}/folder/second name"))
+    install_root.write(f"{BUNDLE}/old", b"old")
+    lock(ELSEWHERE + "/kept", "i")
+    install_root.lay_blob(blob.solid_root(files(2)))
+    finalizer_run(["/"])
+    assert install_root.log("alice") == finalizer_log.success(
+        "", finalizer_log.not_removed(1, NOT_PERMITTED))
+    assert set(install_root.tree(BUNDLE)) == {
+        ".", "folder", "folder/second name", "file 0", "file 1"}
+    with pytest.raises(PermissionError):
+        elsewhere.unlink()
+
+
 # ---- Folders that are exchanged while root works in them
 
 
@@ -195,7 +246,7 @@ def victim(install_root):
 
 
 def exchange_in_rounds(install_root, victim, rounds, prepare):
-    """Runs the finalizer in rounds while somebody exchanges a folder of the bundle for a link to the
+    """Runs the finalizer in rounds while another process exchanges a folder of the bundle for a link to the
     victim's. Returns how often that has worked."""
     target = f"{BUNDLE}/Contents/folder"
     own = install_root.path(ELSEWHERE + "/own")
@@ -238,7 +289,7 @@ def test_folder_exchanged_while_the_bundle_is_written(install_root, victim, roun
     print(f"{exchanges} exchanges in {rounds} rounds")
 
 
-# ---- Two at once, and a blob that somebody holds
+# ---- Two at once, and a blob that another process holds
 
 
 BEFORE_THE_LOCK = finalizer_log.success()[:3]
@@ -277,14 +328,30 @@ class Held:
         self._file.close()
 
 
+def is_open_elsewhere(path):
+    """Whether another process has the file open."""
+    for process in pathlib.Path("/proc").glob("[0-9]*"):
+        if int(process.name) == os.getpid():
+            continue
+        try:
+            if any(os.path.samefile(descriptor, path) for descriptor in (process / "fd").iterdir()):
+                return True
+        except OSError:
+            pass  # It has ended, or has just closed one.
+    return False
+
+
 def run_while_held(install_root, act):
     """Runs the finalizer, and calls `act` when it waits for the blob, which is then released."""
     results = []
+    path = install_root.path(BLOB)
     runner = threading.Thread(target=lambda: results.append(install_root.run(["/"])))
     log = install_root.log_path("alice")
     with Held(install_root):
         runner.start()
-        while not log.exists() or log.read_text().count("\n") < len(BEFORE_THE_LOCK):
+        while (not log.exists() or log.read_text().count("\n") < len(BEFORE_THE_LOCK)
+               or not is_open_elsewhere(path)):
+            assert runner.is_alive(), "it has not waited"
             time.sleep(0.01)
         assert install_root.log("alice") == BEFORE_THE_LOCK
         act()

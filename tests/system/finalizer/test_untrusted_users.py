@@ -26,9 +26,10 @@ def run(install_root, finalizer_run, bundle_blob, installed):
 
     def run_and_check(*arguments, **options):
         install_root.lay_blob(bundle_blob)
-        finalizer_run(["/", *arguments], **options)
+        exchanges = finalizer_run(["/", *arguments], **options)
         assert install_root.tree(BUNDLE) == installed
         assert not install_root.path(BLOB).exists()
+        return exchanges
 
     return run_and_check
 
@@ -186,9 +187,10 @@ def test_log_exchanged_while_it_is_opened(install_root, run, rounds):
     log = own(install_root.write(USER_LOG, ""))
     own_link(install_root, f"{LOGS}/link", "/etc/secret")
     own_link(install_root, f"{LOGS}/missing", "/etc/ld.so.preload")
-    for _ in range(rounds):
-        run_beside_attacker(install_root, run, [log, log.with_name("link"),
-                                                log, log.with_name("missing")])
+    exchanges = sum(run_beside_attacker(install_root, run, [log, log.with_name("link"),
+                                                            log, log.with_name("missing")])
+                    for _ in range(rounds))
+    assert exchanges > 0
     assert secret.read_text() == "secret\n"
     assert not install_root.path("/etc/ld.so.preload").exists()
 
@@ -198,9 +200,9 @@ def test_folder_of_logs_exchanged_while_root_goes_down(install_root, run, rounds
     target = install_root.write(f"/etc/{pathlib.Path(LOG).name}", "secret\n", mode=0o600)
     install_root.write(USER_LOG, "", mode=0o600)
     own_link(install_root, "/Users/alice/Library/link", "/etc")
-    for _ in range(rounds):
-        run_beside_attacker(install_root, run, [install_root.path(LOGS),
-                                                install_root.path("/Users/alice/Library/link")])
+    pair = [install_root.path(LOGS), install_root.path("/Users/alice/Library/link")]
+    exchanges = sum(run_beside_attacker(install_root, run, pair) for _ in range(rounds))
+    assert exchanges > 0
     assert target.read_text() == "secret\n"
 
 
@@ -224,17 +226,19 @@ def own_folder(install_root, inside):
 
 
 def run_beside_attacker(install_root, run, paths, **options):
-    """A run beside alice, who exchanges `paths` in pairs all the time."""
+    """A run beside alice, who exchanges `paths` in pairs all the time. Returns how often that has
+    succeeded."""
     inside = [f"/{path.relative_to(install_root.folder)}" for path in paths]
     install_root.mount(exchanger.__file__, EXCHANGE)
     attacker = " ".join(f"'{word}'" for word in
                         [*as_user("alice"), "/usr/bin/python3", EXCHANGE, *inside])
-    run(program_before=attacker, **options)
+    return run(program_before=attacker, **options)
 
 
 @pytest.fixture
 def finalizer_run(install_root, finalizer_run):
-    """The usual one, with an attacker beside it where `program_before` says so."""
+    """The usual one, with an attacker beside it where `program_before` says so: the number that the
+    attacker prints at its end is then returned."""
 
     def run(arguments, status=0, program_before=None, **options):
         if program_before is None:
@@ -244,13 +248,18 @@ def finalizer_run(install_root, finalizer_run):
             mkfifo /run/ready 2> /dev/null
             {program_before} > /run/ready 2> /dev/null &
             attacker=$!
-            read -r line < /run/ready
-            {PROGRAMS}/finalizer {words}
+            exec 3< /run/ready
+            read -r line <&3
+            {PROGRAMS}/finalizer {words} > /run/output 3<&-
             status=$?
             kill $attacker
+            read -r count <&3
+            echo "$count"
             exit $status
             """], **options)
-        assert (result.status, result.stdout, result.stderr) == (status, "", "")
+        output = install_root.path("/run/output").read_text()
+        assert (result.status, output, result.stderr) == (status, "", "")
+        return int(result.stdout)
 
     return run
 
@@ -291,11 +300,13 @@ def test_folder_whose_parts_are_exchanged_while_it_is_removed(install_root, run,
         # Lasting, so that the updater is removed.
         install_root.write(EXPRESS_FLAG, "")
         install_root.pin(EXPRESS_FLAG)
+    exchanges = 0
     for _ in range(rounds):
         pairs = lay_race(install_root, place)
-        run_beside_attacker(install_root, run, pairs, env={"HOME": "/Users/alice"})
+        exchanges += run_beside_attacker(install_root, run, pairs, env={"HOME": "/Users/alice"})
         assert tree_of(treasure) == before
         clear(install_root.path(place))
+    assert exchanges > 0
 
 
 def clear(path):

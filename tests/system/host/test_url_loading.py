@@ -76,15 +76,17 @@ def test_answer_of_a_real_server(sandbox, server):
 
 
 def test_chunks_are_told_as_they_come(sandbox):
-    url = f"{PLAIN}/chunked"
+    url = f"{PLAIN}/in-turn"
     assert sandbox.load(url) == ["0 started", response(url, length=-1), "0 data one",
                                  "0 data two", "0 data three", "0 finish 11"]
 
 
 def test_length_is_unknown_until_the_server_closes(sandbox):
     url = f"{PLAIN}/until-closed"
-    assert sandbox.load(url) == ["0 started", response(url, length=-1), "0 data first",
-                                 "0 data second", "0 finish 11"]
+    lines = sandbox.load(url)
+    assert lines[:2] == ["0 started", response(url, length=-1)]
+    assert body_of(lines) == "firstsecond"
+    assert lines[-1] == "0 finish 11"
 
 
 def test_length_beyond_four_gigabytes(sandbox):
@@ -142,7 +144,7 @@ def test_big_body_does_not_stay_in_memory(sandbox):
 
 
 def test_two_loads_at_once(sandbox):
-    lines = sandbox.load(f"{PLAIN}/slow-first", f"{PLAIN}/plain")
+    lines = sandbox.load(f"{PLAIN}/last", f"{PLAIN}/plain")
     assert lines.index("1 finish 5") < lines.index("0 finish 4")
 
 
@@ -294,16 +296,21 @@ FAILURES = [
 ]
 
 
+def limit_for(error):
+    """The time-out of a load that is to fail so: only where it is awaited is it short."""
+    return ("--timeout", "1.5" if error == TIMED_OUT else "30")
+
+
 @pytest.mark.parametrize("url,error", FAILURES)
 def test_failure(sandbox, url, error):
-    lines = sandbox.load("--timeout", "1.5", url)
+    lines = sandbox.load(*limit_for(error), url)
     assert lines[-1] == failure(error)
     assert not [line for line in lines if "finish" in line]
 
 
 @pytest.mark.parametrize("url,error", FAILURES)
 def test_failure_of_a_synchronous_load(sandbox, url, error):
-    lines = sandbox.load("--sync", "--timeout", "1.5", url)
+    lines = sandbox.load("--sync", *limit_for(error), url)
     if error != TIMED_OUT:  # Foundation notices that one too, and may be first.
         assert lines[-1] == failure(error)
     else:
@@ -361,12 +368,12 @@ def test_endless_headers_do_not_stay_in_memory(sandbox, path):
 
 
 def test_slow_first_byte(sandbox):
-    assert sandbox.load("--timeout", "3", f"{PLAIN}/slow-first")[-1] == "0 finish 4"
-    assert sandbox.load("--timeout", "1", f"{PLAIN}/slow-first")[-1] == failure(TIMED_OUT)
+    assert sandbox.load("--timeout", "30", f"{PLAIN}/slow-first")[-1] == "0 finish 4"
+    assert sandbox.load("--timeout", "1", f"{PLAIN}/silence")[-1] == failure(TIMED_OUT)
 
 
 def test_timeout_is_of_idle_time(sandbox):
-    assert sandbox.load("--timeout", "1.2", f"{PLAIN}/drip")[-1] == "0 finish 6"
+    assert sandbox.load("--timeout", "5", f"{PLAIN}/drip")[-1] == "0 finish 8"
 
 
 def test_synchronous_load_never_takes_longer_than_its_timeout(sandbox):
@@ -432,8 +439,8 @@ def test_no_descriptors_are_left_to_use(sandbox):
 
 
 def reasons_with_libcurl(sandbox, replacement):
-    """Why each of two requests fails with the file `replacement` in libcurl's place: it is loaded
-    once."""
+    """Why each of two requests fails with the file `replacement` in libcurl's place: what was
+    found at the first is reported again at the next."""
     urls = [f"{PLAIN}/plain", f"{PLAIN}/plain"]
     lines = sandbox.load("--sync", "--reason", *urls, wrapper=[
         "bwrap", "--dev-bind", "/", "/", "--ro-bind", str(replacement), libcurl(), "--"])

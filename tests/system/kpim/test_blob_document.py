@@ -28,7 +28,7 @@ def test_commands_pack_the_blob_that_is_shown(kpim, tmp_path):
     environment = {**os.environ, "PATH": f"{kpim.parent}:{os.environ['PATH']}"}
     subprocess.run(["bash", "-e", "-c", commands.removesuffix(DUMP_COMMAND)], cwd=tmp_path,
                    env=environment, check=True, stdin=subprocess.DEVNULL,
-                   stdout=subprocess.DEVNULL, timeout=60)
+                   stdout=subprocess.DEVNULL, timeout=300)
     assert (tmp_path / "small.blob").read_bytes() == packed
     (root,) = blob.decode(packed)
     assert root.content == blob.decode(content)

@@ -12,11 +12,28 @@ from install_root import REPOSITORY
 from kpim_program import FAILED, OK, USAGE, error, make_bundle, names, write_blob
 
 
+BEFORE_COMMAND = "an option of a command: put it after the command"
+
+
 @pytest.mark.parametrize("arguments, complaint, helper", [
     ([], "command line: no command given", "kpim"),
     (["bogus"], "bogus: no such command or option", "kpim"),
     (["--bogus"], "--bogus: no such command or option", "kpim"),
+    (["--json", "list", "x"], f"--json: {BEFORE_COMMAND}", "kpim"),
+    (["--json", "check"], f"--json: {BEFORE_COMMAND}", "kpim"),
+    (["--quiet", "pack", "a"], f"--quiet: {BEFORE_COMMAND}", "kpim"),
+    (["--locale=de", "latest"], f"--locale=de: {BEFORE_COMMAND}", "kpim"),
+    (["-ob", "pack", "a"], f"-ob: {BEFORE_COMMAND}", "kpim"),
+    (["--json"], f"--json: {BEFORE_COMMAND}", "kpim"),
+    (["--bogus", "list", "x"], "--bogus: no such command or option", "kpim"),
+    (["bogus", "list", "x"], "bogus: no such command or option", "kpim"),
+    ([""], "'': no such command or option", "kpim"),
     (["pack"], "pack: BUNDLE is required", "kpim pack"),
+    (["pack", "--bogus"], "pack: The following argument was not expected: --bogus", "kpim pack"),
+    (["list", "--bogus", "--", "a", "-b"],
+     "list: The following arguments were not expected: --bogus -b", "kpim list"),
+    (["check", "--", "x"], "check: The following argument was not expected: x", "kpim check"),
+    (["list", "--"], "list: BLOB is required", "kpim list"),
     (["pack", "a", "b"], "pack: The following argument was not expected: b", "kpim pack"),
     (["pack", "--bogus", "a"], "pack: The following argument was not expected: --bogus",
      "kpim pack"),
@@ -27,6 +44,8 @@ from kpim_program import FAILED, OK, USAGE, error, make_bundle, names, write_blo
     (["pack", "a", "--threads", "0"], "pack: --threads: Value 0 not in range", "kpim pack"),
     (["pack", "a", "--threads", "many"], "pack: --threads: ", "kpim pack"),
     (["pack", "a", "--exclude"], "pack: --exclude: 1 required GLOB missing", "kpim pack"),
+    (["pack", "a", "--exclude", ""], "pack: --exclude: an empty pattern matches nothing",
+     "kpim pack"),
     (["pack", "a", "--json", "-o", "-"], "pack: --json: standard output is for the blob",
      "kpim pack"),
     (["pack", "a", "--verify=0"], "pack: verify was given a disallowed flag override",
@@ -41,7 +60,7 @@ from kpim_program import FAILED, OK, USAGE, error, make_bundle, names, write_blo
     (["unpack", "a"], "unpack: DIR is required", "kpim unpack"),
     (["diff", "a"], "diff: RIGHT is required", "kpim diff"),
     (["list", "a", "--one", "b", "--two", "-3"],
-     "list: The following arguments were not expected: --one b --two -3", "kpim list"),
+     "list: The following arguments were not expected: --one --two -3", "kpim list"),
     (["check", "c", "b", "a"], "check: The following arguments were not expected: c b a",
      "kpim check"),
     (["help", "bogus"], "bogus: no such command or option", "kpim"),
@@ -55,6 +74,7 @@ def test_wrong_usage(run, tmp_path, arguments, complaint, helper):
     assert (result.returncode, result.stdout) == (USAGE, "")
     first, second = result.stderr.splitlines()
     assert first.startswith(f"kpim: {complaint}")
+    assert "not expected" not in complaint or first == f"kpim: {complaint}"
     assert second == f"Try '{helper} --help'."
     assert names(tmp_path) == []
 
@@ -62,7 +82,8 @@ def test_wrong_usage(run, tmp_path, arguments, complaint, helper):
 @pytest.mark.parametrize("arguments, texts", [
     (["--help"], ["pack", "list", "verify", "unpack", "--version", "Exit status"]),
     (["-h"], ["pack", "list", "verify", "unpack", "--version", "Exit status"]),
-    (["pack", "--help"], ["BUNDLE", "--output", "--no-sort", "--verify", "execute bits"]),
+    (["pack", "--help"], ["BUNDLE", "--output", "--no-sort", "--verify", "execute bits",
+                          "  --exclude GLOB  ", "  --threads N  "]),
     (["list", "--help"], ["BLOB", "--json", "nameBytes"]),
     (["verify", "--help"], ["BLOB", "BUNDLE", "missing: PATH", "unreadable: PATH: WHY"]),
     (["diff", "--help"], ["LEFT", "RIGHT", "missing: PATH", "--json"]),
@@ -155,7 +176,7 @@ def test_reader_that_leaves_in_the_middle(run, tmp_path):
     for options in ([], ["--json"]):
         result = subprocess.run(["bash", "-c", '"$0" list long "$@" | head -n 1; echo "${PIPESTATUS[0]}"',
                                  run.program, *options], cwd=tmp_path, check=True, text=True,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60)
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=300)
         assert result.stdout in ("- /\n0\n", "[\n0\n")
         assert result.stderr == ""
 

@@ -1,5 +1,5 @@
 """Every command and option that kpim --help lists is in the man page, docs/kpim.md and the shells'
-completions."""
+completions, and every command in the README."""
 
 import re
 import subprocess
@@ -45,6 +45,11 @@ def test_reference(commands):
             assert re.search(rf"{option}(?![a-z-])", part), (command, option)
 
 
+def test_readme(commands):
+    table = re.search(r"^## All commands$(.*?)^## ", (REPOSITORY / "README.md").read_text(), re.M | re.S)[1]
+    assert re.findall(r"^\| `kpim ([a-z]+)", table, re.M) == list(commands)
+
+
 @pytest.mark.parametrize("shell", sorted(path.name for path in (KPIM / "completions").iterdir()))
 def test_completions(commands, shell):
     """What each shell then offers is tested where packages are."""
@@ -54,3 +59,11 @@ def test_completions(commands, shell):
         for option in options:
             # fish names options without their hyphens.
             assert re.search(rf"(?:--|-l ){option[2:]}(?![\w-])", text), (command, option)
+
+
+def test_exit_status_of_failures(kpim):
+    """Help, man page and reference have the same words."""
+    for text in (help_text(kpim), (KPIM / "kpim.1").read_text(),
+                 (REPOSITORY / "docs/kpim.md").read_text()):
+        assert ("the command failed, or found a fault or a difference, or a check failed"
+                in " ".join(text.split()).lower())

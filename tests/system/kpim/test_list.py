@@ -95,5 +95,5 @@ def test_list_does_not_let_names_steer_the_terminal(run, tmp_path):
     process = run.start("list", "blob", stdout=side)
     os.close(side)
     shown = read_terminal(terminal).decode()
-    assert process.wait(timeout=60) == OK
+    assert process.wait(timeout=300) == OK
     assert shown == "- /\r\n  - ?[31mred???? é???txt (0 bytes)\r\n"

@@ -100,7 +100,7 @@ def test_more_than_memory_holds(run, reader):
         head = subprocess.Popen(["head", "-c", "900000000"], stdin=zeros, stdout=subprocess.PIPE)
         result = run.with_memory(700, *arguments_for(reader, "-"), stdin=head.stdout)
         head.stdout.close()
-        head.wait(timeout=60)
+        head.wait(timeout=300)
     assert (result.returncode, result.stdout) == (FAILED, "")
     assert result.stderr.endswith(error(NAME, "Cannot allocate memory"))
 

@@ -136,7 +136,7 @@ def test_unpack_shows_progress_on_a_terminal(run, small_blob):
     process = run.start("unpack", "small", "out", stdout=subprocess.DEVNULL, stderr=side)
     os.close(side)
     shown = read_terminal(terminal).decode()
-    assert process.wait(timeout=60) == OK
+    assert process.wait(timeout=300) == OK
     assert re.fullmatch(r"\rwriting \.\.\.\rwriting \.\.\. \d+ s\r\n", shown)
 
 

@@ -27,7 +27,7 @@ def test_blob_that_is_no_file(run, tmp_path, reader):
     os.truncate(tmp_path / "large", 4 * GIB)
     before = names(tmp_path)
     for path, why in [("missing", NO_SUCH_FILE), ("folder", "Is a directory"),
-                      ("pipe", "not a regular file"), ("/dev/null", "not a regular file"),
+                      ("pipe", "not a regular file; a pipe is read as -"), ("/dev/null", "not a regular file"),
                       ("large", "too large for a blob: 4 GiB or more"),
                       ("missing\n", NO_SUCH_FILE)]:
         what = path.replace("\n", "\\x0a")

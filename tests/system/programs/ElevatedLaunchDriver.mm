@@ -1,4 +1,4 @@
-// Runs a tool through the elevated launch and tells what came of it, for the tests in a booted
+// Runs a tool through the elevated launch and prints the result, for the tests in a booted
 // system.
 //
 //   elevated_launch_driver VERSION OUTPUT LABEL TOOL [ARGUMENT]...

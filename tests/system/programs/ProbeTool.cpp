@@ -3,29 +3,38 @@
 // knows what really ran.
 //
 //   probe_tool print TEXT [SECONDS]   prints TEXT, waits, ends
-//   probe_tool flood BYTES            prints that many bytes, in lines of 64, and waits a second
+//   probe_tool flood BYTES            prints that many bytes, in lines of 64, and waits
 //   probe_tool stay FILE              waits until FILE is there
 //   probe_tool between FILE COUNT     starts COUNT processes that sleep, prints a line, waits until
 //                                     FILE is there, ends them and prints a second line
-//   probe_tool signals                prints which signals it ignores, and waits a second
-//   probe_tool variables              prints its environment, one variable a line, and waits a
-//   second probe_tool fail STATUS            prints to standard error, waits a second, ends with
-//   STATUS probe_tool anything else          prints its arguments, one a line, waits a second
+//   probe_tool signals                prints which signals it ignores, and waits
+//   probe_tool variables              prints its environment, one variable a line, and waits
+//   probe_tool fail STATUS            prints to standard error, waits, ends with STATUS
+//   probe_tool anything else          prints its arguments, one a line, and waits
+//
+// A job waits until its launch must have seen it, however slow the machine: until the driver has
+// had half a second of processor time, or has ended. Run directly the tool does not wait: the
+// driver reads its output to the end.
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
 constexpr int kLineLength = 64;
-constexpr int kLongestStay = 6000;
+constexpr int kLongestStay = 60000;
+constexpr double kLookSeconds = 0.5;
+constexpr char kDriver[] = "elevated_launch_driver";
 
 void Record(int argc, char** argv) {
   char path[4096];
@@ -53,6 +62,44 @@ void Flood(long bytes) {
 
 void Stay(const char* path) {
   for (int i = 0; i < kLongestStay && access(path, F_OK) != 0; ++i) {
+    usleep(10'000);
+  }
+}
+
+/// The folder in /proc of the driver that runs; empty when none does.
+std::filesystem::path Driver() {
+  std::error_code error;
+  for (const auto& process : std::filesystem::directory_iterator("/proc")) {
+    if (std::filesystem::read_symlink(process.path() / "exe", error).filename() == kDriver) {
+      return process.path();
+    }
+  }
+  return {};
+}
+
+/// The processor time in seconds that a process has had; endless when it has ended.
+double ProcessorSeconds(const std::filesystem::path& process) {
+  std::ifstream file(process / "stat");
+  std::string text;
+  // The name may hold blanks and parentheses.
+  if (!std::getline(file, text, '\0') || text.rfind(')') == std::string::npos) {
+    return HUGE_VAL;
+  }
+  std::istringstream fields(text.substr(text.rfind(')') + 1));
+  std::string skipped;
+  for (int i = 0; i < 11; ++i) {
+    fields >> skipped;
+  }
+  double user = 0;
+  double system = 0;
+  fields >> user >> system;
+  return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+void AwaitLook() {
+  const std::filesystem::path driver = Driver();
+  const double end = ProcessorSeconds(driver) + kLookSeconds;
+  for (int i = 0; i < kLongestStay && ProcessorSeconds(driver) < end; ++i) {
     usleep(10'000);
   }
 }
@@ -104,11 +151,13 @@ void PrintIgnoredSignals() {
 int main(int argc, char** argv) {
   Record(argc, argv);
   const char* command = argc > 1 ? argv[1] : "";
-  unsigned int seconds = 1;
+  int seconds = -1;
   int status = 0;
   if (strcmp(command, "print") == 0 && argc > 2) {
     (void)fputs(argv[2], stdout);
-    seconds = argc > 3 ? static_cast<unsigned int>(atoi(argv[3])) : 1;
+    if (argc > 3) {
+      seconds = atoi(argv[3]);
+    }
   } else if (strcmp(command, "flood") == 0 && argc > 2) {
     Flood(atol(argv[2]));
   } else if (strcmp(command, "stay") == 0 && argc > 2) {
@@ -130,6 +179,10 @@ int main(int argc, char** argv) {
     }
   }
   (void)fflush(stdout);
-  sleep(seconds);
+  if (seconds >= 0) {
+    sleep(static_cast<unsigned int>(seconds));
+  } else if (getppid() == 1) {  // a job
+    AwaitLook();
+  }
   return status;
 }

@@ -28,7 +28,7 @@ BUILD = "/opt/build"
 PROGRAMS = BUILD + "/bin"
 TEST_PROGRAMS = BUILD + "/tests/programs"
 
-# The host's programs, of which a sanitizer needs one: leaks are told apart by names on the stack.
+# The host's programs, of which a sanitizer needs one: suppressions match names on the stack.
 HOST_USR = "/opt/host-usr"
 SYMBOLIZER = "/usr/local/bin/llvm-symbolizer"
 
@@ -43,11 +43,13 @@ RULES = """polkit.addRule(function(action, subject) {
 });
 """
 
-BOOT_SECONDS = 90
-# What nspawn says where it may not do its work, or lacks the control groups for it, as in most
-# containers.
-FORBIDDEN = re.compile("Operation not permitted|Permission denied|Read-only file system|"
-                       "Function not implemented|cgroups? hierarchy")
+BOOT_SECONDS = 450
+# What nspawn says where it may make no namespaces, mounts or control groups, or has no control groups,
+# as in most containers. What is wrong with the root itself, it says in other words.
+FORBIDDEN = re.compile(
+    r"(clone\(\) failed|Failed to mount .*|Failed to create .*subcgroup): (Operation not permitted|"
+    "Permission denied|Read-only file system|Function not implemented)|"
+    "Failed to determine whether the unified cgroups hierarchy is used: .*")
 
 
 class CannotBoot(Exception):
@@ -108,7 +110,7 @@ class BootedRoot:
         """Writes a file, its parents too."""
         return write_file(self.path(inside), content, mode)
 
-    def run(self, command, user=None, timeout=60, cwd="/", env=None):
+    def run(self, command, user=None, timeout=300, cwd="/", env=None):
         """Runs a command inside and gives its Result, with bytes for what it wrote. Raises
         SanitizerReport when a sanitizer spoke. After `timeout` seconds the command is killed."""
         variables = {
@@ -146,7 +148,7 @@ class BootedRoot:
         return result.stdout.decode().strip()
 
     def unit(self, name):
-        """Properties of a unit, as systemd tells them."""
+        """Properties of a unit, as systemd reports them."""
         lines = self.ask("systemctl", "show", name, "--property=LoadState,ActiveState,SubState,"
                          "MainPID,InvocationID,Result,ExecMainStatus").splitlines()
         return dict(line.split("=", 1) for line in lines)
@@ -161,9 +163,9 @@ class BootedRoot:
         while time.monotonic() < end:
             if self._nspawn.poll() is not None:
                 said = self._console.read_text(errors="replace").strip()
-                last = said.splitlines()[-1] if said else ""
-                if FORBIDDEN.search(last):
-                    raise CannotBoot(last)
+                forbidden = [line for line in said.splitlines() if FORBIDDEN.fullmatch(line.strip())]
+                if forbidden:
+                    raise CannotBoot(forbidden[-1])
                 raise AssertionError(f"systemd-nspawn ended with {self._nspawn.returncode}: {said}")
             self.leader = self.leader or _first_process_of(self._nspawn.pid)
             if self.leader is not None and self._is_up():
@@ -174,7 +176,7 @@ class BootedRoot:
 
     def _is_up(self):
         try:
-            state = self.run(["systemctl", "is-system-running"], timeout=20).stdout.strip()
+            state = self.run(["systemctl", "is-system-running"], timeout=100).stdout.strip()
         except FileNotFoundError:
             return False
         return state in (b"running", b"degraded")
@@ -191,6 +193,15 @@ LD_LIBRARY_PATH={HOST_USR}/lib/$(uname -m)-linux-gnu exec {HOST_USR}/bin/llvm-sy
         self.write("/etc/polkit-1/rules.d/10-test.rules", RULES)
         # polkit looks into the folder when it starts.
         self.ask("systemctl", "restart", "polkit")
+
+
+def wait_until(condition):
+    """Calls `condition` until it is true, for a minute at most. What it should have come to, the caller
+    asserts."""
+    for _ in range(600):
+        if condition():
+            return
+        time.sleep(0.1)
 
 
 def _first_process_of(nspawn):

@@ -18,9 +18,9 @@ from install_root import write_file
 CACHE = pathlib.Path(os.environ.get("KP_BOOTED_ROOT_CACHE", "/var/cache/kpinstallmanager"))
 SUITE = "bookworm"
 MIRROR = "http://deb.debian.org/debian"
-MAKE_SECONDS = 900
+MAKE_SECONDS = 3600
 
-# Nobody is there to be asked, nothing is started, and what is only recommended is not there: what
+# No user is asked, nothing is started, and what is only recommended is not there: what
 # a package does not ask for is then missing.
 APT_SETTINGS = """APT::Get::Assume-Yes "true";
 APT::Install-Recommends "false";
@@ -60,12 +60,12 @@ class BareRoot:
         """Writes a file, its parents too."""
         write_file(self.path(inside), content, mode)
 
-    def sh(self, script, cwd="/", user=None, timeout=60):
+    def sh(self, script, cwd="/", user=None, timeout=300):
         """What a script of bash that must succeed prints, without blanks at its ends. It runs as
-        root or as the user id `user`, with a network that reaches nobody."""
+        root or as the user id `user`, with a network that reaches no other machine."""
         return self._run(["--unshare-net"], script, cwd, user, timeout)
 
-    def sh_with_packages(self, script, cwd="/", timeout=600):
+    def sh_with_packages(self, script, cwd="/", timeout=3000):
         """Like sh(), as root, with the host's network, for apt-get. What that has fetched is kept
         for the next root."""
         kept = []

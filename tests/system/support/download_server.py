@@ -1,7 +1,7 @@
 """The vendor's download server, in the root of its own that the programs run in.
 
 The programs find it under its real name and port: the root's /etc/hosts leads there, and its trust
-store holds the test authority alone. As nobody else is in the root's network, nothing is reached
+store holds the test authority alone. As no other machine is in the root's network, nothing is reached
 that is not started here.
 """
 
@@ -63,7 +63,8 @@ def make_certificates(folder, host):
 class DownloadServer:
     """The server in the InstallRoot `root`. It runs as long as a program that run() starts.
 
-    `kind` is what it does: "nginx" answers, "silent" accepts and says nothing, "express" answers
+    `kind` is what it does: "nginx" answers, "silent" accepts and says nothing, "leaving"
+    closes the connection before it has read the request, "express" answers
     and makes the flag file of an express install while it does, "names" is a name server that knows
     no name, "endless" and "endless trailers" answer without end, and "none" listens nowhere.
     """

@@ -134,7 +134,7 @@ class InstallRoot:
     def set_console(self, console):
         """Says who is at the console: a user's name, "loginwindow" for the login window,
         "unknown" for a user without a passwd entry, "closing" for alice, who is logging out, or
-        None for nobody."""
+        None for no user."""
         shutil.rmtree(self.path("/run/systemd"), ignore_errors=True)
         for name in ("seats", "sessions", "users", "machines"):
             self.mkdir("/run/systemd/" + name)
@@ -157,7 +157,7 @@ class InstallRoot:
         """Runs `program` of the build with `arguments`; options as for execute()."""
         return self.execute([f"{PROGRAMS}/{program}", *map(str, arguments)], **options)
 
-    def execute(self, command, env=None, timeout=60, user=None, umask=0o022, cwd="/",
+    def execute(self, command, env=None, timeout=300, user=None, umask=0o022, cwd="/",
                 check_leaks=True):
         """Runs any command inside and waits until it, and what it left running, has ended.
 
@@ -267,7 +267,7 @@ class InstallRoot:
             "LANG": "C.UTF-8",
             "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
             "TZ": "UTC",
-            # Leaks are told apart by their whole stacks, see lsan.supp.
+            # Suppressions match whole stacks, see lsan.supp.
             "ASAN_OPTIONS": f"detect_leaks={check_leaks:d}:"
                             f"fast_unwind_on_malloc={not check_leaks:d}:"
                             f"log_path={SANITIZER}/report",

@@ -122,7 +122,7 @@ def names(folder):
 
 
 def poke_status(mode=stat.S_IFREG | 0o644, size=0):
-    """For strace: what stat(2) shall tell. The start of x86-64's struct stat."""
+    """For strace: what stat(2) reports. The start of x86-64's struct stat."""
     status = struct.pack("QQQIIIIQq", 1, 1, 1, mode, 0, 0, 0, 0, size)
     return f"newfstatat:poke_exit=@arg3={status.hex()}"
 
@@ -149,7 +149,7 @@ def read_terminal(descriptor):
     while True:
         try:
             chunk = os.read(descriptor, 4096)
-        except OSError:  # EIO: nobody holds the other side any more
+        except OSError:  # EIO: no process holds the other side any more
             chunk = b""
         if not chunk:
             os.close(descriptor)

@@ -1,12 +1,13 @@
 """Runs a program beside a server: serve_and_run.py KIND COMMAND [ARGUMENT...].
 
-download_server.py tells the kinds. Ends with the program's exit status, negative ones as 128 and
+download_server.py lists the kinds. Ends with the program's exit status, negative ones as 128 and
 the signal, when that has ended.
 """
 
 import pathlib
 import socket
 import ssl
+import struct
 import subprocess
 import sys
 import threading
@@ -52,6 +53,17 @@ def stay_silent(connection):
         log.write("connection\n")
     while connection.recv(65536):
         pass
+
+
+def leave(connection):
+    """Agrees on the encryption, and resets the connection while the other side writes its request."""
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(FOLDER / "server.crt", FOLDER / "server.key")
+    stream = context.wrap_socket(connection, server_side=True)
+    with open(FOLDER / "access.log", "a", encoding="latin-1") as log:
+        log.write("connection\n")
+    stream.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    stream.close()
 
 
 def accept_request(connection):
@@ -117,7 +129,7 @@ def send_endless_trailers(connection):
     answer_without_end(connection, HEAD + b"4\r\nbody\r\n0\r\n", b"X-More: x\r\n" * 1000)
 
 
-HANDLERS = {"silent": stay_silent, "express": answer_and_make_flag,
+HANDLERS = {"silent": stay_silent, "leaving": leave, "express": answer_and_make_flag,
             "endless": send_endless_body, "endless trailers": send_endless_trailers}
 
 

@@ -1,4 +1,4 @@
-"""The system calls of a program on files and descriptors, as strace tells them, and the options
+"""The system calls of a program on files and descriptors, as strace prints them, and the options
 with which it has one of them fail."""
 
 import collections
@@ -17,7 +17,7 @@ _LINE = re.compile(r'(?P<name>\w+)\((?:AT_FDCWD<[^>]*>, )?'
 class Call:
     """The `number`-th call of a process or thread that has this `name` and is about the file at
     `path`, or, where that is empty because it is about no file with a path, the `number`-th of that
-    name. `is_first` tells whether it is the program's first thread that makes it.
+    name. `is_first`: whether the program's first thread makes it.
 
     A call in a folder other than "/" has a `folder`, and a path that may be composed of it and the
     `given` one. Strace selects no such path, so `number` counts all calls of that name. `text` is

@@ -25,10 +25,13 @@ NGINX_PORT = 8080
 NGINX_TLS_PORT = 8081
 
 # A client that takes longer hangs.
-CLIENT_LIMIT = 45
+CLIENT_LIMIT = 300
 
 # Longer than any time-out in the tests, shorter than CLIENT_LIMIT.
-FOR_EVER = 30
+FOR_EVER = 200
+
+# The running client's standard output, in the folder.
+OUTPUT = "output"
 
 
 def head(status, *lines):
@@ -48,20 +51,39 @@ def chunk(data):
     return b"%x\r\n%s\r\n" % (len(data), data)
 
 
-def send_slowly(send, pieces, pause):
-    for piece in pieces:
-        send(piece)
-        time.sleep(pause)
+def await_client(*lines):
+    """Waits until the running client has printed one of `lines`."""
+    end = time.monotonic() + FOR_EVER
+    while time.monotonic() < end:
+        if not set(lines).isdisjoint(pathlib.Path(sys.argv[1], OUTPUT).read_text().split("\n")[:-1]):
+            return
+        time.sleep(0.01)
 
 
 def serve_chunked(send, request):
-    send_slowly(send, [head("200 OK", "Transfer-Encoding: chunked"), chunk(b"one"), chunk(b"two"),
-                       chunk(b"three")], 0.2)
-    send(b"0\r\nX-Trailer: late\r\n\r\n")
+    send(head("200 OK", "Transfer-Encoding: chunked") + chunk(b"one") + chunk(b"two")
+         + chunk(b"three") + b"0\r\nX-Trailer: late\r\n\r\n")
+
+
+def serve_in_turn(send, request):
+    """A piece is sent when the client has said that it has the one before."""
+    send(head("200 OK", "Transfer-Encoding: chunked"))
+    for number, piece in enumerate(["one", "two", "three"], 1):
+        send(chunk(piece.encode()))
+        await_client(f"0 data {piece}", f"progress {number}")
+    send(b"0\r\n\r\n")
 
 
 def serve_until_closed(send, request):
-    send_slowly(send, [head("200 OK"), b"first", b"second"], 0.2)
+    send(head("200 OK"))
+    send(b"first")
+    send(b"second")
+
+
+def serve_last(send, request):
+    """The client's second load ends first."""
+    await_client("1 finish 5")
+    send(text(b"late"))
 
 
 def serve_slow_first(send, request):
@@ -70,8 +92,11 @@ def serve_slow_first(send, request):
 
 
 def serve_drip(send, request):
-    """A byte every half second for three seconds."""
-    send_slowly(send, [head("200 OK", "Content-Length: 6")] + [b"."] * 6, 0.5)
+    """A byte a second for eight seconds."""
+    send(head("200 OK", "Content-Length: 8"))
+    for _ in range(8):
+        send(b".")
+        time.sleep(1)
 
 
 def serve_silence(send, request):
@@ -171,6 +196,8 @@ FIXED = {
 
 BEHAVIOURS = {
     "/chunked": serve_chunked,
+    "/in-turn": serve_in_turn,
+    "/last": serve_last,
     "/until-closed": serve_until_closed,
     "/slow-first": serve_slow_first,
     "/drip": serve_drip,
@@ -264,14 +291,16 @@ def answer_names():
     threading.Thread(target=answer, daemon=True).start()
 
 
-def run_client(command):
+def run_client(command, output):
     try:
-        done = subprocess.run(command["argv"], env=command["environment"], timeout=CLIENT_LIMIT,
-                              stdin=subprocess.DEVNULL, capture_output=True, check=False)
-    except subprocess.TimeoutExpired as hung:
-        return {"status": None, "stdout": (hung.stdout or b"").decode(), "stderr": "hangs"}
-    return {"status": done.returncode, "stdout": done.stdout.decode(),
-            "stderr": done.stderr.decode()}
+        with output.open("wb") as stdout:
+            done = subprocess.run(command["argv"], env=command["environment"], timeout=CLIENT_LIMIT,
+                                  stdin=subprocess.DEVNULL, stdout=stdout, stderr=subprocess.PIPE,
+                                  check=False)
+        status, stderr = done.returncode, done.stderr.decode()
+    except subprocess.TimeoutExpired:
+        status, stderr = None, "hangs"
+    return {"status": status, "stdout": output.read_text(), "stderr": stderr}
 
 
 def main():
@@ -289,7 +318,7 @@ def main():
                 time.sleep(0.05)
         print("ready", flush=True)
         for line in sys.stdin:
-            print(json.dumps(run_client(json.loads(line))), flush=True)
+            print(json.dumps(run_client(json.loads(line), folder / OUTPUT)), flush=True)
     finally:
         nginx.terminate()
         nginx.wait()

@@ -46,7 +46,7 @@ struct FakePlatform {
   std::vector<std::string> toolArguments;
   std::string toolPath;
 
-  /// Times that time() tells, one after the other; the last stays. Empty for the real clock.
+  /// Times that time() returns, one after the other; the last stays. Empty for the real clock.
   std::vector<time_t> times;
   size_t timesTold = 0;
 };

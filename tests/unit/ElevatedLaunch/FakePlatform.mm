@@ -3,6 +3,7 @@
 #include <libproc.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/time.h>
 
 #include <algorithm>
 
@@ -146,8 +147,8 @@ Boolean SMJobRemove(CFStringRef domain, CFStringRef jobLabel, AuthorizationRef a
 time_t time(time_t* result) {
   time_t now = 0;
   if (fakePlatform == nullptr || fakePlatform->times.empty()) {
-    struct timespec real = {};
-    clock_gettime(CLOCK_REALTIME, &real);
+    struct timeval real = {};
+    gettimeofday(&real, nullptr);
     now = real.tv_sec;
   } else {
     FakePlatform& fake = *fakePlatform;

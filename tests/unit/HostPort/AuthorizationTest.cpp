@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -58,7 +59,7 @@ class ScopedUser {
 
 /// Whether a child of the test is left, running or not. One that has ended may take a moment to go.
 bool HasChildren() {
-  for (int i = 0; i < 1000; ++i) {
+  for (int i = 0; i < 6000; ++i) {
     siginfo_t info = {};
     if (waitid(P_ALL, 0, &info, WEXITED | WNOWAIT | WNOHANG) != 0) {
       return false;
@@ -205,8 +206,8 @@ TEST_F(AuthorizationTest, ToolIsItsOwnFirstArgumentAndNothingIsInterpreted) {
 TEST_F(AuthorizationTest, WhatCannotBeExecutedIsRefused) {
   const TemporaryFolder folder;
   WriteWholeFile(folder / "data", "x");
-  for (const std::string& tool : {folder / "missing", folder / "data", std::string("sh"),
-                                  std::string(), folder.Path().string()}) {
+  for (const std::string& tool :
+       {folder / "missing", folder / "data", std::string("sh"), std::string(), folder.Path()}) {
     FILE* pipe = nullptr;
     EXPECT_EQ(errAuthorizationToolExecuteFailure,
               AuthorizationExecuteWithPrivileges(authorization_, tool.c_str(), 0, nullptr, &pipe))
@@ -313,7 +314,7 @@ TEST_F(AuthorizationTest, WithoutAPipeTheStandardOutputIsShared) {
   dup2(saved, STDOUT_FILENO);
   close(saved);
   close(file);
-  for (int i = 0; i < 1000 && ReadWholeFile(path).empty(); ++i) {
+  for (int i = 0; i < 6000 && ReadWholeFile(path).empty(); ++i) {
     usleep(10'000);
   }
   EXPECT_EQ("shared\n", ReadWholeFile(path));

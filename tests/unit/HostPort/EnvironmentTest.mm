@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <utility>
@@ -16,7 +17,7 @@
 namespace {
 
 // Long enough for any machine; a hang is ended by SIGALRM and seen in the status.
-constexpr unsigned int kSecondsToHang = 60;
+constexpr unsigned int kSecondsToHang = 300;
 
 constexpr int kNoNamespace = 77;
 
@@ -128,7 +129,7 @@ TEST_F(EnvironmentTest, TimeZoneThatIsNone) {
 }
 
 TEST_F(EnvironmentTest, ReadingAFolderAsAFileIsQuiet) {
-  const Result result = Run({"TZ=UTC", "HOME=/root"}, {folder_.Path().string()});
+  const Result result = Run({"TZ=UTC", "HOME=/root"}, {folder_.Path()});
   EXPECT_EQ(0, result.status);
   EXPECT_EQ("HOME=/root\noffset +0000\nread (absent)\n", result.output);
   EXPECT_EQ("", result.errors);

@@ -14,8 +14,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr unsigned int kLocks = FS_IMMUTABLE_FL | FS_APPEND_FL;
 
 // The file system's own flags; 0 where it has none.

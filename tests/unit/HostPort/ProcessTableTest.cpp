@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -250,9 +251,8 @@ TEST(ProcessPath, OfAnotherFileThatIsMountedThereElsewhereIsNone) {
   const TemporaryFolder mounted;
   const std::string path = CopyOfSleep(folder, "tool");
   const std::string disguised = CopyOfSleep(mounted, "tool");
-  const Child child(path, nullptr, [&] {
-    return MountInNewNamespace(mounted.Path().string(), folder.Path().string());
-  });
+  const Child child(path, nullptr,
+                    [&] { return MountInNewNamespace(mounted.Path(), folder.Path()); });
   if (!child.isRunning()) {
     GTEST_SKIP() << "needs a mount namespace, which this machine does not allow";
   }
@@ -276,9 +276,8 @@ TEST(ProcessPath, OfTheSameFileInAnotherNamespaceIsItsOwn) {
   const TemporaryFolder empty;
   const TemporaryFolder elsewhere;
   const std::string path = CopyOfSleep(folder, "tool");
-  const Child child(path, nullptr, [&] {
-    return MountInNewNamespace(empty.Path().string(), elsewhere.Path().string());
-  });
+  const Child child(path, nullptr,
+                    [&] { return MountInNewNamespace(empty.Path(), elsewhere.Path()); });
   if (!child.isRunning()) {
     GTEST_SKIP() << "needs a mount namespace, which this machine does not allow";
   }

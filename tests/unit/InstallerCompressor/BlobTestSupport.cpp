@@ -1,4 +1,5 @@
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
+#include "tests/unit/support/Files.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -6,7 +7,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
@@ -173,7 +173,7 @@ std::string FolderOfLength(const std::string& root, size_t length) {
   std::string path = root;
   while (length - path.size() > 200) path += "/" + std::string(99, 'r');
   path += "/" + std::string(length - path.size() - 1, 'r');
-  std::filesystem::create_directories(path);
+  fs::create_directories(path);
   return path;
 }
 
@@ -184,17 +184,14 @@ int LowestFreeDescriptor() {
   return descriptor;
 }
 
-ScopedAlarm::ScopedAlarm() { alarm(60); }
+ScopedAlarm::ScopedAlarm() { alarm(300); }
 
 ScopedAlarm::~ScopedAlarm() { alarm(0); }
 
 TemporaryFolder::TemporaryFolder() {
-  std::string pattern = std::filesystem::temp_directory_path() / "payload-test-XXXXXX";
+  std::string pattern = fs::temp_directory_path() + "/payload-test-XXXXXX";
   if (!mkdtemp(pattern.data())) abort();
   path_ = pattern;
 }
 
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
+TemporaryFolder::~TemporaryFolder() { fs::remove_all(path_); }

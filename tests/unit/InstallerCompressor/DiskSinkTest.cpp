@@ -6,15 +6,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <vector>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
+#include "tests/unit/support/Files.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 class ScopedUmask {
  public:
@@ -36,7 +34,7 @@ std::string Appended(std::string path, size_t capacity, const char* leaf) {
 // The file `name` below `root`, reached folder by folder.
 std::string ReadFileBelow(const std::string& root, const std::vector<std::string>& folders,
                           const std::string& name) {
-  const fs::path before = fs::current_path();
+  const std::string before = fs::current_path();
   fs::current_path(root);
   for (const std::string& folder : folders) fs::current_path(folder);
   const std::string contents = ReadFile(name);
@@ -102,7 +100,7 @@ TEST(CreateDirectory, ForcesTheMode) {
 TEST(CreateDirectory, FailsWithoutTouchingAnything) {
   const TemporaryFolder folder;
   fs::create_directory(folder / "d");
-  fs::permissions(folder / "d", fs::perms(0700));
+  fs::permissions(folder / "d", 0700);
   WriteFile(folder / "f", "x");
   EXPECT_FALSE(PlatformCreateDirectory((folder / "d").c_str()));
   EXPECT_EQ(0700U, Mode(folder / "d"));
@@ -129,7 +127,7 @@ TEST(WriteFile, ForcesTheMode) {
 TEST(WriteFile, ReplacesWhatAFileHolds) {
   const TemporaryFolder folder;
   ::WriteFile(folder / "f", "much longer than before");
-  fs::permissions(folder / "f", fs::perms(0755));
+  fs::permissions(folder / "f", 0755);
   EXPECT_TRUE(Write(folder / "f", "short"));
   EXPECT_EQ("short", ReadFile(folder / "f"));
   EXPECT_EQ(0664U, Mode(folder / "f"));
@@ -193,9 +191,10 @@ TEST(WriteFileFromChunk, WritesATree) {
   EXPECT_EQ(std::string(5000, '\0'), ReadFile(bundle + "/zeros"));
   EXPECT_EQ(0775U, Mode(bundle));
   int entries = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(bundle)) {
+  for (const std::string& name : fs::list_recursively(bundle)) {
+    const std::string path = bundle + '/' + name;
     ++entries;
-    EXPECT_EQ(entry.is_directory() ? 0775U : 0664U, Mode(entry.path())) << entry.path();
+    EXPECT_EQ(fs::is_directory(path) ? 0775U : 0664U, Mode(path)) << path;
   }
   EXPECT_EQ(8, entries);
 }
@@ -225,7 +224,7 @@ TEST(WriteFileFromChunk, MapsANamelessEntryOntoItsParent) {
 TEST(WriteFileFromChunk, UsesADirectoryThatExistsAsItIs) {
   const TemporaryFolder folder;
   fs::create_directory(folder / "d");
-  fs::permissions(folder / "d", fs::perms(0700));
+  fs::permissions(folder / "d", 0700);
   ::WriteFile(folder / "d/old", "old");
   const ChunkList list = List({NewDirectory("d", {NewFile("new", "new")})});
   PlatformWriteFileFromChunk(folder.Path().c_str(), list.get());
@@ -267,16 +266,16 @@ TEST(WriteFileFromChunk, TakesPathsOfAnyLength) {
 // What is left of an older bundle may lead anywhere.
 TEST(WriteFileFromChunk, WritesNothingThroughLinksBelowItsFolder) {
   const TemporaryFolder folder;
-  std::filesystem::create_directories(folder / "bundle");
-  std::filesystem::create_directories(folder / "elsewhere");
-  std::filesystem::create_symlink(folder / "elsewhere", folder / "bundle/d");
-  std::filesystem::create_symlink(folder / "elsewhere/made", folder / "bundle/f");
+  fs::create_directories(folder / "bundle");
+  fs::create_directories(folder / "elsewhere");
+  fs::create_symlink(folder / "elsewhere", folder / "bundle/d");
+  fs::create_symlink(folder / "elsewhere/made", folder / "bundle/f");
   WriteFile(folder / "kept", "kept");
-  std::filesystem::create_symlink(folder / "kept", folder / "bundle/g");
+  fs::create_symlink(folder / "kept", folder / "bundle/g");
   const ChunkList list = List({NewDirectory("d", {NewFile("inner", "x")}), NewFile("f", "x"),
                                NewFile("g", "x"), NewFile("last", "x")});
   EXPECT_TRUE(PlatformWriteFileFromChunk((folder / "bundle").c_str(), list.get()));
-  EXPECT_TRUE(std::filesystem::is_empty(folder / "elsewhere"));
+  EXPECT_TRUE(fs::is_empty(folder / "elsewhere"));
   EXPECT_EQ("kept", ReadFile(folder / "kept"));
   EXPECT_EQ("x", ReadFile(folder / "bundle/last"));
 }
@@ -322,18 +321,14 @@ TEST(WriteFileFromChunk, RefusesNamesThatAreNotOneComponent) {
        NewFile("../e", "x"), NewFile("sub/f", "x"), NewFile((folder / "g").c_str(), "x"),
        NewDirectory(std::string(256, 'n').c_str(), {NewFile("h", "x")}), NewFile("last", "x")});
   PlatformWriteFileFromChunk((folder / "inner").c_str(), list.get());
-  std::vector<std::string> found;
-  for (const auto& entry : fs::recursive_directory_iterator(folder.Path())) {
-    found.push_back(entry.path().lexically_relative(folder.Path()));
-  }
-  std::sort(found.begin(), found.end());
-  EXPECT_EQ((std::vector<std::string>{"inner", "inner/last", "inner/sub"}), found);
+  EXPECT_EQ((std::vector<std::string>{"inner", "inner/last", "inner/sub"}),
+            fs::list_recursively(folder.Path()));
 }
 
 TEST(WriteFileFromChunk, ReturnsToTheWorkingDirectoryAndTheUmask) {
   const TemporaryFolder folder;
   const ScopedUmask mask(027);
-  const fs::path before = fs::current_path();
+  const std::string before = fs::current_path();
   const ChunkList tree = List({NewDirectory("", {SampleTree().release()})});
   PlatformWriteFileFromChunk((folder / "bundle").c_str(), tree.get());
   EXPECT_EQ(before, fs::current_path());
@@ -342,7 +337,7 @@ TEST(WriteFileFromChunk, ReturnsToTheWorkingDirectoryAndTheUmask) {
 
 TEST(WriteFileFromChunk, TakesRelativeFolders) {
   const TemporaryFolder folder;
-  const fs::path before = fs::current_path();
+  const std::string before = fs::current_path();
   fs::current_path(folder.Path());
   const ChunkList list =
       List({NewDirectory("", {NewDirectory("d", {NewFile("f", "x")})}), NewFile("g", "x")});
@@ -356,8 +351,8 @@ TEST(WriteFileFromChunk, TakesRelativeFolders) {
 
 TEST(WriteFileFromChunk, TakesALinkForItsFolder) {
   const TemporaryFolder folder;
-  std::filesystem::create_directories(folder / "elsewhere");
-  std::filesystem::create_symlink(folder / "elsewhere", folder / "link");
+  fs::create_directories(folder / "elsewhere");
+  fs::create_symlink(folder / "elsewhere", folder / "link");
   const ChunkList list = List({NewDirectory("", {NewFile("f", "x")})});
   PlatformWriteFileFromChunk((folder / "link").c_str(), list.get());
   EXPECT_EQ("x", ReadFile(folder / "elsewhere/f"));
@@ -409,15 +404,16 @@ TEST(WriteFileFromChunk, WritesBackWhatTheSourceAndTheWriterMade) {
 
   const ChunkList copy(PlatformCreateSourceFromPath((folder / "copy").c_str()));
   ASSERT_NE(nullptr, copy);
-  // Either file system order will do.
-  int compared = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(folder / "bundle")) {
-    const fs::path twin = folder / "copy" / fs::relative(entry.path(), folder / "bundle");
-    EXPECT_EQ(entry.is_directory(), fs::is_directory(twin)) << twin;
-    if (!entry.is_directory()) EXPECT_EQ(ReadFile(entry.path()), ReadFile(twin));
-    ++compared;
+  const std::vector<std::string> entries = fs::list_recursively(folder / "bundle");
+  EXPECT_EQ(8U, entries.size());
+  for (const std::string& name : entries) {
+    const std::string original = folder / "bundle/" + name;
+    const std::string twin = folder / "copy/" + name;
+    EXPECT_EQ(fs::is_directory(original), fs::is_directory(twin)) << twin;
+    if (!fs::is_directory(original)) {
+      EXPECT_EQ(ReadFile(original), ReadFile(twin));
+    }
   }
-  EXPECT_EQ(8, compared);
 }
 
 // ---- What could not be written
@@ -526,8 +522,8 @@ TEST_F(SinkReportTest, NamesWhatTheEntryMeets) {
 
 TEST_F(SinkReportTest, NothingIsWrittenThroughALinkInTheTopsPlaceOrAboveIt) {
   fs::create_directories(folder_ / "elsewhere/b/bundle");
-  fs::create_directory_symlink(folder_ / "elsewhere/b/bundle", root_ + "/a/b/bundle");
-  fs::create_directory_symlink("../elsewhere", root_ + "/above");
+  fs::create_symlink(folder_ / "elsewhere/b/bundle", root_ + "/a/b/bundle");
+  fs::create_symlink("../elsewhere", root_ + "/above");
   const ChunkList tree = List({NewDirectory("", {NewFile("f", "x")}), NewFile("g", "y")});
   Write(tree.get());
   Expect(3, 3, "/a/b/bundle", ELOOP);

@@ -12,16 +12,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <map>
 #include <vector>
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
+#include "tests/unit/support/Files.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 // A user who owns nothing here.
 constexpr uid_t kNobody = 65534;
@@ -281,7 +279,7 @@ TEST(SourceFromPath, LeavesOutLinksBackToTheDirectoriesTheyLieIn) {
     fs::create_symlink(".", folder / (std::string(directory) + "/loop"));
     fs::create_symlink("..", folder / (std::string(directory) + "/up"));
   }
-  fs::remove(folder / "tree/up");  // leads out of the tree, which is no cycle
+  fs::remove(folder / "tree/up");  // leads out of the tree, and back to none of its folders
   EXPECT_EQ("'tree' directory 0\n  'a' directory 0\n    'b' directory 0\n",
             Describe(Source(folder / "tree").get()));
 }
@@ -297,16 +295,15 @@ TEST(SourceFromPath, EndsWhereALinkLeadsAroundTheStart) {
 TEST(SourceFromPath, EndsAtPathsLongerThanTheSystemTakes) {
   const TemporaryFolder folder;
   const std::string name(200, 'n');
-  ASSERT_EQ(0, mkdir((folder / "tree").c_str(), 0700));
-  int directory = open((folder / "tree").c_str(), O_RDONLY | O_DIRECTORY);
+  fs::create_directory(folder / "tree");
+  const std::string before = fs::current_path();
+  fs::current_path(folder / "tree");
   constexpr int kLevels = 30;  // 6000 characters
   for (int level = 0; level < kLevels; ++level) {
-    ASSERT_EQ(0, mkdirat(directory, name.c_str(), 0700));
-    const int inner = openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY);
-    close(directory);
-    directory = inner;
+    fs::create_directory(name);
+    fs::current_path(name);
   }
-  close(directory);
+  fs::current_path(before);
   const ChunkList tree = Source(folder / "tree");
   int depth = 0;
   for (const fileChunk* node = tree->children; node; node = node->children) ++depth;
@@ -421,7 +418,7 @@ template <typename Function>
 int InChild(Function function) {
   const pid_t child = fork();
   if (child == 0) {
-    alarm(60);
+    alarm(300);
     _exit(function());
   }
   int status = 0;
@@ -433,24 +430,24 @@ int InChild(Function function) {
 TEST(SourceFromPath, LeavesOutWhatMayNotBeRead) {
   const TemporaryFolder folder;
   const std::string tree = folder / "tree";
-  fs::permissions(folder.Path(), fs::perms(0755));
+  fs::permissions(folder.Path(), 0755);
   fs::create_directories(tree + "/closed");
   fs::create_directories(tree + "/listed");
   WriteFile(tree + "/closed/f", "x");
   WriteFile(tree + "/listed/f", "x");
   WriteFile(tree + "/secret", "x");
-  fs::permissions(tree, fs::perms(0755));
-  fs::permissions(tree + "/closed", fs::perms(0));
-  fs::permissions(tree + "/listed", fs::perms(0444));
-  fs::permissions(tree + "/secret", fs::perms(0));
+  fs::permissions(tree, 0755);
+  fs::permissions(tree + "/closed", 0);
+  fs::permissions(tree + "/listed", 0444);
+  fs::permissions(tree + "/secret", 0);
   // Root may read everything.
   const std::string expected = "'tree' directory 0\n  'listed' directory 0\n";
   EXPECT_EQ(0, InChild([&] {
               if (geteuid() == 0 && setuid(kNobody) != 0) return 2;
               return Describe(Source(tree).get()) == expected ? 0 : 1;
             }));
-  fs::permissions(tree + "/closed", fs::perms(0700));
-  fs::permissions(tree + "/listed", fs::perms(0700));
+  fs::permissions(tree + "/closed", 0700);
+  fs::permissions(tree + "/listed", 0700);
 }
 
 TEST(SourceFromFile, DoesNotMakeATerminalItsOwn) {

@@ -13,7 +13,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <new>
 #include <utility>
@@ -21,6 +20,7 @@
 
 #include "player/utils/InstallerCompressor/POSIXInstallerCompressor.h"
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
+#include "tests/unit/support/Files.h"
 
 namespace {
 
@@ -377,7 +377,7 @@ TEST_F(FaultTest, AFileOfMoreThan4GiBIsReadIntoAnArrayWholeOrNotAtAll) {
 
 TEST_F(FaultTest, AFileThatDoesNotFitInMemoryIsLeftOutOfATree) {
   const TemporaryFolder folder;
-  std::filesystem::create_directory(folder / "tree");
+  fs::create_directory(folder / "tree");
   WriteFile(folder / "tree/large", std::string(9000, 'l'));
   WriteFile(folder / "tree/small", "s");
   const std::string path = folder / "tree";
@@ -389,7 +389,7 @@ TEST_F(FaultTest, AFileThatDoesNotFitInMemoryIsLeftOutOfATree) {
 
 TEST_F(FaultTest, ATreeIsReadAsFarAsMemoryGoes) {
   const TemporaryFolder folder;
-  std::filesystem::create_directories(folder / "sought-tree/a/b");
+  fs::create_directories(folder / "sought-tree/a/b");
   WriteFile(folder / "sought-tree/a/b/f", "x");
   const std::string path = folder / "sought-tree";
   requests = 0;
@@ -441,7 +441,7 @@ TEST_F(FaultTest, ADirectoryOrFileWhoseStatusIsUnknownIsAsOneThatCannotBeOpened)
 // Each file system numbers its folders for itself.
 TEST_F(FaultTest, AFolderWithTheNumberOfOneAroundItOnAnotherDeviceIsRead) {
   const TemporaryFolder folder;
-  std::filesystem::create_directories(folder / "tree/mounted");
+  fs::create_directories(folder / "tree/mounted");
   WriteFile(folder / "tree/mounted/f", "x");
   const std::string path = folder / "tree";
   dev_t device = 1;
@@ -509,7 +509,7 @@ TEST_F(FaultTest, AFileIsWrittenWholeInSmallPiecesAndThroughSignals) {
   EXPECT_EQ(contents, ReadFile(folder / "f"));
 }
 
-// What the reader of a tree told, and with which error at first.
+// What the reader of a tree reported, and its first error.
 struct FirstFault {
   int error = -1;
   unsigned long count = 0;
@@ -548,7 +548,7 @@ TEST_F(FaultTest, ADirectoryWhoseStatusIsUnknownIsTold) {
 
 TEST_F(FaultTest, ATreeThatMemoryDoesNotSufficeForIsTold) {
   const TemporaryFolder folder;
-  std::filesystem::create_directories(folder / "tree/a");
+  fs::create_directories(folder / "tree/a");
   WriteFile(folder / "tree/a/f", "x");
   const std::string path = folder / "tree";
   requests = 0;
@@ -657,8 +657,8 @@ class MovedFolderTest : public FaultTest {
     EXPECT_EQ(ESTALE, report_.error);
     EXPECT_STREQ((folder_ / "root/bundle/a/after").c_str(), report_.path);
     EXPECT_EQ("3", ReadFile(folder_ / "moved/inner/3"));
-    EXPECT_FALSE(std::filesystem::exists(folder_ / "root/after"));
-    EXPECT_FALSE(std::filesystem::exists(folder_ / "after"));
+    EXPECT_FALSE(fs::exists(folder_ / "root/after"));
+    EXPECT_FALSE(fs::exists(folder_ / "after"));
   }
 
   const TemporaryFolder folder_;
@@ -667,26 +667,26 @@ class MovedFolderTest : public FaultTest {
                               NewFile("after", "x"), NewDirectory("b", {NewFile("after", "x")})}),
            NewFile("after", "x")})});
   SinkReport report_;
-  const bool isMade_ = std::filesystem::create_directory(folder_ / "root");
+  const bool isMade_ = fs::create_directory(folder_ / "root");
 };
 
 TEST_F(MovedFolderTest, IsNotLeftForTheFolderAroundItsNewPlace) {
   Write([this] {
-    std::filesystem::create_directory(folder_ / "moved");
-    std::filesystem::rename(folder_ / "root/bundle/a/inner", folder_ / "moved/inner");
+    fs::create_directory(folder_ / "moved");
+    fs::rename(folder_ / "root/bundle/a/inner", folder_ / "moved/inner");
   });
   ExpectLost();
 }
 
 TEST_F(MovedFolderTest, ALinkInItsOldPlaceLeadsNowhere) {
   Write([this] {
-    std::filesystem::create_directories(folder_ / "moved");
-    std::filesystem::create_directories(folder_ / "victim");
-    std::filesystem::rename(folder_ / "root/bundle/a/inner", folder_ / "moved/inner");
-    std::filesystem::create_directory_symlink(folder_ / "victim", folder_ / "root/bundle/a/inner");
+    fs::create_directories(folder_ / "moved");
+    fs::create_directories(folder_ / "victim");
+    fs::rename(folder_ / "root/bundle/a/inner", folder_ / "moved/inner");
+    fs::create_symlink(folder_ / "victim", folder_ / "root/bundle/a/inner");
   });
   ExpectLost();
-  EXPECT_TRUE(std::filesystem::is_empty(folder_ / "victim"));
+  EXPECT_TRUE(fs::is_empty(folder_ / "victim"));
 }
 
 TEST_F(SinkFaultTest, WritingTakesNoMemory) {
@@ -774,7 +774,7 @@ TEST_F(DescriptorSourceTest, Of4GiBIsNotRead) {
 
 TEST_F(FaultTest, PathsOfEntriesAreScrubbedBeforeTheyAreFreed) {
   const TemporaryFolder folder;
-  std::filesystem::create_directories(folder / "scrubbed/inner-name");
+  fs::create_directories(folder / "scrubbed/inner-name");
   WriteFile(folder / "scrubbed/inner-name/file-name", "x");
   const std::string path = folder / "scrubbed";
   const size_t innerCapacity = path.size() + strlen("/inner-name") + 1;

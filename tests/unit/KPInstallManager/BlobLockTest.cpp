@@ -131,7 +131,7 @@ TEST_F(BlobLockTest, LeavesNoDescriptorOfAnEarlierAttemptOpen) {
 TEST_F(BlobLockTest, FindsTheBlobGoneWhenItsHolderHasRemovedIt) {
   Hold();
   s_atPause = [this] {
-    std::filesystem::remove(blob_);
+    fs::remove(blob_);
     Release();
   };
   BlobLock lock;
@@ -142,7 +142,7 @@ TEST_F(BlobLockTest, FindsTheBlobGoneWhenItsHolderHasRemovedIt) {
 TEST_F(BlobLockTest, TakesTheBlobThatIsThereAfterTheWait) {
   Hold();
   s_atPause = [this] {
-    std::filesystem::remove(blob_);
+    fs::remove(blob_);
     WriteWholeFile(blob_, "second");
     Release();
   };
@@ -153,7 +153,7 @@ TEST_F(BlobLockTest, TakesTheBlobThatIsThereAfterTheWait) {
 
 TEST_F(BlobLockTest, DoesNotTakeABlobThatIsReplacedBeforeItIsLocked) {
   s_beforeLocking = [this] {
-    std::filesystem::remove(blob_);
+    fs::remove(blob_);
     WriteWholeFile(blob_, "second");
   };
   BlobLock lock;
@@ -164,7 +164,7 @@ TEST_F(BlobLockTest, DoesNotTakeABlobThatIsReplacedBeforeItIsLocked) {
 }
 
 TEST_F(BlobLockTest, DoesNotTakeABlobThatIsRemovedBeforeItIsLocked) {
-  s_beforeLocking = [this] { std::filesystem::remove(blob_); };
+  s_beforeLocking = [this] { fs::remove(blob_); };
   BlobLock lock;
   EXPECT_EQ(BlobLockResult::kMissing, lock.Take(blob_.c_str()));
 }
@@ -179,7 +179,7 @@ TEST_F(BlobLockTest, GoesOnWithoutALockThatIsHeldForEver) {
 }
 
 TEST_F(BlobLockTest, IsMissingWhereNothingIs) {
-  std::filesystem::create_symlink("nowhere", folder_ / "dangling");
+  fs::create_symlink("nowhere", folder_ / "dangling");
   for (const char* name : {"missing", "blob/below", "dangling"}) {
     BlobLock lock;
     EXPECT_EQ(BlobLockResult::kMissing, lock.Take((folder_ / name).c_str())) << name;
@@ -188,8 +188,8 @@ TEST_F(BlobLockTest, IsMissingWhereNothingIs) {
 
 TEST_F(BlobLockTest, DoesNotWaitForWhatIsNotARegularFile) {
   ASSERT_EQ(0, mkfifo((folder_ / "fifo").c_str(), 0600));
-  std::filesystem::create_symlink("/dev/zero", folder_ / "device");
-  for (const std::string& path : {folder_ / "fifo", folder_ / "device", folder_.Path().string()}) {
+  fs::create_symlink("/dev/zero", folder_ / "device");
+  for (const std::string& path : {folder_ / "fifo", folder_ / "device", folder_.Path()}) {
     BlobLock lock;
     EXPECT_EQ(BlobLockResult::kUnreadable, lock.Take(path.c_str())) << path;
     EXPECT_EQ(ENOTSUP, lock.Error()) << path;
@@ -199,7 +199,7 @@ TEST_F(BlobLockTest, DoesNotWaitForWhatIsNotARegularFile) {
 }
 
 TEST_F(BlobLockTest, FollowsALinkToTheBlob) {
-  std::filesystem::create_symlink("blob", folder_ / "link");
+  fs::create_symlink("blob", folder_ / "link");
   BlobLock lock;
   EXPECT_EQ(BlobLockResult::kLocked, lock.Take((folder_ / "link").c_str()));
   EXPECT_TRUE(IsLocked());

@@ -52,7 +52,7 @@ bool s_writingSucceeds;
 unsigned long s_failedEntries;
 const char* s_failedPath;
 
-// Nodes are told apart by their addresses alone. Raw memory: they are never built.
+// Only the addresses of nodes count. Raw memory: they are never constructed.
 alignas(fileChunk) unsigned char s_sourceNode[sizeof(fileChunk)];
 alignas(fileChunk) unsigned char s_treeNode[sizeof(fileChunk)];
 fileChunk* const s_source = reinterpret_cast<fileChunk*>(s_sourceNode);
@@ -62,9 +62,7 @@ std::string Name(const fileChunk* node) {
   return node == nullptr ? "absent" : node == s_source ? "source" : node == s_tree ? "tree" : "?";
 }
 
-bool Exists(const std::string& path) {
-  return std::filesystem::exists(std::filesystem::symlink_status(path));
-}
+bool Exists(const std::string& path) { return fs::symlink_exists(path); }
 
 std::string Presence(const std::string& bundle) {
   return std::string(" (bundle ") + (Exists(bundle) ? "present" : "gone") + ", blob " +
@@ -123,7 +121,7 @@ using testing::IsEmpty;
 class DecompressLZMATest : public testing::Test {
  protected:
   DecompressLZMATest()
-      : root_(folder_.Path().string()),
+      : root_(folder_.Path()),
         bundle_(root_ + kBundlePath),
         blob_(bundle_ + ".lzma"),
         outputLine_("[3] Compression Output Path: '" + bundle_ + "'."),
@@ -136,7 +134,7 @@ class DecompressLZMATest : public testing::Test {
     s_failedPath = nullptr;
     g_events.clear();
     g_logger = [[KPIMLogger alloc] init];
-    std::filesystem::create_directories(std::filesystem::path(bundle_).parent_path());
+    fs::create_directories(fs::parent_path(bundle_));
   }
   ~DecompressLZMATest() override {
     [g_logger release];
@@ -146,7 +144,7 @@ class DecompressLZMATest : public testing::Test {
 
   void LayBlob() { WriteWholeFile(blob_, "blob"); }
   void LayBundle() {
-    std::filesystem::create_directories(bundle_ + "/Contents/MacOS");
+    fs::create_directories(bundle_ + "/Contents/MacOS");
     WriteWholeFile(bundle_ + "/Contents/MacOS/old", "old");
   }
   int Decompress() { return DecompressLZMA(String(root_)); }
@@ -210,9 +208,9 @@ TEST_F(DecompressLZMATest, FileInTheBundlesPlaceIsRemoved) {
 TEST_F(DecompressLZMATest, LinkInTheBundlesPlaceIsRemovedNotFollowed) {
   LayBlob();
   const std::string target = folder_ / "elsewhere";
-  std::filesystem::create_directory(target);
+  fs::create_directory(target);
   WriteWholeFile(target + "/file", "kept");
-  std::filesystem::create_directory_symlink(target, bundle_);
+  fs::create_symlink(target, bundle_);
   EXPECT_EQ(0, Decompress());
   EXPECT_EQ(FullRun(), g_events);
   EXPECT_EQ("kept", ReadWholeFile(target + "/file"));
@@ -220,7 +218,7 @@ TEST_F(DecompressLZMATest, LinkInTheBundlesPlaceIsRemovedNotFollowed) {
 
 TEST_F(DecompressLZMATest, DanglingLinkInTheBundlesPlaceIsRemoved) {
   LayBlob();
-  std::filesystem::create_symlink(folder_ / "nowhere", bundle_);
+  fs::create_symlink(folder_ / "nowhere", bundle_);
   EXPECT_EQ(0, Decompress());
   EXPECT_EQ(FullRun(), g_events);
 }
@@ -229,9 +227,9 @@ TEST_F(DecompressLZMATest, LinksInsideTheBundleAreNotFollowed) {
   LayBlob();
   LayBundle();
   const std::string target = folder_ / "elsewhere";
-  std::filesystem::create_directory(target);
+  fs::create_directory(target);
   WriteWholeFile(target + "/file", "kept");
-  std::filesystem::create_directory_symlink(target, bundle_ + "/Contents/link");
+  fs::create_symlink(target, bundle_ + "/Contents/link");
   EXPECT_EQ(0, Decompress());
   EXPECT_FALSE(Exists(bundle_));
   EXPECT_EQ("kept", ReadWholeFile(target + "/file"));
@@ -240,7 +238,7 @@ TEST_F(DecompressLZMATest, LinksInsideTheBundleAreNotFollowed) {
 TEST_F(DecompressLZMATest, BlobMayBeALinkWhichAloneIsRemoved) {
   const std::string target = folder_ / "blob elsewhere";
   WriteWholeFile(target, "blob");
-  std::filesystem::create_symlink(target, blob_);
+  fs::create_symlink(target, blob_);
   EXPECT_EQ(0, Decompress());
   EXPECT_THAT(g_events, testing::Contains("dismantle source"));
   EXPECT_FALSE(Exists(blob_));
@@ -255,7 +253,7 @@ TEST_F(DecompressLZMATest, WhatCannotBeOpenedAsABlobIsNeitherReadNorWaitedFor) {
     g_events.clear();
     LayBundle();
     if (isFolder) {
-      std::filesystem::create_directories(blob_ + "/folder");
+      fs::create_directories(blob_ + "/folder");
     } else {
       ASSERT_EQ(0, mkfifo(blob_.c_str(), 0600));
     }
@@ -319,7 +317,7 @@ TEST_F(DecompressLZMATest, BlobThatAnotherProcessRemovesMeanwhileIsMissing) {
   LayBundle();
   const int holder = open(blob_.c_str(), O_RDONLY);
   ASSERT_EQ(0, flock(holder, LOCK_EX));
-  s_atPause = [this] { std::filesystem::remove(blob_); };
+  s_atPause = [this] { fs::remove(blob_); };
   EXPECT_EQ(1, Decompress());
   s_atPause = nullptr;
   close(holder);
@@ -329,9 +327,9 @@ TEST_F(DecompressLZMATest, BlobThatAnotherProcessRemovesMeanwhileIsMissing) {
 }
 
 TEST_F(DecompressLZMATest, FolderOnTheWayThatIsALinkIsNotFollowed) {
-  const std::string folder = std::filesystem::path(bundle_).parent_path();
-  std::filesystem::rename(folder, folder_ / "elsewhere");
-  std::filesystem::create_directory_symlink(folder_ / "elsewhere", folder);
+  const std::string folder = fs::parent_path(bundle_);
+  fs::rename(folder, folder_ / "elsewhere");
+  fs::create_symlink(folder_ / "elsewhere", folder);
   LayBlob();
   LayBundle();
   EXPECT_EQ(0, Decompress());
@@ -413,7 +411,7 @@ TEST_F(DecompressLZMATest, WhatTheSinkCouldNotWriteIsLogged) {
 TEST_F(DecompressLZMATest, PathsAreUTF8) {
   root_ = folder_ / "V\xC3\xB6l 漢字 100%@";
   const std::string bundle = s_bundle = root_ + kBundlePath;
-  std::filesystem::create_directories(std::filesystem::path(bundle).parent_path());
+  fs::create_directories(fs::parent_path(bundle));
   WriteWholeFile(bundle + ".lzma", "blob");
   EXPECT_EQ(0, Decompress());
   EXPECT_THAT(g_events,

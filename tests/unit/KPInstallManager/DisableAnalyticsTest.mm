@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -17,11 +16,11 @@ constexpr char kSettingsFolder[] = "Library/Application Support/Velmora";
 class DisableAnalyticsTest : public testing::Test {
  protected:
   DisableAnalyticsTest() {
-    std::filesystem::create_directories(mRoot.Path() / kSettingsFolder);
-    mPath = mRoot.Path() / kSettingsFolder / "rks.cfg";
+    fs::create_directories(mRoot / kSettingsFolder);
+    mPath = mRoot / kSettingsFolder + "/rks.cfg";
   }
 
-  void Run() { DisableAnalytics(String(mRoot.Path().string())); }
+  void Run() { DisableAnalytics(String(mRoot.Path())); }
 
   /// What the file holds after a run on a file with `content`.
   std::string After(std::string const& content) {
@@ -80,29 +79,29 @@ TEST_F(DisableAnalyticsTest, KeepsBytesThatAreNotUtf8) {
 }
 
 TEST_F(DisableAnalyticsTest, RootMayEndInASlash) {
-  DisableAnalytics(String(mRoot.Path().string() + "/"));
+  DisableAnalytics(String(mRoot.Path() + "/"));
   EXPECT_EQ(ReadWholeFile(mPath), "DisableAnalytics=1\n");
 }
 
 TEST_F(DisableAnalyticsTest, MakesNoFolder) {
-  std::filesystem::remove_all(mRoot.Path() / "Library");
+  fs::remove_all(mRoot / "Library");
   Run();
-  EXPECT_TRUE(std::filesystem::is_empty(mRoot.Path()));
+  EXPECT_TRUE(fs::is_empty(mRoot.Path()));
 }
 
 TEST_F(DisableAnalyticsTest, LeavesADirectoryInItsPlaceAlone) {
-  std::filesystem::create_directory(mPath);
+  fs::create_directory(mPath);
   Run();
-  EXPECT_TRUE(std::filesystem::is_directory(mPath));
-  EXPECT_TRUE(std::filesystem::is_empty(mPath));
+  EXPECT_TRUE(fs::is_directory(mPath));
+  EXPECT_TRUE(fs::is_empty(mPath));
 }
 
 TEST_F(DisableAnalyticsTest, WritesThroughALink) {
   const std::string target = mRoot / "elsewhere.cfg";
   WriteWholeFile(target, "a=1\n");
-  std::filesystem::create_symlink(target, mPath);
+  fs::create_symlink(target, mPath);
   Run();
-  EXPECT_TRUE(std::filesystem::is_symlink(mPath));
+  EXPECT_TRUE(fs::is_symlink(mPath));
   EXPECT_EQ(ReadWholeFile(target), "a=1\nDisableAnalytics=1\n");
 }
 

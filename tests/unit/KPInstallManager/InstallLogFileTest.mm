@@ -36,8 +36,6 @@ CFStringRef SCDynamicStoreCopyConsoleUser(SCDynamicStoreRef store, uid_t* uid, g
 
 namespace {
 
-namespace fs = std::filesystem;
-
 /// A log in a folder of the user 4242, who has no passwd entry and is at the console.
 class InstallLogFileTest : public testing::Test {
  protected:
@@ -155,11 +153,11 @@ TEST_F(InstallLogFileTest, LinksInTheLogsPlaceAreNotFollowed) {
 TEST_F(InstallLogFileTest, FolderThatIsALinkLeadsRootNowhere) {
   const std::string closed = folder_ / "closed";
   fs::create_directory(closed);
-  fs::create_directory_symlink(closed, folder_ / "link");
+  fs::create_symlink(closed, folder_ / "link");
   EXPECT_FALSE(Log(folder_ / "link/install.log"));
   EXPECT_FALSE(fs::exists(closed + "/install.log"));
   // Where the user may write anyway, links are the user's own business.
-  fs::create_directory_symlink(logs_, folder_ / "own");
+  fs::create_symlink(logs_, folder_ / "own");
   EXPECT_TRUE(Log(folder_ / "own/install.log"));
   EXPECT_EQ(kUser, Status(log_).st_uid);
 }
@@ -187,7 +185,7 @@ TEST_F(InstallLogFileTest, LoginWindowAndNoOneLogWhereOnlyRootMayWrite) {
     fs::create_symlink(secret_, log_);
     EXPECT_FALSE(Log());
     fs::remove(log_);
-    fs::create_directory_symlink(logs_, folder_ / "link");
+    fs::create_symlink(logs_, folder_ / "link");
     EXPECT_FALSE(Log(folder_ / "link/install.log"));
     fs::remove(folder_ / "link");
   }

@@ -79,7 +79,7 @@ TEST_F(KPIMLoggerTest, LineOfTheFinalizer) {
               MatchesRegex(std::string(kStamp) + "\\[I\\] FIN: \\[finalizer started\\]\n"));
 }
 
-/// The moment that the first line's stamp tells; its offset from GMT in seconds is in `offset`.
+/// The moment of the first line's stamp; its offset from GMT in seconds is in `offset`.
 time_t Stamp(const std::string& log, long& offset) {
   struct tm stamp = {};
   EXPECT_NE(nullptr, strptime(log.c_str(), "%Y-%m-%d %H:%M:%S %z", &stamp));
@@ -114,7 +114,7 @@ class ScopedTimeZone {
   }
 
  private:
-  /// Foundation keeps the local time zone until it is told.
+  /// Foundation keeps the local time zone until it is reset.
   static void Apply() {
     tzset();
     [NSTimeZone resetSystemTimeZone];
@@ -158,7 +158,7 @@ TEST_F(KPIMLoggerTest, StampsOfFixedMoments) {
     s_now = moment;
     [Open() logTimeStampedString:@"x" withLoggingLevel:1];
     EXPECT_EQ(line, ReadWholeFile(file_));
-    std::filesystem::remove(file_);
+    fs::remove(file_);
   }
 }
 
@@ -256,25 +256,28 @@ TEST_F(KPIMLoggerTest, FollowsAFileThatWasCutMeanwhile) {
 
 TEST_F(KPIMLoggerTest, MissingFileIsCreated) {
   EXPECT_NE(nil, Open());
-  EXPECT_TRUE(std::filesystem::is_regular_file(file_));
-  EXPECT_EQ(0u, std::filesystem::file_size(file_));
+  EXPECT_TRUE(fs::is_regular_file(file_));
+  EXPECT_EQ(0u, fs::file_size(file_));
 }
 
 TEST_F(KPIMLoggerTest, CreatedFileHasTheDefaultPermissions) {
-  const mode_t saved = umask(0002);
-  EXPECT_NE(nil, Open());
-  umask(saved);
-  EXPECT_EQ(std::filesystem::perms(0664), std::filesystem::status(file_).permissions());
+  for (const mode_t mask : {0000U, 0002U, 0077U}) {
+    fs::remove(file_);
+    const mode_t saved = umask(mask);
+    EXPECT_NE(nil, Open());
+    umask(saved);
+    EXPECT_EQ(0666 & ~mask, fs::permissions(file_));
+  }
 }
 
 TEST_F(KPIMLoggerTest, MissingFolderIsNot) {
   file_ = folder_ / "missing/install.log";
   EXPECT_EQ(nil, Open());
-  EXPECT_FALSE(std::filesystem::exists(folder_ / "missing"));
+  EXPECT_FALSE(fs::exists(folder_ / "missing"));
 }
 
 TEST_F(KPIMLoggerTest, FolderInTheFilesPlaceGivesNoLogger) {
-  std::filesystem::create_directory(file_);
+  fs::create_directory(file_);
   EXPECT_EQ(nil, Open());
 }
 

@@ -20,7 +20,7 @@ class PreviousVersionTest : public testing::Test {
  protected:
   PreviousVersionTest() {
     g_logger = [[KPIMLogger alloc] initWithPath:@"log"];
-    SetRoot(folder_.Path().string());
+    SetRoot(folder_.Path());
   }
   ~PreviousVersionTest() override {
     [g_logger release];
@@ -31,7 +31,7 @@ class PreviousVersionTest : public testing::Test {
   void SetRoot(const std::string& root) {
     root_ = root;
     file_ = root + "/Library/Application Support/Velmora/previous_version.txt";
-    std::filesystem::create_directories(std::filesystem::path(file_).parent_path());
+    fs::create_directories(fs::parent_path(file_));
   }
 
   /// The version, from a file that exists.
@@ -67,7 +67,7 @@ TEST_F(PreviousVersionTest, WithoutTextIsEmptyNotAbsent) {
 TEST_F(PreviousVersionTest, NotUTF8IsAbsent) { EXPECT_EQ("(absent)", VersionIn("32.0\xFF\n")); }
 
 TEST_F(PreviousVersionTest, FolderInItsPlaceIsAbsent) {
-  std::filesystem::create_directory(file_);
+  fs::create_directory(file_);
   EXPECT_EQ("(absent)", Version());
 }
 
@@ -86,7 +86,7 @@ TEST_F(PreviousVersionTest, MissingFileIsNotRead) {
 TEST_F(PreviousVersionTest, UnreadableFileIsAbsent) {
   WriteWholeFile(file_, "32.0.0.255\n");
   chmod(file_.c_str(), 0);
-  std::filesystem::permissions(root_, std::filesystem::perms(0755));
+  fs::permissions(root_, 0755);
   // Permissions do not bind root.
   const uid_t user = geteuid();
   if (user == 0) {
@@ -107,11 +107,11 @@ TEST_F(PreviousVersionTest, RootsThatAreNoURLs) {
 }
 
 TEST_F(PreviousVersionTest, RelativeRoot) {
-  const std::filesystem::path before = std::filesystem::current_path();
-  std::filesystem::current_path(folder_.Path());
+  const std::string before = fs::current_path();
+  fs::current_path(folder_.Path());
   SetRoot("volume");
   EXPECT_EQ("32.0.0.255", VersionIn("32.0.0.255\n"));
-  std::filesystem::current_path(before);
+  fs::current_path(before);
 }
 
 /// What is read of the file at the URL, which must be the test's.

@@ -1,4 +1,4 @@
-// A stand-in for the install log's class that remembers what it is told. A test that links it
+// A stand-in for the install log's class that records what is logged. A test that links it
 // does not link the real one.
 #pragma once
 

@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <vector>
 
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
+#include "tests/unit/support/Files.h"
 #include "tools/kpim/InputFile.h"
 #include "tools/kpim/OutputFile.h"
 
@@ -103,7 +103,7 @@ TEST_F(FilesTest, AWriteThatFailsOrTakesNothingIsReported) {
     EXPECT_EQ("kpim: " + (folder_ / "f") + ": " + why + "\n",
               testing::internal::GetCapturedStderr());
   }
-  EXPECT_TRUE(std::filesystem::is_empty(folder_.Path()));
+  EXPECT_TRUE(fs::is_empty(folder_.Path()));
 }
 
 TEST_F(FilesTest, NoReadAsksForMoreThanTheSystemsGive) {

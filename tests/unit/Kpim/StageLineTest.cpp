@@ -1,9 +1,10 @@
 // Progress on a terminal of its own, by a clock of its own.
 #include "tools/kpim/StageLine.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <memory>
@@ -21,8 +22,9 @@ StageLine::Clock::time_point Now() { return s_now; }
 class StageLineTest : public testing::Test {
  protected:
   StageLineTest() {
-    int side = -1;
-    EXPECT_EQ(0, openpty(&terminal_, &side, nullptr, nullptr, nullptr));
+    EXPECT_EQ(0, grantpt(terminal_));
+    EXPECT_EQ(0, unlockpt(terminal_));
+    const int side = open(ptsname(terminal_), O_RDWR | O_NOCTTY);
     EXPECT_EQ(STDERR_FILENO, dup2(side, STDERR_FILENO));
     close(side);
   }
@@ -51,7 +53,7 @@ class StageLineTest : public testing::Test {
   }
 
  private:
-  int terminal_ = -1;
+  const int terminal_ = posix_openpt(O_RDWR | O_NOCTTY);
   const int standardError_ = dup(STDERR_FILENO);
 };
 

@@ -10,18 +10,16 @@
 
 namespace {
 
-namespace fs = std::filesystem;
-
 class FolderWalkTest : public testing::Test {
  protected:
   FolderWalkTest() {
     fs::create_directories(folder_ / "outer/inner");
-    fs::create_directory_symlink("outer", folder_ / "link");
+    fs::create_symlink("outer", folder_ / "link");
     WriteWholeFile(folder_ / "file", "");
   }
 
   TemporaryFolder folder_;
-  const fs::path before_ = fs::current_path();
+  const std::string before_ = fs::current_path();
 };
 
 TEST_F(FolderWalkTest, ReturnsToTheWorkingDirectory) {

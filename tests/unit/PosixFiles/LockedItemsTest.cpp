@@ -56,7 +56,6 @@ extern "C" int rmdir(const char* name) { return Remove(name); }
 
 namespace {
 
-namespace fs = std::filesystem;
 using Paths = std::vector<std::string>;
 
 class LockedItemsTest : public testing::Test {

@@ -72,7 +72,7 @@ TEST_F(RegularFileTest, LinkIsFollowedOrNot) {
 TEST_F(RegularFileTest, DanglingLinkIsNotCreatedThrough) {
   ASSERT_EQ(0, symlink("other", file_.c_str()));
   EXPECT_EQ(ELOOP, Open(O_WRONLY | O_CREAT | O_NOFOLLOW));
-  EXPECT_FALSE(std::filesystem::exists(other_));
+  EXPECT_FALSE(fs::exists(other_));
 }
 
 TEST_F(RegularFileTest, FileOfTwoNamesIsRefusedUnchanged) {

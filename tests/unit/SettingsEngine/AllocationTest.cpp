@@ -143,7 +143,7 @@ TEST(Allocation, AssignmentWithoutMemoryChangesNothing) {
   EXPECT_STREQ(string.mString, "old");
 }
 
-/// Elements that belong to nobody.
+/// Elements without an owner.
 class PlainVector : public PointerVector {
  public:
   void deleteElement(void* element) override { delete static_cast<SimpleString*>(element); }

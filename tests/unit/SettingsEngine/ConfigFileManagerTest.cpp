@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -82,7 +81,7 @@ TEST_F(ConfigFileManagerTest, MissingFileHasNoSettings) {
 }
 
 TEST_F(ConfigFileManagerTest, DirectoryIsNeitherReadNorWritten) {
-  ConfigFileManager& manager = Open(mFolder.Path().string());
+  ConfigFileManager& manager = Open(mFolder.Path());
   EXPECT_EQ(manager.mEncoding, -1);
   EXPECT_FALSE(manager.ReadSettingsFile());
   Update(manager, "a", "1");
@@ -153,13 +152,14 @@ TEST_F(ConfigFileManagerTest, OnlyTheWholeUtf16MarksCount) {
   EXPECT_EQ(Read("x\xFF\xFE=1").mEncoding, 0);
 }
 
-/// What is no regular file, one of each kind, by its path. None of them may be waited for.
+/// One item of each kind that is not a regular file, by its path. Opening must not wait for any of
+/// them.
 std::vector<std::string> NotRegularFiles(const TemporaryFolder& folder) {
   const std::string pipe = folder / "pipe";
   const std::string link = folder / "link to the pipe";
   EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  std::filesystem::create_symlink(pipe, link);
-  return {pipe, link, folder.Path().string(), "/dev/zero", "/dev/null", "/dev/tty"};
+  fs::create_symlink(pipe, link);
+  return {pipe, link, folder.Path(), "/dev/zero", "/dev/null", "/dev/tty"};
 }
 
 TEST_F(ConfigFileManagerTest, WhatIsNoRegularFileIsNotRead) {
@@ -194,7 +194,7 @@ TEST_F(ConfigFileManagerTest, WhatIsNoRegularFileIsNotWritten) {
 
 TEST_F(ConfigFileManagerTest, LinkToARegularFileIsReadAndWritten) {
   const std::string link = mFolder / "link";
-  std::filesystem::create_symlink("rks.cfg", link);
+  fs::create_symlink("rks.cfg", link);
   WriteWholeFile(mPath, "a = 1\n");
   EXPECT_EQ(SettingsOf(Open(link)), (Settings{{"a", "1"}}));
   EXPECT_TRUE(mManager->UpdateSettingsFile());
@@ -229,7 +229,7 @@ TEST_F(ConfigFileManagerTest, TailsThatThereIsRoomForAreReadAndWritten) {
   EXPECT_TRUE(manager.ReadSettingsFile());
   EXPECT_EQ(ValueOf(manager, "0").size(), kTail - 2);
   EXPECT_TRUE(manager.UpdateSettingsFile());
-  EXPECT_GT(std::filesystem::file_size(mPath), 23 * kTail);
+  EXPECT_GT(fs::file_size(mPath), 23 * kTail);
 }
 
 class FileOfMoreThan256Megabytes : public ConfigFileManagerTest,
@@ -240,11 +240,11 @@ TEST_P(FileOfMoreThan256Megabytes, IsRefused) {
   const std::string start = GetParam();
   WriteWholeFile(mPath, start);
   constexpr uintmax_t kSize = 300'000'000;
-  std::filesystem::resize_file(mPath, kSize);
+  fs::resize_file(mPath, kSize);
   ConfigFileManager& manager = Open(mPath);
   Update(manager, "b", "2");
   EXPECT_FALSE(manager.UpdateSettingsFile());
-  EXPECT_EQ(std::filesystem::file_size(mPath), kSize);
+  EXPECT_EQ(fs::file_size(mPath), kSize);
 }
 
 INSTANTIATE_TEST_SUITE_P(InLines, FileOfMoreThan256Megabytes,
@@ -258,13 +258,10 @@ TEST_F(ConfigFileManagerTest, SmallerFileThatTakesThePlaceOfOneTooLargeIsWritten
 }
 
 /// How many files this process has open.
-ptrdiff_t OpenFileCount() {
-  return std::distance(std::filesystem::directory_iterator("/dev/fd"),
-                       std::filesystem::directory_iterator());
-}
+size_t OpenFileCount() { return fs::list("/dev/fd").size(); }
 
 TEST_F(ConfigFileManagerTest, FileIsClosedAfterEachKindOfRead) {
-  const ptrdiff_t before = OpenFileCount();
+  const size_t before = OpenFileCount();
   for (char const* content : {"a=1\n", "\xEF\xBB\xBF=1\n", "a=1", "\xFF\xFEx=", "\xFE\xFFx="}) {
     Read(content);
     EXPECT_EQ(OpenFileCount(), before) << testing::PrintToString(content);
@@ -278,7 +275,7 @@ TEST_F(ConfigFileManagerTest, FileIsClosedAfterEachKindOfRead) {
 
 TEST_F(ConfigFileManagerTest, FileIsClosedAfterAWrite) {
   ConfigFileManager& manager = Read("a=1\n");
-  const ptrdiff_t before = OpenFileCount();
+  const size_t before = OpenFileCount();
   EXPECT_TRUE(manager.UpdateSettingsFile());
   EXPECT_EQ(OpenFileCount(), before);
 }
@@ -317,7 +314,7 @@ TEST_F(ConfigFileManagerTest, FirstSeparatorSplits) {
 TEST_F(ConfigFileManagerTest, BothSidesAreTrimmed) {
   EXPECT_EQ(SettingsIn(" Key = some value \r\n"), (Settings{{"Key", "some value"}}));
   EXPECT_EQ(SettingsIn("\t\x01 a b\x1F\x7F\v=\f c  d \x08\n"), (Settings{{"a b\x1F\x7F", "c  d"}}))
-      << "0x7F is no blank";
+      << "0x7F is not a blank";
 }
 
 TEST_F(ConfigFileManagerTest, BytesFrom0x80AreBlanksForTrimming) {
@@ -393,7 +390,7 @@ TEST_F(ConfigFileManagerTest, EveryReadStartsWithAClearBuffer) {
   EXPECT_EQ(ValueOf(manager, "key"), "");
 }
 
-/// `length` bytes in which every position can be told from its neighbours.
+/// `length` bytes in which neighbouring positions differ.
 std::string Pattern(size_t length) {
   std::string text;
   for (size_t index = 0; index < length; ++index) text += static_cast<char>('!' + index % 23);
@@ -555,7 +552,7 @@ TEST_F(ConfigFileManagerTest, ReloadThatCannotOpenChangesNothing) {
   ConfigFileManager& manager = Read(
       "\xEF\xBB\xBF"
       "a=1\n");
-  std::filesystem::remove(mPath);
+  fs::remove(mPath);
   EXPECT_FALSE(manager.ReloadSettingsFile());
   EXPECT_EQ(SettingsOf(manager), (Settings{{"a", "1"}}));
   EXPECT_EQ(manager.mEncoding, 1) << "what the last file that opened had";
@@ -585,18 +582,18 @@ TEST_F(ConfigFileManagerTest, WriteCreatesTheFileButNoFolder) {
   ConfigFileManager& elsewhere = Open(mFolder / "missing/rks.cfg");
   Update(elsewhere, "a", "1");
   EXPECT_FALSE(elsewhere.UpdateSettingsFile());
-  EXPECT_FALSE(std::filesystem::exists(mFolder / "missing"));
+  EXPECT_FALSE(fs::exists(mFolder / "missing"));
 }
 
 TEST_F(ConfigFileManagerTest, WriteTruncatesInPlace) {
   const std::string link = mFolder / "link";
-  std::filesystem::create_symlink(mPath, link);
+  fs::create_symlink(mPath, link);
   WriteWholeFile(mPath, "a = a value that is much longer than what comes\n# note\n");
   ConfigFileManager& manager = Open(link);
   Update(manager, "a", "1");
   EXPECT_TRUE(manager.UpdateSettingsFile());
   EXPECT_EQ(ReadWholeFile(mPath), "a=1\n");
-  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_TRUE(fs::is_symlink(link));
 }
 
 TEST_F(ConfigFileManagerTest, ErrorsWhileWritingGoUnreported) {

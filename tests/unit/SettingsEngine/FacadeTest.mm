@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 
 #import "player/ControlPanel/Mac/Source/ExternalInterface/NSString+SimpleString.h"
@@ -16,15 +15,13 @@ NSString* const kMissingPath = nil;
 /// The current folder for the length of a scope: where a path without a folder would lead.
 class ScopedCurrentFolder {
  public:
-  explicit ScopedCurrentFolder(std::filesystem::path const& folder) {
-    std::filesystem::current_path(folder);
-  }
-  ~ScopedCurrentFolder() { std::filesystem::current_path(mPrevious); }
+  explicit ScopedCurrentFolder(const std::string& folder) { fs::current_path(folder); }
+  ~ScopedCurrentFolder() { fs::current_path(mPrevious); }
   ScopedCurrentFolder(ScopedCurrentFolder const&) = delete;
   ScopedCurrentFolder& operator=(ScopedCurrentFolder const&) = delete;
 
  private:
-  std::filesystem::path mPrevious = std::filesystem::current_path();
+  std::string mPrevious = fs::current_path();
 };
 
 class FacadeTest : public testing::Test {
@@ -90,7 +87,7 @@ TEST_F(FacadeTest, NilPathReadsAndWritesNothing) {
   [settings setValue:@"1" forKey:@"a"];
   [settings synchronizeFile];
   EXPECT_TRUE([[settings valueForKey:@"a"] isEqualToString:@"1"]);
-  EXPECT_TRUE(std::filesystem::is_empty(mFolder.Path()));
+  EXPECT_TRUE(fs::is_empty(mFolder.Path()));
 }
 
 TEST_F(FacadeTest, PathWithoutUtf8FormReadsAndWritesNothing) {
@@ -100,7 +97,7 @@ TEST_F(FacadeTest, PathWithoutUtf8FormReadsAndWritesNothing) {
   [settings setValue:@"1" forKey:@"a"];
   [settings synchronizeFile];
   EXPECT_EQ([[settings allKeys] count], 1U);
-  EXPECT_TRUE(std::filesystem::is_empty(mFolder.Path()));
+  EXPECT_TRUE(fs::is_empty(mFolder.Path()));
 }
 
 TEST_F(FacadeTest, PathMayHoldAnyCharacters) {
@@ -191,7 +188,7 @@ TEST_F(FacadeTest, SynchronizeIntoAMissingFolderIsSilent) {
   KSConfigFileManager* settings = Open();
   [settings setValue:@"1" forKey:@"a"];
   [settings synchronizeFile];
-  EXPECT_FALSE(std::filesystem::exists(mFolder / "missing"));
+  EXPECT_FALSE(fs::exists(mFolder / "missing"));
 }
 
 TEST_F(FacadeTest, NilAndUnpairedTextChangeNothing) {

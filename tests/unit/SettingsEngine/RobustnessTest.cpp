@@ -3,7 +3,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
@@ -19,7 +18,7 @@ using SASM::SimpleString;
 
 constexpr size_t kMegabyte = 1000 * 1000;
 
-/// What docs/settings-format.md says, told again in other words: the buffer is as large as the
+/// What docs/settings-format.md says, in other words: the buffer is as large as the
 /// file from the start, lines are cut out first, and texts are offsets into the buffer.
 class Model {
  public:
@@ -76,7 +75,7 @@ class Robustness : public testing::Test {
  protected:
   Settings SettingsIn(std::string const& content) {
     // Some file systems wait for the disk when a file is overwritten.
-    std::filesystem::remove(mPath);
+    fs::remove(mPath);
     WriteWholeFile(mPath, content);
     const ConfigFileManager manager(SimpleString(mPath.c_str()));
     return SettingsOf(manager);

@@ -105,9 +105,9 @@ class ScopedLatinLocale {
                    "LC_CTYPE\nupper <U0041>..<U005A>;<U00C4>\nlower <U0061>..<U007A>;<U00E4>\n"
                    "tolower (<U00C4>,<U00E4>)\nEND LC_CTYPE\n");
     // It warns of all that the source lacks, in its status too.
-    (void)system(("cd " + mFolder.Path().string() +
-                  " && localedef -c --quiet -i source -f ./charmap ./latin")
-                     .c_str());
+    (void)system(
+        ("cd " + mFolder.Path() + " && localedef -c --quiet -i source -f ./charmap ./latin")
+            .c_str());
     setenv("LOCPATH", mFolder.Path().c_str(), 1);
     setlocale(LC_CTYPE, "latin");
     unsetenv("LOCPATH");

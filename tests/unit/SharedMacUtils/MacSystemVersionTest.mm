@@ -36,7 +36,7 @@ NSDictionary* ContentsOfURL(id /*self*/, SEL /*selector*/, NSURL* url) {
 
 ScopedMethodReplacement* s_responds;
 
-/// Hides the method by which newer systems tell their version.
+/// Hides the method by which newer systems report their version.
 BOOL RespondsAsOldSystems(id self, SEL selector, SEL asked) {
   return asked != NSSelectorFromString(@"operatingSystemVersion") &&
          ((BOOL(*)(id, SEL, SEL))s_responds->original())(self, selector, asked);
@@ -55,7 +55,7 @@ class MacSystemVersionTest : public testing::Test {
         responds_(object_getClass([NSProcessInfo processInfo]), @selector(respondsToSelector:),
                   (IMP)RespondsAsOldSystems),
         file_(folder_ / "SystemVersion.plist") {
-    s_coreServices = folder_.Path().string();
+    s_coreServices = folder_.Path();
     s_hasCoreServices = true;
     s_foldersAsked = 0;
     s_responds = &responds_;
@@ -130,7 +130,7 @@ TEST_F(MacSystemVersionTest, FolderOfTheFileIsUnknown) {
 }
 
 TEST_F(MacSystemVersionTest, FileIsAFolder) {
-  std::filesystem::create_directory(file_);
+  fs::create_directory(file_);
   EXPECT_EQ("10.0.0", Version());
 }
 

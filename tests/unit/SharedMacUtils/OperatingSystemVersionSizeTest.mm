@@ -34,7 +34,7 @@ NSURL* CoreServices(id /*self*/, SEL /*selector*/, NSSearchPathDirectory /*direc
 TEST(OperatingSystemVersionSize, RecordOfAnotherSizeIsNotRead) {
   NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
   const TemporaryFolder folder;
-  s_coreServices = String(folder.Path().string());
+  s_coreServices = String(folder.Path());
   WriteWholeFile(folder / "SystemVersion.plist", "{ ProductVersion = \"10.9.4\"; }");
   const ScopedMethodReplacement coreServices(
       object_getClass([NSFileManager defaultManager]),

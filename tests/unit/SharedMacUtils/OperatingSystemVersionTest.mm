@@ -1,4 +1,4 @@
-// The operating system's version as newer systems tell it. Where the method is missing, it is
+// The operating system's version as newer systems report it. Where the method is missing, it is
 // added here, as an update of the system would.
 #import <Foundation/Foundation.h>
 #include <gtest/gtest.h>

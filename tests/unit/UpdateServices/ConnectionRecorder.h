@@ -5,8 +5,11 @@
 
 #include "tests/unit/support/ScopedMethodReplacement.h"
 
+/// An autoreleased response with an HTTP status. Foundation makes one from 10.7 on only.
+NSHTTPURLResponse* HTTPResponse(NSURL* url, NSInteger status);
+
 /// As long as it lives, no request leaves the process: requests are kept for the test, and
-/// connections are stand-ins that call nobody. One at a time.
+/// connections are stand-ins that call no delegate. One at a time.
 class ConnectionRecorder {
  public:
   ConnectionRecorder();

@@ -24,6 +24,30 @@ void RecordRequest(NSURLRequest* request) {
 
 }  // namespace
 
+@interface StatusResponse : NSHTTPURLResponse {
+  NSInteger _status;
+}
+- (id)initWithURL:(NSURL*)url status:(NSInteger)status;
+@end
+
+@implementation StatusResponse
+
+- (id)initWithURL:(NSURL*)url status:(NSInteger)status {
+  self = [super initWithURL:url MIMEType:nil expectedContentLength:-1 textEncodingName:nil];
+  _status = status;
+  return self;
+}
+
+- (NSInteger)statusCode {
+  return _status;
+}
+
+@end
+
+NSHTTPURLResponse* HTTPResponse(NSURL* url, NSInteger status) {
+  return [[[StatusResponse alloc] initWithURL:url status:status] autorelease];
+}
+
 @interface RecordedConnection : NSObject {
   id _delegate;
 }

@@ -3,9 +3,9 @@
 //     download_client [--async] [--directory DIR --filename NAME] [--time-out SECONDS]
 //                     [--cancel-at CHUNKS] [--log FILE] [--body FILE] URL
 //
-// The events are "complete" and "fail"; before them "progress N" tells how many chunks came, when
-// any did. "body N" then tells how many bytes are kept in memory, "body (absent)" that none may be
-// read; --body gets them. "path PATH" is the file.
+// The events are "progress N" for the Nth chunk, then "complete", "fail" or "cancelled". "body N"
+// then prints how many bytes are kept in memory, "body (absent)" that none may be read; --body gets
+// them. "path PATH" is the file.
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMDownload.h"
 
 #include <stdio.h>
@@ -60,7 +60,7 @@ Options ParseArguments(int argc, char** argv) {
 ScopedMethodReplacement* s_requestMethod;
 double s_timeOut;
 
-/// A request like the one asked for, but for the time-out: nobody waits a minute for a test.
+/// The given request with a shorter time-out, so that a test does not wait for a minute.
 NSURLRequest* RequestWithOwnTimeOut(id self, SEL selector, NSURL* url,
                                     NSURLRequestCachePolicy policy, NSTimeInterval /*timeOut*/) {
   using Method = NSURLRequest* (*)(id, SEL, NSURL*, NSURLRequestCachePolicy, NSTimeInterval);
@@ -82,9 +82,6 @@ NSURLRequest* RequestWithOwnTimeOut(id self, SEL selector, NSURL* url,
 @implementation PrintingReceiver
 
 - (void)end:(const char*)event {
-  if (chunks != 0) {
-    printf("progress %lu\n", chunks);
-  }
   puts(event);
   hasEnded = true;
 }
@@ -100,6 +97,7 @@ NSURLRequest* RequestWithOwnTimeOut(id self, SEL selector, NSURL* url,
 - (void)downloadDidProgress:(float)fraction {
   (void)fraction;
   ++chunks;
+  printf("progress %lu\n", chunks);
   if (cancelAt != 0 && chunks >= cancelAt) {
     [self end:[download cancelDownload] ? "cancelled" : "not cancelled"];
   }
@@ -109,6 +107,7 @@ NSURLRequest* RequestWithOwnTimeOut(id self, SEL selector, NSURL* url,
 
 int main(int argc, char** argv) {
   NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  setvbuf(stdout, nullptr, _IOLBF, 0);
   const Options options = ParseArguments(argc, argv);
   ScopedMethodReplacement request(
       [NSURLRequest class], @selector(requestWithURL:cachePolicy:timeoutInterval:),

@@ -5,7 +5,6 @@
 #include <sys/resource.h>
 
 #include <cmath>
-#include <filesystem>
 #include <limits>
 #include <vector>
 
@@ -168,7 +167,7 @@ class KPIMDownloadTest : public testing::Test {
  protected:
   KPIMDownloadTest() {
     [logger_ setLoggingLevel:kLogLevelDetail];
-    std::filesystem::create_directory(Directory());
+    fs::create_directory(Directory());
   }
   ~KPIMDownloadTest() override {
     [download_ release];
@@ -236,14 +235,6 @@ class KPIMDownloadTest : public testing::Test {
 };
 
 // ---- What it says of itself
-
-/// A response with an HTTP status.
-NSHTTPURLResponse* HTTPResponse(NSURL* url, NSInteger status) {
-  return [[[NSHTTPURLResponse alloc] initWithURL:url
-                                      statusCode:status
-                                     HTTPVersion:@"HTTP/1.1"
-                                    headerFields:nil] autorelease];
-}
 
 TEST_F(KPIMDownloadTest, StatusIsThatOfTheLastResponse) {
   Make(true);
@@ -323,7 +314,7 @@ TEST_F(KPIMDownloadTest, WithoutANameThereIsNoFile) {
 
 TEST_F(KPIMDownloadTest, NameThatNamesNoItemOfTheDirectoryGivesNoFile) {
   WriteWholeFile(File(), "precious");
-  std::filesystem::create_directory(Directory() + "/sub");
+  fs::create_directory(Directory() + "/sub");
   WriteWholeFile(Directory() + "/sub/body", "precious");
   WriteWholeFile(folder_ / "above", "precious");
   const std::string names[] = {"",
@@ -373,7 +364,7 @@ TEST_F(KPIMDownloadTest, AnExistingDirectoryGetsTheFile) {
   MakeWithFile();
   EXPECT_EQ(File(), Text([download_ getDownloadPath]));
   EXPECT_THAT(Log(), IsEmpty());
-  EXPECT_FALSE(std::filesystem::exists(File())) << "not before the first chunk";
+  EXPECT_FALSE(fs::exists(File())) << "not before the first chunk";
 }
 
 TEST_F(KPIMDownloadTest, PathOutlivesTheDownload) {
@@ -399,7 +390,7 @@ TEST_F(KPIMDownloadTest, AMissingDirectoryIsLoggedAndMemoryUsedInstead) {
   Receive("body");
   Finish();
   EXPECT_EQ("body", Bytes([download_ downloadedData]));
-  EXPECT_FALSE(std::filesystem::exists(folder_ / "missing"));
+  EXPECT_FALSE(fs::exists(folder_ / "missing"));
 }
 
 TEST_F(KPIMDownloadTest, WorksWithoutLoggerAndDelegate) {
@@ -438,7 +429,7 @@ TEST_F(KPIMDownloadTest, SynchronousModeWritesNoFileButRemovesTheOldOne) {
   network_.SetReply([NSData dataWithBytes:"body" length:4]);
   Make(false, String(Directory()), @"body");
   EXPECT_TRUE([download_ startDownload]);
-  EXPECT_FALSE(std::filesystem::exists(File()));
+  EXPECT_FALSE(fs::exists(File()));
   EXPECT_EQ("body", Bytes([download_ downloadedData]));
 }
 
@@ -545,7 +536,7 @@ TEST_F(KPIMDownloadTest, ReceiverMayReleaseADownloadThatIsGivenUp) {
 TEST_F(KPIMDownloadTest, BodyGoesIntoMemoryAndIntoTheFile) {
   WriteWholeFile(File(), "old and longer");
   StartWithFile();
-  EXPECT_FALSE(std::filesystem::exists(File())) << "the start removes it";
+  EXPECT_FALSE(fs::exists(File())) << "the start removes it";
   Respond(6);
   Receive("abc");
   Receive("def");
@@ -591,7 +582,7 @@ TEST_F(KPIMDownloadTest, FractionOfAnEmptyLengthIsInfinite) {
 TEST_F(KPIMDownloadTest, FractionIsOfFloats) {
   Make(true);
   [download_ startDownload];
-  // One more than a float can tell: the quotient of doubles, narrowed, is another one.
+  // One more than a float can represent: the quotient of doubles, narrowed, is another one.
   Respond(16777217);
   Receive("a");
   EXPECT_THAT(receiver_->fractions, ElementsAre(1.0F / 16777216.0F));
@@ -734,7 +725,7 @@ TEST_F(KPIMDownloadTest, LateChunkAfterTheEndStaysOutOfTheFile) {
   }
 }
 
-// ---- Receivers that act while they are told
+// ---- Receivers that act while they are notified
 
 TEST_F(KPIMDownloadTest, FailedDownloadCannotBeStartedByWhomItTells) {
   RetryingReceiver* retrying = [[RetryingReceiver alloc] init];
@@ -749,7 +740,7 @@ TEST_F(KPIMDownloadTest, FailedDownloadCannotBeStartedByWhomItTells) {
   StartWithFile();
   retrying->download = download_;
   Respond(4);
-  std::filesystem::remove(Directory());
+  fs::remove(Directory());
   Receive("body");
   EXPECT_THAT(retrying->events, ElementsAre("refused", "refused", "progress"));
   EXPECT_EQ(2, network_.requests());
@@ -790,7 +781,7 @@ class ReleasedDownloadTest : public KPIMDownloadTest {
 TEST_F(ReleasedDownloadTest, OnAFileThatCannotBeCreated) {
   StartReleasedOn("fail");
   Respond(8);
-  std::filesystem::remove(Directory());
+  fs::remove(Directory());
   Receive("body");
   EXPECT_THAT(receiver_->events, ElementsAre("fail", "progress"));
   ExpectGoneOnlyAfterwards();
@@ -849,11 +840,11 @@ TEST_F(KPIMDownloadTest, ChunkBeforeTheResponseIsLoggedAndKept) {
 
 TEST_F(KPIMDownloadTest, FileThatReappearsGetsNothingWritten) {
   StartWithFile();
-  WriteWholeFile(File(), "somebody else's");
+  WriteWholeFile(File(), "another's");
   Respond(4);
   Receive("body");
   Finish();
-  EXPECT_EQ("somebody else's", ReadWholeFile(File()));
+  EXPECT_EQ("another's", ReadWholeFile(File()));
   EXPECT_EQ("body", Bytes([download_ downloadedData]));
   EXPECT_THAT(Log(), ElementsAre("[I] 4"));
 }
@@ -862,7 +853,7 @@ TEST_F(KPIMDownloadTest, FileThatDisappearsIsBegunAnew) {
   StartWithFile();
   Respond(6);
   Receive("abc");
-  std::filesystem::remove(File());
+  fs::remove(File());
   Receive("def");
   EXPECT_THAT(Log(), ElementsAre(kHandleLeft));
   EXPECT_EQ("def", ReadWholeFile(File()));
@@ -873,7 +864,7 @@ TEST_F(KPIMDownloadTest, FileThatDisappearsIsBegunAnew) {
 TEST_F(KPIMDownloadTest, FileThatCannotBeCreatedFailsAndStillCountsTheChunk) {
   StartWithFile();
   Respond(8);
-  std::filesystem::remove(Directory());
+  fs::remove(Directory());
   Receive("body");
   EXPECT_THAT(Log(), ElementsAre("[E] ERROR: Could not create file at path: " + File()));
   EXPECT_THAT(receiver_->events, ElementsAre("fail", "progress"));

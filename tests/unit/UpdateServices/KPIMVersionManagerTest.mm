@@ -203,12 +203,8 @@ TEST_F(KPIMVersionManagerTest, AsksForAChosenLocale) {
 TEST_F(KPIMVersionManagerTest, ReportsWhyItFailed) {
   Request();
   EXPECT_EQ(nil, [manager_ failure]);
-  NSHTTPURLResponse* response = [[NSHTTPURLResponse alloc] initWithURL:[manager_ address]
-                                                            statusCode:503
-                                                           HTTPVersion:@"HTTP/1.1"
-                                                          headerFields:nil];
-  [network_.delegate() connection:noConnection_ didReceiveResponse:response];
-  [response release];
+  [network_.delegate() connection:noConnection_
+               didReceiveResponse:HTTPResponse([manager_ address], 503)];
   EXPECT_EQ(503, [manager_ statusCode]);
   NSDictionary* info = [NSDictionary dictionaryWithObject:@"gone" forKey:NSLocalizedDescriptionKey];
   [network_.delegate() connection:noConnection_
@@ -352,14 +348,14 @@ TEST_F(KPIMVersionManagerTest, SizeIsResetByEveryAnswer) {
   EXPECT_EQ(450.0F, [manager_ dialogHeight]);
   Answer(kExample);
   Answer(";size 400;autoUpdateMode1;");
-  EXPECT_EQ(320.0F, [manager_ dialogWidth]) << "one piece is no size";
+  EXPECT_EQ(320.0F, [manager_ dialogWidth]) << "one piece is not a size";
   EXPECT_EQ(450.0F, [manager_ dialogHeight]);
   EXPECT_EQ(2, [manager_ downloadState]);
 }
 
 TEST_F(KPIMVersionManagerTest, SizeOfOnePieceLeavesTheRest) {
   Request();
-  // A tab is no separator.
+  // A tab does not separate.
   Answer("<XML><update version=\"33\"><description><meta>message \"Hello\""
          ";size 400;autoUpdateMode\t1;");
   EXPECT_THAT(Events(), ElementsAre("posted in state 2: Hello, version 33, mode (absent), "

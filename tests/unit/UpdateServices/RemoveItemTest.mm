@@ -20,41 +20,41 @@ TEST(RemoveItem, RemovesAFile) {
   TemporaryFolder folder;
   WriteWholeFile(folder / "file", "content");
   EXPECT_TRUE(Remove(folder / "file"));
-  EXPECT_FALSE(std::filesystem::exists(folder / "file"));
+  EXPECT_FALSE(fs::exists(folder / "file"));
 }
 
 TEST(RemoveItem, RemovesAFolderWithEverythingInIt) {
   TemporaryFolder folder;
-  std::filesystem::create_directories(folder / "a/b");
+  fs::create_directories(folder / "a/b");
   WriteWholeFile(folder / "a/b/file", "content");
   EXPECT_TRUE(Remove(folder / "a"));
-  EXPECT_FALSE(std::filesystem::exists(folder / "a"));
+  EXPECT_FALSE(fs::exists(folder / "a"));
 }
 
 TEST(RemoveItem, RemovesALinkAndNotWhatItPointsTo) {
   TemporaryFolder folder;
   WriteWholeFile(folder / "file", "content");
-  std::filesystem::create_symlink(folder / "file", folder / "link");
+  fs::create_symlink(folder / "file", folder / "link");
   EXPECT_TRUE(Remove(folder / "link"));
-  EXPECT_FALSE(std::filesystem::is_symlink(folder / "link"));
+  EXPECT_FALSE(fs::is_symlink(folder / "link"));
   EXPECT_EQ("content", ReadWholeFile(folder / "file"));
 }
 
 TEST(RemoveItem, RemovesALinkToAFolderAndNothingInTheFolder) {
   TemporaryFolder folder;
-  std::filesystem::create_directory(folder / "a");
+  fs::create_directory(folder / "a");
   WriteWholeFile(folder / "a/file", "content");
-  std::filesystem::create_directory_symlink(folder / "a", folder / "link");
+  fs::create_symlink(folder / "a", folder / "link");
   EXPECT_TRUE(Remove(folder / "link"));
-  EXPECT_FALSE(std::filesystem::is_symlink(folder / "link"));
+  EXPECT_FALSE(fs::is_symlink(folder / "link"));
   EXPECT_EQ("content", ReadWholeFile(folder / "a/file"));
 }
 
 TEST(RemoveItem, RemovesADanglingLink) {
   TemporaryFolder folder;
-  std::filesystem::create_symlink("nowhere", folder / "link");
+  fs::create_symlink("nowhere", folder / "link");
   EXPECT_TRUE(Remove(folder / "link"));
-  EXPECT_FALSE(std::filesystem::is_symlink(folder / "link"));
+  EXPECT_FALSE(fs::is_symlink(folder / "link"));
 }
 
 TEST(RemoveItem, SucceedsWhenNothingIsThere) {
@@ -77,7 +77,7 @@ TEST(RemoveItem, SucceedsBelowAFile) {
 
 TEST(RemoveItem, TellsWhatCannotBeLookedAt) {
   TemporaryFolder folder;
-  std::filesystem::create_symlink("loop", folder / "loop");
+  fs::create_symlink("loop", folder / "loop");
   for (const std::string& path : {folder / "loop/file", folder / std::string(300, 'x').c_str()}) {
     NSError* error = nil;
     EXPECT_FALSE(Remove(path, &error)) << path;

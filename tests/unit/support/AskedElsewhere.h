@@ -17,9 +17,9 @@ inline std::string AskedElsewhere(const std::function<std::string()>& question) 
   const pid_t child = fork();
   if (child == 0) {
     const std::string text = question();
-    const bool told =
+    const bool isWritten =
         write(answer[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    EndChild(told ? 0 : 1);
+    EndChild(isWritten ? 0 : 1);
   }
   close(answer[1]);
   char text[256] = {};

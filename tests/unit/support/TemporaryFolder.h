@@ -4,32 +4,32 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+
+#include "tests/unit/support/Files.h"
 
 /// A new empty folder that goes, with everything in it, when the object does.
 class TemporaryFolder {
  public:
   TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "kp-test-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) ADD_FAILURE() << "no temporary folder";
+    std::string pattern = fs::temp_directory_path() + "/kp-test-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+      ADD_FAILURE() << "no temporary folder";
+    }
     mPath = pattern;
   }
   TemporaryFolder(TemporaryFolder const&) = delete;
   TemporaryFolder& operator=(TemporaryFolder const&) = delete;
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(mPath, ignored);
-  }
+  ~TemporaryFolder() { fs::remove_all(mPath); }
 
-  std::filesystem::path const& Path() const { return mPath; }
+  std::string const& Path() const { return mPath; }
   /// The path of `name` in the folder.
-  std::string operator/(char const* name) const { return (mPath / name).string(); }
+  std::string operator/(char const* name) const { return mPath + '/' + name; }
 
  private:
-  std::filesystem::path mPath;
+  std::string mPath;
 };
 
 /// Every byte of the file; a missing file fails the test.

@@ -1,13 +1,12 @@
 """The whole finalizer in a booted system: installing on "/", with logind to ask and a real disk."""
 
 import subprocess
-import time
 
 import pytest
 
 import blob
 import finalizer_log
-from booted_root import PROGRAMS
+from booted_root import PROGRAMS, wait_until
 from install_root import BUNDLE, BLOB, LOG, SETTINGS, SUPPORT, tree_of
 
 
@@ -27,11 +26,9 @@ def alice_at_console(mac):
     mac.ask("systemd-run", "--unit=alice-session", "--uid=alice", "--property=PAMName=login",
             "--setenv=XDG_SEAT=seat0", "--setenv=XDG_SESSION_TYPE=x11",
             "--setenv=XDG_SESSION_CLASS=user", "sleep", "600")
-    for _ in range(100):
-        if mac.ask("loginctl", "show-seat", "seat0", "--property=ActiveSession", "--value"):
-            break
-        time.sleep(0.1)
-    session = mac.ask("loginctl", "show-seat", "seat0", "--property=ActiveSession", "--value")
+    show = ["loginctl", "show-seat", "seat0", "--property=ActiveSession", "--value"]
+    wait_until(lambda: mac.ask(*show))
+    session = mac.ask(*show)
     assert mac.ask("loginctl", "show-session", session, "--property=Name", "--value") == "alice"
     yield
     mac.ask("systemctl", "stop", "alice-session")
