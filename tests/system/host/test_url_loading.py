@@ -456,4 +456,4 @@ def test_request_without_libcurl_fails(sandbox):
 
 def test_request_with_an_old_libcurl_fails(sandbox, build):
     assert reasons_with_libcurl(sandbox, build / "tests/programs/old_libcurl.so") == [
-        "libcurl is too old: 7.87.0 or later is needed"] * 2
+        "libcurl 7.86.0 is too old: 7.87.0 or later is needed"] * 2
