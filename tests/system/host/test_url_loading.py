@@ -439,8 +439,8 @@ def test_no_descriptors_are_left_to_use(sandbox):
 
 
 def reasons_with_libcurl(sandbox, replacement):
-    """Why each of two requests fails with the file `replacement` in libcurl's place: it is loaded
-    once."""
+    """Why each of two requests fails with the file `replacement` in libcurl's place: what was
+    found at the first is reported again at the next."""
     urls = [f"{PLAIN}/plain", f"{PLAIN}/plain"]
     lines = sandbox.load("--sync", "--reason", *urls, wrapper=[
         "bwrap", "--dev-bind", "/", "/", "--ro-bind", str(replacement), libcurl(), "--"])
@@ -456,4 +456,4 @@ def test_request_without_libcurl_fails(sandbox):
 
 def test_request_with_an_old_libcurl_fails(sandbox, build):
     assert reasons_with_libcurl(sandbox, build / "tests/programs/old_libcurl.so") == [
-        "libcurl is too old: 7.87.0 or later is needed"] * 2
+        "libcurl 7.86.0 is too old: 7.87.0 or later is needed"] * 2

@@ -11,7 +11,7 @@ constexpr char kLibraryName[] = "libcurl.so.4";
 
 /// The first release with all the options that the port sets; CURLOPT_QUICK_EXIT is the last.
 constexpr unsigned kOldestRelease = 0x075700;
-constexpr char kTooOld[] = "libcurl is too old: 7.87.0 or later is needed";
+constexpr char kOldestReleaseText[] = "7.87.0";
 
 struct LoadedLibrary {
   CurlLibrary functions = {};
@@ -20,8 +20,7 @@ struct LoadedLibrary {
   LoadedLibrary() {
     // Never closed: libcurl's own libraries cannot be unloaded safely.
     void* const handle = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
-    if (handle != nullptr && IsTooOld(handle)) {
-      failure = kTooOld;
+    if (handle != nullptr && !CheckRelease(handle)) {
       return;
     }
     if (handle == nullptr || !FindAll(handle)) {
@@ -36,10 +35,16 @@ struct LoadedLibrary {
   }
 
  private:
-  static bool IsTooOld(void* handle) {
+  /// First: an older release may lack functions, too.
+  bool CheckRelease(void* handle) {
     const auto info =
         reinterpret_cast<decltype(&curl_version_info)>(dlsym(handle, "curl_version_info"));
-    return info != nullptr && info(CURLVERSION_NOW)->version_num < kOldestRelease;
+    if (info == nullptr || info(CURLVERSION_NOW)->version_num >= kOldestRelease) {
+      return true;
+    }
+    failure = std::string("libcurl ") + info(CURLVERSION_NOW)->version +
+              " is too old: " + kOldestReleaseText + " or later is needed";
+    return false;
   }
 
   /// False, with dlerror(3) set, for a release that lacks one of them.
