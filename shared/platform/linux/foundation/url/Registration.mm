@@ -1,4 +1,4 @@
-// Makes Foundation load http and https with CurlURLProtocol, without cookies.
+// Makes Foundation load http and https with CurlURLProtocol.
 #import <Foundation/Foundation.h>
 
 #import "shared/platform/linux/foundation/MethodReplacement.h"
@@ -17,22 +17,16 @@ void InitializeURLProtocol(id self, SEL selector) {
   }
 }
 
-/// nil: no cookies are kept or sent. GNUstep's storage makes folders in the user's home and starts
-/// a notification daemon with the first connection, as root too.
-id SharedHTTPCookieStorage(id /*self*/, SEL /*selector*/) { return nil; }
-
 }  // namespace
 
-@interface KPURLLoadingPatches : NSObject
+@interface KPURLProtocolRegistration : NSObject
 @end
 
-@implementation KPURLLoadingPatches
+@implementation KPURLProtocolRegistration
 
 + (void)load {
   s_initialize = (InitializeMethod)ReplaceMethod("NSURLProtocol", @selector(initialize),
                                                  (IMP)InitializeURLProtocol, true);
-  ReplaceMethod("NSHTTPCookieStorage", @selector(sharedHTTPCookieStorage),
-                (IMP)SharedHTTPCookieStorage, true);
 }
 
 @end
