@@ -7,9 +7,11 @@
 
 namespace kpim {
 
-/// Exit statuses.
+/// Exit status: the command succeeded and found nothing wrong.
 constexpr int kExitOK = 0;
+/// Exit status: the command failed, or it found differences, a malformed blob or a failed check.
 constexpr int kExitFailed = 1;
+/// Exit status: the command line is wrong.
 constexpr int kExitUsage = 2;
 
 /// Means standard output or standard input in place of the path of a file.
@@ -19,11 +21,11 @@ constexpr char kStandardStream[] = "-";
 /// reported on standard error, with kExitUsage.
 int Run(int argc, char** argv);
 
-// Each of these runs one command and returns its exit status. A failure has been reported on
-// standard error. A blob called "-" is read from standard input.
-
 /// The largest argument of --threads. More than two threads make no difference.
 constexpr unsigned int kMostThreads = 1024;
+
+// Each function below runs one command and returns its exit status. It reports failures on standard
+// error. A blob named "-" is read from standard input.
 
 /// The arguments of "kpim pack".
 struct PackOptions {

@@ -32,7 +32,8 @@ std::string JoinPath(const std::string& parent, const std::string& leaf);
 /// Returns `path` without the slashes at its end; "/" stays.
 std::string WithoutTrailingSlashes(std::string path);
 
-/// Returns `path` without "./" at its beginning and slashes at its end; "." when nothing remains.
+/// Returns `path` without "./" at its beginning and without slashes at its end. Returns "." when
+/// nothing else remains; an empty path and "/" stay.
 std::string NormalizedPath(const std::string& path);
 
 /// Returns the directory part of `path`: "." when it has none.

@@ -17,7 +17,7 @@ std::string JSONBool(bool value);
 std::string JSONArray(const std::vector<std::string>& values);
 
 /// A JSON object on one line. Its members keep the order in which they are added; a name is added
-/// once. Every function returns the object itself.
+/// once. Every function that adds members returns the object itself.
 class JSONObject {
  public:
   /// Adds a string. When `text` is not UTF-8, a second member, the name followed by "Bytes", has

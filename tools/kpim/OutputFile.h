@@ -21,7 +21,8 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
 
   /// Sets the path of the file; a link is followed. Fails if something other than a regular file
-  /// exists there. Changes nothing on disk.
+  /// exists there, if the directory is missing, or if `path` ends in a slash. Changes nothing on
+  /// disk.
   bool Choose(const std::string& path);
 
   /// Selects standard output, which the functions below then use. Fails for a terminal.
@@ -41,9 +42,9 @@ class OutputFile {
   /// Appends `count` bytes.
   bool Write(const unsigned char* bytes, size_t count);
 
-  /// Flushes the contents to the disk, sets mode 0644 less the umask and renames the file to its
-  /// name, replacing an existing file. If the last step fails, flushing the directory to the disk,
-  /// the file has its name nevertheless.
+  /// Flushes the contents to the disk, sets mode 0644 less the umask, renames the file to its
+  /// name (replacing an existing file), and flushes the directory. If only flushing the directory
+  /// fails, the file has its name nevertheless. Does nothing for standard output.
   bool Commit();
 
  private:

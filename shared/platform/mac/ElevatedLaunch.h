@@ -24,10 +24,11 @@ bool launchElevated(NSString* label, NSString* toolPath, NSArray* arguments, NSS
 /// isPIDAlive() no longer finds it. Then stores the text that the tool has printed in `*output`
 /// (nil if it is not UTF-8), removes the job and returns true.
 ///
-/// Returns false, with nil in `*output`, when `toolPath` does not lead to a file, when the job
-/// cannot be described or is refused, and when no process of the tool has been seen within 3
-/// seconds, even if the tool has run and ended unseen. The output file, which belongs to the
-/// calling user, stays in /tmp.
+/// Returns false, with nil in `*output`, when `label` is nil, when `toolPath` does not exist, when
+/// the output file cannot be created, when the job cannot be described or is refused, and when no
+/// process of the tool was seen within 3 seconds, even if the tool ran and ended unseen.
+///
+/// The output file is created in /tmp, belongs to the calling user, and is never removed.
 ///
 /// Before 10.7 this calls launchElevatedWithAuthorizationOnSnowLeopard() instead.
 bool launchElevatedWithAuthorization(AuthorizationRef authorization, NSString* label,

@@ -117,7 +117,7 @@ std::vector<std::string> Lines(const std::string& text) {
 class AuthorizationTest : public testing::Test {
  protected:
   void SetUp() override {
-    // Nobody's bus is asked.
+    // No real bus is asked.
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent", 1);
     unsetenv("KP_FAKE_PKEXEC");
     ASSERT_EQ(0, AuthorizationCreate(&rights, nullptr, 19, &authorization_));
@@ -358,13 +358,13 @@ TEST_F(PolkitTest, IsAskedAboutTheCallersConnection) {
                                 "UINT32 1; STRING \"\";"))
       << calls_[0].text;
   EXPECT_EQ(errAuthorizationSuccess, Ask(1, 0, nullptr, kAuthorizationFlagExtendRights));
-  EXPECT_NE(std::string::npos, calls_[0].text.find("UINT32 0;")) << "nobody may be asked";
+  EXPECT_NE(std::string::npos, calls_[0].text.find("UINT32 0;")) << "the user must not be asked";
 }
 
-TEST_F(PolkitTest, RefusalsAreToldApart) {
+TEST_F(PolkitTest, RefusalsAreDistinguished) {
   EXPECT_EQ(errAuthorizationDenied, Ask(0, 0, nullptr, 19));
   EXPECT_EQ(errAuthorizationDenied, Ask(0, 0, nullptr, 0));
-  EXPECT_EQ(errAuthorizationDenied, Ask(0, 1, nullptr, 19)) << "there is nobody to ask";
+  EXPECT_EQ(errAuthorizationDenied, Ask(0, 1, nullptr, 19)) << "no agent can ask the user";
   EXPECT_EQ(errAuthorizationInteractionNotAllowed, Ask(0, 1, nullptr, 0));
   EXPECT_EQ(errAuthorizationCanceled, Ask(0, 0, "polkit.dismissed", 19));
   EXPECT_EQ(errAuthorizationDenied, Ask(0, 0, "polkit.another", 19));
@@ -437,7 +437,7 @@ TEST_F(PkexecTest, ARelativePathIsMadeAbsolute) {
   EXPECT_EQ(errAuthorizationToolExecuteFailure, status_);
 }
 
-TEST_F(PkexecTest, RefusalsAreToldApart) {
+TEST_F(PkexecTest, RefusalsAreDistinguished) {
   setenv("KP_FAKE_PKEXEC", "refuse", 1);
   EXPECT_EQ("(refused)", Run("/bin/echo", {}));
   EXPECT_EQ(errAuthorizationDenied, status_);

@@ -84,7 +84,7 @@ TEST(ConsoleUserFiles, OfLogind) {
   EXPECT_EQ("3999999999", ConsoleUser("ACTIVE=c1\nACTIVE_UID=3999999999\n", kSession));
   EXPECT_EQ("(absent)", ConsoleUser(kSeat, kClosingSession)) << "the user has logged out";
   EXPECT_EQ("(absent)", ConsoleUser(kSeat, "")) << "the session has ended";
-  EXPECT_EQ("(absent)", ConsoleUser("IS_SEAT0=1\n", kSession)) << "nobody is in the foreground";
+  EXPECT_EQ("(absent)", ConsoleUser("IS_SEAT0=1\n", kSession)) << "no session is in the foreground";
   EXPECT_EQ("(absent)", ConsoleUser("", "")) << "no logind";
   EXPECT_EQ("(absent)", ConsoleUser("ACTIVE=c1\nACTIVE_UID=none\n", kSession));
   EXPECT_EQ("(absent)", ConsoleUser(std::string(4096, '\0'), kSession));

@@ -26,7 +26,7 @@ using testing::Not;
 class ServiceManagementTest : public testing::Test {
  protected:
   ServiceManagementTest() {
-    // Nobody's service manager is asked.
+    // No real service manager is asked.
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent", 1);
     job_ = [[NSMutableDictionary alloc]
         initWithObjectsAndKeys:@"com.example.tool", @"Label", [NSNumber numberWithBool:YES],

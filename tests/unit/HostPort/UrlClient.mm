@@ -1,5 +1,5 @@
-// url_client: loads URLs through NSURLConnection and prints what its delegate is told, one line per
-// callback. tests/system/host/test_url_loading.py runs it against servers of many kinds.
+// url_client: loads URLs through NSURLConnection and prints what its delegate receives, one line
+// per callback. tests/system/host/test_url_loading.py runs it against servers of many kinds.
 //
 //   url_client [option...] URL...
 //     --sync                 +sendSynchronousRequest:returningResponse:error: instead of a delegate
@@ -8,7 +8,7 @@
 //     --cancel-in CALLBACK   cancels inside the first redirect, response or data callback
 //     --cancel-after SECONDS cancels from a timer, whatever has come
 //     --refuse-redirect      answers nil to connection:willSendRequest:redirectResponse:
-//     --reason               tells of a failure's reason, too
+//     --reason               also prints a failure's reason
 //     --summary              tells of data only in sum, and at the end how often the run loop
 //                            turned and the most memory that the process took, in kilobytes
 //

@@ -31,7 +31,8 @@ class Poller {
     bool isIdle;   ///< The idle timer was.
   };
 
-  /// Lets `multi`, which may be null, work on what is ready. The wake timer is stopped by it.
+  /// Passes every ready socket and an expired wake timer to `multi`, and stops that timer. `multi`
+  /// may be null: nothing is passed then. Does not wait. Returns what was ready.
   Activity Serve(CURLM* multi);
 
  private:

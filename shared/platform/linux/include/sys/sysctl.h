@@ -12,12 +12,11 @@ extern "C" {
 /// 32-bit integer that is derived from the machine name of uname(2): "hw.cputype" (a CPU_TYPE_
 /// number of <mach/machine.h>), "hw.cpu64bit_capable", "hw.optional.x86_64" and
 /// "hw.optional.64bitops" (0 or 1).
-/// `oldp` receives the value, or is NULL to ask for the size alone. `oldlenp` holds the size of
-/// that buffer before the call and the number of bytes supplied, or needed, after it. `newp` must
-/// be NULL: none of the values can be set. Returns 0, or -1 with errno: ENOENT for any other name,
-/// and for every name on a machine that macOS never ran on; ENOMEM when the buffer is too small (as
-/// much as fits is supplied); EPERM for an attempt to set a value; EFAULT for a NULL name, or a
-/// buffer without a size.
+/// `oldp` receives the value and must not be NULL. `*oldlenp` is the size of that buffer in bytes
+/// before the call, and the number of bytes written after it. `newp` must be NULL: no value can be
+/// set. Returns 0, or -1 with errno set: EINVAL when `oldp` is NULL or `newp` is not; ENOENT for
+/// any other name, and for every name on a machine that macOS never ran on; ENOMEM when the buffer
+/// is too small (the bytes that fit are written). `name` and `oldlenp` must not be NULL.
 int sysctlbyname(const char* name, void* oldp, size_t* oldlenp, void* newp, size_t newlen);
 
 #ifdef __cplusplus

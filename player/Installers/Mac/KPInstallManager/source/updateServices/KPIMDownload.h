@@ -95,7 +95,8 @@ extern NSString* const kKPIMAuthoritiesProperty;
 /// Returns, in asynchronous mode, the HTTP status of the last response; 0 before the first one.
 - (int)statusCode;
 
-/// Returns, in asynchronous mode, why the download failed, as text for people; nil unless it did.
+/// In asynchronous mode, returns why the connection failed, or that the body exceeded its limit, as
+/// text for people. Returns nil in all other cases, also when the file could not be created.
 - (NSString*)failure;
 
 /// Removes the file of an earlier download and sends the request, without using any cache. The
@@ -104,8 +105,8 @@ extern NSString* const kKPIMAuthoritiesProperty;
 /// whole time nor the size of the body is limited.
 ///
 /// Returns true when a request was sent, whether or not it succeeds. An earlier request that is
-/// still unanswered is cancelled. Returns false, and logs an error, when an earlier request has
-/// been answered or has failed.
+/// still unanswered is cancelled. In asynchronous mode, returns false and logs an error when an
+/// earlier request has been answered or has failed.
 - (bool)startDownload;
 
 /// Ends a download that the server has begun to answer; the delegate is not called any more.
