@@ -261,7 +261,7 @@ TEST_F(KPIMLoggerTest, MissingFileIsCreated) {
 }
 
 TEST_F(KPIMLoggerTest, CreatedFileHasTheDefaultPermissions) {
-  for (const mode_t mask : {0000U, 0002U, 0077U}) {
+  for (const mode_t mask : {mode_t{0000}, mode_t{0002}, mode_t{0077}}) {
     fs::remove(file_);
     const mode_t saved = umask(mask);
     EXPECT_NE(nil, Open());
