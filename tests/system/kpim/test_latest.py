@@ -121,13 +121,18 @@ def test_chosen_locale(latest, download_server):
     assert download_server.requests() == [request("pt_BR", "pl"), request("zz-1")]
 
 
-def test_redirect(latest, download_server, install_root):
+def redirect_to_example(download_server, install_root):
+    """Has the server answer the default address with a redirect to the example."""
     configuration = install_root.path("/run/server/nginx.conf").read_text()
     download_server.configure(configuration.replace(
         "location " + CURRENT + "/install/",
         f"location = {CURRENT}{path_of()} {{ return 302 {CURRENT}/xml/other.xml; }}\n"
         "    location " + CURRENT + "/install/"))
     download_server.offer("/xml/other.xml", EXAMPLE)
+
+
+def test_redirect(latest, download_server, install_root):
+    redirect_to_example(download_server, install_root)
     assert "32.0.0.270" in latest()
 
 
@@ -257,12 +262,7 @@ def test_authorities_of_one_s_own(latest, download_server, install_root,
     download_server.set_certificate("stranger")
     install_root.mount(server_certificates / "unknown.crt", "/opt/own.pem")
     install_root.mount(server_certificates / "trusted.crt", "/opt/other.pem")
-    configuration = install_root.path("/run/server/nginx.conf").read_text()
-    download_server.configure(configuration.replace(
-        "location " + CURRENT + "/install/",
-        f"location = {CURRENT}{path_of()} {{ return 302 {CURRENT}/xml/other.xml; }}\n"
-        "    location " + CURRENT + "/install/"))
-    download_server.offer("/xml/other.xml", EXAMPLE)
+    redirect_to_example(download_server, install_root)
     assert "32.0.0.270" in latest("--ca-file", "/opt/own.pem")
     latest("--ca-file", "/opt/other.pem", status=1, errors=[UNKNOWN])
     latest(status=1, errors=[UNKNOWN])
