@@ -202,7 +202,7 @@ TEST(TotalSizeof, IgnoresTheSizeOfADirectory) {
 }
 
 TEST(TotalSizeof, WrapsAt4GiB) {
-  // No data is touched, so the sizes need none behind them.
+  // No data is read, so the nodes need none.
   const ChunkList list = List({NewFile("a", ""), NewDirectory("d", {NewFile("b", "")})});
   list->size = 0xFFFFFFFF;
   list->next->children->size = 0xFFFFFFFF;

@@ -192,8 +192,8 @@ TEST(Dismantle, TakesTheProducedLengthOfAFileThatAnEndMarkerEnds) {
 }
 
 TEST(Dismantle, StopsAtTheClaimedLengthOfAFile) {
-  // A match that goes on beyond the claim is cut, and what is left of the stream would be the
-  // next entry: the format knows no such stream, but nothing may be read or written beyond.
+  // A match that continues beyond the claim is cut, and the rest of the stream would be the next
+  // entry. The format has no such stream, but nothing may be read or written out of bounds.
   std::string entry = TestData("hostile/base-run.blob");
   EXPECT_EQ(std::string(300, 'x'), Contents(*Dismantle(entry)));
   entry.replace(7, 4, BigEndian32(100));
@@ -227,7 +227,7 @@ TEST(Dismantle, ExpandsAsFarAsLZMACan) {
 
 ChunkList Source(const std::string& blob) { return List({NewFile("blob", blob)}); }
 
-// Content of megabytes is given back while its entries are taken.
+// Content of megabytes is released while its entries are copied.
 TEST(Dismantle, DecodesContentOfMegabytes) {
   const std::string page = RandomBytes(4096);
   std::string pages;

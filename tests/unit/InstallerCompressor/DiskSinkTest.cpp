@@ -255,7 +255,7 @@ TEST(WriteFileFromChunk, TakesPathsOfAnyLength) {
     root += "/" + std::string(60, 'r');
   }
   fs::create_directories(root);
-  // Longer than the system takes in one piece, and back again for the sibling.
+  // Longer than a path in one system call may be, and back again for the sibling.
   const std::string name(250, 'n');
   fileChunk* tree = NewFile("leaf", "deep");
   for (int level = 0; level < 20; ++level) {
@@ -267,7 +267,7 @@ TEST(WriteFileFromChunk, TakesPathsOfAnyLength) {
   EXPECT_EQ("shallow", ReadFile(root + "/sibling"));
 }
 
-// What is left of an older bundle may lead anywhere.
+// Links that are left of an older bundle may lead anywhere.
 TEST(WriteFileFromChunk, WritesNothingThroughLinksBelowItsFolder) {
   const TemporaryFolder folder;
   fs::create_directories(folder / "bundle");

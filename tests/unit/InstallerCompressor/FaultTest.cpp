@@ -1,5 +1,5 @@
-// What the payload code does when memory runs out, when the file system gives less than it
-// promised, and what it leaves in memory that it frees.
+// What the payload code does when memory runs out or a file has less than its size, and what it
+// leaves in memory that it frees.
 //
 // This executable replaces the allocation functions, and the linker routes read, write, fstat,
 // fchmod, close and mkdir through the wrappers below.
@@ -24,53 +24,53 @@
 
 namespace {
 
-// Requests that are still met, throwing ones too, and the most bytes that one may ask for;
-// negative: all, any.
+// How many more allocations succeed, and the size in bytes of the largest that may succeed;
+// negative: no limit.
 long allowedRequests = -1;
 long largestRequest = -1;
 unsigned long requests = 0;
 unsigned long requestedBytes = 0;
-// What an allocator for 64 bits takes for them: a length before each, multiples of 16, at least 32.
+// The bytes that a 64-bit allocator takes for them: a length before each, multiples of 16, at least
+// 32.
 unsigned long takenBytes = 0;
 // Blocks of memory that are in use, their bytes, and the most bytes since the test set it to 0.
 long blocks = 0;
 size_t usedBytes = 0;
 size_t peakBytes = 0;
 
-// Text to look for in arrays that are freed, and how many held it. While it is looked for, the
-// lengths of those arrays that hold nothing but 'X', in the order in which they are freed.
+// Text to look for in arrays that are freed, and how many contained it. While it is looked for, the
+// lengths of those arrays that contain only 'X', in the order in which they are freed.
 const char* soughtText = nullptr;
 unsigned long arraysWithText = 0;
 size_t scrubbedLengths[16];
 size_t scrubbedArrays = 0;
 
-// The most bytes one read or write takes, and how many bytes reads give and writes take
-// altogether; negative: no limit. Beyond, a file has ended or, with readFails, fails to be read,
-// and a disk is full.
+// The most bytes that one read or write transfers, and that all reads and all writes transfer;
+// negative: no limit. After that, reads find the end of the file or, with readFails, an error, and
+// writes find a full disk.
 long transferLimit = -1;
 long readableBytes = -1;
 long writableBytes = -1;
 bool readFails = false;
 // The next call fails as if a signal came.
 bool interruptNext = false;
-// Calls claim to have done what they were asked for, without touching memory or disk.
+// Calls report success without touching memory or disk.
 bool pretends = false;
 unsigned long largestTransfer = 0;
 
-// What happens before the next write.
+// Called before the next write.
 std::function<void()> beforeWriting;
 
-// Calls of fstat fail, those of fchmod, those of mkdir, and the next one of close, which closes all
-// the same.
+// Whether fstat, fchmod and mkdir fail, and the next close, which closes the file nevertheless.
 bool statusFails = false;
 bool modeFails = false;
 bool makingFails = false;
 bool closeFails = false;
 
-// What calls of fstat find is changed by this.
+// Changes the results of fstat.
 std::function<void(struct stat&)> alterStatus;
 
-// Stands before each block.
+// Placed before each block.
 struct alignas(std::max_align_t) BlockHeader {
   size_t size;
 };
@@ -104,7 +104,7 @@ void* AllocateOrThrow(size_t size) {
   if (memory) {
     return memory;
   }
-  // The test fails by this exception; telling so takes memory.
+  // The exception may fail the test, and reporting that needs memory.
   allowedRequests = largestRequest = -1;
   throw std::bad_alloc();
 }
@@ -259,7 +259,7 @@ int __wrap_mkdir(const char* path, mode_t mode) {
   return -1;
 }
 
-// Only a file that is written to can lose something by it.
+// Fails only for files that are written to: others lose nothing when close fails.
 int __wrap_close(int descriptor) {
   const bool fails = closeFails && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
   const int result = __real_close(descriptor);
@@ -323,7 +323,7 @@ TEST_F(FaultTest, AnImpossibleClaimIsRefusedBeforeMemoryIsAskedFor) {
   }
 }
 
-// The budget lets it take seconds, but none of what it has decoded is kept until it is spent.
+// The budget allows seconds of decoding, but nothing decoded is kept before the budget is spent.
 TEST_F(FaultTest, ABombIsRefusedBeforeItTakesMuch) {
   for (const char* name : {"hostile/bomb-of-bombs.blob", "hostile/bomb-of-probability-tables.blob",
                            "hostile/bomb-of-outer-probability-tables.blob"}) {
@@ -407,7 +407,7 @@ TEST_F(FaultTest, AFileThatDoesNotFitInMemoryIsAsOneThatCannotBeOpened) {
   EXPECT_EQ(99UL, length);
 }
 
-// Its low 32 bits would fit.
+// The low 32 bits of its size would fit.
 TEST_F(FaultTest, AFileOfMoreThan4GiBIsReadIntoAnArrayWholeOrNotAtAll) {
   const TemporaryFolder folder;
   const std::string path = folder / "f";
@@ -455,7 +455,7 @@ TEST_F(FaultTest, ATreeIsReadAsFarAsMemoryGoes) {
     allowedRequests = -1;
     soughtText = nullptr;
     EXPECT_EQ(0UL, arraysWithText) << allowed;
-    // A node without a name would stand for the directory around it.
+    // A node without a name would mean the directory around it.
     EXPECT_EQ(std::string::npos, Describe(tree).find("absent")) << allowed;
     EXPECT_EQ(tree == nullptr, allowed < 2) << "the first node and its name";
     DeleteFileChunks(tree);

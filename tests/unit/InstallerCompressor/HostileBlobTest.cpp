@@ -112,9 +112,9 @@ TEST(HostileBlob, WithTheSizesOfACutStreamIsRefused) {
   }
 }
 
-// One flipped bit may leave a well-formed blob. Whatever it is, memory stays in bounds, and what
-// gets written lies in the bundle's folder: those around it, as many as the tree is deep, hold
-// nothing else.
+// With one flipped bit a blob may still be well formed. In any case memory accesses stay in bounds,
+// and files are written in the bundle's folder only: the folders around it, as many as the tree is
+// deep, contain nothing else.
 TEST(HostileBlob, WithAnyBitFlippedStaysInBounds) {
   const TemporaryFolder folder;
   const std::string bundle = folder / "1/2/3/bundle";
@@ -193,7 +193,7 @@ TEST(HostileBlob, WithAnLZMADirectoryNestedTooDeepIsRefused) {
 }
 
 TEST(HostileBlob, FreesWhatWasDecodedBeforeTheFault) {
-  // For the leak checker: a fault behind a list, in the middle of one, and below both.
+  // For the leak checker: a fault after a list, in the middle of one, and below both.
   std::string content;
   for (int count = 0; count < 100; ++count) {
     content += StoredFile("f", "contents");

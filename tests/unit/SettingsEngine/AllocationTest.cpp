@@ -18,7 +18,7 @@
 
 namespace {
 
-/// The allocations and releases while it is there. It allocates nothing itself.
+/// Records the allocations and releases while it exists. It allocates nothing itself.
 struct Watch {
   static constexpr int kCapacity = 64;
 
@@ -36,7 +36,7 @@ struct Watch {
   int allocationsBefore[kCapacity];
   /// Makes every allocation throw.
   bool isOutOfMemory = false;
-  /// Allocations that succeed before every one throws; none does while it is negative.
+  /// Number of allocations that succeed before all others throw; negative: none throws.
   int allocationsLeft = -1;
   /// Arrays and objects that are allocated and not released.
   int held = 0;
@@ -326,7 +326,7 @@ std::vector<size_t> LargeArraysOfALine(size_t length) {
 }
 
 TEST(Allocation, LineBufferStartsAt1024BytesAndDoubles) {
-  // One byte beyond the capacity keeps a text behind the terminator of a line that fills it.
+  // One byte beyond the capacity keeps a text after the terminator of a line that fills it.
   using Sizes = std::vector<size_t>;
   EXPECT_EQ(LargeArraysOfALine(1023), (Sizes{1025}));
   EXPECT_EQ(LargeArraysOfALine(1024), (Sizes{1025, 2049}));

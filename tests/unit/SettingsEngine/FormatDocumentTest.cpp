@@ -28,7 +28,7 @@ struct Statement {
 
 using Example = std::vector<Statement>;
 
-/// The bytes that an escape at `position` stands for; moves `position` to its last character.
+/// The byte that the escape at `position` means; moves `position` to its last character.
 char Unescape(std::string const& line, size_t& position) {
   const char kind = line.at(++position);
   switch (kind) {
@@ -89,7 +89,7 @@ std::vector<Example> ExamplesIn(std::string const& fence) {
   return examples;
 }
 
-/// Runs one example: the file is laid when the first statement needs it read.
+/// Runs one example. The file is read by the first statement that needs its settings.
 class ExampleRun {
  public:
   void Execute(Example const& example) {

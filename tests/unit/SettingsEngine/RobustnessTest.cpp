@@ -18,8 +18,8 @@ using SASM::SimpleString;
 
 constexpr size_t kMegabyte = 1000 * 1000;
 
-/// What docs/settings-format.md says, in other words: the buffer is as large as the
-/// file from the start, lines are cut out first, and texts are offsets into the buffer.
+/// A second implementation of docs/settings-format.md: the buffer is as large as the file from the
+/// start, lines are cut out first, and texts are offsets into the buffer.
 class Model {
  public:
   explicit Model(std::string const& file) : mBuffer(file.size() + 4, '\0') {
@@ -49,7 +49,7 @@ class Model {
 
   std::string TextAt(size_t offset) const { return &mBuffer[offset]; }
 
-  /// Where the trimmed text begins that begins at `offset` now.
+  /// Trims the text at `offset` and returns the offset where it then begins.
   size_t Trim(size_t offset) {
     const std::string text = TextAt(offset);
     const auto begin = std::find_if_not(text.begin(), text.end(), IsBlank);
