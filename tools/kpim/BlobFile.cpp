@@ -59,7 +59,7 @@ const char* WhyNotABlob(const struct stat& status) {
   return static_cast<unsigned long>(status.st_size) > kMaximumBlobLength ? kBlobTooLarge : nullptr;
 }
 
-// Reads the whole file at `path`. Reports a failure and returns false.
+// Reads the whole file at `path`. On failure reports it and returns false.
 bool ReadFile(const std::string& path, BlobBytes& blob) {
   InputFile file;
   if (const int error = file.Open(path)) {
@@ -86,7 +86,7 @@ bool ReadFile(const std::string& path, BlobBytes& blob) {
   return true;
 }
 
-// Reads standard input to its end. Reports a failure and returns false.
+// Reads standard input to its end. On failure reports it and returns false.
 bool ReadStandardInput(const std::string& name, BlobBytes& blob) {
   if (isatty(STDIN_FILENO) != 0) {
     ReportError(name, "a terminal: a blob comes from a file or a pipe");

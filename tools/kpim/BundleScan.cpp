@@ -84,7 +84,7 @@ void BundleScan::ScanDirectory(const std::string& path, FileIdentity identity) {
   }
   open_.push_back(identity);
   for (const std::string& name : names) {
-    // Links can make a small folder very large in effect: after the limit the walk ends.
+    // Through links a small folder can have very many entries: after the limit all are skipped.
     if (!PlatformFilenameAllowed(name.c_str()) || blobBytes_ > kMaximumBlobLength) {
       continue;
     }

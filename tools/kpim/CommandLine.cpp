@@ -127,7 +127,7 @@ std::string DescribeLeftOver(const std::vector<std::string>& arguments) {
 }
 
 // Reports what is wrong with the command line, whose first argument is `first`, null if there is
-// none. It is reported in the name of the command when the command is the first argument.
+// none. If the first argument is a command, the message is about that command.
 void ReportUsageError(const CLI::App& app, const CLI::ParseError& error, const char* first) {
   const auto commands = app.get_subcommands();
   std::string help = kProgram;
@@ -146,7 +146,7 @@ void ReportUsageError(const CLI::App& app, const CLI::ParseError& error, const c
   ReportLine("Try '" + help + " --help'.");
 }
 
-// Empty when `pattern` can match an entry, else why not.
+// Returns an empty string when `pattern` can match an entry, otherwise a message.
 std::string CheckPattern(const std::string& pattern) {
   return pattern.empty() ? "an empty pattern matches nothing" : "";
 }

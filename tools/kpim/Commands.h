@@ -21,7 +21,7 @@ constexpr char kStandardStream[] = "-";
 /// reported on standard error, with kExitUsage.
 int Run(int argc, char** argv);
 
-/// The largest argument of --threads. More than two threads make no difference.
+/// The largest argument of --threads. More than 2 is the same as 2.
 constexpr unsigned int kMostThreads = 1024;
 
 // Each function below runs one command and returns its exit status. It reports failures on standard
@@ -42,10 +42,10 @@ struct PackOptions {
 
 /// Packs the directory `bundle` into a blob and writes it to `output`, by default beside the
 /// bundle, or to standard output if that is kStandardStream. Entries that match a pattern of
-/// `excluded` are left out. Entries are ordered by name unless `unsorted` is true. With `verify`
-/// the blob is decoded and compared with the bundle before it is written. `quiet` suppresses
-/// warnings and progress, `strict` turns warnings into errors. The result is printed as JSON if
-/// `json` is true.
+/// `excluded` are left out. `threads` is passed to PrepareFileChunk. Entries are ordered by name
+/// unless `unsorted` is true. With `verify` the blob is decoded and compared with the bundle before
+/// it is written. `quiet` suppresses warnings and progress, `strict` turns warnings into errors.
+/// The result is printed as JSON if `json` is true.
 int Pack(const PackOptions& options);
 
 /// The arguments of "kpim list".
@@ -83,7 +83,7 @@ int Diff(const DiffOptions& options);
 struct UnpackOptions {
   std::string blob;
   std::string directory;
-  /// The entries to write; all when there are none.
+  /// The entries to write; all entries if it is empty.
   std::vector<std::string> paths;
   bool json = false;
 };
@@ -100,9 +100,10 @@ struct CheckOptions {
 /// Runs the install checks and prints their verdicts, as JSON when `json` is true.
 int Check(const CheckOptions& options);
 
-/// The player's flavours, and the time limits of a request in seconds.
+/// The player's flavours: the arguments of --kind.
 constexpr char kPepperKind[] = "pep";
 constexpr char kPluginKind[] = "pl";
+/// The default and the largest argument of --time-limit, in seconds.
 constexpr int kDefaultTimeLimit = 90;
 constexpr int kLongestTimeLimit = 24 * 60 * 60;
 
@@ -117,8 +118,8 @@ struct LatestOptions {
   bool json = false;
 };
 
-/// Fetches the version description of `kind`, one of the two above, and prints it, as JSON if
-/// `json` is true. The whole request may take `timeLimit` seconds.
+/// Fetches the version description of the flavour `kind` and prints it, as JSON if `json` is true.
+/// The whole request may take `timeLimit` seconds.
 int Latest(const LatestOptions& options);
 
 }  // namespace kpim

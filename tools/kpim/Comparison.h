@@ -10,9 +10,9 @@ namespace kpim {
 
 /// How an entry differs.
 enum class DifferenceKind {
-  /// In the tree only.
+  /// Only in the tree.
   kMissing,
-  /// On disk, or in the other tree, only.
+  /// Only on disk, or only in the other tree.
   kExtra,
   /// A file with other contents.
   kDifferent,
@@ -33,12 +33,14 @@ struct Difference {
 };
 
 /// Compares the sibling list `list` with the contents of `directory`: names, kinds and file
-/// contents, links followed. The list counts as it would be written. Names that are never packed
-/// are not reported as extra. If one side lacks a directory, only the directory itself is reported.
+/// contents, links followed. The list is taken as it would be written: the last of several files
+/// with one path counts. Names that are never packed are not reported as extra. If one side lacks a
+/// directory, only the directory itself is reported.
 /// Returns the differences ordered by path.
 std::vector<Difference> CompareWithDirectory(const fileChunk* list, const std::string& directory);
 
-/// The same with the sibling list `other` in place of a directory. Every name counts.
+/// The same with the sibling list `other` in place of a directory. Here names that are never packed
+/// are reported too.
 std::vector<Difference> CompareWithTree(const fileChunk* list, const fileChunk* other);
 
 }  // namespace kpim

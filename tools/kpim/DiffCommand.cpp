@@ -36,7 +36,7 @@ struct Side {
   explicit Side(const std::string& operand)
       : path(operand), name(BlobName(operand)), isDirectory(IsDirectory(operand)) {}
 
-  // Reads the blob; does nothing for a directory. Reports a failure and returns false.
+  // Reads the blob; does nothing for a directory. On failure reports it and returns false.
   bool Read() {
     if (isDirectory) {
       return true;

@@ -16,7 +16,7 @@ void PrintDifferences(const std::vector<Difference>& differences);
 /// entries with "text", the reason.
 std::string JSONDifferences(const std::vector<Difference>& differences);
 
-/// Returns "1 difference from OTHER", with the number of differences.
+/// Returns the number of differences from `other` as text: "2 differences from OTHER".
 std::string CountedDifferences(const std::vector<Difference>& differences,
                                const std::string& other);
 

@@ -25,8 +25,7 @@ FileIdentity IdentityOf(const struct stat& status);
 /// Returns 0 or an errno value.
 int ListDirectory(const std::string& path, std::vector<std::string>& names);
 
-/// Returns `parent` and `leaf` with one '/' between them, or the other one when one of them is
-/// empty.
+/// Returns `parent` and `leaf` with one '/' between them. If one is empty, returns the other.
 std::string JoinPath(const std::string& parent, const std::string& leaf);
 
 /// Returns `path` without the slashes at its end; "/" stays.
@@ -39,7 +38,7 @@ std::string NormalizedPath(const std::string& path);
 /// Returns the directory part of `path`: "." when it has none.
 std::string DirectoryOf(const std::string& path);
 
-/// Returns the text after the last '/' of `path`.
+/// Returns the text after the last '/' of `path`; all of `path` if it has none.
 std::string LeafOf(const std::string& path);
 
 }  // namespace kpim

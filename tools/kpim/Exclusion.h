@@ -9,14 +9,15 @@ namespace kpim {
 /// Patterns of entries that are not packed.
 class Exclusion {
  public:
-  /// Each of `globs` is taken as NormalizedPath returns it.
+  /// Makes a pattern of each of `globs`, as NormalizedPath returns it.
   explicit Exclusion(const std::vector<std::string>& globs);
 
-  /// Returns true when a pattern matches `path`, which is relative to the bundle, or its last
-  /// component, by the rules of fnmatch(3) with FNM_PATHNAME.
+  /// Returns whether a pattern matches `path`, which is relative to the bundle, or the last
+  /// component of `path`, by the rules of fnmatch(3) with FNM_PATHNAME. Notes the patterns that
+  /// match.
   bool Excludes(const std::string& path);
 
-  /// Returns the patterns that have matched no entry so far.
+  /// Returns the patterns that have not matched in any call of Excludes.
   std::vector<std::string> Unmatched() const;
 
  private:

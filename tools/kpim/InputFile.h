@@ -1,4 +1,4 @@
-// Reading a file, with a result for every failure.
+// Reading a file, with an errno value for every failure.
 #pragma once
 
 #include <stddef.h>
@@ -23,12 +23,12 @@ class InputFile {
   /// Opens standard input instead of a file. Returns 0 or an errno value. Call it once per object.
   int OpenStandardInput();
 
-  /// Returns the result of fstat(2) for the open file. Use Read for regular files and standard
-  /// input only.
+  /// Returns the result of fstat(2) for the open file.
   const struct stat& status() const { return status_; }
 
-  /// Reads the next `count` bytes into `buffer`, and stores in `filled` how many there were: fewer
-  /// at the end of the file. Returns 0 or an errno value.
+  /// Reads the next `count` bytes of a regular file or standard input into `buffer`. Stores in
+  /// `filled` how many bytes there were: fewer at the end of the file, and after an error. Returns
+  /// 0 or an errno value.
   int Read(unsigned char* buffer, size_t count, size_t& filled);
 
  private:

@@ -13,11 +13,11 @@ std::string JSONString(const std::string& text);
 /// Returns "true" or "false".
 std::string JSONBool(bool value);
 
-/// Returns an array on one line of the elements `values`, each of which is JSON.
+/// Returns the JSON array of `values`, each of which is JSON, on one line.
 std::string JSONArray(const std::vector<std::string>& values);
 
-/// A JSON object on one line. Its members keep the order in which they are added; a name is added
-/// once. Every function that adds members returns the object itself.
+/// A JSON object on one line. Its members keep the order in which they are added. Add each name
+/// only once. Every function that adds members returns the object itself.
 class JSONObject {
  public:
   /// Adds a string. When `text` is not UTF-8, a second member, the name followed by "Bytes", has

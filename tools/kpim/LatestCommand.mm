@@ -122,7 +122,7 @@ bool CheckAuthorities(const LatestOptions& options) {
   if (!options.authorities) {
     return true;
   }
-  // Foundation cannot be given another name, and would fall back on the system's authorities.
+  // Another name would become nil, which means the system's authorities.
   if (!IsUTF8(*options.authorities)) {
     ReportError(*options.authorities, "the name is not UTF-8");
     return false;

@@ -32,8 +32,8 @@ class OutputFile {
   /// Choose.
   FileIdentity directory() const { return directory_; }
 
-  /// Returns the existing file that will be replaced, or that standard output is; none if there is
-  /// none. Valid after Choose or ChooseStandardOutput.
+  /// Returns the existing file that will be replaced, or the regular file that standard output is;
+  /// otherwise none. Valid after Choose or ChooseStandardOutput.
   FileIdentity replaced() const { return replaced_; }
 
   /// Creates the temporary file.
@@ -42,9 +42,9 @@ class OutputFile {
   /// Appends `count` bytes.
   bool Write(const unsigned char* bytes, size_t count);
 
-  /// Flushes the contents to the disk, sets mode 0644 less the umask, renames the file to its
-  /// name (replacing an existing file), and flushes the directory. If only flushing the directory
-  /// fails, the file has its name nevertheless. Does nothing for standard output.
+  /// Sets mode 0644 less the umask, flushes the contents to the disk, renames the file to its name
+  /// (replacing an existing file), and flushes the directory. If only flushing the directory fails,
+  /// the file already has its name. Does nothing for standard output.
   bool Commit();
 
  private:

@@ -73,8 +73,8 @@ void NoteFault(const char* path, int error, void* context) {
       {path, error == kFileBecameShorter ? "became shorter while it was read" : strerror(error)});
 }
 
-// Reads the bundle. Reports an error and returns null when the tree is not all that the scan has
-// found.
+// Reads the bundle. Reports an error and returns null when the tree is not complete, or not what
+// the scan has found.
 ChunkList Read(const PackOptions& options, const std::string& bundle, const TreeTotals& found,
                Exclusion& exclusion) {
   Reading reading = {JoinPath(bundle, "x").size() - 1, exclusion, {}};
@@ -100,7 +100,7 @@ void ShowProgress(unsigned long done, unsigned long total, void* context) {
   static_cast<StageLine*>(context)->Update(done, total);
 }
 
-// Returns the bundle as one encoded entry. Reports a failure and returns null.
+// Returns the bundle as one encoded entry. On failure reports it and returns null.
 ChunkList Encode(const PackOptions& options, const std::string& bundle, const TreeTotals& found,
                  Exclusion& exclusion) {
   ChunkList root = Read(options, bundle, found, exclusion);

@@ -17,7 +17,7 @@ class StageLine {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Shows the line unless `isWanted` is false. `now` is the clock.
+  /// Shows the line unless `isWanted` is false. `now` returns the time.
   explicit StageLine(const std::string& text, bool isWanted = true,
                      Clock::time_point (*now)() = Clock::now);
   ~StageLine();

@@ -35,8 +35,8 @@ void ForEachCharacter(const std::string& text, Visitor visit) {
   }
 }
 
-/// Returns `value` in the printf(3) format `format`, which takes one unsigned int; at most 15
-/// bytes.
+/// Returns `value` in the printf(3) format `format`, which takes one unsigned int. The result is
+/// cut after 15 bytes.
 std::string Formatted(const char* format, unsigned int value);
 
 /// Returns true when `bytes` is well-formed UTF-8 (RFC 3629).
@@ -52,7 +52,7 @@ void MaskUnprintable(char* text);
 /// Returns the bytes of `text` as hexadecimal digits.
 std::string Hexadecimal(const std::string& text);
 
-/// Returns a number of bytes in millions with one decimal: "34.1 MB".
+/// Returns `bytes` in millions, with one decimal: "34.1 MB".
 std::string Megabytes(unsigned long bytes);
 
 /// Returns `count` with `singular` if it is 1, otherwise with `plural`: "3 entries".

@@ -19,7 +19,7 @@ using ChunkList = std::unique_ptr<fileChunk, ChunkListDeleter>;
 
 /// Number of entries and bytes in a tree.
 struct TreeTotals {
-  /// Files and directories, without the nameless root.
+  /// Files and directories that have a name.
   unsigned long entries = 0;
   /// Sum of the files' sizes.
   unsigned long bytes = 0;

@@ -20,7 +20,8 @@ namespace kpim {
 
 namespace {
 
-// Creates the directory at `path`, unless an empty one exists. Reports a failure and returns false.
+// Creates the directory at `path`, unless an empty one exists. On failure reports it and returns
+// false.
 bool PrepareDirectory(const std::string& path) {
   if (PlatformCreateDirectory(path.c_str())) {
     return true;

@@ -29,9 +29,9 @@ constexpr char kLineFormat[] = "%s=%s\n";
 // As a signed byte: the controls, the space, and everything from 0x80.
 constexpr signed char kLastBlank = ' ';
 
-// A file is not read to its end when it has this many bytes, or when its lines store this many. A
-// blank value takes the tail of an earlier line, so without the second limit a small file could use
-// up all memory.
+// Reading ends when the lines, each with one byte for its end, have this many bytes, or when their
+// keys and values do. A blank value becomes the tail of an earlier line, so without the second
+// limit a small file could use up all memory.
 constexpr size_t kMostBytes = size_t{256} * 1024 * 1024;
 
 // For a file that is created; the process's mask applies.
@@ -84,8 +84,8 @@ class LineBuffer {
   LineBuffer& operator=(const LineBuffer&) = delete;
   ~LineBuffer() { delete[] bytes_; }
 
-  // Reads one line and terminates it. Returns whether the file may hold another. Stops within a
-  // line of `kMostBytes`.
+  // Reads one line and terminates it. Returns whether the file may have another. Does not read a
+  // line of `kMostBytes` to its end.
   bool ReadLine(FILE* file) {
     size_t length = 0;
     int byte = NextByte(file);
@@ -257,7 +257,7 @@ bool ConfigFileManager::UpdateSettingsFile() {
     return false;
   }
   const OwnedFile file = StreamOf(descriptor, "wb");
-  // The file is emptied last, because nothing after this point can run out of memory.
+  // The file is not emptied earlier: from here on nothing can run out of memory.
   if (file == nullptr || !EmptyFile(file.get())) {
     return false;
   }

@@ -28,9 +28,9 @@ enum : int32_t {
 ///
 /// A read that does not reach the end of the text leaves the settings incomplete. Incomplete
 /// settings are not written back, because the rest of the file would be lost. A read ends early
-/// after a read error, and when the file is too large: it has 256 MiB or more, or its lines store
-/// 256 MiB or more. (A line with a blank value may store the tail of a longer line, so lines may
-/// store far more than the file has bytes.)
+/// after a read error, and when the file is too large: its lines, each with one byte for its end,
+/// have 256 MiB or more, or their keys and values do. (A blank value may become the tail of an
+/// earlier, longer line, so keys and values may have far more bytes than the file.)
 ///
 /// Methods that copy text throw std::bad_alloc when memory runs out. A read that ends in this way
 /// is incomplete. No file has been emptied at that point.
@@ -51,14 +51,13 @@ class ConfigFileManager {
   bool ReadSettingsFile();
 
   /// Reads the file again, on top of the settings: each key in the file moves to the end with
-  /// the file's value, and keys that only memory knows stay. Fails as `ReadSettingsFile` does.
+  /// the file's value, and keys that the file lacks stay. Fails as `ReadSettingsFile` does.
   bool ReloadSettingsFile();
 
   /// Stores the settings of `file` from its current position to its end, and sets `mIsIncomplete`.
   void ProcessFile(FILE* file);
 
-  /// Stores the setting of one line, if it holds a "=", in place of every setting with that key
-  /// and at the end of the list.
+  /// If the line has a "=", removes every setting with its key and appends its setting to the list.
   ///
   /// `line` is NUL-terminated and has a second NUL somewhere after the first: the text between the
   /// two takes the place of a blank value. The line is changed.
@@ -91,9 +90,9 @@ class ConfigFileManager {
   /// One of the kEncoding constants. A record only: writing ignores it.
   int32_t mEncoding;
   MultiMap mSettings;
-  /// The bytes that open(2) is given.
+  /// The path that is passed to open(2).
   SimpleString mPath;
-  /// Whether the last read of a file ended before its text did.
+  /// Whether the last read ended before the end of the text.
   bool mIsIncomplete = false;
   /// Bytes of the keys and values that the lines of the last read have stored.
   size_t mStoredCount = 0;

@@ -25,8 +25,8 @@ struct MultiMapPair {
 /// A list of pairs in insertion order. A key may occur several times, a pair of one key and one
 /// value only once. Keys and values compare byte by byte.
 ///
-/// A look-up walks the whole list and copies every key that it compares. A pair, and a reference to
-/// its strings, stays valid until the pair is erased.
+/// A look-up walks the list from its start and copies every key that it compares. A pair, and a
+/// reference to its strings, stays valid until the pair is erased.
 class MultiMap {
  public:
   /// A place in a map's list.

@@ -1,4 +1,4 @@
-// What the settings engine shares with its callers: the list of strings that it hands out.
+// The list of strings that the settings engine returns.
 #pragma once
 
 #include "player/ControlPanel/Common/SMPointerVector.h"

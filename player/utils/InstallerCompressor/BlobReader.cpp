@@ -78,7 +78,7 @@ class DecodedContent {
       return;
     }
     const unsigned long count = (before - discarded_) / kDiscardStep * kDiscardStep;
-    // Only an advice: where it is not taken the pages stay until the array is freed.
+    // Advice only: if the system ignores it, the pages stay until the array is freed.
     (void)madvise(bytes_ + discarded_, count, MADV_FREE);
     discarded_ += count;
   }

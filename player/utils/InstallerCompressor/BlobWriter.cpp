@@ -20,7 +20,7 @@ constexpr int kPositionBits = 2;
 constexpr int kFastBytes = 32;
 constexpr unsigned int kThreads = 1;
 
-// The LZMA form must be smaller than the stored one by more than this.
+// The LZMA stream must be shorter than the content by more than this.
 constexpr unsigned long kLeastSaving = 24;
 
 constexpr unsigned long kKilobyteShift = 10;
@@ -101,7 +101,7 @@ SRes ReportEncoded(Interface sdkInterface, UInt64 encoded, UInt64) {
 }
 
 // Compresses the chunk into `stream`, which has room for `streamLength` bytes; `properties` takes
-// kLZMAPropertyCount bytes. `streamLength` becomes the stream's. Returns the SDK's result.
+// kLZMAPropertyCount bytes. Sets `streamLength` to the stream's length. Returns the SDK's result.
 SRes Compress(const fileChunk& chunk, unsigned int threads, EncodingProgress& progress,
               unsigned char* stream, SizeT& streamLength, unsigned char* properties) {
   const CLzmaEncProps settings = EncoderSettings(threads);

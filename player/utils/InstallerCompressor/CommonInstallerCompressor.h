@@ -41,8 +41,8 @@ constexpr int kCompressionLZMA = 1;
 /// refused, which limits the recursion of every walk over a decoded tree.
 constexpr unsigned int kMaximumNesting = 512;
 
-/// The greatest length of a blob, and of one file in it, in bytes: the format has 32 bits for a
-/// size, and the reader counts in as many.
+/// The greatest length of a blob, and of one file in it, in bytes: sizes have 32 bits in the format
+/// and in the reader.
 constexpr unsigned long kMaximumBlobLength = 0xFFFFFFFF;
 /// The reason for which a longer blob is refused. The offset of that fault is kMaximumBlobLength.
 constexpr char kBlobTooLarge[] = "too large for a blob: 4 GiB or more";
@@ -103,8 +103,9 @@ unsigned int flatten(unsigned char* buffer, fileChunk* list);
 fileChunk* PrepareSourceForSolidCompression(fileChunk* list);
 
 /// Encodes one chunk as one complete entry. With `compressionType` 1 it is compressed with LZMA
-/// (level 5, 64 MiB dictionary, lc 3, lp 0, pb 2, 32 fast bytes, one thread, no end marker) if that
-/// saves more than 24 bytes, and stored otherwise, also when the encoder fails.
+/// (level 5, 64 MiB dictionary, lc 3, lp 0, pb 2, 32 fast bytes, one thread, no end marker) if the
+/// stream is more than 24 bytes shorter than the data, and stored otherwise, also when the encoder
+/// fails.
 ///
 /// Returns a nameless node whose `data` is the entry, owned by the caller. Absent when the chunk is
 /// absent, has size 0 or no data, or is so large that the entry's length overflows, when the type
@@ -162,7 +163,7 @@ fileChunk* DismantleInstallerBlob(fileChunk* sources, BlobFault& fault);
 /// Frees a whole sibling list with everything below it and sets `head` to null.
 void DeleteFileChunks(fileChunk*& head);
 
-// ---- Beside the two walks
+// ---- Other functions
 
 /// Prints a listing of the tree to standard output, indented by two spaces for each level,
 /// beginning with `depth` levels. A directory's name is followed by '/', a file's by its size,

@@ -1,4 +1,4 @@
-// Making a node, for the functions of the writer.
+// Making a node of the payload tree.
 #pragma once
 
 #include <new>

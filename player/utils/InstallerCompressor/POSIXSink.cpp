@@ -105,7 +105,7 @@ bool IsNameless(const char* name) { return *name == '\0' || strcmp(name, "/") ==
 // One component of a path, without the slash that a folder's name may end in.
 class Leaf {
  public:
-  // Sets `error` to 0 or, when the name is not one component, to an errno value.
+  // Sets `error` to 0 or, when the name cannot be one component, to an errno value.
   Leaf(const char* name, int& error) {
     size_t length = strlen(name);
     endsInSlash_ = name[length - 1] == '/';

@@ -440,7 +440,7 @@ TEST_F(ElevatedLaunchTest, NothingIsReadBeyondALineThatIsTooLong) {
   ASSERT_EQ(0, pipe(ends));
   const std::string line(4096, 'x');
   ASSERT_EQ(4096, write(ends[1], line.data(), line.size()));
-  // The other end stays open: one byte more would be waited for.
+  // The other end stays open: reading one byte more would not return.
   fakePlatform->openPipe = [&ends] { return fdopen(ends[0], "r"); };
   NSString* output = nil;
   EXPECT_TRUE(LaunchDirectly(nil, &output));
@@ -472,7 +472,7 @@ TEST_F(ElevatedLaunchTest, ASignalIsNotTheEnd) {
   EXPECT_EQ("late", Text(output));
 }
 
-/// The descriptor that is given next.
+/// The descriptor that the next open(2) returns.
 int LowestFreeDescriptor() {
   const int file = dup(STDERR_FILENO);
   close(file);
@@ -494,7 +494,7 @@ TEST_F(ElevatedLaunchTest, WithoutAnOutputFileNothingIsSubmitted) {
   none.rlim_cur = static_cast<rlim_t>(LowestFreeDescriptor());
   NSString* tool = Tool();
   ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-  // Nothing else meanwhile: the sanitizer's check of an object needs a descriptor.
+  // Only this call with the limit: the sanitizer's check of an object needs a descriptor.
   const bool result =
       launchElevatedWithAuthorization(kFakeAuthorization, kLabel, tool, nil, nullptr);
   ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));

@@ -1,5 +1,5 @@
-// Process table, authorization, launch jobs and the clock of a test: they do what the test says
-// and write down what they were asked.
+// Fakes of the process table, the authorization, launch jobs and the clock. A test sets their
+// results, and they record their calls.
 #pragma once
 
 #import <Foundation/Foundation.h>
@@ -17,7 +17,7 @@
 struct FakePlatform {
   /// The list of processes at each call of proc_listpids() with a buffer; the last stays.
   std::vector<std::vector<pid_t>> tables;
-  /// What proc_listpids() without a buffer says; -1 for the size of the list.
+  /// The result of proc_listpids() without a buffer; -1 for the size of the list.
   int announcedSize = -1;
   /// Executables of the processes; any other has none that can be read.
   std::map<pid_t, std::string> paths;
@@ -30,16 +30,16 @@ struct FakePlatform {
   OSStatus executeStatus = errAuthorizationSuccess;
   bool submitResult = true;
   bool removeResult = false;
-  /// What the tool of AuthorizationExecuteWithPrivileges() prints.
+  /// The output of the tool of AuthorizationExecuteWithPrivileges().
   std::string printed;
-  /// Gives its output instead, when it is there.
+  /// Returns a pipe with its output instead, unless the function is empty.
   std::function<FILE*()> openPipe;
   /// Called when a job has been submitted.
   std::function<void()> onSubmit;
   /// Called at each look at the processes, with their number so far.
   std::function<void(size_t)> onPoll;
 
-  /// The functions called, in order, with what matters of their arguments.
+  /// The functions called, in order, with the arguments that matter.
   std::vector<std::string> calls;
   /// The job of the last SMJobSubmit(); retained.
   NSDictionary* job = nil;
@@ -51,8 +51,8 @@ struct FakePlatform {
   size_t timesTold = 0;
 };
 
-/// The one that the functions go by. ResetFakePlatform() makes it anew.
+/// The object that the functions use. ResetFakePlatform() replaces it with a new one.
 extern FakePlatform* fakePlatform;
 void ResetFakePlatform();
-/// The object that AuthorizationCreate() gives.
+/// The object that AuthorizationCreate() returns.
 extern const AuthorizationRef kFakeAuthorization;

@@ -1,4 +1,4 @@
-// An executable that the build gave an information dictionary finds it through its main bundle.
+// An executable with an information dictionary from the build finds it through its main bundle.
 
 #import <Foundation/Foundation.h>
 

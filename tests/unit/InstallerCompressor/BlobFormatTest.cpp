@@ -160,7 +160,9 @@ TEST(LZMASubHeader, IsNotWrittenWithoutFiveProperties) {
     unsigned char buffer[9];
     memset(buffer, 0xAA, sizeof(buffer));
     EXPECT_EQ(0UL, WriteFormattedLZMASubHeader(buffer, 1, properties, count));
-    for (const unsigned char byte : buffer) EXPECT_EQ(0xAA, byte);
+    for (const unsigned char byte : buffer) {
+      EXPECT_EQ(0xAA, byte);
+    }
   }
 }
 
@@ -200,7 +202,7 @@ TEST(TotalSizeof, IgnoresTheSizeOfADirectory) {
 }
 
 TEST(TotalSizeof, WrapsAt4GiB) {
-  // No data is touched, so the sizes need none behind them.
+  // No data is read, so the nodes need none.
   const ChunkList list = List({NewFile("a", ""), NewDirectory("d", {NewFile("b", "")})});
   list->size = 0xFFFFFFFF;
   list->next->children->size = 0xFFFFFFFF;

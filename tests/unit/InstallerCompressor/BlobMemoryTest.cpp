@@ -17,15 +17,17 @@ size_t PeakMemory() {
   std::ifstream status("/proc/self/status");
   std::string line;
   while (std::getline(status, line)) {
-    if (line.rfind("VmHWM:", 0) == 0) return std::stoul(line.substr(6)) * 1024;
+    if (line.rfind("VmHWM:", 0) == 0) {
+      return std::stoul(line.substr(6)) * 1024;
+    }
   }
   return 0;
 }
 
 constexpr size_t kContent = 64 * kMegabyte;
 
-// Decodes a blob with that much content in files of `size` bytes; ends with status 0 when that took
-// little more memory than the content.
+// Decodes a blob with kContent bytes in files of `size` bytes. Ends the process, with status 0 when
+// that took little more memory than the content.
 [[noreturn]] void DecodeAndExit(std::string& blob, size_t size) {
   const size_t before = PeakMemory();
   const ChunkList list(dismantle(reinterpret_cast<unsigned char*>(blob.data()),
@@ -45,7 +47,7 @@ TEST_P(BlobMemoryTest, DecodingNeedsLittleMoreThanTheContent) {
   }
   std::string blob = LZMAEntry(nullptr, content, true);
   content = std::string();
-  // In a process of its own, which has no memory left over to use again.
+  // In a new process, which has no freed memory that it could use again.
   EXPECT_EXIT(DecodeAndExit(blob, GetParam()), testing::ExitedWithCode(0), "");
 }
 

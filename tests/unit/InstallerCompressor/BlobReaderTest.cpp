@@ -134,7 +134,9 @@ TEST(Dismantle, DecodesAnLZMAEntryAsTheLastOfItsDirectory) {
 
 TEST(Dismantle, DecodesTheStreamsOfAnotherEncoder) {
   std::string text;
-  for (int line = 0; line < 500; ++line) text += "line " + std::to_string(line) + " of the text\n";
+  for (int line = 0; line < 500; ++line) {
+    text += "line " + std::to_string(line) + " of the text\n";
+  }
   const ChunkList expected = List(
       {NewDirectory("", {NewDirectory("Contents", {NewFile("text", text), NewDirectory("MacOS")}),
                          NewFile("empty", "")})});
@@ -190,8 +192,8 @@ TEST(Dismantle, TakesTheProducedLengthOfAFileThatAnEndMarkerEnds) {
 }
 
 TEST(Dismantle, StopsAtTheClaimedLengthOfAFile) {
-  // A match that goes on beyond the claim is cut, and what is left of the stream would be the
-  // next entry: the format knows no such stream, but nothing may be read or written beyond.
+  // A match that continues beyond the claim is cut, and the rest of the stream would be the next
+  // entry. The format has no such stream, but nothing may be read or written out of bounds.
   std::string entry = TestData("hostile/base-run.blob");
   EXPECT_EQ(std::string(300, 'x'), Contents(*Dismantle(entry)));
   entry.replace(7, 4, BigEndian32(100));
@@ -209,7 +211,9 @@ TEST(Dismantle, AcceptsDirectoriesNestedAsDeepAsAllowed) {
   }
   ChunkList list = Dismantle(bytes);
   unsigned int depth = 0;
-  for (fileChunk* node = list.get(); node; node = node->children) ++depth;
+  for (fileChunk* node = list.get(); node; node = node->children) {
+    ++depth;
+  }
   EXPECT_EQ(kMaximumNesting, depth);
 }
 
@@ -223,11 +227,13 @@ TEST(Dismantle, ExpandsAsFarAsLZMACan) {
 
 ChunkList Source(const std::string& blob) { return List({NewFile("blob", blob)}); }
 
-// Content of megabytes is given back while its entries are taken.
+// Content of megabytes is released while its entries are copied.
 TEST(Dismantle, DecodesContentOfMegabytes) {
   const std::string page = RandomBytes(4096);
   std::string pages;
-  while (pages.size() < 3 << 20) pages += page + std::to_string(pages.size());
+  while (pages.size() < 3 << 20) {
+    pages += page + std::to_string(pages.size());
+  }
   const std::string inner = StoredFile("a", pages) + StoredFile("b", "b" + pages) +
                             StoredDirectory("c", StoredFile("d", "cd" + pages));
   const std::string content = StoredFile("first", pages) + StoredDirectory("plain", inner) +

@@ -66,18 +66,18 @@ void WriteFile(const std::string& path, const std::string& contents);
 /// The file `name` of tests/data.
 std::string TestData(const std::string& name);
 
-/// Permission bits of what lies at `path`; fails the test when nothing does.
+/// Permission bits of the item at `path`; fails the test when there is none.
 unsigned int Mode(const std::string& path);
 
 /// Makes a folder below `root` whose path has `length` characters, some hundred more than the
 /// root's, and returns the path.
 std::string FolderOfLength(const std::string& root, size_t length);
 
-/// The descriptor that the next open(2) would give: greater than before when one was left open.
+/// The descriptor that the next open(2) returns: greater than before when one was left open.
 int LowestFreeDescriptor();
 
-/// Ends the process when its scope takes a minute: what waits for the other end of a FIFO waits
-/// forever.
+/// Ends the process when its scope takes a minute: a call that waits for the other end of a FIFO
+/// never returns.
 class ScopedAlarm {
  public:
   ScopedAlarm();

@@ -43,16 +43,16 @@ std::string CompressedWith(const CLzmaEncProps& settings, const std::string& dat
   return output.substr(0, length);
 }
 
-// With the documented settings; other dictionaries are for speed.
+// With the documented settings; a smaller dictionary is faster.
 std::string Compressed(const std::string& data, unsigned int dictionarySize = 1U << 26) {
   CLzmaEncProps settings = DocumentedSettings();
   settings.dictSize = dictionarySize;
   return CompressedWith(settings, data);
 }
 
-// Repetitions, most of them short, then groups of records in rising order, of which the search tree
-// is a chain, each group followed by one of its records: where the encoder looks for matches, and
-// how far, shows in the stream.
+// Content whose stream depends on where, and how far, the encoder searches for matches:
+// repetitions, most of them short, then groups of records in rising order, each followed by one of
+// its records. The search tree of such a group is a chain.
 std::string RepetitiveBytes() {
   std::mt19937 random(1);
   const std::string words = RandomBytes(4096, 2);
@@ -92,7 +92,9 @@ struct Formatted {
     const std::string before = Describe(chunk.get());
     node.reset(PrepareFileChunk(chunk.get(), type));
     EXPECT_EQ(before, Describe(chunk.get()));
-    if (!node) return;
+    if (!node) {
+      return;
+    }
     bytes = Contents(*node);
     EXPECT_EQ(nullptr, node->name);
     EXPECT_FALSE(node->isDirectory);
@@ -122,7 +124,7 @@ TEST(PrepareSourceForSolidCompression, OfAnAbsentListIsEmpty) {
 }
 
 TEST(PrepareSourceForSolidCompression, RefusesTreesOf4GiB) {
-  // The sizes have no data behind them: nothing may be copied.
+  // The nodes have no data: nothing may be copied.
   const ChunkList list = List({NewFile("a", ""), NewDirectory("d", {NewFile("b", "")})});
   list->size = 0xFFFFFFFF;
   list->next->children->size = 10;
@@ -200,9 +202,9 @@ TEST(PrepareFileChunk, SearchesForMatchesAsDocumented) {
                      {"fast bytes", &CLzmaEncProps::fb, 33}};
   const std::string data = RepetitiveBytes();
   const std::string stream = Compressed(data);
-  // Not a word of the streams themselves, which would fill the screen.
+  // Compared without printing the streams, which would fill the screen.
   EXPECT_TRUE(stream == Formatted("f", data, kCompressionLZMA).bytes.substr(8 + 9));
-  // Each of them shows in this stream.
+  // Each other setting changes the stream.
   for (const auto& [setting, field, other] : cases) {
     CLzmaEncProps settings = DocumentedSettings();
     settings.*field = other;
@@ -227,7 +229,7 @@ void NoteProgress(unsigned long done, unsigned long total, void* context) {
   progress->total = total;
 }
 
-// Words, which compress to some half.
+// Words, which compress to about half.
 std::string ManyWords(size_t size) {
   std::mt19937 random(5);
   const std::string words = RandomBytes(1 << 16, 6);
@@ -311,7 +313,7 @@ TEST(PrepareFileChunk, StoresWhatDoesNotCompress) {
     const std::string noise = RandomBytes(size);
     EXPECT_EQ(StoredFile("noise", noise), Formatted("noise", noise, kCompressionLZMA).bytes);
   }
-  // With a name so long that a capacity that counted the header would be generous.
+  // With a long name: the stream would fit if the room for it included that of the header.
   const std::string name(255, 'n'), noise = RandomBytes(1000);
   EXPECT_EQ(StoredFile(name, noise), Formatted(name.c_str(), noise, kCompressionLZMA).bytes);
   EXPECT_EQ(StoredDirectory("d", noise), Formatted("d", noise, kCompressionLZMA, true).bytes);

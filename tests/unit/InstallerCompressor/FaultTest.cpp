@@ -1,5 +1,5 @@
-// What the payload code does when memory runs out, when the file system gives less than it
-// promised, and what it leaves in memory that it frees.
+// What the payload code does when memory runs out or a file has less than its size, and what it
+// leaves in memory that it frees.
 //
 // This executable replaces the allocation functions, and the linker routes read, write, fstat,
 // fchmod, close and mkdir through the wrappers below.
@@ -24,53 +24,53 @@
 
 namespace {
 
-// Requests that are still met, throwing ones too, and the most bytes that one may ask for;
-// negative: all, any.
+// How many more allocations succeed, and the size in bytes of the largest that may succeed;
+// negative: no limit.
 long allowedRequests = -1;
 long largestRequest = -1;
 unsigned long requests = 0;
 unsigned long requestedBytes = 0;
-// What an allocator for 64 bits takes for them: a length before each, multiples of 16, at least 32.
+// The bytes that a 64-bit allocator takes for them: a length before each, multiples of 16, at least
+// 32.
 unsigned long takenBytes = 0;
 // Blocks of memory that are in use, their bytes, and the most bytes since the test set it to 0.
 long blocks = 0;
 size_t usedBytes = 0;
 size_t peakBytes = 0;
 
-// Text to look for in arrays that are freed, and how many held it. While it is looked for, the
-// lengths of those arrays that hold nothing but 'X', in the order in which they are freed.
+// Text to look for in arrays that are freed, and how many contained it. While it is looked for, the
+// lengths of those arrays that contain only 'X', in the order in which they are freed.
 const char* soughtText = nullptr;
 unsigned long arraysWithText = 0;
 size_t scrubbedLengths[16];
 size_t scrubbedArrays = 0;
 
-// The most bytes one read or write takes, and how many bytes reads give and writes take
-// altogether; negative: no limit. Beyond, a file has ended or, with readFails, fails to be read,
-// and a disk is full.
+// The most bytes that one read or write transfers, and that all reads and all writes transfer;
+// negative: no limit. After that, reads find the end of the file or, with readFails, an error, and
+// writes find a full disk.
 long transferLimit = -1;
 long readableBytes = -1;
 long writableBytes = -1;
 bool readFails = false;
 // The next call fails as if a signal came.
 bool interruptNext = false;
-// Calls claim to have done what they were asked for, without touching memory or disk.
+// Calls report success without touching memory or disk.
 bool pretends = false;
 unsigned long largestTransfer = 0;
 
-// What happens before the next write.
+// Called before the next write.
 std::function<void()> beforeWriting;
 
-// Calls of fstat fail, those of fchmod, those of mkdir, and the next one of close, which closes all
-// the same.
+// Whether fstat, fchmod and mkdir fail, and the next close, which closes the file nevertheless.
 bool statusFails = false;
 bool modeFails = false;
 bool makingFails = false;
 bool closeFails = false;
 
-// What calls of fstat find is changed by this.
+// Changes the results of fstat.
 std::function<void(struct stat&)> alterStatus;
 
-// Stands before each block.
+// Placed before each block.
 struct alignas(std::max_align_t) BlockHeader {
   size_t size;
 };
@@ -79,11 +79,19 @@ void* Allocate(size_t size) {
   ++requests;
   requestedBytes += size;
   takenBytes += std::max<size_t>((size + sizeof(size_t) + 15) / 16 * 16, 32);
-  if (allowedRequests == 0) return nullptr;
-  if (largestRequest >= 0 && size > static_cast<size_t>(largestRequest)) return nullptr;
-  if (allowedRequests > 0) --allowedRequests;
+  if (allowedRequests == 0) {
+    return nullptr;
+  }
+  if (largestRequest >= 0 && size > static_cast<size_t>(largestRequest)) {
+    return nullptr;
+  }
+  if (allowedRequests > 0) {
+    --allowedRequests;
+  }
   auto* const header = static_cast<BlockHeader*>(malloc(sizeof(BlockHeader) + size));
-  if (!header) abort();
+  if (!header) {
+    abort();
+  }
   header->size = size;
   ++blocks;
   usedBytes += size;
@@ -93,14 +101,18 @@ void* Allocate(size_t size) {
 
 void* AllocateOrThrow(size_t size) {
   void* const memory = Allocate(size);
-  if (memory) return memory;
-  // The test fails by this exception; telling so takes memory.
+  if (memory) {
+    return memory;
+  }
+  // The exception may fail the test, and reporting that needs memory.
   allowedRequests = largestRequest = -1;
   throw std::bad_alloc();
 }
 
 void Free(void* memory) {
-  if (!memory) return;
+  if (!memory) {
+    return;
+  }
   --blocks;
   auto* const header = static_cast<BlockHeader*>(memory) - 1;
   usedBytes -= header->size;
@@ -108,25 +120,37 @@ void Free(void* memory) {
 }
 
 void Inspect(const void* array) {
-  if (!soughtText || !array) return;
+  if (!soughtText || !array) {
+    return;
+  }
   const auto* const bytes = static_cast<const char*>(array);
   const size_t size = (static_cast<const BlockHeader*>(array) - 1)->size;
-  if (memmem(bytes, size, soughtText, strlen(soughtText))) ++arraysWithText;
+  if (memmem(bytes, size, soughtText, strlen(soughtText))) {
+    ++arraysWithText;
+  }
   size_t scrubbed = 0;
-  while (scrubbed != size && bytes[scrubbed] == 'X') ++scrubbed;
-  if (size == 0 || scrubbed != size || scrubbedArrays == std::size(scrubbedLengths)) return;
+  while (scrubbed != size && bytes[scrubbed] == 'X') {
+    ++scrubbed;
+  }
+  if (size == 0 || scrubbed != size || scrubbedArrays == std::size(scrubbedLengths)) {
+    return;
+  }
   scrubbedLengths[scrubbedArrays++] = size;
 }
 
 bool Interrupted() {
-  if (!interruptNext) return false;
+  if (!interruptNext) {
+    return false;
+  }
   interruptNext = false;
   errno = EINTR;
   return true;
 }
 
 ssize_t Pretend(size_t count) {
-  if (count > largestTransfer) largestTransfer = count;
+  if (count > largestTransfer) {
+    largestTransfer = count;
+  }
   return static_cast<ssize_t>(count);
 }
 
@@ -161,8 +185,12 @@ int __real_close(int descriptor);
 int __real_mkdir(const char* path, mode_t mode);
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
-  if (pretends) return Pretend(count);
-  if (Interrupted()) return -1;
+  if (pretends) {
+    return Pretend(count);
+  }
+  if (Interrupted()) {
+    return -1;
+  }
   size_t allowed = Limited(count);
   if (readableBytes >= 0 && allowed > static_cast<size_t>(readableBytes)) {
     allowed = static_cast<size_t>(readableBytes);
@@ -172,14 +200,22 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
     return -1;
   }
   const ssize_t result = __real_read(descriptor, buffer, allowed);
-  if (readableBytes >= 0 && result > 0) readableBytes -= result;
+  if (readableBytes >= 0 && result > 0) {
+    readableBytes -= result;
+  }
   return result;
 }
 
 ssize_t __wrap_write(int descriptor, const void* buffer, size_t count) {
-  if (pretends) return Pretend(count);
-  if (beforeWriting) std::exchange(beforeWriting, nullptr)();
-  if (Interrupted()) return -1;
+  if (pretends) {
+    return Pretend(count);
+  }
+  if (beforeWriting) {
+    std::exchange(beforeWriting, nullptr)();
+  }
+  if (Interrupted()) {
+    return -1;
+  }
   size_t allowed = Limited(count);
   if (writableBytes >= 0 && allowed > static_cast<size_t>(writableBytes)) {
     allowed = static_cast<size_t>(writableBytes);
@@ -189,35 +225,47 @@ ssize_t __wrap_write(int descriptor, const void* buffer, size_t count) {
     return -1;
   }
   const ssize_t result = __real_write(descriptor, buffer, allowed);
-  if (writableBytes >= 0 && result > 0) writableBytes -= result;
+  if (writableBytes >= 0 && result > 0) {
+    writableBytes -= result;
+  }
   return result;
 }
 
 int __wrap_fstat(int descriptor, struct stat* status) {
   const int result = __real_fstat(descriptor, status);
-  if (result == 0 && alterStatus) alterStatus(*status);
-  if (!statusFails) return result;
+  if (result == 0 && alterStatus) {
+    alterStatus(*status);
+  }
+  if (!statusFails) {
+    return result;
+  }
   errno = EIO;
   return -1;
 }
 
 int __wrap_fchmod(int descriptor, mode_t mode) {
-  if (!modeFails) return __real_fchmod(descriptor, mode);
+  if (!modeFails) {
+    return __real_fchmod(descriptor, mode);
+  }
   errno = EPERM;
   return -1;
 }
 
 int __wrap_mkdir(const char* path, mode_t mode) {
-  if (!makingFails) return __real_mkdir(path, mode);
+  if (!makingFails) {
+    return __real_mkdir(path, mode);
+  }
   errno = ENOSPC;
   return -1;
 }
 
-// Only a file that is written to can lose something by it.
+// Fails only for files that are written to: others lose nothing when close fails.
 int __wrap_close(int descriptor) {
   const bool fails = closeFails && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
   const int result = __real_close(descriptor);
-  if (!fails) return result;
+  if (!fails) {
+    return result;
+  }
   closeFails = false;
   errno = EIO;
   return -1;
@@ -275,7 +323,7 @@ TEST_F(FaultTest, AnImpossibleClaimIsRefusedBeforeMemoryIsAskedFor) {
   }
 }
 
-// The budget lets it take seconds, but none of what it has decoded is kept until it is spent.
+// The budget allows seconds of decoding, but nothing decoded is kept before the budget is spent.
 TEST_F(FaultTest, ABombIsRefusedBeforeItTakesMuch) {
   for (const char* name : {"hostile/bomb-of-bombs.blob", "hostile/bomb-of-probability-tables.blob",
                            "hostile/bomb-of-outer-probability-tables.blob"}) {
@@ -291,7 +339,9 @@ TEST_F(FaultTest, ABombIsRefusedBeforeItTakesMuch) {
 
 TEST_F(FaultTest, ATreeTakesABoundedMultipleOfItsContent) {
   std::string content;
-  for (int count = 0; count < 10000; ++count) content += StoredFile("", "");
+  for (int count = 0; count < 10000; ++count) {
+    content += StoredFile("", "");
+  }
   takenBytes = 0;
   const ChunkList list(dismantle(reinterpret_cast<unsigned char*>(content.data()),
                                  static_cast<unsigned int>(content.size())));
@@ -357,7 +407,7 @@ TEST_F(FaultTest, AFileThatDoesNotFitInMemoryIsAsOneThatCannotBeOpened) {
   EXPECT_EQ(99UL, length);
 }
 
-// Its low 32 bits would fit.
+// The low 32 bits of its size would fit.
 TEST_F(FaultTest, AFileOfMoreThan4GiBIsReadIntoAnArrayWholeOrNotAtAll) {
   const TemporaryFolder folder;
   const std::string path = folder / "f";
@@ -405,7 +455,7 @@ TEST_F(FaultTest, ATreeIsReadAsFarAsMemoryGoes) {
     allowedRequests = -1;
     soughtText = nullptr;
     EXPECT_EQ(0UL, arraysWithText) << allowed;
-    // A node without a name would stand for the directory around it.
+    // A node without a name would mean the directory around it.
     EXPECT_EQ(std::string::npos, Describe(tree).find("absent")) << allowed;
     EXPECT_EQ(tree == nullptr, allowed < 2) << "the first node and its name";
     DeleteFileChunks(tree);
@@ -517,7 +567,9 @@ struct FirstFault {
 
 void NoteFault(const char*, int error, void* context) {
   auto* const fault = static_cast<FirstFault*>(context);
-  if (fault->count++ == 0) fault->error = error;
+  if (fault->count++ == 0) {
+    fault->error = error;
+  }
 }
 
 TEST_F(FaultTest, BytesOfATreeThatAreMissingAreTold) {

@@ -25,7 +25,9 @@ std::string GreatestTables(unsigned long count) {
   const std::string entry = TestData("hostile/base-greatest-table.blob");
   EXPECT_EQ(kGreatestTableEntryLength, entry.size());
   std::string entries;
-  for (; count != 0; --count) entries += entry;
+  for (; count != 0; --count) {
+    entries += entry;
+  }
   return entries;
 }
 
@@ -33,7 +35,7 @@ std::string Zeros(unsigned long count) { return LZMAEntry("", std::string(count,
 
 std::string Root(const std::string& content) { return LZMAEntry("", content, true); }
 
-// The entries with a stored one behind that makes the blob as long as wanted.
+// The entries, then a stored one that makes the blob `length` bytes long.
 std::string PaddedTo(size_t length, const std::string& entries) {
   const std::string header = Header(0, "", 0);
   EXPECT_GE(length, entries.size() + header.size());
@@ -65,7 +67,7 @@ TEST(LZMABudget, IsSpentToTheLastByte) {
 
 TEST(LZMABudget, IsChargedTablesOutsideOfStreamsButNotClaims) {
   constexpr unsigned long kClaim = 1UL << 20;
-  // More than their own length pays for, so that what is behind them decides.
+  // They cost more than the budget of their own length, so the padding after them decides.
   constexpr unsigned long kTables = 705;
   const unsigned long cost = kTables * kGreatestTable + kUsualTable;
   const std::string entries = GreatestTables(kTables) + Zeros(kClaim);

@@ -11,7 +11,7 @@ std::string Listing(fileChunk* list, int depth = 0) {
 }
 
 std::string SizeText(unsigned long size) {
-  // Sizes are printed as they stand; no data is behind them.
+  // Only the size is printed, so the node needs no data.
   const ChunkList list = List({NewFile("f", "")});
   list->size = size;
   return Listing(list.get());

@@ -15,10 +15,10 @@
 
 namespace {
 
-// Pauses are counted, and used by the test, instead of made.
+// Pauses are counted instead of made, and the test acts in them.
 unsigned int s_pauses;
 std::function<void()> s_atPause;
-// What happens before the next call of flock(2).
+// Called before the next call of flock(2).
 std::function<void()> s_beforeLocking;
 
 }  // namespace
@@ -53,7 +53,7 @@ class BlobLockTest : public testing::Test {
   }
   ~BlobLockTest() override { Release(); }
 
-  // Another holder: flock(2) goes by the open file, not by the process.
+  // Another holder, in this process: flock(2) locks belong to an open file, not to a process.
   void Hold() {
     holder_ = open(blob_.c_str(), O_RDONLY);
     ASSERT_EQ(0, flock(holder_, LOCK_EX | LOCK_NB));
@@ -120,7 +120,7 @@ TEST_F(BlobLockTest, LeavesNoDescriptorOfAnEarlierAttemptOpen) {
     EXPECT_EQ(BlobLockResult::kLocked, lock.Take(blob_.c_str()));
     EXPECT_EQ(0, lock.Error());
   }
-  // The holder's has been closed meanwhile, and is lower.
+  // The holder's descriptor, which was lower, has been closed meanwhile.
   const int first = dup(STDERR_FILENO);
   const int second = dup(STDERR_FILENO);
   close(first);

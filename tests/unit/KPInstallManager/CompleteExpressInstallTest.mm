@@ -21,7 +21,7 @@ bool s_launchRaises;
 
 }  // namespace
 
-// The functions that remove are the test's own: the flag's path is the machine's.
+// The test replaces the functions that remove: the flag's path is a real one of the machine.
 RemovalResult RemoveFileOrEmptyFolder(const char* root, const char* path) {
   s_events.push_back("remove in " + std::string(root) + ": " + path);
   std::string whole = root;
@@ -41,7 +41,7 @@ RemovalResult RemoveTree(const char* /*root*/, const char* path) {
   return {0, 0};
 }
 
-/// A task that no one may wait for or ask for its status.
+/// A task that fails the test when it is sent a message of NSTask, such as to wait for it.
 @interface UntouchableTask : NSProxy
 @end
 

@@ -36,7 +36,7 @@ extern "C" int usleep(useconds_t duration) {
   return 0;
 }
 
-// ---- The payload library's place is taken by functions that record how they are called
+// ---- Replacements of the payload library's functions, which record their calls
 
 namespace {
 
@@ -149,7 +149,7 @@ class DecompressLZMATest : public testing::Test {
   }
   int Decompress() { return DecompressLZMA(String(root_)); }
 
-  /// What a run that gets past the missing-blob test does.
+  /// The events of a run that finds a blob.
   std::vector<std::string> FullRun() const {
     return {
         outputLine_,        inputLine_,    "read locked " + blob_ + " (bundle gone, blob present)",
@@ -441,7 +441,7 @@ TEST_F(DecompressLZMATest, RunsWithoutALog) {
   EXPECT_FALSE(Exists(blob_));
 }
 
-// ---- The fixed paths, without going near them
+// ---- The fixed paths, without touching them
 
 std::vector<std::string> s_asked;
 

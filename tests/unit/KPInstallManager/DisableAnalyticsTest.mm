@@ -105,9 +105,9 @@ TEST_F(DisableAnalyticsTest, WritesThroughALink) {
   EXPECT_EQ(ReadWholeFile(target), "a=1\nDisableAnalytics=1\n");
 }
 
-// ---- The path, where the real one would be the machine's own
+// ---- The path; the file at the real one belongs to the machine and is not opened
 
-/// The paths given to initWithConfigFile:, which here makes no object: the stage must stop.
+/// The paths passed to initWithConfigFile:, which the test replaces by a method that returns nil.
 std::vector<std::string> sOpened;
 
 id RecordPath(id self, SEL, NSString* path) {

@@ -156,7 +156,7 @@ TEST_F(InstallLogFileTest, FolderThatIsALinkLeadsRootNowhere) {
   fs::create_symlink(closed, folder_ / "link");
   EXPECT_FALSE(Log(folder_ / "link/install.log"));
   EXPECT_FALSE(fs::exists(closed + "/install.log"));
-  // Where the user may write anyway, links are the user's own business.
+  // With the user's own rights links are followed.
   fs::create_symlink(logs_, folder_ / "own");
   EXPECT_TRUE(Log(folder_ / "own/install.log"));
   EXPECT_EQ(kUser, Status(log_).st_uid);

@@ -75,7 +75,8 @@ TEST(KPIMCommonUtil, ConsoleIsAskedAnewEachTime) {
   EXPECT_EQ(3, s_consoleQueries);
 }
 
-/// What a new process gets for a system with this version. Checks that the system is asked once.
+/// The packed version in a new process on a system with this version. Checks that the system is
+/// asked once.
 unsigned int PackedVersion(unsigned int major, unsigned int minor, unsigned int bugfix) {
   int results[2];
   EXPECT_EQ(0, pipe(results));

@@ -21,7 +21,7 @@
 #include "tests/unit/KPInstallManager/RecordingLogger.h"
 #include "tests/unit/support/Text.h"
 
-// ---- The stages' places are taken by functions that record how they are called
+// ---- Replacements of the stages, which record their calls
 
 namespace {
 
@@ -32,7 +32,7 @@ std::deque<bool> s_loggedIn;
 NSMutableString* s_consoleUser;
 int s_decompressionResult;
 NSString* s_previousVersion;
-/// What a stage does beyond being recorded, by the beginning of its event.
+/// What else a stage does after it is recorded, by its name.
 std::map<std::string, std::function<void()>> s_actions;
 
 void Record(const std::string& stage, const std::string& argument = "") {
@@ -383,7 +383,7 @@ TEST_F(PerformMainTest, LoggerOutlivesTheRun) {
     EXPECT_EQ(status, Run({"/"}));
     ASSERT_NE(nil, g_logger);
     EXPECT_EQ(1u, [g_logger retainCount]);
-    // Held meanwhile, so that a logger which the pool releases is noticed.
+    // Retained here, so that the test notices a logger that the pool releases.
     KPIMLogger* logger = [g_logger retain];
     [pool drain];
     EXPECT_EQ(logger, g_logger);

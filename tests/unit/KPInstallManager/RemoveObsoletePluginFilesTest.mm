@@ -19,7 +19,7 @@ const Paths kNames = {"Korvel Player.plugin", "Korvel Player Enabler.plugin",
                       "Quorrel Korvel NP-PPC", "korvelplayer.xpt"};
 constexpr char kSystemPlugin[] = "/Library/Internet Plug-Ins/Korvel Player Enabler.plugin";
 
-/// What the stage asked of the disk, on which the paths in `s_existing` exist.
+/// The paths that the stage looked for and removed on a disk where those in `s_existing` exist.
 Paths s_asked;
 Paths s_removed;
 std::set<std::string> s_existing;
@@ -28,7 +28,7 @@ NSString* s_home;
 
 }  // namespace
 
-// The functions that remove are the test's own: one of the paths is the machine's.
+// The test replaces the functions that remove: one of the paths is a real one of the machine.
 RemovalResult RemoveTree(const char* root, const char* path) {
   s_removed.push_back("in " + std::string(root) + ": " + path);
   return s_canRemove ? RemovalResult{0, 0} : RemovalResult{1, EACCES};

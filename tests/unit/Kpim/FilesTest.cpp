@@ -1,4 +1,4 @@
-// How kpim's files meet what read(2) and write(2) may do. The linker routes both through the
+// How kpim's files handle the results of read(2) and write(2). The linker routes both through the
 // wrappers below.
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -15,8 +15,8 @@ namespace {
 
 constexpr size_t kGiB = 1UL << 30;
 
-// What the next calls return, an errno value negated, instead of touching memory or disk; the
-// real thing after that.
+// The results of the next calls, which then touch neither memory nor disk: a count, or an errno
+// value negated. After the last of them the real functions are called.
 std::vector<ssize_t> results;
 // The counts that the calls asked for.
 std::vector<size_t> counts;
@@ -24,7 +24,9 @@ std::vector<size_t> counts;
 // The next of the results; false when there is none.
 bool TakeResult(size_t count, ssize_t& result) {
   counts.push_back(count);
-  if (results.empty()) return false;
+  if (results.empty()) {
+    return false;
+  }
   result = results.front();
   results.erase(results.begin());
   if (result < 0) {

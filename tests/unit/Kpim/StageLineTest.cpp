@@ -1,4 +1,4 @@
-// Progress on a terminal of its own, by a clock of its own.
+// Progress on a pseudo-terminal, with a clock that the test sets.
 #include "tools/kpim/StageLine.h"
 
 #include <fcntl.h>
@@ -18,7 +18,7 @@ using std::chrono::milliseconds;
 StageLine::Clock::time_point s_now;
 StageLine::Clock::time_point Now() { return s_now; }
 
-/// Standard error is a terminal as long as the object lives.
+/// Makes standard error a terminal while the object exists.
 class StageLineTest : public testing::Test {
  protected:
   StageLineTest() {
@@ -34,8 +34,8 @@ class StageLineTest : public testing::Test {
     close(terminal_);
   }
 
-  /// What the terminal has been shown since the last call. It comes after a mark, so that nothing
-  /// has to be waited for.
+  /// What the terminal has shown since the last call. Writes a mark and reads up to it, so it never
+  /// waits for more.
   std::string Shown() const {
     EXPECT_EQ(1, write(STDERR_FILENO, "#", 1));
     std::string shown;

@@ -1,4 +1,4 @@
-// Removing locked items. Locks are the test's own here: the file system of a build machine may have
+// Removing locked items. The test simulates the locks: the file system of a build machine may have
 // none.
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,8 @@
 
 namespace {
 
-// The locked items by their inodes, those whose locks cannot be cleared, and what was asked for.
+// The locked items by their inodes, those whose locks cannot be cleared, and the paths that were to
+// be unlocked.
 std::set<ino_t> s_locked;
 std::set<ino_t> s_fixed;
 std::vector<std::string> s_unlocked;

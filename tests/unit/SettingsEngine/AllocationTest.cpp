@@ -18,7 +18,7 @@
 
 namespace {
 
-/// The allocations and releases while it is there. It allocates nothing itself.
+/// Records the allocations and releases while it exists. It allocates nothing itself.
 struct Watch {
   static constexpr int kCapacity = 64;
 
@@ -36,7 +36,7 @@ struct Watch {
   int allocationsBefore[kCapacity];
   /// Makes every allocation throw.
   bool isOutOfMemory = false;
-  /// Allocations that succeed before every one throws; none does while it is negative.
+  /// Number of allocations that succeed before all others throw; negative: none throws.
   int allocationsLeft = -1;
   /// Arrays and objects that are allocated and not released.
   int held = 0;
@@ -58,7 +58,9 @@ void* Allocate(size_t size) {
     watch->sizes[watch->allocationCount++] = size;
   }
   void* bytes = malloc(size == 0 ? 1 : size);
-  if (bytes == nullptr) abort();
+  if (bytes == nullptr) {
+    abort();
+  }
   return bytes;
 }
 
@@ -167,7 +169,9 @@ TEST(Allocation, PointerVectorReleasesItsArrayAndNoElement) {
 TEST(Allocation, GrowthReleasesTheOldArrayOnly) {
   SimpleString element("text");
   PlainVector vector;
-  for (int count = 0; count < 10; ++count) vector.addElement(&element);
+  for (int count = 0; count < 10; ++count) {
+    vector.addElement(&element);
+  }
   void const* array = vector.mElements;
   Watch watch;
   vector.addElement(&element);
@@ -259,7 +263,9 @@ TEST(Allocation, EraseReleasesEveryPairThatGoes) {
   Watch::Stop();
   EXPECT_EQ(watch.releaseCount, watch.allocationCount + 6) << "copies of keys, and the two pairs";
   void const** const end = watch.released + watch.releaseCount;
-  for (void const* bytes : expected) EXPECT_NE(std::find(watch.released, end, bytes), end);
+  for (void const* bytes : expected) {
+    EXPECT_NE(std::find(watch.released, end, bytes), end);
+  }
   map.DeleteAllEntries();
 }
 
@@ -320,7 +326,7 @@ std::vector<size_t> LargeArraysOfALine(size_t length) {
 }
 
 TEST(Allocation, LineBufferStartsAt1024BytesAndDoubles) {
-  // One byte beyond the capacity keeps a text behind the terminator of a line that fills it.
+  // One byte beyond the capacity keeps a text after the terminator of a line that fills it.
   using Sizes = std::vector<size_t>;
   EXPECT_EQ(LargeArraysOfALine(1023), (Sizes{1025}));
   EXPECT_EQ(LargeArraysOfALine(1024), (Sizes{1025, 2049}));

@@ -340,7 +340,7 @@ TEST_F(ConfigFileManagerTest, LastDuplicateWinsAndMovesToTheEnd) {
   EXPECT_EQ(Rewritten("x=1\ny=2\nx=3"), "y=2\nx=3\n");
 }
 
-// ---- Blank sides, and what the line buffer still holds
+// ---- Blank sides, and what is left in the line buffer
 
 TEST_F(ConfigFileManagerTest, BlankKeyTakesTheValuesText) {
   EXPECT_EQ(SettingsIn("=abc\n"), (Settings{{"abc", "abc"}}));
@@ -361,7 +361,7 @@ TEST_F(ConfigFileManagerTest, BlankKeyAndValueTakeWhatFollowsThem) {
 }
 
 TEST_F(ConfigFileManagerTest, BlankValueTakesTheTailOfALongerLine) {
-  // Behind "key=" and its NUL lies the comment from its sixth byte on.
+  // After "key=" and its NUL is the comment from its sixth byte on.
   EXPECT_EQ(SettingsIn("# a comment\nkey=\n"), (Settings{{"key", "omment"}}));
 }
 
@@ -393,7 +393,9 @@ TEST_F(ConfigFileManagerTest, EveryReadStartsWithAClearBuffer) {
 /// `length` bytes in which neighbouring positions differ.
 std::string Pattern(size_t length) {
   std::string text;
-  for (size_t index = 0; index < length; ++index) text += static_cast<char>('!' + index % 23);
+  for (size_t index = 0; index < length; ++index) {
+    text += static_cast<char>('!' + index % 23);
+  }
   return text;  // none of the bytes is a "="
 }
 
@@ -421,7 +423,7 @@ TEST_P(LineLength, MayBeNothingButBlanksAroundTheSeparator) {
 TEST_P(LineLength, TailStaysForShorterLines) {
   const std::string line = Pattern(GetParam());
   const std::string shorter = Pattern(GetParam() / 2);
-  // Behind each: the text, "=", and the NUL.
+  // Each tail begins after the shorter text, "=" and the NUL.
   const Settings expected{{shorter, line.substr(shorter.size() + 2)}, {"k", shorter.substr(3)}};
   EXPECT_EQ(SettingsIn(line + "\n" + shorter + "=\nk=\n"), expected);
 }

@@ -12,7 +12,7 @@ namespace {
 
 NSString* const kMissingPath = nil;
 
-/// The current folder for the length of a scope: where a path without a folder would lead.
+/// Sets the current folder while it exists: a path without a folder would lead there.
 class ScopedCurrentFolder {
  public:
   explicit ScopedCurrentFolder(const std::string& folder) { fs::current_path(folder); }
@@ -44,7 +44,7 @@ class FacadeTest : public testing::Test {
   std::string mPath = mFolder / "rks.cfg";
 };
 
-/// A string with half of a surrogate pair: no UTF-8 text says the same.
+/// A string with half of a surrogate pair, which has no UTF-8 form.
 /// +stringWithCharacters:length: returns nil for it on Linux.
 NSString* Unpaired() {
   NSString* text = [NSString stringWithFormat:@"a%Cb", static_cast<unichar>(0xD800)];
@@ -64,9 +64,11 @@ TEST_F(FacadeTest, AnyFileGivesAnObject) {
   EXPECT_EQ([[Open("") allKeys] count], 0U);
 }
 
-/// The superclass's `init` as it fails: only for this class, because every object has it.
+/// An `init` of the superclass that fails for this class only, because every object has it.
 id FailingInit(id self, SEL) {
-  if (![self isKindOfClass:[KSConfigFileManager class]]) return self;
+  if (![self isKindOfClass:[KSConfigFileManager class]]) {
+    return self;
+  }
   [self release];
   return nil;
 }
@@ -124,7 +126,9 @@ TEST_F(FacadeTest, AllKeysAreThoseOfTheFirstRead) {
 
 TEST_F(FacadeTest, AllKeysBeyondTheFirstSlots) {
   std::string content;
-  for (int number = 0; number < 25; ++number) content += std::to_string(number) + "=x\n";
+  for (int number = 0; number < 25; ++number) {
+    content += std::to_string(number) + "=x\n";
+  }
   NSArray* keys = [Open(content) allKeys];
   ASSERT_EQ([keys count], 25U);
   EXPECT_TRUE([[keys objectAtIndex:24] isEqualToString:@"24"]);

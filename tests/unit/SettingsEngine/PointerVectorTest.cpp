@@ -24,7 +24,7 @@ static_assert(!std::is_copy_assignable<PointerVector>::value, "owns its array");
 static_assert(!std::is_copy_constructible<StringVector>::value, "owns its strings");
 static_assert(!std::is_copy_assignable<StringVector>::value, "owns its strings");
 
-/// A vector of numbers in disguise, which records what it is asked to do.
+/// A vector that copies an element by adding 1 to its address, and records its calls.
 class RecordingVector : public PointerVector {
  public:
   void deleteElement(void* element) override { deleted.push_back(element); }
@@ -70,7 +70,7 @@ TEST(PointerVector, TwoDestructorsThenDeleteThenCopyInTheVirtualTable) {
 }
 
 TEST(PointerVector, FourSlotsInTheVirtualTable) {
-  // What a subclass adds takes the first slot behind them.
+  // A function that a subclass adds takes the first slot after them.
   struct MoreOfTheBase : RecordingVector {
     virtual void added() {}
   };

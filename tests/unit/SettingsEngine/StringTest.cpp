@@ -93,8 +93,8 @@ TEST(SimpleString, LowersInPlace) {
 constexpr unsigned char kLatinCapital = 0xC4;  // A with diaeresis
 constexpr unsigned char kLatinSmall = 0xE4;
 
-/// The process, for the length of a scope, in a one-byte locale where tolower(3) makes 0xE4 of
-/// 0xC4. It is compiled here, because few machines have one.
+/// Sets a one-byte locale, in which tolower(3) turns 0xC4 into 0xE4, while it exists. The locale is
+/// compiled here, because few machines have one.
 class ScopedLatinLocale {
  public:
   ScopedLatinLocale() {
@@ -104,7 +104,7 @@ class ScopedLatinLocale {
     WriteWholeFile(mFolder / "source",
                    "LC_CTYPE\nupper <U0041>..<U005A>;<U00C4>\nlower <U0061>..<U007A>;<U00E4>\n"
                    "tolower (<U00C4>,<U00E4>)\nEND LC_CTYPE\n");
-    // It warns of all that the source lacks, in its status too.
+    // localedef warns of everything that the source lacks, and its status is then not 0.
     (void)system(
         ("cd " + mFolder.Path() + " && localedef -c --quiet -i source -f ./charmap ./latin")
             .c_str());

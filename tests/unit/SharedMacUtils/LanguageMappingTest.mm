@@ -25,7 +25,7 @@ void SetLanguages(id languages) {
   [defaults setVolatileDomain:domain forName:NSArgumentDomain];
 }
 
-/// The answer of ObtainMacOSLanguage() to `languages`.
+/// The result of ObtainMacOSLanguage() in a new process whose languages are `languages`.
 std::string ObtainedWith(id languages) {
   return AskedElsewhere([languages] {
     SetLanguages(languages);
@@ -140,7 +140,7 @@ TEST(ObtainMacOSLanguage, OnlyTheFirstElementCounts) {
   EXPECT_EQ("xu", ObtainedWith([NSArray arrayWithObjects:number, @"fr", nil]));
 }
 
-/// Ends the process, a test's child, with an error when `string` is none, as macOS may.
+/// Ends the process, a test's child, with an error when `string` is not a string, as macOS may.
 NSString* CanonicalFormOfAString(id /*self*/, SEL /*selector*/, NSString* string) {
   if (![string isKindOfClass:[NSString class]]) {
     _exit(1);

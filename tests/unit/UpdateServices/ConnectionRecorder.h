@@ -1,4 +1,4 @@
-// Stands between the tested code and the network.
+// Replaces the network for the tested code.
 #pragma once
 
 #import <Foundation/Foundation.h>
@@ -8,8 +8,8 @@
 /// An autoreleased response with an HTTP status. Foundation makes one from 10.7 on only.
 NSHTTPURLResponse* HTTPResponse(NSURL* url, NSInteger status);
 
-/// As long as it lives, no request leaves the process: requests are kept for the test, and
-/// connections are stand-ins that call no delegate. One at a time.
+/// While it exists, no request leaves the process: requests are kept for the test, and connections
+/// are fakes that call no delegate. Only one may exist at a time.
 class ConnectionRecorder {
  public:
   ConnectionRecorder();
@@ -29,7 +29,7 @@ class ConnectionRecorder {
   /// Whether the last synchronous request asked for its response or error.
   bool askedForMore() const;
 
-  /// What a synchronous request gets; nil at first.
+  /// Sets the body that synchronous requests return; nil at first.
   void SetReply(NSData* reply);
   /// From now on a synchronous request is kept and then raises.
   void MakeRequestsRaise();

@@ -1,11 +1,11 @@
-// Downloads one URL and prints what its delegate hears, one event per line:
+// Downloads one URL and prints the messages to its delegate, one event per line:
 //
 //     download_client [--async] [--directory DIR --filename NAME] [--time-out SECONDS]
 //                     [--cancel-at CHUNKS] [--log FILE] [--body FILE] URL
 //
-// The events are "progress N" for the Nth chunk, then "complete", "fail" or "cancelled". "body N"
-// then prints how many bytes are kept in memory, "body (absent)" that none may be read; --body gets
-// them. "path PATH" is the file.
+// The events are "progress N" for the Nth chunk, then "complete", "fail" or "cancelled". Then comes
+// "body N" with the number of bytes in memory, or "body (absent)" when they cannot be read, and
+// "path PATH" with the path of the file. --body writes the bytes to a file.
 #import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMDownload.h"
 
 #include <stdio.h>
@@ -39,20 +39,21 @@ Options ParseArguments(int argc, char** argv) {
       continue;
     }
     NSString* value = String(argv[i + 1 < argc ? ++i : i]);
-    if (name == "--directory")
+    if (name == "--directory") {
       options.directory = value;
-    else if (name == "--filename")
+    } else if (name == "--filename") {
       options.filename = value;
-    else if (name == "--time-out")
+    } else if (name == "--time-out") {
       options.timeOut = [value doubleValue];
-    else if (name == "--cancel-at")
+    } else if (name == "--cancel-at") {
       options.cancelAt = strtoull([value UTF8String], nullptr, 10);
-    else if (name == "--log")
+    } else if (name == "--log") {
       options.log = value;
-    else if (name == "--body")
+    } else if (name == "--body") {
       options.body = value;
-    else
+    } else {
       options.url = value;
+    }
   }
   return options;
 }

@@ -12,7 +12,7 @@
 #include "tests/unit/support/TemporaryFolder.h"
 #include "tests/unit/support/Text.h"
 
-// ---- Delegates that remember
+// ---- Delegates that record
 
 /// Implements what the protocol requires.
 @interface PlainReceiver : NSObject <KPIMDownloadProgressReceiver> {
@@ -48,7 +48,7 @@
 
 @end
 
-/// Counts those that go.
+/// Counts deallocations.
 @interface WatchedDownload : KPIMDownload
 @end
 
@@ -234,7 +234,7 @@ class KPIMDownloadTest : public testing::Test {
   size_t logged_ = 0;
 };
 
-// ---- What it says of itself
+// ---- Status and failure
 
 TEST_F(KPIMDownloadTest, StatusIsThatOfTheLastResponse) {
   Make(true);
@@ -746,7 +746,7 @@ TEST_F(KPIMDownloadTest, FailedDownloadCannotBeStartedByWhomItTells) {
   EXPECT_EQ(2, network_.requests());
 }
 
-/// A download that only its receiver and its connection hold.
+/// A download that only its receiver and its connection retain.
 class ReleasedDownloadTest : public KPIMDownloadTest {
  protected:
   ReleasedDownloadTest() { s_downloadsGone = 0; }
@@ -766,7 +766,7 @@ class ReleasedDownloadTest : public KPIMDownloadTest {
     releasing->when = event;
     EXPECT_TRUE([download_ startDownload]);
   }
-  /// Lets the connection go of the download, as it does at its end.
+  /// Makes the connection release the download, as it does at its end.
   void DropConnection() { [(NSURLConnection*)network_.connection() cancel]; }
   void ExpectGoneOnlyAfterwards() {
     EXPECT_EQ(0, ((ReleasingReceiver*)receiver_)->goneWhileTold);
@@ -914,7 +914,7 @@ TEST_F(KPIMDownloadTest, FullDiskLeavesTheBodyInMemory) {
 
 TEST(KPIMDownload, TellsItsReceiverInTheDefaultModeOnly) {
   PlainReceiver* receiver = [[[PlainReceiver alloc] init] autorelease];
-  // Fails without a network: the URL names no host.
+  // Fails without a network: the URL has no host.
   KPIMDownload* download = [[[KPIMDownload alloc] initWithURL:[NSURL URLWithString:@"http:///file"]
                                                  downloadPath:nil
                                                      filename:nil
@@ -929,7 +929,7 @@ TEST(KPIMDownload, TellsItsReceiverInTheDefaultModeOnly) {
     [loop runMode:mode beforeDate:[NSDate date]];
     EXPECT_THAT(receiver->events, IsEmpty()) << [mode UTF8String];
   }
-  // Only a failing test waits so long.
+  // Only a test that fails waits this long.
   NSDate* limit = [NSDate dateWithTimeIntervalSinceNow:60];
   while (receiver->events.empty() && [limit timeIntervalSinceNow] > 0 &&
          [loop runMode:NSDefaultRunLoopMode beforeDate:limit]) {

@@ -19,7 +19,7 @@ constexpr char kOther[] = "/Library/Internet Plug-Ins/Korvel Player.plugin/Conte
 bool s_loggedIn;
 unsigned int s_systemVersion;
 NSDictionary* s_ownInfo;
-/// Property lists by path; nil for a file that is none.
+/// Property lists by path; nil for a file that is not a property list.
 std::map<std::string, NSDictionary*> s_files;
 
 }  // namespace

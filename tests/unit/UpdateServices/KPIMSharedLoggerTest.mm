@@ -32,7 +32,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/// What happens in a new process that asks for the logger twice: it is made once per process.
+/// The events of a new process that asks for the logger twice: it is made once per process.
 std::vector<std::string> LoggerEvents(bool loggedIn, bool canBeOpened) {
   int events[2];
   EXPECT_EQ(0, pipe(events));

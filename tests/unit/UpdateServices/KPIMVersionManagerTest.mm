@@ -19,7 +19,7 @@
 - (void)connection:(NSURLConnection*)connection didFailWithError:(NSError*)error;
 @end
 
-/// Notes what a manager says when it posts its notification.
+/// Records the state of a manager when it posts its notification.
 @interface Observer : NSObject {
  @public
   KPIMVersionManager* manager;
@@ -126,7 +126,7 @@ class KPIMVersionManagerTest : public testing::Test {
   ConnectionRecorder network_;
   KPIMVersionManager* manager_ = [[KPIMVersionManager alloc] init];
   Observer* observer_ = [[Observer alloc] init];
-  // The download looks at neither.
+  // The download uses neither.
   NSURLConnection* const noConnection_ = nil;
   NSURLResponse* const noResponse_ = nil;
 
@@ -134,7 +134,7 @@ class KPIMVersionManagerTest : public testing::Test {
   ScopedMethodReplacement localized_;
 };
 
-/// What was logged or posted but the download's own lines.
+/// What was logged or posted, except the download's own lines.
 std::vector<std::string> Events() {
   std::vector<std::string> events;
   for (const std::string& event : g_events) {
@@ -185,7 +185,7 @@ TEST_F(KPIMVersionManagerTest, AsksForTheOtherPlayersDescription) {
               "/get/korvelplayer/update/current/xml/version_en_mac_pl.xml",
               URL())
         << kind;
-    // Each request's download is kept, none is released by the next one.
+    // The next request does not release the download of this one.
     [TakeDownload() release];
   }
 }

@@ -137,7 +137,7 @@ TEST_F(KPIMVersionXMLTest, SizeOfOnePieceIsNone) {
 }
 
 TEST_F(KPIMVersionXMLTest, SizeOfNoAndOneNumber) {
-  // The piece behind the missing number is taken for it.
+  // The piece after the missing number is taken for it.
   EXPECT_EQ("0.000000 x 1.000000", Size(With(";size 400 300", ";size ")));
   EXPECT_EQ("400.000000 x 1.000000", Size(With(";size 400 300", ";size 400")));
   EXPECT_EQ("400.000000 x 0.000000", Size(";size 400 ;autoUpdateMode"));

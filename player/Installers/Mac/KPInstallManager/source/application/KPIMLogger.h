@@ -17,7 +17,7 @@ enum : unsigned int {
 ///
 ///     2026-11-16 07:14:00 +0000 [I] FIN: [finalizer started]
 ///
-/// that is the local time, a tag for the level, the logger's prefix and the message, in UTF-8.
+/// A line has the local time, a tag for the level, the logger's prefix and the message, in UTF-8.
 ///
 /// Each line is written at the current end of the file and flushed to the disk before the call
 /// returns, so several loggers, in one process or in several, may share a file. A line that cannot
@@ -35,9 +35,7 @@ enum : unsigned int {
 - (id)init;
 
 /// Makes a logger for the file at `path`, at level 1 and with an empty prefix. The file is opened
-/// or created as OpenInstallLogFile describes: with the console user's rights, or with root's if
-/// these do not suffice, and only as a regular file with one name. A missing folder is not created;
-/// the file's contents are kept.
+/// or created as OpenInstallLogFile describes; its contents are kept.
 ///
 /// Returns nil when the file cannot be opened. Callers need not test for that: messages to nil do
 /// nothing.

@@ -1,4 +1,4 @@
-// One finalizer at a time: the payload blob is locked while it becomes a bundle.
+// Locking the payload blob, so that only one finalizer at a time unpacks it.
 #pragma once
 
 /// Result of locking the blob.
@@ -16,7 +16,7 @@ enum class BlobLockResult {
 /// An advisory lock (flock(2)) on the payload blob, released by the destructor.
 ///
 /// Any user who may read the blob can lock it and keep it locked, so the wait has a limit; after
-/// that the caller goes on without the lock.
+/// that the caller continues without the lock.
 class BlobLock {
  public:
   /// Number of attempts to lock the blob, and the pause between two of them, in microseconds:

@@ -8,8 +8,8 @@
 /// then deletes the blob. A nil `installRoot` means the boot volume.
 ///
 /// Returns 1, with nothing changed, when there is no blob. Otherwise removes the old bundle and the
-/// blob, or anything else at their paths, as far as the system allows, and returns 0, even if the
-/// bundle could not be written or not all of it. Nothing is written or removed through a link below
+/// blob, or anything else at their paths, as far as the system allows, and returns 0, even if part
+/// or all of the bundle could not be written. Nothing is written or removed through a link below
 /// the root: if a folder on the way is a link, nothing is removed and no entry is written.
 ///
 /// The blob is locked from the test for its existence until its removal. While another process
@@ -19,6 +19,6 @@
 /// Logs to `g_logger`: the paths, a missing blob, a blob that cannot be locked, items of the old
 /// bundle that could not be removed, a blob that cannot be read to its end (also because memory ran
 /// out) or is malformed, and entries that could not be written, with their number and the first
-/// path. A blob that cannot be opened or is not a regular file counts as an empty one, without a
-/// line of its own.
+/// path. A blob that is not a regular file or that the process may not open counts as an empty one,
+/// without a line of its own. Other failures to open it are logged as failures to read it.
 int DecompressLZMA(NSString* installRoot);

@@ -41,7 +41,7 @@ void LogFault(const BlobFault& fault) {
 }
 
 // Returns whether a blob that cannot be opened for the reason `error`, an errno value, counts as an
-// empty one. Other errors are faults of the machine.
+// empty one. Other errors are logged.
 bool CountsAsEmptyBlob(int error) {
   return error == ENOTSUP || error == EACCES || error == EPERM || error == ELOOP || error == ENXIO;
 }

@@ -3,8 +3,8 @@
 
 #import <Foundation/Foundation.h>
 
-/// Sets "DisableAnalytics" to "1" in the settings file "/Library/Application
-/// Support/Velmora/rks.cfg" under `installRoot`, or at that very path when the root is nil. The
-/// file is created when missing, its folder is not. Failures are silent. docs/settings-format.md
-/// describes what such a rewrite keeps of the file.
+/// Sets "DisableAnalytics" to "1" in the settings file under `installRoot`, or on the boot volume
+/// when the root is nil: "/Library/Application Support/Velmora/rks.cfg". A missing file is created,
+/// a missing folder is not. Failures are not reported. docs/settings-format.md describes what such
+/// a rewrite keeps of the file.
 void DisableAnalytics(NSString* installRoot);

@@ -28,7 +28,7 @@ bool InstallsForConsoleUser(NSString* installRoot) {
   return [KPIMCommonUtil isUserLoggedIn] && [installRoot isEqualToString:kBootVolume];
 }
 
-// The stages that follow a successful extraction. A failure ends only the stage in which it occurs.
+// The stages after the payload stage. A failure ends only the stage in which it occurs.
 void RunLaterStages(NSString* installRoot, bool disableAnalytics) {
   RunStage(@"Obsolete file removal", [&] {
     if (InstallsForConsoleUser(installRoot)) {

@@ -1,4 +1,4 @@
-// The stage that removes what older generations of the plug-in left behind.
+// The stage that removes files of older generations of the plug-in.
 #pragma once
 
 /// Deletes the obsolete plug-in files in the folder "Library/Internet Plug-Ins" of the home folder,

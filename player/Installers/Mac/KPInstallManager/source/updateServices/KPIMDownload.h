@@ -15,8 +15,8 @@ enum : int {
   kDownloadStateFailed = 4,
 };
 
-/// Name of the request's property (NSURLProtocol) that holds the path of the file with the
-/// authorities, for loaders that verify certificates themselves.
+/// Name of the request property (NSURLProtocol) with the path that `setAuthoritiesFile:` has set,
+/// for loaders that verify certificates themselves.
 extern NSString* const kKPIMAuthoritiesProperty;
 
 /// Is informed of the progress of a download in asynchronous mode, on the thread that started it.
@@ -69,8 +69,9 @@ extern NSString* const kKPIMAuthoritiesProperty;
 
 /// Makes a download of `url`, which does not start yet. The body is also written to the file
 /// `filename` in `directory`, unless one of the two is nil, the directory does not exist, which is
-/// logged, or the name is empty, ".", ".." or contains a slash or a NUL. Retains `logger` and
-/// `delegate`, either of which may be nil.
+/// logged, or the name is empty, ".", ".." or contains a slash or a NUL. After a failed write the
+/// file is closed as it is, the rest of the body is kept in memory only, and nothing is logged.
+/// Retains `logger` and `delegate`, either of which may be nil.
 - (id)initWithURL:(NSURL*)url
      downloadPath:(NSString*)directory
          filename:(NSString*)filename
@@ -95,8 +96,8 @@ extern NSString* const kKPIMAuthoritiesProperty;
 /// Returns, in asynchronous mode, the HTTP status of the last response; 0 before the first one.
 - (int)statusCode;
 
-/// In asynchronous mode, returns why the connection failed, or that the body exceeded its limit, as
-/// text for people. Returns nil in all other cases, also when the file could not be created.
+/// Returns, in asynchronous mode, why the connection failed, or that the body exceeded its limit,
+/// as text for people. Returns nil in all other cases, also when the file could not be created.
 - (NSString*)failure;
 
 /// Removes the file of an earlier download and sends the request, without using any cache. The

@@ -213,7 +213,7 @@ bool IsPlainName(NSString* name) {
     return;
   }
   [m_logger assert:m_downloadState == kDownloadStateStarted message:kNotStarted];
-  // Untested: the path, since the data is always kept in memory.
+  // Untested: the second operand, because the data is always kept in memory.
   [m_logger assert:m_keepDownloadedDataInMemory || m_downloadPath != nil message:kKeptNowhere];
   if (m_keepDownloadedDataInMemory) {
     [m_data appendData:chunk];
@@ -262,8 +262,8 @@ bool IsPlainName(NSString* name) {
   [self _logError:[NSString stringWithFormat:kDownloadFailed, reason]];
 }
 
-// Ends an earlier request that is still unanswered: it would go on without its owner, and fill the
-// buffer of the next one.
+// Ends an earlier request that is still unanswered. Otherwise its answer would be appended to that
+// of the next one.
 - (void)_dropConnection {
   if (m_urlConnection == nil) {
     return;

@@ -6,7 +6,7 @@
 #import "player/Installers/Mac/KPInstallManager/source/application/KPIMLogger.h"
 #import "player/Installers/Mac/KPInstallManager/source/updateServices/KPIMDownload.h"
 
-/// The plug-in's flavours. Every number other than `kKPIMPlayerKindPepper` means the other one.
+/// The plug-in's flavours. Every other number means `kKPIMPlayerKindPlugin`.
 enum : int {
   kKPIMPlayerKindPlugin = 0,
   kKPIMPlayerKindPepper = 1,
@@ -16,16 +16,16 @@ enum : int {
 /// description with a message has arrived, or when the description could not be fetched.
 extern NSString* const kKPIMVersionXMLReceivedNotification;
 
-/// An instance fetches the vendor's current version description for the user's locale, once:
+/// An instance fetches the vendor's current version description for one locale, once:
 ///
 ///     KPIMVersionManager* manager = [[KPIMVersionManager alloc] init];
 ///     [manager sendVersionXMLRequestFor:kKPIMPlayerKindPepper];
 ///     // ... the run loop of this thread runs until kKPIMVersionXMLReceivedNotification ...
 ///     NSString* newest = [manager XMLVersionString];
 ///
-/// The instance and its download retain each other from the request on. The request fails when the
-/// server is silent for 60 seconds. The whole time is not limited: the caller decides how long to
-/// wait.
+/// From the request on the instance and its download retain each other, and neither is ever freed.
+/// The request fails when the server is silent for 60 seconds. The whole time is not limited: the
+/// caller decides how long to wait.
 ///
 /// The class methods check whether an installation may proceed: see KPIMInstallChecks.h.
 @interface KPIMVersionManager : NSObject <KPIMDownloadProgressReceiver> {
@@ -40,8 +40,8 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 }
 
 /// Returns the logger of the update services, which is made on first use and never released. It
-/// writes to the install log of the running user, or to the machine's log when no user is logged
-/// in. A subclass may override this to log elsewhere.
+/// writes to the install log in the process's home folder, or to the machine's log when no user is
+/// logged in at the console. A subclass may override this for the messages of its instances.
 + (KPIMLogger*)_logger;
 
 - (id)init;
@@ -79,7 +79,7 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 /// Returns the text to show to the user, in HTML; nil when the description has none.
 - (NSString*)HTMLDisplayString;
 
-/// Returns how updates are to be installed; nil when the description does not say.
+/// Returns how updates are to be installed; nil when the description does not contain it.
 - (NSString*)AutoUpdateModeString;
 
 /// Returns the size of the dialog that shows the message, in points: 0 by 0 until an answer has

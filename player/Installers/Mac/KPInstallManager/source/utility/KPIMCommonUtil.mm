@@ -51,7 +51,7 @@ NSString* const kUnknownVersion = @"XX.y";
       [version isKindOfClass:[NSString class]] ? [version componentsSeparatedByString:@"."] : nil;
   switch ([components count]) {
     case 0:
-      // Untested: the first of the two, because the variable is always nil.
+      // Untested: the first alternative, because the variable is always nil.
       return sKorvelPlayerVersionBeingInstalled != nil ? sKorvelPlayerVersionBeingInstalled
                                                        : kUnknownVersion;
     case 1:

@@ -1,12 +1,12 @@
-// URLs from text that the product has put together.
+// Making URLs from composed text.
 #pragma once
 
 #import <Foundation/Foundation.h>
 
-/// The URL that `text` spells, autoreleased. Nil when no URL may hold the text, which is nowhere
-/// escaped: a character that is not printable ASCII, a blank, one of "<>\^`{|}, a "%" that is not
-/// followed by two hexadecimal digits, or a second "#". Nil also for nil.
+/// Returns the URL with the text `text`, autoreleased. No character is escaped. Returns nil when
+/// `text` is nil or contains a character that is not printable ASCII, a blank, one of "<>\^`{|}, a
+/// "%" that is not followed by two hexadecimal digits, or a second "#".
 ///
-/// This is what `URLWithString:` itself refuses in programs built with an SDK before macOS 14. In
-/// later ones it escapes such characters instead.
+/// In programs built with an SDK before macOS 14, `URLWithString:` itself returns nil for such
+/// text. In later ones it escapes the characters instead.
 NSURL* URLFromText(NSString* text);
