@@ -3,8 +3,8 @@
 #
 #   scripts/fuzz.sh [SECONDS [TARGET...]]      by default 1800 seconds and every target
 #
-# Prints, for each, what it executed, the coverage and the processor time, and what it found. What is
-# new stays in build/asan/found/TARGET. Exit status 1 when a target found a fault.
+# Prints, for each, the executions, the coverage, the processor time, and what it found. New inputs
+# stay in build/asan/found/TARGET. Exit status 1 when a target found a fault.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
