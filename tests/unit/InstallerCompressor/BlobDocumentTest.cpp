@@ -13,9 +13,13 @@ constexpr size_t kOffsetWidth = 10;  // "00000010: "
 constexpr size_t kBytesWidth = 40;   // "0001 0203 ... 0e0f "
 
 bool IsDumpLine(const std::string& line) {
-  if (line.size() < kOffsetWidth || line[8] != ':') return false;
+  if (line.size() < kOffsetWidth || line[8] != ':') {
+    return false;
+  }
   for (size_t index = 0; index < 8; ++index) {
-    if (!isxdigit(static_cast<unsigned char>(line[index]))) return false;
+    if (!isxdigit(static_cast<unsigned char>(line[index]))) {
+      return false;
+    }
   }
   return true;
 }
@@ -26,13 +30,19 @@ std::vector<std::string> Dumps() {
   std::vector<std::string> dumps;
   std::string line;
   while (std::getline(document, line)) {
-    if (!IsDumpLine(line)) continue;
+    if (!IsDumpLine(line)) {
+      continue;
+    }
     const size_t offset = std::stoul(line.substr(0, 8), nullptr, 16);
-    if (offset == 0) dumps.emplace_back();
+    if (offset == 0) {
+      dumps.emplace_back();
+    }
     EXPECT_EQ(dumps.back().size(), offset) << line;
     std::string digits;
     for (const char character : line.substr(kOffsetWidth, kBytesWidth)) {
-      if (character != ' ') digits += character;
+      if (character != ' ') {
+        digits += character;
+      }
     }
     for (size_t index = 0; index + 1 < digits.size(); index += 2) {
       dumps.back() += static_cast<char>(std::stoi(digits.substr(index, 2), nullptr, 16));

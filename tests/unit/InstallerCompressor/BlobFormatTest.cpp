@@ -160,7 +160,9 @@ TEST(LZMASubHeader, IsNotWrittenWithoutFiveProperties) {
     unsigned char buffer[9];
     memset(buffer, 0xAA, sizeof(buffer));
     EXPECT_EQ(0UL, WriteFormattedLZMASubHeader(buffer, 1, properties, count));
-    for (const unsigned char byte : buffer) EXPECT_EQ(0xAA, byte);
+    for (const unsigned char byte : buffer) {
+      EXPECT_EQ(0xAA, byte);
+    }
   }
 }
 

@@ -17,7 +17,9 @@ size_t PeakMemory() {
   std::ifstream status("/proc/self/status");
   std::string line;
   while (std::getline(status, line)) {
-    if (line.rfind("VmHWM:", 0) == 0) return std::stoul(line.substr(6)) * 1024;
+    if (line.rfind("VmHWM:", 0) == 0) {
+      return std::stoul(line.substr(6)) * 1024;
+    }
   }
   return 0;
 }

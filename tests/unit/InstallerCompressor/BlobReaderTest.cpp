@@ -134,7 +134,9 @@ TEST(Dismantle, DecodesAnLZMAEntryAsTheLastOfItsDirectory) {
 
 TEST(Dismantle, DecodesTheStreamsOfAnotherEncoder) {
   std::string text;
-  for (int line = 0; line < 500; ++line) text += "line " + std::to_string(line) + " of the text\n";
+  for (int line = 0; line < 500; ++line) {
+    text += "line " + std::to_string(line) + " of the text\n";
+  }
   const ChunkList expected = List(
       {NewDirectory("", {NewDirectory("Contents", {NewFile("text", text), NewDirectory("MacOS")}),
                          NewFile("empty", "")})});
@@ -209,7 +211,9 @@ TEST(Dismantle, AcceptsDirectoriesNestedAsDeepAsAllowed) {
   }
   ChunkList list = Dismantle(bytes);
   unsigned int depth = 0;
-  for (fileChunk* node = list.get(); node; node = node->children) ++depth;
+  for (fileChunk* node = list.get(); node; node = node->children) {
+    ++depth;
+  }
   EXPECT_EQ(kMaximumNesting, depth);
 }
 
@@ -227,7 +231,9 @@ ChunkList Source(const std::string& blob) { return List({NewFile("blob", blob)})
 TEST(Dismantle, DecodesContentOfMegabytes) {
   const std::string page = RandomBytes(4096);
   std::string pages;
-  while (pages.size() < 3 << 20) pages += page + std::to_string(pages.size());
+  while (pages.size() < 3 << 20) {
+    pages += page + std::to_string(pages.size());
+  }
   const std::string inner = StoredFile("a", pages) + StoredFile("b", "b" + pages) +
                             StoredDirectory("c", StoredFile("d", "cd" + pages));
   const std::string content = StoredFile("first", pages) + StoredDirectory("plain", inner) +

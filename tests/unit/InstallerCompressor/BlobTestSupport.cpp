@@ -14,7 +14,9 @@
 #include <vector>
 
 char* NewName(const char* text) {
-  if (!text) return nullptr;
+  if (!text) {
+    return nullptr;
+  }
   char* const name = new char[strlen(text) + 1];
   strcpy(name, text);
   return name;
@@ -25,7 +27,9 @@ fileChunk* NewFile(const char* name, const std::string& contents) {
   node->name = NewName(name);
   node->size = contents.size();
   node->data = new unsigned char[contents.size()];
-  if (!contents.empty()) memcpy(node->data, contents.data(), contents.size());
+  if (!contents.empty()) {
+    memcpy(node->data, contents.data(), contents.size());
+  }
   return node;
 }
 
@@ -100,7 +104,9 @@ ChunkList Dismantle(const std::string& bytes) {
 
 ChunkList Dismantle(const std::string& bytes, BlobFault& fault) {
   const std::unique_ptr<unsigned char[]> exact(new unsigned char[bytes.size()]);
-  if (!bytes.empty()) memcpy(exact.get(), bytes.data(), bytes.size());
+  if (!bytes.empty()) {
+    memcpy(exact.get(), bytes.data(), bytes.size());
+  }
   return ChunkList(dismantle(exact.get(), static_cast<unsigned int>(bytes.size()), fault));
 }
 
@@ -142,7 +148,9 @@ std::string SolidBlob(fileChunk* list) {
 std::string RandomBytes(size_t count, unsigned int seed) {
   std::mt19937 random(seed);
   std::string bytes(count, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(random());
+  for (char& byte : bytes) {
+    byte = static_cast<char>(random());
+  }
   return bytes;
 }
 
@@ -171,7 +179,9 @@ unsigned int Mode(const std::string& path) {
 
 std::string FolderOfLength(const std::string& root, size_t length) {
   std::string path = root;
-  while (length - path.size() > 200) path += "/" + std::string(99, 'r');
+  while (length - path.size() > 200) {
+    path += "/" + std::string(99, 'r');
+  }
   path += "/" + std::string(length - path.size() - 1, 'r');
   fs::create_directories(path);
   return path;
@@ -190,7 +200,9 @@ ScopedAlarm::~ScopedAlarm() { alarm(0); }
 
 TemporaryFolder::TemporaryFolder() {
   std::string pattern = fs::temp_directory_path() + "/payload-test-XXXXXX";
-  if (!mkdtemp(pattern.data())) abort();
+  if (!mkdtemp(pattern.data())) {
+    abort();
+  }
   path_ = pattern;
 }
 

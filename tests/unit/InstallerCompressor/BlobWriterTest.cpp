@@ -92,7 +92,9 @@ struct Formatted {
     const std::string before = Describe(chunk.get());
     node.reset(PrepareFileChunk(chunk.get(), type));
     EXPECT_EQ(before, Describe(chunk.get()));
-    if (!node) return;
+    if (!node) {
+      return;
+    }
     bytes = Contents(*node);
     EXPECT_EQ(nullptr, node->name);
     EXPECT_FALSE(node->isDirectory);

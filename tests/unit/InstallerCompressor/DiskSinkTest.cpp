@@ -36,7 +36,9 @@ std::string ReadFileBelow(const std::string& root, const std::vector<std::string
                           const std::string& name) {
   const std::string before = fs::current_path();
   fs::current_path(root);
-  for (const std::string& folder : folders) fs::current_path(folder);
+  for (const std::string& folder : folders) {
+    fs::current_path(folder);
+  }
   const std::string contents = ReadFile(name);
   fs::current_path(before);
   return contents;
@@ -249,7 +251,9 @@ TEST(WriteFileFromChunk, GoesOnBehindWhatItCannotWrite) {
 TEST(WriteFileFromChunk, TakesPathsOfAnyLength) {
   const TemporaryFolder folder;
   std::string root = folder.Path();
-  while (root.size() < 300) root += "/" + std::string(60, 'r');
+  while (root.size() < 300) {
+    root += "/" + std::string(60, 'r');
+  }
   fs::create_directories(root);
   // Longer than the system takes in one piece, and back again for the sibling.
   const std::string name(250, 'n');

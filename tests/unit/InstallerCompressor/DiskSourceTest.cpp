@@ -38,7 +38,9 @@ void NoteFault(const char* path, int error, void* context) {
 // The names of a list, in its order.
 std::vector<std::string> Names(const fileChunk* list) {
   std::vector<std::string> names;
-  for (; list; list = list->next) names.push_back(list->name);
+  for (; list; list = list->next) {
+    names.push_back(list->name);
+  }
   return names;
 }
 
@@ -213,7 +215,9 @@ TEST(SourceFromPath, KeepsTheOrderOfTheFileSystem) {
   std::vector<std::string> expected;
   DIR* const directory = opendir(folder.Path().c_str());
   while (const dirent* entry = readdir(directory)) {
-    if (PlatformFilenameAllowed(entry->d_name)) expected.push_back(entry->d_name);
+    if (PlatformFilenameAllowed(entry->d_name)) {
+      expected.push_back(entry->d_name);
+    }
   }
   closedir(directory);
   ASSERT_EQ(9UL, expected.size());
@@ -306,7 +310,9 @@ TEST(SourceFromPath, EndsAtPathsLongerThanTheSystemTakes) {
   fs::current_path(before);
   const ChunkList tree = Source(folder / "tree");
   int depth = 0;
-  for (const fileChunk* node = tree->children; node; node = node->children) ++depth;
+  for (const fileChunk* node = tree->children; node; node = node->children) {
+    ++depth;
+  }
   EXPECT_GT(depth, 15);
   EXPECT_LT(depth, kLevels);
 }
@@ -443,7 +449,9 @@ TEST(SourceFromPath, LeavesOutWhatMayNotBeRead) {
   // Root may read everything.
   const std::string expected = "'tree' directory 0\n  'listed' directory 0\n";
   EXPECT_EQ(0, InChild([&] {
-              if (geteuid() == 0 && setuid(kNobody) != 0) return 2;
+              if (geteuid() == 0 && setuid(kNobody) != 0) {
+                return 2;
+              }
               return Describe(Source(tree).get()) == expected ? 0 : 1;
             }));
   fs::permissions(tree + "/closed", 0700);
@@ -457,8 +465,12 @@ TEST(SourceFromFile, DoesNotMakeATerminalItsOwn) {
   ASSERT_EQ(0, unlockpt(master));
   const std::string terminal = ptsname(master);
   EXPECT_EQ(0, InChild([&] {
-              if (setsid() < 0) return 2;
-              if (PlatformCreateSourceFromFile(terminal.c_str(), "name")) return 3;
+              if (setsid() < 0) {
+                return 2;
+              }
+              if (PlatformCreateSourceFromFile(terminal.c_str(), "name")) {
+                return 3;
+              }
               return open("/dev/tty", O_RDONLY | O_NONBLOCK) >= 0 ? 1 : 0;
             }));
   close(master);

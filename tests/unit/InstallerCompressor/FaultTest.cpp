@@ -79,11 +79,19 @@ void* Allocate(size_t size) {
   ++requests;
   requestedBytes += size;
   takenBytes += std::max<size_t>((size + sizeof(size_t) + 15) / 16 * 16, 32);
-  if (allowedRequests == 0) return nullptr;
-  if (largestRequest >= 0 && size > static_cast<size_t>(largestRequest)) return nullptr;
-  if (allowedRequests > 0) --allowedRequests;
+  if (allowedRequests == 0) {
+    return nullptr;
+  }
+  if (largestRequest >= 0 && size > static_cast<size_t>(largestRequest)) {
+    return nullptr;
+  }
+  if (allowedRequests > 0) {
+    --allowedRequests;
+  }
   auto* const header = static_cast<BlockHeader*>(malloc(sizeof(BlockHeader) + size));
-  if (!header) abort();
+  if (!header) {
+    abort();
+  }
   header->size = size;
   ++blocks;
   usedBytes += size;
@@ -93,14 +101,18 @@ void* Allocate(size_t size) {
 
 void* AllocateOrThrow(size_t size) {
   void* const memory = Allocate(size);
-  if (memory) return memory;
+  if (memory) {
+    return memory;
+  }
   // The test fails by this exception; telling so takes memory.
   allowedRequests = largestRequest = -1;
   throw std::bad_alloc();
 }
 
 void Free(void* memory) {
-  if (!memory) return;
+  if (!memory) {
+    return;
+  }
   --blocks;
   auto* const header = static_cast<BlockHeader*>(memory) - 1;
   usedBytes -= header->size;
@@ -108,25 +120,37 @@ void Free(void* memory) {
 }
 
 void Inspect(const void* array) {
-  if (!soughtText || !array) return;
+  if (!soughtText || !array) {
+    return;
+  }
   const auto* const bytes = static_cast<const char*>(array);
   const size_t size = (static_cast<const BlockHeader*>(array) - 1)->size;
-  if (memmem(bytes, size, soughtText, strlen(soughtText))) ++arraysWithText;
+  if (memmem(bytes, size, soughtText, strlen(soughtText))) {
+    ++arraysWithText;
+  }
   size_t scrubbed = 0;
-  while (scrubbed != size && bytes[scrubbed] == 'X') ++scrubbed;
-  if (size == 0 || scrubbed != size || scrubbedArrays == std::size(scrubbedLengths)) return;
+  while (scrubbed != size && bytes[scrubbed] == 'X') {
+    ++scrubbed;
+  }
+  if (size == 0 || scrubbed != size || scrubbedArrays == std::size(scrubbedLengths)) {
+    return;
+  }
   scrubbedLengths[scrubbedArrays++] = size;
 }
 
 bool Interrupted() {
-  if (!interruptNext) return false;
+  if (!interruptNext) {
+    return false;
+  }
   interruptNext = false;
   errno = EINTR;
   return true;
 }
 
 ssize_t Pretend(size_t count) {
-  if (count > largestTransfer) largestTransfer = count;
+  if (count > largestTransfer) {
+    largestTransfer = count;
+  }
   return static_cast<ssize_t>(count);
 }
 
@@ -161,8 +185,12 @@ int __real_close(int descriptor);
 int __real_mkdir(const char* path, mode_t mode);
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
-  if (pretends) return Pretend(count);
-  if (Interrupted()) return -1;
+  if (pretends) {
+    return Pretend(count);
+  }
+  if (Interrupted()) {
+    return -1;
+  }
   size_t allowed = Limited(count);
   if (readableBytes >= 0 && allowed > static_cast<size_t>(readableBytes)) {
     allowed = static_cast<size_t>(readableBytes);
@@ -172,14 +200,22 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
     return -1;
   }
   const ssize_t result = __real_read(descriptor, buffer, allowed);
-  if (readableBytes >= 0 && result > 0) readableBytes -= result;
+  if (readableBytes >= 0 && result > 0) {
+    readableBytes -= result;
+  }
   return result;
 }
 
 ssize_t __wrap_write(int descriptor, const void* buffer, size_t count) {
-  if (pretends) return Pretend(count);
-  if (beforeWriting) std::exchange(beforeWriting, nullptr)();
-  if (Interrupted()) return -1;
+  if (pretends) {
+    return Pretend(count);
+  }
+  if (beforeWriting) {
+    std::exchange(beforeWriting, nullptr)();
+  }
+  if (Interrupted()) {
+    return -1;
+  }
   size_t allowed = Limited(count);
   if (writableBytes >= 0 && allowed > static_cast<size_t>(writableBytes)) {
     allowed = static_cast<size_t>(writableBytes);
@@ -189,26 +225,36 @@ ssize_t __wrap_write(int descriptor, const void* buffer, size_t count) {
     return -1;
   }
   const ssize_t result = __real_write(descriptor, buffer, allowed);
-  if (writableBytes >= 0 && result > 0) writableBytes -= result;
+  if (writableBytes >= 0 && result > 0) {
+    writableBytes -= result;
+  }
   return result;
 }
 
 int __wrap_fstat(int descriptor, struct stat* status) {
   const int result = __real_fstat(descriptor, status);
-  if (result == 0 && alterStatus) alterStatus(*status);
-  if (!statusFails) return result;
+  if (result == 0 && alterStatus) {
+    alterStatus(*status);
+  }
+  if (!statusFails) {
+    return result;
+  }
   errno = EIO;
   return -1;
 }
 
 int __wrap_fchmod(int descriptor, mode_t mode) {
-  if (!modeFails) return __real_fchmod(descriptor, mode);
+  if (!modeFails) {
+    return __real_fchmod(descriptor, mode);
+  }
   errno = EPERM;
   return -1;
 }
 
 int __wrap_mkdir(const char* path, mode_t mode) {
-  if (!makingFails) return __real_mkdir(path, mode);
+  if (!makingFails) {
+    return __real_mkdir(path, mode);
+  }
   errno = ENOSPC;
   return -1;
 }
@@ -217,7 +263,9 @@ int __wrap_mkdir(const char* path, mode_t mode) {
 int __wrap_close(int descriptor) {
   const bool fails = closeFails && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY;
   const int result = __real_close(descriptor);
-  if (!fails) return result;
+  if (!fails) {
+    return result;
+  }
   closeFails = false;
   errno = EIO;
   return -1;
@@ -291,7 +339,9 @@ TEST_F(FaultTest, ABombIsRefusedBeforeItTakesMuch) {
 
 TEST_F(FaultTest, ATreeTakesABoundedMultipleOfItsContent) {
   std::string content;
-  for (int count = 0; count < 10000; ++count) content += StoredFile("", "");
+  for (int count = 0; count < 10000; ++count) {
+    content += StoredFile("", "");
+  }
   takenBytes = 0;
   const ChunkList list(dismantle(reinterpret_cast<unsigned char*>(content.data()),
                                  static_cast<unsigned int>(content.size())));
@@ -517,7 +567,9 @@ struct FirstFault {
 
 void NoteFault(const char*, int error, void* context) {
   auto* const fault = static_cast<FirstFault*>(context);
-  if (fault->count++ == 0) fault->error = error;
+  if (fault->count++ == 0) {
+    fault->error = error;
+  }
 }
 
 TEST_F(FaultTest, BytesOfATreeThatAreMissingAreTold) {

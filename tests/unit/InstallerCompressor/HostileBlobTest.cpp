@@ -23,7 +23,9 @@ std::vector<Expectation> Expectations() {
   std::vector<Expectation> expectations;
   std::string line;
   while (std::getline(table, line)) {
-    if (line.empty() || line[0] == '#') continue;
+    if (line.empty() || line[0] == '#') {
+      continue;
+    }
     std::istringstream fields(line);
     Expectation expectation;
     std::getline(fields, expectation.file, '\t');
@@ -51,10 +53,14 @@ TEST(HostileBlob, IsRefusedWithReasonAndPlace) {
   for (const Expectation& expected : expectations) {
     SCOPED_TRACE(expected.file);
     const BlobFault fault = ExpectRefused(TestData("hostile/" + expected.file));
-    if (!fault.reason) continue;
+    if (!fault.reason) {
+      continue;
+    }
     EXPECT_EQ(expected.reason, fault.reason);
     EXPECT_EQ(expected.content == "decoded", fault.inDecodedContent);
-    if (expected.offset != "*") EXPECT_EQ(expected.offset, std::to_string(fault.offset));
+    if (expected.offset != "*") {
+      EXPECT_EQ(expected.offset, std::to_string(fault.offset));
+    }
   }
 }
 
@@ -121,10 +127,14 @@ TEST(HostileBlob, WithAnyBitFlippedStaysInBounds) {
       BlobFault fault;
       const ChunkList list = Dismantle(flipped, fault);
       EXPECT_EQ(fault.reason != nullptr, list == nullptr) << bit;
-      if (!list) continue;
+      if (!list) {
+        continue;
+      }
       fs::create_directories(bundle);
       PlatformWriteFileFromChunk(bundle.c_str(), list.get());
-      if (!fs::is_empty(bundle)) ++written;
+      if (!fs::is_empty(bundle)) {
+        ++written;
+      }
       fs::remove_all(bundle);
       EXPECT_EQ(std::vector<std::string>({"1", "1/2", "1/2/3"}),
                 fs::list_recursively(folder.Path()))
@@ -185,7 +195,9 @@ TEST(HostileBlob, WithAnLZMADirectoryNestedTooDeepIsRefused) {
 TEST(HostileBlob, FreesWhatWasDecodedBeforeTheFault) {
   // For the leak checker: a fault behind a list, in the middle of one, and below both.
   std::string content;
-  for (int count = 0; count < 100; ++count) content += StoredFile("f", "contents");
+  for (int count = 0; count < 100; ++count) {
+    content += StoredFile("f", "contents");
+  }
   const std::string fault = "\x03......";
   ExpectRefused(content + fault);
   ExpectRefused(StoredDirectory("a", content) + StoredDirectory("b", content + fault) + content);

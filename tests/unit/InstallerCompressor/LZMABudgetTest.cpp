@@ -25,7 +25,9 @@ std::string GreatestTables(unsigned long count) {
   const std::string entry = TestData("hostile/base-greatest-table.blob");
   EXPECT_EQ(kGreatestTableEntryLength, entry.size());
   std::string entries;
-  for (; count != 0; --count) entries += entry;
+  for (; count != 0; --count) {
+    entries += entry;
+  }
   return entries;
 }
 

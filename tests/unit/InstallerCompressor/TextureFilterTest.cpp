@@ -15,7 +15,9 @@ std::string Premultiplied(const std::string& image) {
   const ChunkList chunk = List({NewFile("texture.tga", image)});
   const ChunkList result(PremultiplyTexture(chunk.get()));
   EXPECT_EQ(image, Contents(*chunk));
-  if (!result) return "absent";
+  if (!result) {
+    return "absent";
+  }
   EXPECT_EQ(nullptr, result->name);
   EXPECT_FALSE(result->isDirectory);
   EXPECT_EQ(nullptr, result->children);
@@ -25,7 +27,9 @@ std::string Premultiplied(const std::string& image) {
 
 std::string Bytes(std::initializer_list<int> values) {
   std::string bytes;
-  for (const int value : values) bytes += static_cast<char>(value);
+  for (const int value : values) {
+    bytes += static_cast<char>(value);
+  }
   return bytes;
 }
 

@@ -24,7 +24,9 @@ std::vector<size_t> counts;
 // The next of the results; false when there is none.
 bool TakeResult(size_t count, ssize_t& result) {
   counts.push_back(count);
-  if (results.empty()) return false;
+  if (results.empty()) {
+    return false;
+  }
   result = results.front();
   results.erase(results.begin());
   if (result < 0) {

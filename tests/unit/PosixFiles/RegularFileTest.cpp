@@ -21,7 +21,9 @@ class RegularFileTest : public testing::Test {
     return descriptor_ >= 0 ? 0 : errno;
   }
   void Close() {
-    if (descriptor_ >= 0) close(descriptor_);
+    if (descriptor_ >= 0) {
+      close(descriptor_);
+    }
   }
 
   TemporaryFolder folder_;

@@ -58,7 +58,9 @@ void* Allocate(size_t size) {
     watch->sizes[watch->allocationCount++] = size;
   }
   void* bytes = malloc(size == 0 ? 1 : size);
-  if (bytes == nullptr) abort();
+  if (bytes == nullptr) {
+    abort();
+  }
   return bytes;
 }
 
@@ -167,7 +169,9 @@ TEST(Allocation, PointerVectorReleasesItsArrayAndNoElement) {
 TEST(Allocation, GrowthReleasesTheOldArrayOnly) {
   SimpleString element("text");
   PlainVector vector;
-  for (int count = 0; count < 10; ++count) vector.addElement(&element);
+  for (int count = 0; count < 10; ++count) {
+    vector.addElement(&element);
+  }
   void const* array = vector.mElements;
   Watch watch;
   vector.addElement(&element);
@@ -259,7 +263,9 @@ TEST(Allocation, EraseReleasesEveryPairThatGoes) {
   Watch::Stop();
   EXPECT_EQ(watch.releaseCount, watch.allocationCount + 6) << "copies of keys, and the two pairs";
   void const** const end = watch.released + watch.releaseCount;
-  for (void const* bytes : expected) EXPECT_NE(std::find(watch.released, end, bytes), end);
+  for (void const* bytes : expected) {
+    EXPECT_NE(std::find(watch.released, end, bytes), end);
+  }
   map.DeleteAllEntries();
 }
 

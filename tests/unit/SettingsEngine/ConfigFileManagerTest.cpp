@@ -393,7 +393,9 @@ TEST_F(ConfigFileManagerTest, EveryReadStartsWithAClearBuffer) {
 /// `length` bytes in which neighbouring positions differ.
 std::string Pattern(size_t length) {
   std::string text;
-  for (size_t index = 0; index < length; ++index) text += static_cast<char>('!' + index % 23);
+  for (size_t index = 0; index < length; ++index) {
+    text += static_cast<char>('!' + index % 23);
+  }
   return text;  // none of the bytes is a "="
 }
 

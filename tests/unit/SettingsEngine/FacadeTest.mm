@@ -66,7 +66,9 @@ TEST_F(FacadeTest, AnyFileGivesAnObject) {
 
 /// The superclass's `init` as it fails: only for this class, because every object has it.
 id FailingInit(id self, SEL) {
-  if (![self isKindOfClass:[KSConfigFileManager class]]) return self;
+  if (![self isKindOfClass:[KSConfigFileManager class]]) {
+    return self;
+  }
   [self release];
   return nil;
 }
@@ -124,7 +126,9 @@ TEST_F(FacadeTest, AllKeysAreThoseOfTheFirstRead) {
 
 TEST_F(FacadeTest, AllKeysBeyondTheFirstSlots) {
   std::string content;
-  for (int number = 0; number < 25; ++number) content += std::to_string(number) + "=x\n";
+  for (int number = 0; number < 25; ++number) {
+    content += std::to_string(number) + "=x\n";
+  }
   NSArray* keys = [Open(content) allKeys];
   ASSERT_EQ([keys count], 25U);
   EXPECT_TRUE([[keys objectAtIndex:24] isEqualToString:@"24"]);

@@ -53,7 +53,9 @@ char Unescape(std::string const& line, size_t& position) {
 Statement ParseStatement(std::string const& line, int lineNumber) {
   Statement statement{line.substr(0, line.find(' ')), {}, lineNumber};
   for (size_t position = statement.word.size(); position < line.size(); ++position) {
-    if (line[position] == ' ') continue;
+    if (line[position] == ' ') {
+      continue;
+    }
     EXPECT_EQ(line[position], '"') << "line " << lineNumber << ": " << line;
     std::string text;
     for (++position; line.at(position) != '"'; ++position) {
@@ -112,7 +114,9 @@ class ExampleRun {
 
  private:
   ConfigFileManager& Manager() {
-    if (!mManager) mManager.reset(new ConfigFileManager(SimpleString(mPath.c_str())));
+    if (!mManager) {
+      mManager.reset(new ConfigFileManager(SimpleString(mPath.c_str())));
+    }
     return *mManager;
   }
 
@@ -149,7 +153,9 @@ class ExampleRun {
 TEST(FormatDocument, ExamplesHold) {
   const std::vector<Example> examples = ExamplesIn(kExampleFence);
   EXPECT_GE(examples.size(), 20U) << "the document lost examples";
-  for (Example const& example : examples) ExampleRun().Execute(example);
+  for (Example const& example : examples) {
+    ExampleRun().Execute(example);
+  }
 }
 
 TEST(FormatDocument, TruthHolds) {

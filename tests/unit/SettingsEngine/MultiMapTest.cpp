@@ -285,7 +285,9 @@ TEST_F(MultiMapTest, EmptyKeyIsAKey) {
 
 TEST_F(MultiMapTest, ReferenceToAValueHoldsWhileOthersComeAndGo) {
   SimpleString const& value = Insert("b", "kept").mPair->value;
-  for (int round = 0; round < 50; ++round) Insert("a", std::to_string(round).c_str());
+  for (int round = 0; round < 50; ++round) {
+    Insert("a", std::to_string(round).c_str());
+  }
   Erase("a");
   EXPECT_STREQ(value.mString, "kept");
 }

@@ -23,8 +23,12 @@ constexpr size_t kMegabyte = 1000 * 1000;
 class Model {
  public:
   explicit Model(std::string const& file) : mBuffer(file.size() + 4, '\0') {
-    if (file.size() < 4) return;
-    if (file.compare(0, 2, "\xFF\xFE") == 0 || file.compare(0, 2, "\xFE\xFF") == 0) return;
+    if (file.size() < 4) {
+      return;
+    }
+    if (file.compare(0, 2, "\xFF\xFE") == 0 || file.compare(0, 2, "\xFE\xFF") == 0) {
+      return;
+    }
     size_t position = file.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
     while (position < file.size()) {
       const size_t end = std::min(file.find_first_of("\r\n", position), file.size());
@@ -49,7 +53,9 @@ class Model {
   size_t Trim(size_t offset) {
     const std::string text = TextAt(offset);
     const auto begin = std::find_if_not(text.begin(), text.end(), IsBlank);
-    if (begin == text.end()) return offset + text.size() + 1;
+    if (begin == text.end()) {
+      return offset + text.size() + 1;
+    }
     const auto end = std::find_if_not(text.rbegin(), text.rend(), IsBlank).base();
     mBuffer[offset + static_cast<size_t>(end - text.begin())] = '\0';
     return offset + static_cast<size_t>(begin - text.begin());
@@ -57,7 +63,9 @@ class Model {
 
   void TakeLine() {
     const size_t separator = TextAt(0).find('=');
-    if (separator == std::string::npos) return;
+    if (separator == std::string::npos) {
+      return;
+    }
     mBuffer[separator] = '\0';
     const size_t keyOffset = Trim(0);
     const size_t valueOffset = Trim(separator + 1);
@@ -121,7 +129,9 @@ TEST_F(Robustness, RandomLongLinesAreReadAsDescribed) {
     // Lines that grow the buffer, and blank values that show what it held before.
     std::string file;
     for (int line = 0; line < 10; ++line) {
-      for (size_t length = random() % 5000; length > 0; --length) file += "abcd \xE9"[random() % 6];
+      for (size_t length = random() % 5000; length > 0; --length) {
+        file += "abcd \xE9"[random() % 6];
+      }
       file += random() % 4 == 0 ? "\n" : "= \n";
     }
     ASSERT_EQ(SettingsIn(file), Model(file).settings) << "round " << round;
@@ -161,7 +171,9 @@ TEST_F(Robustness, NothingButNulBytes) {
 
 TEST_F(Robustness, ManyLinesOfFewKeys) {
   std::string file;
-  while (file.size() < kMegabyte) file += "a = 1\r\nb=2\n# note\nc=\n=\n";
+  while (file.size() < kMegabyte) {
+    file += "a = 1\r\nb=2\n# note\nc=\n=\n";
+  }
   EXPECT_EQ(SettingsIn(file), Model(file.substr(file.size() - 230)).settings);
 }
 

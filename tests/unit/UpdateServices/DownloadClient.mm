@@ -39,20 +39,21 @@ Options ParseArguments(int argc, char** argv) {
       continue;
     }
     NSString* value = String(argv[i + 1 < argc ? ++i : i]);
-    if (name == "--directory")
+    if (name == "--directory") {
       options.directory = value;
-    else if (name == "--filename")
+    } else if (name == "--filename") {
       options.filename = value;
-    else if (name == "--time-out")
+    } else if (name == "--time-out") {
       options.timeOut = [value doubleValue];
-    else if (name == "--cancel-at")
+    } else if (name == "--cancel-at") {
       options.cancelAt = strtoull([value UTF8String], nullptr, 10);
-    else if (name == "--log")
+    } else if (name == "--log") {
       options.log = value;
-    else if (name == "--body")
+    } else if (name == "--body") {
       options.body = value;
-    else
+    } else {
       options.url = value;
+    }
   }
   return options;
 }
