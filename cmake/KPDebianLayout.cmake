@@ -4,7 +4,7 @@ if(NOT CPACK_GENERATOR STREQUAL "DEB")
   return()
 endif()
 
-# Without the file's name and time: the same content gives the same file.
+# Without the file's name and time, so that the same content results in the same file.
 function(kp_compress)
   execute_process(COMMAND gzip -9n ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()

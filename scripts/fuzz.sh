@@ -30,7 +30,7 @@ found=$PWD/build/asan/found
 export ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0
 export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 pids=()
-set -m  # Gives each target a process group.
+set -m  # Each target gets its own process group.
 # shellcheck disable=SC2317  # the trap calls it
 stop() {
     # The shell and the target that it waits for.

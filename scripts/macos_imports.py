@@ -28,9 +28,9 @@ LIBRARIES = {
     "/usr/lib/libobjc.A.dylib",
 }
 
-# What the two C++ libraries share, GCC's of 10.6 and the one whose headers are compiled: memory
-# operators without size or alignment, exception handling, run-time types. The product uses no more
-# on Apple's processors either, because the source is the same.
+# The names that are in both C++ libraries, GCC's of 10.6 and the one whose headers are compiled:
+# memory operators without size or alignment, exception handling, run-time types. The product uses
+# no more on Apple's processors either, because the source is the same.
 CXX_RUNTIME = re.compile(
     r"__Zn[wa]m(RKSt9nothrow_t)?|__Zd[la]Pv(RKSt9nothrow_t)?|__ZSt7nothrow|__ZSt9terminatev"
     r"|___cxa_(allocate_exception|free_exception|throw|rethrow|begin_catch|end_catch"

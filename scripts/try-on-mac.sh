@@ -32,7 +32,7 @@ fi
 console=$(stat -f %Su /dev/console)
 work=$(mktemp -d)
 clean_up() {
-    # What a failed trial has left locked.
+    # Unlocks what a failed trial has left.
     chflags -R nouchg "$work" 2> /dev/null
     rm -rf "$work"
     [ ! -p "$log" ] || rm "$log"
@@ -134,7 +134,8 @@ prepare() {
         cp "$work/blob" "$work/root/$bundle.lzma"
 }
 
-# The report of the installation goes to a host that does not exist, or ends after its 30 seconds.
+# The report of the installation goes to a host that does not exist; otherwise it ends after 30
+# seconds.
 finalize() {
     prepare && "$@" && within 90 "$finalizer" "$work/root"
 }

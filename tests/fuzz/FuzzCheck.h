@@ -1,4 +1,4 @@
-// What the fuzz targets share: invariants, private files, and how much memory a call takes.
+// Shared by the fuzz targets: invariants, private files, and how much memory a call takes.
 #pragma once
 
 #include <stddef.h>

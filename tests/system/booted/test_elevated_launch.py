@@ -82,7 +82,7 @@ def temporary_files(booted):
 @pytest.mark.parametrize("version", [JOBS, DIRECT])
 @pytest.mark.parametrize("user", ALLOWED)
 class TestEitherWay:
-    """What is the same for a job and for direct execution."""
+    """The behaviour that a job and direct execution have in common."""
 
     def test_two_lines_and_a_partial_third(self, tool, version, user):
         text = "one\ntwo é\nthree"

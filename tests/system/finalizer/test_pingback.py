@@ -273,7 +273,7 @@ def test_server_that_leaves_while_the_request_is_written(pingback, download_serv
     assert pingback() == ["connection"]
 
 
-# What a program sends and receives stays for a while in buffers between them.
+# Bytes that may be in buffers between the program and the server.
 BUFFERED = 32 << 20
 
 

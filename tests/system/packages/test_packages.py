@@ -69,7 +69,7 @@ def options_of(kpim, *command):
 
 
 def complete(*words):
-    """What bash offers for the last of `words`."""
+    """The completions that bash offers for the last of `words`."""
     script = f"""source {COMPLETIONS}/kpim.bash
 COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _kpim; printf '%s\\n' "${{COMPREPLY[@]}}" """
     output = subprocess.run(["bash", "-c", script, "bash", *words], check=True, text=True,
@@ -326,7 +326,7 @@ def tarball(packages):
 
 
 def dependencies(deb):
-    """What the package depends on: conditions by name."""
+    """The package's dependencies: conditions by name."""
     field = subprocess.run(["dpkg-deb", "--field", deb, "Depends"], check=True, text=True,
                            stdout=subprocess.PIPE).stdout
     return dict(re.fullmatch(r"(\S+)(?: \((.*)\))?", part).groups()

@@ -12,7 +12,7 @@ from url_sandbox import Certificates
 
 CURRENT = "/get/korvelplayer/update/current"
 
-# Where the server's files lie in the root.
+# The folder of the server's files in the root.
 FOLDER = "/run/server"
 PROGRAM = FOLDER + "/serve_and_run.py"
 ACCESS_LOG = FOLDER + "/access.log"

@@ -75,10 +75,10 @@ class SanitizerReport(AssertionError):
 class InstallRoot:
     """A root below `folder` in which programs of the build folder `build` run.
 
-    `console` says who is at the console, as for set_console(). Roots with the same `shared`
-    folder, by default the one that holds `folder`, share what is the same in all of them. With
-    has_open set to False there is no /usr/bin/open that can be executed. `vendor` holds the hosts
-    that the programs were built with.
+    `console` is the user at the console, as for set_console(). Roots with the same `shared` folder,
+    by default the one that holds `folder`, share what is the same in all of them. With has_open set
+    to False there is no /usr/bin/open that can be executed. `vendor` holds the hosts that the
+    programs were built with.
     """
 
     has_open = True

@@ -147,7 +147,7 @@ class UrlSandbox:
         return [line.split('"')[1] for line in lines]
 
     def usage(self, url):
-        """What loading `url` takes, by name: "turns" of the run loop and "memory" in bytes."""
+        """The cost of loading `url`, by name: "turns" of the run loop and "memory" in bytes."""
         # A sanitizer keeps what is freed, to find late uses of it.
         options = os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=0"
         words = self.load("--summary", url, environment={"ASAN_OPTIONS": options})[-1].split()

@@ -1,5 +1,5 @@
-// What the product relies on in Foundation: the port's corrections of GNUstep Base, and facts of
-// GNUstep Base that are as on macOS.
+// The behaviour of Foundation that the product relies on: the port's corrections of GNUstep Base,
+// and GNUstep's own behaviour where it is as on macOS.
 #import <Foundation/Foundation.h>
 #include <gmock/gmock.h>
 #include <unistd.h>

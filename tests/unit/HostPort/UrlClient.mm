@@ -9,7 +9,7 @@
 //     --cancel-after SECONDS cancels from a timer, whatever has come
 //     --refuse-redirect      answers nil to connection:willSendRequest:redirectResponse:
 //     --reason               also prints a failure's reason
-//     --summary              tells of data only in sum, and at the end how often the run loop
+//     --summary              prints data only in sum, and at the end how often the run loop
 //                            turned and the most memory that the process took, in kilobytes
 //
 // URLs load at the same time; each line begins with the URL's number. Exit status 0 when every load

@@ -94,7 +94,7 @@ class BinaryCheck {
     return number;
   }
 
-  /// Whether `count` items of `size` bytes from `position` on lie before the table.
+  /// Whether `count` items of `size` bytes from `position` on are before the table.
   bool Fits(uint64_t position, uint64_t count, uint64_t size) const {
     return position <= table_ && count <= (table_ - position) / size;
   }

@@ -146,7 +146,7 @@ bool FillStandardStreams() {
   return null >= 0 && dup2(null, STDIN_FILENO) >= 0;
 }
 
-/// What a child executes, prepared before fork(2). Both arrays end with a null pointer.
+/// The program that a child executes, prepared before fork(2). Both arrays end with a null pointer.
 struct Command {
   std::vector<char*> arguments;
   std::vector<char*> environment;
@@ -261,7 +261,7 @@ OSStatus CheckPkexec(bool mayInteract) {
   return mayInteract ? OSStatus{errAuthorizationSuccess} : AskPolkit(kExecute, false);
 }
 
-/// What is executed: the tool, or pkexec with the tool's absolute path, because pkexec would look a
+/// The command line: the tool, or pkexec with the tool's absolute path, because pkexec would look a
 /// relative one up in its own list of folders. With pkexec, empty when there is no such tool.
 std::vector<std::string> CommandLine(const char* tool, char* const* arguments, bool isPkexec) {
   std::vector<std::string> line;

@@ -121,7 +121,7 @@ bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-/// The path of the executable that /proc/PID/exe, `link`, stands for; empty with errno when it
+/// The path of the executable that `link`, a /proc/PID/exe, leads to; empty with errno when it
 /// cannot be read, or when the caller finds another file there. The link names the path in the
 /// mount namespace where the file was opened, in which any user may have mounted anything over any
 /// path.

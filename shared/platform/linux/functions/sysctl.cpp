@@ -13,7 +13,7 @@ namespace {
 constexpr int32_t kCPUTypeX86 = 7;
 constexpr int32_t kCPUTypeARM64 = 0x0100000C;
 
-/// What macOS would answer on a machine that uname(2) calls `machineName`.
+/// The values that macOS has on a machine that uname(2) calls `machineName`.
 struct Processor {
   const char* machineName;
   int32_t type;

@@ -17,7 +17,7 @@ class Poller;
 /// -runMode:beforeDate:. The client is never called from inside libcurl, so it may cancel, or
 /// release any object, in every callback.
 ///
-/// What the client receives, as on macOS:
+/// The client receives, as on macOS:
 /// - A redirect (301, 302, 303, 307 or 308 with a Location) goes to
 ///   URLProtocol:wasRedirectedToRequest:redirectResponse:. A client that follows it starts the next
 ///   request, and only that request's response reaches the delegate; another client receives the
