@@ -19,7 +19,9 @@ class TemporaryFile {
   explicit TemporaryFile(std::string const& content)
       : mPath((std::filesystem::temp_directory_path() / "settings-bench-XXXXXX").string()) {
     const int descriptor = mkstemp(mPath.data());
-    if (descriptor < 0) abort();
+    if (descriptor < 0) {
+      abort();
+    }
     std::ofstream(mPath, std::ios::binary)
         .write(content.data(), static_cast<std::streamsize>(content.size()));
     close(descriptor);

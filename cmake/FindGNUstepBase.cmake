@@ -17,15 +17,14 @@ if(GNUstepBase_FOUND AND NOT TARGET GNUstep::Base)
     message(FATAL_ERROR "${GNUSTEP_CONFIG} --objc-flags gives no flags: is make installed?")
   endif()
   separate_arguments(GNUSTEP_FLAGS UNIX_COMMAND "${GNUSTEP_FLAGS}")
-  # Only what decides the meaning of the sources: optimisation, warnings and
-  # dependency files are the build's own business.
+  # Keeps only flags that change the meaning of the sources: the build itself sets optimisation,
+  # warnings and dependency files.
   list(FILTER GNUSTEP_FLAGS INCLUDE REGEX
     "^(-D|-fno-strict-aliasing|-fexceptions|-fobjc-exceptions|-fconstant-string-class|-pthread)")
   # clang refuses it for plain C++, in which tests link Foundation too.
   list(TRANSFORM GNUSTEP_FLAGS REPLACE "^-fobjc-exceptions$"
     "$<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-exceptions>")
-  # The Objective-C runtime's headers lie in GCC's folder, which must not hide
-  # clang's own headers.
+  # The Objective-C runtime's headers are in GCC's folder, which must not hide clang's own headers.
   get_filename_component(OBJC_LIBRARY_DIR "${GNUSTEP_OBJC_LIBRARY}" DIRECTORY)
 
   add_library(GNUstep::Base INTERFACE IMPORTED)

@@ -21,7 +21,7 @@ if(KP_SANITIZE)
   target_link_options(kp_options INTERFACE -fsanitize=${KP_SANITIZE})
 endif()
 if(KP_BUILD_FUZZERS)
-  # libFuzzer finds its way by the product's branches, not by those of the tests.
+  # libFuzzer is guided by the product's branches, not by those of the tests.
   target_compile_options(kp_options INTERFACE
     $<$<NOT:$<BOOL:$<TARGET_PROPERTY:KP_IS_TEST>>>:-fsanitize=fuzzer-no-link>)
   target_link_options(kp_options INTERFACE -fsanitize=fuzzer-no-link)

@@ -1,5 +1,5 @@
-# Included before Objective-C++ is enabled: with other compilers that fails with words which say nothing
-# of clang.
+# Included before Objective-C++ is enabled, which fails with other compilers and does not mention
+# clang.
 if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   message(FATAL_ERROR
     "This project is built with clang++, not with ${CMAKE_CXX_COMPILER} (${CMAKE_CXX_COMPILER_ID}): "

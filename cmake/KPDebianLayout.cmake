@@ -1,10 +1,10 @@
-# Run by cpack over the files that it is about to package: makes of an installation what Debian's
-# policy asks of a package. Other packages stay as they were installed.
+# cpack runs this over the files before it packages them: it changes them as Debian's policy
+# requires. Other packages than Debian's stay as they were installed.
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
   return()
 endif()
 
-# Without the file's name and time: the same content gives the same file.
+# Without the file's name and time, so that the same content results in the same file.
 function(kp_compress)
   execute_process(COMMAND gzip -9n ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
@@ -15,7 +15,7 @@ set(DOC "${SHARE}/doc/${CPACK_PACKAGE_NAME}")
 file(GLOB PAGES "${SHARE}/man/man*/*")
 kp_compress(${PAGES})
 
-# Debian's zsh keeps what packages bring apart from what administrators add.
+# Debian's zsh keeps the completions of packages apart from those of administrators.
 file(RENAME "${SHARE}/zsh/site-functions" "${SHARE}/zsh/vendor-completions")
 
 # The license is in /usr/share/common-licenses, as the copyright file says. The README links to it.

@@ -1,4 +1,4 @@
-# kp_info_plist(TARGET [DESTINATION FOLDER]): gives an executable outside of a bundle the
+# kp_info_plist(TARGET [DESTINATION FOLDER]): adds to an executable outside of a bundle the
 # information dictionary of its main bundle, with the product version in it.
 #
 # On macOS the list is a section of the executable, where the system looks for it.

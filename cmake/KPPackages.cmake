@@ -1,11 +1,11 @@
-# What cpack makes of an installation: a Debian package and a tarball that runs from any folder.
+# The packages that cpack makes: a Debian package and a tarball that runs from any folder.
 set(CPACK_PACKAGE_NAME kpinstallmanager)
 set(CPACK_PACKAGE_VENDOR "Tarvix")
 set(CPACK_PACKAGE_CONTACT "Installer engineering <installers@tarvix.example>" CACHE STRING
   "Who answers for the packages")
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Finalizer of the Korvel Player installer, and its blob tool")
-# In lines of less than 80 characters: Debian's tools show them as they stand. Lines that begin with a
+# In lines of less than 80 characters: Debian's tools show them unchanged. Lines that begin with a
 # blank are not joined.
 set(CPACK_PACKAGE_DESCRIPTION
   "kpim packs, lists, verifies and unpacks the payload blobs of the Korvel Player
@@ -37,9 +37,9 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 # The libraries, as the linked files name them.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# And what no linked file names: libcurl is loaded by the first request.
+# Packages that no linked file names; the first request loads libcurl.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, libcurl4 (>= 7.87)")
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
-# A $ in an address is nothing to expand.
+# Keeps a $ in an address unexpanded.
 set(CPACK_VERBATIM_VARIABLES YES)
 include(CPack)

@@ -1,9 +1,9 @@
-# What ctest runs. A test has a name of the form AREA/SUBJECT, labels to choose it by, and a cost:
-# about the seconds that it takes, so that long ones begin first. GoogleTest and pytest leave their
+# The tests of ctest. A test has a name of the form AREA/SUBJECT, labels to select it, and a cost,
+# about its time in seconds, so that long ones begin first. GoogleTest and pytest leave their
 # results in KP_TEST_RESULTS/NAME.xml, where scripts/summarize_tests.py counts them.
 enable_testing()
 set(KP_TEST_RESULTS "${CMAKE_BINARY_DIR}/test-results")
-# A test that takes as long as this hangs.
+# Seconds after which a test counts as hanging.
 set(KP_TEST_TIMEOUT 7200)
 
 if(KP_SANITIZE)
@@ -56,8 +56,8 @@ function(kp_google_test TARGET)
       "--gtest_output=xml:${KP_TEST_RESULTS}/${KP_TEST_PREFIX}unit/${TARGET}.xml")
 endfunction()
 
-# kp_python_test(NAME [option of kp_test...] PYTEST word...): what pytest, which Debian's own Python has,
-# runs when it is given those words.
+# kp_python_test(NAME [option of kp_test...] PYTEST word...): the tests that pytest, with Debian's
+# own Python, runs for these words.
 function(kp_python_test NAME)
   cmake_parse_arguments(PYTHON "" "" "PYTEST" ${ARGN})
   kp_test("${NAME}" ${PYTHON_UNPARSED_ARGUMENTS} ENVIRONMENT PYTHONDONTWRITEBYTECODE=1

@@ -1,4 +1,4 @@
-# Generates what the sources, scripts and tests know of the vendor.
+# Generates the files with the vendor's values for the sources, scripts and tests.
 include(KPVendorHosts)
 
 set(KP_GENERATED_DIR "${CMAKE_BINARY_DIR}/generated")

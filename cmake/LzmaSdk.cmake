@@ -1,9 +1,9 @@
 # lzma_sdk: the encoder and decoder of the LZMA SDK as one static library.
 #
-# LZMA_SDK_DIR names a folder with LzmaEnc.c, LzmaDec.c and LzFind.c: the C folder of a
-# current SDK, as scripts/fetch-lzma-sdk.sh leaves it, else Debian's lzma-dev (release
-# 9.22), whose allocator functions take void* instead of ISzAllocPtr. Both kinds compile. Only
-# the former has the threads for matching.
+# LZMA_SDK_DIR names a folder with LzmaEnc.c, LzmaDec.c and LzFind.c: the C folder of a current SDK,
+# as scripts/fetch-lzma-sdk.sh writes it, or else Debian's lzma-dev (release 9.22), whose allocator
+# functions take void* instead of ISzAllocPtr. Both compile. Only a current SDK has threads for
+# matching.
 find_path(LZMA_SDK_DIR NAMES LzmaDec.c
   PATHS "${CMAKE_SOURCE_DIR}/.cache/lzma-sdk/C" /usr/include/lzma
   DOC "Folder with the LZMA SDK's C sources" NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
@@ -38,6 +38,6 @@ else()
 endif()
 target_compile_options(lzma_sdk PRIVATE -O3 -w)
 if(KP_SANITIZE MATCHES "address")
-  # Memory faults count here too; the SDK's deliberate integer tricks do not.
+  # Checked for memory faults too, but not for integer overflows, which the SDK uses on purpose.
   target_compile_options(lzma_sdk PRIVATE -fsanitize=address -g)
 endif()

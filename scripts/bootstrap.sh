@@ -46,8 +46,8 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 
 echo "bootstrap: installing ${missing[*]}"
-# The tests start their own servers. A server that a package would start on port 80 is
-# of no use, and makes the installation fail when the port is taken.
+# The tests start their own servers. A package's own server is not needed, and its installation
+# fails when port 80 is taken.
 "${elevate[@]}" bash -s -- "${missing[@]}" << 'ROOT'
 set -euo pipefail
 export DEBIAN_FRONTEND=noninteractive

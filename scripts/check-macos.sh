@@ -3,11 +3,11 @@
 #
 #   scripts/check-macos.sh --sdk DIR [--build-dir DIR] [--tests] [-DNAME=VALUE...]
 #
-# Compiles every product source for Intel processors (macOS 10.6) and for Apple's (11.0) against
-# the SDK in DIR. When the SDK has link stubs, links the executables, joins each of them into one
-# universal file in build/macos/bin, and checks what the slices say and import. With --tests it
-# compiles the unit tests too, except those that docs/macos.md names, and links them when there are
-# stubs. Must be run in a git checkout, whose list of files says which sources there are.
+# Compiles every product source for Intel processors (macOS 10.6) and for Apple's (11.0) against the
+# SDK in DIR. When the SDK has link stubs, links the executables, joins each of them into one
+# universal file in build/macos/bin, and checks the slices' load commands and imports. With --tests
+# it compiles the unit tests too, except those that docs/macos.md names, and links them when there
+# are stubs. Must be run in a git checkout, whose list of files says which sources there are.
 # -D options, such as the vendor's hosts, go to cmake.
 # Prints what it did and what it could not do; exit status 1 when anything it did fails.
 # docs/macos.md lists what an SDK must hold.
@@ -54,7 +54,7 @@ sdk=$(cd "$sdk" && pwd)
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
 
-# The first of LLVM's tools under its plain name or with the release in it.
+# llvm_tool NAME: LLVM's tool, under its plain name or with the release in it.
 llvm_tool() {
     command -v "$1" || command -v "$1-14" || fail "$1 is missing (Debian: llvm)"
 }
@@ -165,7 +165,7 @@ lacks() {
     [ -z "$with_tests" ] || echo "the unit tests for $1: compiled only"
 }
 
-# What an earlier run has left must not pass for the files of this one.
+# Files of an earlier run must not be taken for this one's.
 rm -f "$out"/bin/{finalizer,kpim}
 linked=()
 for architecture in "${architectures[@]}"; do
@@ -197,8 +197,8 @@ link_product() {
     imports "$architecture" "$build/product"
 }
 
-# make NAME INTEL-MINIMUM [--tool]: links the executable for each processor that there are stubs for,
-# joins the files where that is both, and checks what came out.
+# make NAME INTEL-MINIMUM [--tool]: links the executable for each processor with stubs, joins the
+# files if both are there, and checks the result.
 make() {
     local name=$1 architecture file parts=() slices=()
     for architecture in "${linked[@]}"; do
@@ -237,7 +237,7 @@ if [ "$with_kpim" = ON ]; then
     make kpim 10.15 --tool
 fi
 
-# link_tests ARCHITECTURE: against the SDK's stubs and one of what these do not list.
+# link_tests ARCHITECTURE: against the SDK's stubs and a stub of the symbols that these do not list.
 link_tests() {
     local architecture=$1 build=$out/tests-$1 files programs
     mapfile -t files < <(objects "$build")

@@ -6,7 +6,7 @@
 BUILD is the build folder of the coverage preset, PROFILES the folder with the profiles that its
 programs wrote (LLVM_PROFILE_FILE). Fails when fewer lines than the minimum are covered, and when
 product lines that were never reached have no reason beside them: a comment "// Untested: REASON."
-among them or just before them. The host port is counted apart, and nothing is demanded of it.
+among them or just before them. The host port is counted apart, without a requirement.
 """
 
 import argparse
@@ -24,7 +24,7 @@ PORT = ("shared/platform/linux/",)
 
 
 def export(build, profiles):
-    """What llvm-cov knows of the files of the product and of the port: "files" above all."""
+    """llvm-cov's report; its "files" are those of the product and of the port."""
     merged = profiles / "merged.profdata"
     listing = profiles / "profiles.txt"
     listing.write_text("".join(f"{path}\n" for path in profiles.glob("*.profraw")))
@@ -64,8 +64,8 @@ def ranges(numbers):
 
 
 def has_reason(lines, first, last):
-    """Whether the reason why the lines `first` to `last` were never reached stands beside them.
-    `lines` are those of the file."""
+    """Whether a comment among or just before the lines `first` to `last` says why they were never
+    reached. `lines` are those of the file."""
     return any(REASON.search(line) for line in lines[max(first - 2, 0):last])
 
 

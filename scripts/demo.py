@@ -100,13 +100,13 @@ def demonstrate(build, work, small):
 
 
 def heading(text):
-    """Starts a section. Flushed, since the programs that follow write for themselves."""
+    """Starts a section. Flushed, because the programs that follow write to the same output."""
     print(f"\n-- {text}", flush=True)
 
 
 def make_bundle(bundle, small):
-    """A plug-in bundle: a large binary, localized resources, libraries. On one machine always
-    the same one. A `small` one has resources of one language alone."""
+    """A plug-in bundle: a large binary, localized resources, libraries. Always the same on one
+    machine. A `small` one has resources of one language only."""
     contents = bundle / "Contents"
     for folder in ("MacOS", "Resources", "Frameworks"):
         (contents / folder).mkdir(parents=True)
@@ -161,7 +161,7 @@ def modes(nodes):
 
 
 def show_folder(root):
-    """The bundle's folder: what lies in it."""
+    """Prints the contents of the bundle's folder."""
     folder = root.path(BUNDLE).parent
     print(f"{folder.relative_to(root.folder)}:")
     for path in sorted(folder.iterdir()):

@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
-# Shows an install from end to end: builds, makes a bundle of more than a thousand real
-# files, packs it with kpim, runs the unmodified finalizer in a root of its own, and
-# compares every byte. Takes half a minute after the build. Changes nothing outside build/
-# and a temporary folder; needs root for the root of its own. With --picture it also makes
-# docs/demo.svg of what it prints.
+# Shows an install from end to end: builds, makes a bundle of more than a thousand real files, packs
+# it with kpim, runs the unmodified finalizer in a root of its own, and compares every byte. Takes
+# half a minute after the build. Changes nothing outside build/ and a temporary folder; needs root
+# for the root of its own. With --picture it also makes docs/demo.svg from its output.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

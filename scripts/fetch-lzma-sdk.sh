@@ -4,7 +4,7 @@
 # apt like any package. It decodes about 10 % faster than release 9.22 in lzma-dev,
 # and writes the same format. Without it the build uses lzma-dev.
 #
-# Changes no apt configuration: the package lists lie in a folder of their own.
+# Changes no apt configuration: the package lists are in a folder of their own.
 set -euo pipefail
 
 repo=$(cd "$(dirname "$0")/.." && pwd)

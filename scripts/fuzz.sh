@@ -3,8 +3,8 @@
 #
 #   scripts/fuzz.sh [SECONDS [TARGET...]]      by default 1800 seconds and every target
 #
-# Prints, for each, what it executed, the coverage and the processor time, and what it found. What is
-# new stays in build/asan/found/TARGET. Exit status 1 when a target found a fault.
+# Prints, for each, the executions, the coverage, the processor time, and what it found. New inputs
+# stay in build/asan/found/TARGET. Exit status 1 when a target found a fault.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -30,7 +30,7 @@ found=$PWD/build/asan/found
 export ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0
 export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 pids=()
-set -m  # Gives each target a process group.
+set -m  # Each target gets its own process group.
 # shellcheck disable=SC2317  # the trap calls it
 stop() {
     # The shell and the target that it waits for.

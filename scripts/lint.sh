@@ -51,6 +51,6 @@ PYTHON
 list=$(mktemp)
 trap 'rm -f "$list"' EXIT
 sources > "$list"
-# Counts of suppressed warnings are left out: they are those of other people's headers.
+# Leaves out the counts of suppressed warnings, which are from other projects' headers.
 xargs -0 -r -n 1 -P "$(nproc)" clang-tidy -quiet -p "$build" < "$list" 2>&1 |
     sed -E '/ warnings? generated\.$/d'

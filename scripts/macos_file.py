@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks what a linked macOS program says of itself, one line for each of its slices.
+"""Checks the load commands of a linked macOS program, and prints one line for each of its slices.
 
     scripts/macos_file.py [--commands] --version VERSION --slice ARCHITECTURE:MINIMUM... FILE
 
@@ -23,8 +23,8 @@ EXECUTE = 2
 HEADER_SIZE = 32
 NEEDS_SIGNATURE = {"arm64"}
 
-# Notarization asks for 10.9. With an SDK before 11 a program reads 10.16 as the version of macOS 11
-# and later, and that is what the pingback would report.
+# Notarization asks for 10.9. A program linked with an SDK before 11 reads 10.16 as the version of
+# macOS 11 and later, and the pingback would report that.
 OLDEST_SDK = (11, 0)
 # Size of LC_CODE_SIGNATURE.
 SIGNATURE_COMMAND = 16
@@ -44,7 +44,7 @@ STARTS = {UNIXTHREAD: "LC_UNIXTHREAD (any macOS)", MAIN: "LC_MAIN (macOS 10.8 an
 
 
 class Malformed(Exception):
-    """The file is not what its first bytes announce."""
+    """The file is malformed."""
 
 
 def unpack(layout, data, offset):

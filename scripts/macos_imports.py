@@ -28,9 +28,9 @@ LIBRARIES = {
     "/usr/lib/libobjc.A.dylib",
 }
 
-# What the two C++ libraries share, GCC's of 10.6 and the one whose headers are compiled: memory
-# operators without size or alignment, exception handling, run-time types. The product takes no more
-# on Apple's processors either: it is one source.
+# The names that are in both C++ libraries, GCC's of 10.6 and the one whose headers are compiled:
+# memory operators without size or alignment, exception handling, run-time types. The product uses
+# no more on Apple's processors either, because the source is the same.
 CXX_RUNTIME = re.compile(
     r"__Zn[wa]m(RKSt9nothrow_t)?|__Zd[la]Pv(RKSt9nothrow_t)?|__ZSt7nothrow|__ZSt9terminatev"
     r"|___cxa_(allocate_exception|free_exception|throw|rethrow|begin_catch|end_catch"
@@ -76,8 +76,8 @@ NEWER_CXX_THAN_10_15 = re.compile(
 NEWER_THAN_10_15 = re.compile(NEWER_THAN_11_0.pattern
                               + r"|___darwin_check_fd_set_overflow|_OBJC_CLASS_\$_NSConstant\w+")
 
-# What executables for one architecture may ask for. `newer_cxx` is None where they may take no more
-# from the C++ library than CXX_RUNTIME.
+# What executables for one architecture may import. `newer_cxx` is None if they may import only
+# CXX_RUNTIME from the C++ library.
 Rules = collections.namedtuple("Rules", "oldest cxx_library newer newer_cxx")
 LIBSTDCXX, LIBCXX = "/usr/lib/libstdc++.6.dylib", "/usr/lib/libc++.1.dylib"
 ARCHITECTURES = {
@@ -119,7 +119,7 @@ def imports(nm, executable, architecture):
 
 
 def faults(loaded, table, rules):
-    """What the oldest system does not have, one line each."""
+    """The imports that the oldest system lacks, one line each."""
     for library in loaded:
         if library not in LIBRARIES | {rules.cxx_library}:
             yield f"{library}: not a library that the product may load"

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes a link stub with what the unit tests ask the system for.
+"""Writes a link stub with the symbols that the unit tests import from the system.
 
     scripts/macos_test_stub.py --nm NM --sdk DIR --output STUB FILE...
 
@@ -14,11 +14,11 @@ import re
 import subprocess
 import sys
 
-# The C++ library's names, and what the compiler asks of its run-time support.
+# The C++ library's names, and those of its run-time support that the compiler uses.
 CXX_LIBRARY = re.compile(r"__ZN?K?S[a-z].*|__ZT[ISVTC]+N?K?St.*|__ZTVN10__cxxabiv1.*"
                          r"|__Z(n|d)[wal].*|___cxa_\w+|___gxx_personality_v0|___dynamic_cast")
 SYSTEM_CLASS = re.compile(r"_OBJC_(CLASS|METACLASS|EHTYPE|IVAR)_\$_NS\w+(\.\w+)?")
-# What the C library's macros and the compiler call without a declaration.
+# Names that the C library's macros and the compiler use without a declaration.
 COMPILER = re.compile(r"___(\w+_chk|bzero|stack_chk_\w+|error)|_memset_pattern\d+|dyld_stub_binder")
 STUB_WORD = re.compile(r"[\w$.]+")
 COMMENT = re.compile(rb"/\*.*?\*/|//[^\n]*", re.DOTALL)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs the unit tests, all but one, under valgrind: a value that was never set must decide nothing, and
-# AddressSanitizer does not see those. Takes some ten minutes. Exit status 1 with a fault.
+# Runs all unit tests except one under valgrind, which finds decisions on uninitialized values;
+# AddressSanitizer does not. Takes some ten minutes. Exit status 1 with a fault.
 #
 #   scripts/memcheck.sh [BUILD]      by default build/release
 set -uo pipefail
@@ -23,13 +23,13 @@ HOME=$(mktemp -d) || exit 1
 export HOME
 trap 'rm -rf "$HOME"' EXIT
 
-# Two tests bring allocation functions of their own, which valgrind is to leave in place.
+# Two tests have their own allocation functions, which valgrind must not replace.
 valgrind=(valgrind --quiet --error-exitcode=9 --leak-check=no --track-origins=yes
     --soname-synonyms=somalloc=nouserintercepts --suppressions=tests/memcheck.supp)
 fault_kinds='(Conditional jump|Use of uninit|Syscall param|Invalid |Jump to|Mismatched|Source and dest)'
 failed=0
 for test in "${tests[@]}"; do
-    # A fault in a child whose status no one asks for is in the output alone.
+    # A fault in a child that is not waited for shows only in the output.
     if output=$(timeout 900 "${valgrind[@]}" "$build/tests/$test" --gtest_brief=1 < /dev/null 2>&1) &&
         ! grep -qE "^==[0-9]+== $fault_kinds" <<< "$output"; then
         echo "$test: no fault"

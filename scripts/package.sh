@@ -4,8 +4,8 @@
 #   scripts/package.sh [--placeholder-hosts] [-DNAME=VALUE...]
 #   scripts/package.sh [--placeholder-hosts] --macos DIR
 #
-# -D options go to cmake, which remembers them: the vendor's hosts are set by them (README.md). Prints
-# the hosts of the build. Reserved ones, such as the defaults, are refused without --placeholder-hosts.
+# -D options, such as the vendor's hosts (README.md), go to cmake, which remembers them. Prints the
+# hosts of the build. Reserved ones, such as the defaults, are refused without --placeholder-hosts.
 # --macos makes a tarball of the universal macOS programs in DIR/bin, where scripts/check-macos.sh
 # leaves them, with man pages and completions: DIR/packages/*-macOS-universal.tar.gz.
 set -euo pipefail
@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 package_macos() {
     local build=$1 version name
     version=$(sed -n 's/^project(.* VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
-    # Never a program for one processor, or one that says of itself what is not so.
+    # Refuses a program for one processor, or with wrong load commands.
     scripts/macos_file.py --version "$version" --slice x86_64:10.6 --slice arm64:11.0 \
         "$build/bin/finalizer"
     scripts/macos_file.py --version "$version" --slice x86_64:10.15 --slice arm64:11.0 \
@@ -93,7 +93,7 @@ if [ -n "$macos" ]; then
 fi
 
 scripts/bootstrap.sh
-# What is wrong with an option is said on standard error.
+# cmake reports wrong options on standard error.
 cmake --preset release "${options[@]}" > /dev/null
 check_hosts build/release
 cmake --build --preset release -j "$(nproc)" --target finalizer kpim

@@ -103,7 +103,7 @@ def _reason(element):
 
 
 def _end_of(entry):
-    """How a test of ctest ended, and the first error that it printed, or else its last line."""
+    """How a test of ctest ended, with the first error that it printed, or else its last line."""
     failure = entry.find("failure")
     end = failure.get("message") if failure is not None else ""
     lines = (entry.findtext("system-out") or "").strip().splitlines()

@@ -5,10 +5,10 @@
 #   scripts/test.sh quick        what takes a minute, in the release build
 #   scripts/test.sh --coverage   instead which lines of the product the tests reach
 #
-# All of it runs, also after a failure; then each failure and the reason of each skip is listed. The last
-# line counts them, the exit status is not 0 when one failed. With an SDK's folder in KP_MACOS_SDK the
-# macOS side is checked too: no SDK comes with a Debian. Results are left in build/test-results and
-# build/*/test-results.
+# All tests run, also after a failure; then each failure and the reason of each skip is listed. The
+# last line counts them, and the exit status is not 0 when one failed. With an SDK's folder in
+# KP_MACOS_SDK the macOS side is checked too; Debian has no such SDK. Results are left in
+# build/test-results and build/*/test-results.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 
@@ -54,8 +54,8 @@ run_tests() {
     echo "   $((SECONDS - start)) s"
 }
 
-# Instrumented programs write a file of their own at their end, which some tests notice, so here no test
-# is judged.
+# Instrumented programs write a file at their end, which fails some tests, so results are ignored
+# here.
 coverage() {
     local profiles=$PWD/build/coverage/profiles
     rm -rf "$profiles"

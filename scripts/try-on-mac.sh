@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Tries the product on the Mac that it runs on, as far as that needs no person and no root.
+# Tries the product on the Mac that it runs on, as far as possible without a person and without
+# root.
 #
 #   scripts/try-on-mac.sh [DIR]
 #
@@ -12,7 +13,7 @@
 # ssh while no one is logged in, the trials of the log are left out.
 #
 # Prints a line for each trial and counts those that failed; exit status 1 when one did.
-# docs/macos.md lists what is left for a person.
+# docs/macos.md lists the steps that need a person.
 #
 # For the bash 3.2 of macOS.
 set -uo pipefail
@@ -31,7 +32,7 @@ fi
 console=$(stat -f %Su /dev/console)
 work=$(mktemp -d)
 clean_up() {
-    # What a failed trial has left locked.
+    # Unlocks what a failed trial has left.
     chflags -R nouchg "$work" 2> /dev/null
     rm -rf "$work"
     [ ! -p "$log" ] || rm "$log"
@@ -109,7 +110,7 @@ application=
 for candidate in /System/Applications/TextEdit.app /Applications/TextEdit.app; do
     [ ! -d "$candidate" ] || application=$candidate
 done
-# Without the links and attributes that a blob does not hold.
+# Copied without links and attributes, which a blob does not hold.
 mkdir "$work/bundle"
 (cd "${application:-/usr/share}" && find . -type f -size -4096 | head -n 500 |
     tar cf - -T -) 2> /dev/null | tar xf - -C "$work/bundle"
@@ -133,7 +134,8 @@ prepare() {
         cp "$work/blob" "$work/root/$bundle.lzma"
 }
 
-# The report of the installation goes to a host that does not exist, or ends after its 30 seconds.
+# The report of the installation goes to a host that does not exist; otherwise it ends after 30
+# seconds.
 finalize() {
     prepare && "$@" && within 90 "$finalizer" "$work/root"
 }

@@ -14,7 +14,7 @@ import re
 import sys
 
 RESERVED = re.compile(r"(^|\.)(example|test|invalid|localhost|example\.(com|net|org))$", re.IGNORECASE)
-# By the names that vendor-config.json has for them: what they are, and their CMake variables.
+# For each name in vendor-config.json: a description, and the CMake variable.
 VALUES = {
     "downloadHost": ("download server", "KP_DOWNLOAD_HOST"),
     "vendorWebHost": ("web site", "KP_VENDOR_WEB_HOST"),

@@ -18,18 +18,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// An entry's node, the end of its name, and the one byte that an array of none takes.
+// An entry's node, the end of its name, and the byte that an empty array takes.
 constexpr size_t kEntryBytes = sizeof(fileChunk) + 2;
 
-// Dearer blobs are left out: within the budget of 4 GiB they take seconds and the fuzzer's memory.
+// Blobs of a greater cost are left out: the decoder accepts up to 4 GiB, which takes seconds and
+// the fuzzer's memory.
 constexpr size_t kGreatestCost = 64UL << 20;
 
 // Larger trees are not encoded, or not written, to keep the pace.
 constexpr size_t kLargestEncoding = 1UL << 24;
 constexpr size_t kLargestWritten = 1UL << 16;
 
-// The sink's folder lies in these, each in the one before, so that a way out of it, up several
-// levels, ends where nothing else is.
+// The sink's folder is in these nested folders, so that a path that leads up several levels still
+// ends in an empty one.
 constexpr const char* kOuterFolders[] = {"outer", "middle", "inner", "innermost"};
 constexpr char kSinkFolder[] = "folder";
 constexpr mode_t kOuterMode = 0700;
@@ -44,14 +45,15 @@ struct Decoded {
   BlobReading reading;
 };
 
-/// A name and a file's bytes are taken from the sequence that they lie in: the blob, or what a
-/// stream decodes to. That in turn is kept while its entries are made, or, cut short, copied.
+/// The most memory that decoding may take. Names and contents are copied from the blob or from a
+/// decoded stream, which itself is kept, or copied when it is cut short, while its entries are
+/// made.
 size_t MemoryBound(size_t length, const BlobReading& reading) {
   return length + reading.entries * kEntryBytes + 2 * reading.claims + reading.largestTable;
 }
 
-/// Decodes a copy of exactly that length. It must agree with the other reading, in how much memory
-/// it takes too.
+/// Decodes a copy of exactly that length. The result and the memory used must agree with the second
+/// reading.
 Decoded Decode(std::string_view blob) {
   const std::unique_ptr<unsigned char[]> copy(new unsigned char[blob.size()]);
   std::copy(blob.begin(), blob.end(), copy.get());
@@ -82,7 +84,8 @@ std::string Encode(fileChunk* list) {
   return bytes;
 }
 
-/// What is decoded can be encoded, and decodes to the same, which encodes to the same.
+/// Checks that the decoded tree can be encoded, that this decodes to the same tree, and that this
+/// encodes to the same bytes.
 void CheckRoundTrip(std::string_view blob, const Decoded& decoded) {
   const std::string bytes = Encode(decoded.list.get());
   // There is one way to store a tree.
@@ -155,7 +158,7 @@ fs::path OuterFolder() {
   return folder;
 }
 
-/// The outer folders are as they were made, and hold each other.
+/// Checks that the outer folders are as they were made, each holding only the next.
 void CheckOuterFolders() {
   fs::path folder = FuzzFolder();
   for (const char* name : kOuterFolders) {
@@ -167,8 +170,8 @@ void CheckOuterFolders() {
   FUZZ_CHECK(EntriesIn(folder) == 1);
 }
 
-/// Those names of the tree that there are in the root folder or the working one: where a file
-/// would go that lost its path.
+/// Adds the names of the tree that exist in the root folder or the working folder, where a file
+/// without its path would be written.
 void FindElsewhere(const fileChunk* list, std::set<std::string>& found) {
   for (; list != nullptr; list = list->next) {
     const std::string name = list->name;
@@ -182,7 +185,8 @@ void FindElsewhere(const fileChunk* list, std::set<std::string>& found) {
   }
 }
 
-/// Nothing is written outside the folder; of a tree without collisions, all of it is.
+/// Checks that nothing is written outside the folder, and that a tree without collisions is written
+/// completely.
 void CheckSink(fileChunk* list) {
   const fs::path folder = OuterFolder() / kSinkFolder;
   fs::create_directory(folder);

@@ -1,4 +1,4 @@
-// What the fuzz targets share: invariants, private files, and how much memory a call takes.
+// Shared by the fuzz targets: invariants, private files, and how much memory a call takes.
 #pragma once
 
 #include <stddef.h>
@@ -17,7 +17,7 @@ const std::string& FuzzFolder();
 void WriteFuzzFile(const std::string& path, const uint8_t* data, size_t size);
 std::string ReadFuzzFile(const std::string& path);
 
-/// Counts what is allocated while it lives. One at a time.
+/// Counts what is allocated while the object exists. Only one object may exist at a time.
 class MemoryCount {
  public:
   MemoryCount();
@@ -25,6 +25,6 @@ class MemoryCount {
   MemoryCount(const MemoryCount&) = delete;
   MemoryCount& operator=(const MemoryCount&) = delete;
 
-  /// Bytes in use at most, beyond those at the start.
+  /// The most bytes in use so far, beyond those at the start.
   static size_t Peak();
 };

@@ -1,5 +1,5 @@
 // Paths and leaves of any text in arrays of any size: the first two bytes are the capacity, then
-// come the path and, behind a zero byte, the leaf.
+// come the path and, after a zero byte, the leaf.
 #include <string.h>
 
 #include <memory>
@@ -13,8 +13,8 @@ namespace {
 constexpr size_t kCapacityBytes = 2;
 constexpr size_t kLargestCapacity = 1024;
 
-/// Of the two slashes of a path and a leaf that both have one, one goes. The separator and the leaf
-/// are appended one after the other, each if it fits.
+/// If the path ends and the leaf begins with a slash, one of them is dropped. Then the separator
+/// and the leaf are appended, each if it fits.
 std::string Expect(std::string path, std::string leaf, size_t capacity) {
   const bool endsInSlash = !path.empty() && path.back() == '/';
   const bool beginsWithSlash = !leaf.empty() && leaf.front() == '/';

@@ -1,10 +1,10 @@
-// Property lists of any bytes: what guards GNUstep's parsers, and the parsers behind it.
+// Property lists of any bytes: the check before GNUstep's parsers, and the parsers after it.
 #include "shared/platform/linux/foundation/DefaultsFile.h"
 #include "shared/platform/linux/foundation/PropertyListCheck.h"
 #include "tests/fuzz/FuzzText.h"
 
-// GNUstep's parsers keep what they have read of a list when they find it damaged. No option says
-// so, so that the target can be run by hand as it is; LeakSanitizer asks this function.
+// GNUstep's parsers leak what they have read of a damaged list. LeakSanitizer asks this function,
+// so the target needs no option when it is run by hand.
 extern "C" int __lsan_is_turned_off() { return 1; }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

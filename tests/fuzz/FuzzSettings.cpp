@@ -21,9 +21,9 @@ using Pairs = std::vector<std::pair<std::string, std::string>>;
 constexpr char kOptOut[] = "DisableAnalytics";
 constexpr size_t kShortestFile = 4;
 
-// What a read takes of memory beside the settings: the stream with its buffer, the path, the end
-// marker, and the least line buffer; in lines as long as the longest, the line buffer while it
-// grows from once to twice its size, and the copies of a key and a value that are on their way.
+// Memory that a read takes besides the settings. Fixed: the stream with its buffer, the path, the
+// end marker and the smallest line buffer. In lines as long as the longest: the line buffer while
+// it doubles, and the copies of a key and a value.
 constexpr size_t kFixedBytes = 6144;
 constexpr size_t kLinesInUse = 10;
 constexpr size_t kSettingBytes = sizeof(SASM::MultiMapPair) + 2;
@@ -39,8 +39,8 @@ Pairs PairsOf(const ConfigFileManager& manager) {
 
 bool IsBlank(char byte) { return static_cast<signed char>(byte) <= ' '; }
 
-/// Trims the text that begins at `start` in the line buffer, which is changed, and returns where it
-/// begins then. A blank one begins behind its end: it is whatever was left there.
+/// Trims the text at `start` in the line buffer and returns where it begins then. Blank text begins
+/// after its end: it is what an earlier line left there.
 size_t Trim(std::string& buffer, size_t start) {
   const size_t end = buffer.find('\0', start);
   const auto isKept = [](char byte) { return !IsBlank(byte); };
@@ -55,7 +55,7 @@ size_t Trim(std::string& buffer, size_t start) {
   return static_cast<size_t>(first - buffer.begin());
 }
 
-/// What a file holds, and what that is made of.
+/// The settings of a file, and the counts that bound the memory for them.
 struct Reading {
   Pairs pairs;
   size_t settings = 0;
@@ -63,7 +63,7 @@ struct Reading {
   size_t longestLine = 0;
 };
 
-/// A line lies in the buffer over the lines before it.
+/// Reads a line, which the buffer holds over the lines before it.
 void ReadLine(const std::string& line, std::string& buffer, Reading& reading) {
   reading.longestLine = std::max(reading.longestLine, line.size());
   std::copy(line.begin(), line.end(), buffer.begin());
@@ -96,7 +96,7 @@ Reading Read(std::string file) {
   if (file.compare(0, 3, "\xEF\xBB\xBF") == 0) {
     file.erase(0, 3);
   }
-  // Zeros, also two behind the longest line.
+  // Zeros, two of them after the longest line.
   std::string buffer(file.size() + 3, '\0');
   for (size_t at = 0; at < file.size();) {
     const size_t end = std::min(file.find_first_of("\r\n", at), file.size());
@@ -106,7 +106,8 @@ Reading Read(std::string file) {
   return reading;
 }
 
-/// A setting takes its line's text, and for a side that is blank what another line has left.
+/// The most memory that a read may take. A setting takes its line's text, and a blank side what
+/// another line has left.
 size_t MemoryBound(size_t size, const Reading& reading) {
   return kFixedBytes + size + reading.settings * kSettingBytes +
          (reading.blankSides + kLinesInUse) * (reading.longestLine + 1);
@@ -116,9 +117,9 @@ bool IsTrimmed(const std::string& text) {
   return !text.empty() && !IsBlank(text.front()) && !IsBlank(text.back());
 }
 
-/// Whether a later read is to find the same. A side that is blank in the file stands for other
-/// bytes of it, which may have blanks around them and, as a key, a "=" in them; and a file that is
-/// too short is not read.
+/// Whether reading `written` must find `pairs`. Not if a side was blank in the file: its text is
+/// left over from other lines, and may have blanks around it or, in a key, a "=". Not if the file
+/// is too short to be read.
 bool ReadsBack(const Pairs& pairs, const std::string& written) {
   return written.size() >= kShortestFile &&
          std::all_of(pairs.begin(), pairs.end(), [](const auto& pair) {
@@ -127,7 +128,7 @@ bool ReadsBack(const Pairs& pairs, const std::string& written) {
          });
 }
 
-/// The opt-out in its place, or behind all others; nothing else is touched.
+/// `pairs` with the opt-out set: in its place, or after all others. Nothing else changes.
 Pairs WithOptOut(Pairs pairs) {
   const auto found = std::find_if(pairs.begin(), pairs.end(),
                                   [](const auto& pair) { return pair.first == kOptOut; });

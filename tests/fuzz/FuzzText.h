@@ -5,5 +5,5 @@
 
 #include "tests/fuzz/FuzzCheck.h"
 
-/// The bytes as text, made to fit: what is not UTF-8 is taken for Latin-1. Owned by the caller.
+/// The bytes as text; as Latin-1 if they are not UTF-8. Owned by the caller.
 NSString* NewFuzzText(const uint8_t* data, size_t size);

@@ -11,7 +11,7 @@ namespace {
 
 constexpr size_t kHeaderLength = 18;
 
-/// What the filter is to give; false for absent.
+/// Stores the expected result of the filter; returns false when it has none.
 bool Expect(const std::string& image, std::string& result) {
   if (image.size() < kHeaderLength || static_cast<uint8_t>(image[16]) / 8 != 4) {
     return false;

@@ -18,7 +18,8 @@ NSInteger Compare(NSString* a, NSString* b) {
   return result;
 }
 
-/// The integers of a version; absent when one begins with what only Foundation calls blank or not.
+/// The integers of a version; absent when a component begins with a byte that is a blank or not
+/// ASCII, which only Foundation can judge.
 std::optional<std::vector<long>> IntegersOf(NSString* tuple) {
   NSData* bytes = [tuple dataUsingEncoding:NSUTF8StringEncoding];
   std::string text(static_cast<const char*>([bytes bytes]), [bytes length]);
@@ -36,7 +37,7 @@ std::optional<std::vector<long>> IntegersOf(NSString* tuple) {
   return integers;
 }
 
-/// What comparing number by number gives, those that are missing being 0.
+/// Checks the comparison number by number, with 0 for numbers that are missing.
 void CheckNumbers(NSString* a, NSString* b) {
   std::optional<std::vector<long>> left = IntegersOf(a);
   std::optional<std::vector<long>> right = IntegersOf(b);
@@ -47,7 +48,8 @@ void CheckNumbers(NSString* a, NSString* b) {
   }
 }
 
-/// Comparing is a total order, in which commas are dots and zeros at the end nothing.
+/// Checks that the comparison is a total order in which commas equal dots and trailing zeros do not
+/// count.
 void Check(NSString* a, NSString* b, NSString* c) {
   CheckNumbers(a, b);
   FUZZ_CHECK(Compare(a, a) == 0);

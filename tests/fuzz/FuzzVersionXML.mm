@@ -39,10 +39,11 @@ Value Before(const Value& text, const Characters& marker) {
   return found != Characters::npos ? Value(text->substr(0, found)) : std::nullopt;
 }
 
-/// What is there once the first marker of each kind, wherever in the text, is in its place.
+/// The expected result: each piece between the first markers of its kind, wherever they are in the
+/// text.
 Expected Expect(const Characters& text) {
   Expected expected;
-  // The first end of a version counts: the version does not begin behind it, and is not empty.
+  // The first end of a version counts: the version begins before it and is not empty.
   const Value untilEnd = Before(text, u"\"><description>");
   expected.version = After(untilEnd, u"<XML><update version=\"");
   if (expected.version == u"") {
@@ -70,8 +71,8 @@ void CheckText(NSString* text, const Value& expected) {
   FUZZ_CHECK(text == nil || CharactersOf(text) == *expected);
 }
 
-/// The number that a piece begins with: all that has a few digits and no more, here, and else
-/// what Foundation makes of it.
+/// The number at the start of a piece: computed here for up to six digits at its end or before a
+/// ";", otherwise by Foundation.
 float NumberOf(const Characters& piece) {
   const size_t digits = std::min(piece.find_first_not_of(u"0123456789"), piece.size());
   if (0 < digits && digits < 7 && (digits == piece.size() || piece[digits] == u';')) {

@@ -139,7 +139,7 @@ size_t Reader::ReadStream(std::string_view payload, bool isDirectory, Place plac
   return ReadContent(text, isDirectory, place, node) ? kSubHeaderLength + consumed : 0;
 }
 
-/// Takes what an LZMA entry costs from the budget, when there is so much.
+/// Takes the cost of an LZMA entry from the budget. False when the budget is too small.
 bool Reader::Charge(size_t claim, unsigned int properties, Place place) {
   if (properties > 224) {
     return false;

@@ -1,4 +1,5 @@
-// A second reading of payload blobs, after docs/blob-format.md, to hold the product's against.
+// A second reader of payload blobs, written after docs/blob-format.md, to compare the product's
+// with.
 #pragma once
 
 #include <stddef.h>
@@ -7,14 +8,14 @@
 
 #include "player/utils/InstallerCompressor/CommonInstallerCompressor.h"
 
-/// What a blob is, and what decoding it is for.
+/// The properties of a blob, and the cost of decoding it.
 struct BlobReading {
   bool isWellFormed = false;
-  /// No LZMA entry was met.
+  /// The blob has no LZMA entry before its first fault.
   bool isStoredOnly = true;
-  /// It was refused for what its LZMA entries cost.
+  /// The blob was refused because of the cost of its LZMA entries.
   bool isTooCostly = false;
-  /// Entries at any depth, the refused one too.
+  /// The number of entries at any depth, including a refused one.
   size_t entries = 0;
   /// Bytes that LZMA entries claimed, as far as a reader has to believe them.
   size_t claims = 0;
@@ -22,7 +23,7 @@ struct BlobReading {
   size_t largestTable = 0;
 };
 
-/// Whether the LZMA entries of `blob` cost so many bytes more than its length pays for.
+/// Whether the LZMA entries of `blob` cost more than its length pays for and `allowance` bytes.
 bool CostsMoreThan(std::string_view blob, size_t allowance);
 
 /// Reads `blob` up to its first fault. With `decoded`, which may then be null for an empty blob,

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# What ctest runs of a fuzz target: its seeds, in the order of their names, then inputs made of them, RUNS
-# executions together, with the same random numbers each time. What libFuzzer keeps of those inputs is
-# gone afterwards: no run depends on one before it, and the seeds stay as they are.
+# Runs a fuzz target for ctest: its seeds, in the order of their names, then inputs made from them,
+# RUNS executions in total, with the same random numbers each time. The inputs that libFuzzer keeps
+# are removed afterwards: no run depends on an earlier one, and the seeds stay as they are.
 #
 #   tests/fuzz/run-briefly.sh TARGET RUNS CORPUS DICTIONARY PREFIX
 #
@@ -19,8 +19,8 @@ if [ ${#seeds[@]} -eq 0 ] || [ ${#seeds[@]} -ge "$runs" ]; then
     echo "$corpus: ${#seeds[@]} seeds, which $runs executions must be more than" >&2
     exit 1
 fi
-# libFuzzer mutates with numbers that it has seen compared, addresses too, so those stay the same where
-# that is allowed; and what it does by the clock, it does not do here.
+# libFuzzer mutates with numbers that it has seen compared, also addresses, so these are kept the
+# same if the system allows it. Its actions that depend on the clock are off.
 command=("$target")
 if setarch -R true 2> /dev/null; then command=(setarch -R "$target"); fi
 "${command[@]}" -seed=1 -runs="$runs" -reload=0 -max_len=4096 -timeout=60 \

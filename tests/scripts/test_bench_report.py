@@ -1,4 +1,4 @@
-"""What the benchmarks make of their samples: ratios, exponents and verdicts."""
+"""The results that the benchmarks compute from samples: ratios, exponents and verdicts."""
 
 import pathlib
 import sys

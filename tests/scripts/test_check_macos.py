@@ -1,4 +1,4 @@
-"""What scripts/check-macos.sh refuses before it compiles anything."""
+"""The errors of scripts/check-macos.sh before it compiles anything."""
 
 import pathlib
 import shutil
@@ -45,7 +45,7 @@ def test_sdk_that_does_not_name_its_release(sdk):
 
 @pytest.mark.parametrize("has_repository", [True, False])
 def test_folder_without_sources(sdk, tmp_path, has_repository):
-    """A check of nothing fails: git lists none there."""
+    """Without sources, of which git lists none there, the check fails."""
     script = tmp_path / "copy/scripts/check-macos.sh"
     script.parent.mkdir(parents=True)
     shutil.copy(SCRIPTS / "check-macos.sh", script)

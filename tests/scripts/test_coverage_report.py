@@ -1,4 +1,4 @@
-"""What scripts/coverage.py makes of llvm-cov's segments and of reasons in the source."""
+"""scripts/coverage.py with llvm-cov's segments and reasons in the source."""
 
 import importlib.util
 import pathlib

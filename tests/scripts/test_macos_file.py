@@ -1,4 +1,4 @@
-"""The script that checks what a linked macOS program says of itself, against files made here."""
+"""The script that checks the load commands of a linked macOS program, with files made here."""
 
 import pathlib
 import struct
@@ -32,8 +32,8 @@ def text_segment(info, where):
 
 
 def program(cpu, minimum, sdk="14.2", start=MAIN, signed=False, info=INFO, where=FIRST_SECTION):
-    """An executable of load commands and an information dictionary; without the command that names
-    minimum and SDK when there is no `minimum`."""
+    """An executable of load commands and an information dictionary. Without a `minimum`, the
+    command with the minimum and the SDK is left out."""
     commands = [text_segment(info, where), command(start, bytes(16))]
     if minimum is not None:
         commands.insert(1, command(0x24, struct.pack("<2I", packed(minimum), packed(sdk)))

@@ -1,4 +1,4 @@
-"""The script that writes a link stub of what the unit tests ask macOS for."""
+"""The script that writes a link stub of the symbols that the unit tests import from macOS."""
 
 import pathlib
 import subprocess

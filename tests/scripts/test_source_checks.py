@@ -27,7 +27,7 @@ def write(path, text, mode=0o755):
 
 @pytest.fixture
 def clone(tmp_path):
-    """A repository with the scripts and no sources. bin/ is in front of its PATH."""
+    """A repository with the scripts and no sources. PATH begins with its bin/."""
     for name in ("format.sh", "shellcheck.sh", "lint.sh", "test.sh"):
         write(tmp_path / "scripts" / name, (SCRIPTS / name).read_text())
     shutil.copy(REPOSITORY / ".clang-format", tmp_path)

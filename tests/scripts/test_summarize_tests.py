@@ -1,4 +1,4 @@
-"""The counts that scripts/test.sh ends with."""
+"""The counts at the end of scripts/test.sh."""
 
 import pathlib
 import subprocess

@@ -12,23 +12,23 @@ import pytest
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 PAGE = REPOSITORY / "docs/troubleshooting.md"
 
-# On the page these stand for what changes from one message to the next.
+# The page has these words in place of the parts that vary.
 PLACEHOLDERS = {"ARGUMENTS", "COMMAND", "NAME", "NUMBER", "PATH", "REASON", "STATUS", "VERSION", "WHAT"}
 
 REPORTING = {"LogError", "LogInformation", "LogFailure", "Log", "_logError:", "logTimeStampedString:",
              "assert:", "RunStage", "ReportError", "ReportWarning", "ReportPlainError", "ReportLine", "Refuse",
              "ValidationError", "fprintf"}
-# What these print or take is a result, a help text or a name.
+# Functions whose texts are results, help texts or names.
 OTHER_FUNCTIONS = {"Print", "printf", "Add", "AddString", "AddNumber", "AddBool", "add_option", "add_flag",
                    "add_subcommand", "set_version_flag", "static_assert", "snprintf", "__attribute__"}
 OTHER_CONSTANTS = {
     # The help of kpim.
     "kDescription", "kFooter", "kPackFooter", "kListFooter", "kVerifyFooter", "kDiffFooter", "kUnpackFooter",
     "kCheckFooter", "kLatestFooter", "kBlobHelp", "kJSONHelp", "kVersion",
-    # Formats, names of files, and what a version description is searched for.
+    # Formats, names of files, and the markers of a version description.
     "kTimeStampPattern", "kObsoleteNamesInHome", "kObsoleteSystemName", "kVersionStart",
     "kAutoUpdateModeStart", "kSizeStart", "kMessageStart"}
-# What kpim shows while it works, and the line of a result.
+# Files with the texts of kpim's progress and of its results.
 OTHER_FILES = {"StageLine.cpp", "Text.cpp"}
 OTHER_TEXTS = {"fetching the version description", "reading ", "compressing ", "%.1f s", " packed into ",
                ", not compressed", ": well formed, ", ", the same as ", ": the same as ", " in %.1f s"}
@@ -107,7 +107,7 @@ def is_message(text, calls, constant):
 
 
 def fragments_of(text):
-    """The words of a text of a source, without what is filled in."""
+    """The fixed parts of a text of a source."""
     return [part for part in map(str.strip, SPECIFIER.split(text)) if re.search(r"\S", part)]
 
 
@@ -144,7 +144,8 @@ def described():
 
 @pytest.fixture(scope="module")
 def pieces(described):
-    """The texts of the sources that each message of the page consists of, or None when it has others."""
+    """For each message of the page, the texts of the sources that it consists of, or None if it has
+    other words."""
     texts = set()
     for path in sources():
         for text, _, _ in literals(path.read_text(encoding="utf-8")):
@@ -177,7 +178,8 @@ def pieces_of(message, texts):
 
 
 def pieces_of_part(part, texts):
-    """The same, without placeholders: with blanks between the pieces, and no word cut in two."""
+    """The same for a message without placeholders: the pieces are whole words with blanks between
+    them."""
     best = {0: []}
     for end in range(1, len(part) + 1):
         if end < len(part) and part[end - 1].isalnum() and part[end].isalnum():

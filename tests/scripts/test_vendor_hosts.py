@@ -1,4 +1,4 @@
-"""The vendor's hosts: what CMake takes for one, and what is packaged."""
+"""The vendor's hosts: the values that CMake accepts, and the packages."""
 
 import json
 import pathlib
@@ -16,7 +16,7 @@ PRINTED = ("download server: get.vendor-1.com\nweb site: www.vendor-1.com\n"
 
 
 def check(**values):
-    """What CMake says on standard error about the values, its lines joined; "" for good ones."""
+    """CMake's standard error for the values, its lines joined; "" for good ones."""
     done = subprocess.run(["cmake", *(f"-D{name}={value}" for name, value in values.items()),
                            "-P", REPOSITORY / "cmake/KPVendorHosts.cmake"],
                           text=True, capture_output=True, check=False)
@@ -24,7 +24,7 @@ def check(**values):
     return " ".join(done.stderr.split())
 
 
-# ---- What CMake takes
+# ---- The values that CMake accepts
 
 
 def test_defaults_are_valid():
@@ -70,11 +70,11 @@ def test_every_fault_is_named():
         assert f"{name} is " in said
 
 
-# ---- What is packaged
+# ---- Packages
 
 
 def configure(build, **values):
-    """Leaves what CMake would in the build folder."""
+    """Writes the files that CMake would write to the build folder."""
     (build / "generated").mkdir(parents=True, exist_ok=True)
     (build / "generated/vendor-config.json").write_text(json.dumps({**OWN, **values}))
 

@@ -41,8 +41,8 @@ def build(request):
 
 @pytest.fixture(scope="session")
 def rounds(build):
-    """How often a race is run. A sanitizer slows the finalizer down, and what a race shows is shown by
-    the release."""
+    """How often a race is run: less often with a sanitizer, which slows the finalizer down. The
+    release build shows what a race can show."""
     return 5 if build.name == "asan" else 25
 
 
@@ -66,7 +66,7 @@ def kpim(build):
 
 @pytest.fixture
 def install_root(build, tmp_path, tmp_path_factory):
-    """A fresh root of its own, with the user alice at the console."""
+    """A new InstallRoot with the user alice at the console."""
     if os.geteuid() != 0:
         pytest.skip("a root of its own needs root: it changes owners and user ids")
     folder = tmp_path / "root"
@@ -104,8 +104,8 @@ def download_server(install_root, server_certificates):
 @pytest.fixture
 def finalizer_run(install_root, finalizer):
     """Runs the finalizer in `install_root`: finalizer_run(arguments, status=0, ...) with the
-    options of InstallRoot.execute(); `wrapper` is a command that runs it. It ends with `status` and
-    writes nothing to its output."""
+    options of InstallRoot.execute(); `wrapper` is a command that runs it. Checks that it ends with
+    `status` and writes nothing to its output."""
     assert finalizer
 
     def run(arguments, status=0, wrapper=(), **options):

@@ -3,22 +3,22 @@
 
 #include <sys/types.h>
 
-/// Gives the process, which runs as root, the effective user id, group id and supplementary groups
-/// of another user while the object exists. Only files that this user may open can be opened then,
-/// and new files belong to the user. The ids apply to the whole process: no other thread may rely
-/// on them.
+/// While the object exists, the process, which runs as root, has the effective user id, group id
+/// and supplementary groups of another user. It can then open only what that user may open, and
+/// files that it creates belong to that user. The ids are those of all threads, so no other thread
+/// may depend on root's.
 class EffectiveUser {
  public:
-  /// Takes the ids `user` and `group`, and the supplementary groups of the user `name` from the
-  /// system's databases; only `group` if `name` is null or has no passwd entry. If `group` is
-  /// unknown, (gid_t)-1, the group of the user nobody, (gid_t)-2, is used.
+  /// Sets the effective ids to `user` and `group`, and the supplementary groups to those of the
+  /// user `name` in the system's databases, or to `group` alone if `name` is null or has no passwd
+  /// entry. If `group` is (gid_t)-1, unknown, (gid_t)-2 is used, macOS's group of the user nobody.
   EffectiveUser(const char* name, uid_t user, gid_t group);
   /// Restores the previous ids and groups. Does not change errno.
   ~EffectiveUser();
   EffectiveUser(const EffectiveUser&) = delete;
   EffectiveUser& operator=(const EffectiveUser&) = delete;
 
-  /// Returns false when the process may not act as that user; its ids are then unchanged.
+  /// Returns false when the ids could not be set; they are then unchanged.
   bool IsActive() const { return isActive_; }
 
  private:

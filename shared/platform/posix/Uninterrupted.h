@@ -27,8 +27,8 @@ auto Uninterrupted(Call call) -> decltype(call()) {
 }
 
 /// Returns the next byte of `file`, or EOF at its end and after an error. A read that a signal has
-/// interrupted is repeated. The stream is not locked for the call (getc_unlocked(3)), which would
-/// be most of the work: one thread at a time may use it.
+/// interrupted is repeated. Locking the stream would be most of the work, so it is not locked
+/// (getc_unlocked(3)): only one thread at a time may use it.
 inline int NextByte(FILE* file) {
   int byte = getc_unlocked(file);
   while (byte == EOF && ferror(file) != 0 && errno == EINTR) {

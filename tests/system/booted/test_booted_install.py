@@ -50,7 +50,7 @@ def test_install_with_somebody_at_the_console(mac, alice_at_console, kpim, bundl
     assert mac.log(f"/Users/alice/{LOG}") == expected
     assert not mac.path("/" + LOG).exists()
 
-    # Over what is there.
+    # Installs again, over the first bundle.
     (bundle / "PkgInfo").write_bytes(b"another")
     install(mac, kpim, bundle)
     assert mac.path(BUNDLE + "/PkgInfo").read_bytes() == b"another"

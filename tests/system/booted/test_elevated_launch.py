@@ -36,8 +36,8 @@ class Tool:
         booted.write(self.path, booted.path(TEST_PROGRAMS + "/probe_tool").read_bytes(), 0o755)
 
     def launch(self, version, *arguments, user=None, output=True, path=None, cwd="/"):
-        """Returns the result and the output as the driver prints them: None for nil, bytes for text;
-        without a slot, "none". pkexec says on standard error why it refuses."""
+        """Returns the result and the output as the driver prints them: None for nil, bytes for
+        text, "none" if no output was asked for. pkexec writes to standard error why it refuses."""
         result = self.booted.run(
             [DRIVER, version, "output" if output else "no-output", self.label, path or self.path,
              *arguments], user=user, cwd=cwd, env=self.env)
@@ -46,7 +46,7 @@ class Tool:
         return returned == b"true", {b"text": text[:-1], b"nil": None, b"none": "none"}[kind]
 
     def ran(self):
-        """(user id, arguments) of each time that it ran."""
+        """(user id, arguments) of each run."""
         path = self.booted.path(self.path + ".ran")
         if not path.exists():
             return []
@@ -64,7 +64,7 @@ class Tool:
         return self.unit()["LoadState"] != "not-found"
 
     def is_running(self):
-        # The brackets keep the pattern from matching the command line that it stands in.
+        # The brackets keep the pattern from matching pgrep's own command line.
         return self.booted.run(["pgrep", "-f", f"[/]{self.path[1:]}( |$)"]).status == 0
 
 
@@ -82,7 +82,7 @@ def temporary_files(booted):
 @pytest.mark.parametrize("version", [JOBS, DIRECT])
 @pytest.mark.parametrize("user", ALLOWED)
 class TestEitherWay:
-    """What is the same for a job and for direct execution."""
+    """The behaviour that a job and direct execution have in common."""
 
     def test_two_lines_and_a_partial_third(self, tool, version, user):
         text = "one\ntwo é\nthree"
@@ -111,7 +111,7 @@ class TestEitherWay:
         result = tool.booted.run([DRIVER, version, "output", tool.label, tool.path, "fail", "3"],
                                  user=user)
         assert (result.status, result.stdout) == (0, b"true\ntext\n")
-        # Run directly, the tool shares the caller's standard error; a job has the journal.
+        # Run directly, the tool shares the caller's standard error; a job writes to the journal.
         assert result.stderr == (b"this is standard error\n" if version == DIRECT else b"")
         assert not tool.is_registered()
 
@@ -161,10 +161,10 @@ def test_refused_direct_execution_runs_nothing(tool):
 def test_job_that_is_quicker_than_the_look(tool, user):
     returned, output = tool.launch(JOBS, "print", "quick", "0", user=user)
     assert tool.ran() == [(0, ["print", "quick", "0"])]
-    # Seen or not: a tool that was not seen is a failure, though it has run.
+    # The launch fails if it did not see the tool, though the tool has run.
     assert (returned, output) in [(True, b"quick"), (False, None)]
     assert tool.is_registered() == (not returned)
-    # What is left does not stand in the way of the next.
+    # The rest of that job does not prevent the next.
     assert tool.launch(JOBS, "print", "again", user=user) == (True, b"again")
     assert not tool.is_registered()
 
@@ -187,7 +187,7 @@ def test_without_output_the_job_stays_registered(tool, user):
     assert (first["ActiveState"], first["SubState"]) == ("active", "exited")
     assert tool.launch(JOBS, "print", "y", "0", user=user, output=False) == (True, "none")
     assert tool.unit()["InvocationID"] != first["InvocationID"]
-    # The job has been taken, but need not have begun when the call returns.
+    # The job is accepted when the call returns, but may not have begun.
     wait_until(lambda: len(tool.ran()) == 2)
     assert tool.ran() == [(0, ["print", "x", "0"]), (0, ["print", "y", "0"])]
 
@@ -306,7 +306,7 @@ def test_what_another_user_mounts_over_the_tool_does_not_pass_for_it(tool, user)
     # On a slow machine the launch may be given up before the impostor is there.
     assert any(impostor_runs_meanwhile(tool, user, f"{tool.path}-script-{number}")
                for number in range(10))
-    # What is left of the job goes.
+    # The next launch removes the rest of the job.
     assert tool.launch(JOBS, "print", "y", user=user) == (True, b"y")
 
 
@@ -325,8 +325,9 @@ def test_variables_of_the_caller_do_not_reach_the_tool(tool, version, user):
 
 
 def impostor_runs_meanwhile(tool, user, script):
-    """Launches `script`, which is never seen itself: only what takes its place could be. That, bob
-    mounts over it. Returns whether it ran before the launch was given up."""
+    """Launches `script`, which the launch never sees, since its interpreter runs. bob mounts an
+    impostor over it, which could be seen. Returns whether that ran before the launch was given
+    up."""
     tool.booted.write(script, f"#!/bin/sh\n{tool.path} print x 0\nexec sleep 20\n", 0o755)
     runs = len(tool.ran())
     with concurrent.futures.ThreadPoolExecutor() as executor:
@@ -343,17 +344,17 @@ def impostor_runs_meanwhile(tool, user, script):
 
 
 def await_run(tool, times=1):
-    """Waits until the tool has run so often."""
+    """Waits until the tool has run `times` times."""
     wait_until(lambda: len(tool.ran()) >= times)
     assert len(tool.ran()) >= times
 
 
 def is_executed(booted, path):
-    """Whether a process runs a file that was at `path` in the eyes of the process."""
+    """Whether a process runs a file whose path is `path` in its own mount namespace."""
     for process in booted.path("/proc").glob("[0-9]*"):
         try:
             if os.readlink(process / "exe") == path:
                 return True
         except OSError:
-            pass  # It has ended, or is one of the kernel's.
+            pass  # It has ended, or is a kernel thread.
     return False

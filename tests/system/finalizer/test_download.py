@@ -33,7 +33,7 @@ def sandbox(build, tmp_path_factory):
 
 @pytest.fixture
 def download(sandbox, tmp_path):
-    """Downloads a URL: what the client printed, the body and the log are in the result."""
+    """Downloads a URL; the result has the client's output, the body and the log."""
 
     class Download:
         def __init__(self, url, *arguments):
@@ -147,7 +147,8 @@ FAILURES = [
 
 
 def limit_for(reason):
-    """The time-out of a download that is to fail so: only where it is awaited is it short."""
+    """The time-out of a download that must fail with `reason`: short only if the download waits for
+    it."""
     return ("--time-out", "1" if reason == TIMED_OUT else "30")
 
 

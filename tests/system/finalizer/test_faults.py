@@ -1,4 +1,4 @@
-"""The finalizer while the system fails it: each system call once, full and read-only disks, no
+"""The finalizer when the system fails: each system call once, full and read-only disks, few
 descriptors, SIGKILL, and two at a time."""
 
 import collections
@@ -38,8 +38,8 @@ OPT_OUT = b"DisableAnalytics=1\n"
 NEW_SETTINGS = OLD_SETTINGS + OPT_OUT
 LINES = finalizer_log.success("", finalizer_log.READING_VERSION, finalizer_log.DISABLING_ANALYTICS)
 
-# What each call on files and descriptors may be answered with. A call on a file of the product's
-# own comes to each of these, one on a file of the libraries, or not on a file, to the first.
+# The errors of each call on files and descriptors. A call on a file of the product fails with each
+# of them; a call on a file of the libraries, or on no file, fails with the first.
 FAULTS = {
     "access": ["EACCES"],
     "chdir": ["EACCES"],
@@ -77,21 +77,21 @@ FAULTS = {
 LEFT_OUT = {
     "mmap": "the loader, the allocator and the C library make it; it fails for want of memory",
 }
-# How often these are made depends on how long a transfer takes: only the first is failed.
+# Only the first of these fails: their number depends on how long a transfer takes.
 MADE_AS_OFTEN_AS_NEEDED = {"epoll_ctl", "epoll_wait", "poll", "timerfd_settime"}
-# Without these the report is begun and cannot be carried out. It then ends after its 30 seconds, so
-# they come first and the others run meanwhile.
+# If these fail, the report is begun and waits for its time-out of 30 seconds. They come first, so
+# that the others run meanwhile.
 SLOW = {"epoll_create1", "epoll_ctl", "timerfd_create"}
 RUNS_AT_ONCE = 6
-# Calls that change something, beside an openat that creates or empties a file.
+# Calls that change something, besides an openat that creates or empties a file.
 CHANGES = {"chmod", "fchmod", "ftruncate", "mkdir", "rmdir", "unlink", "write"}
-# What a shell adds to a signal's number for an exit status, and bwrap too.
+# A shell, and bwrap, adds this to a signal's number to make an exit status.
 SIGNALLED = 128
 
 OWN_FILE = re.compile(f"(/Users/alice|{ROOT_HOME})?/Library/|/tmp/")
-# Who is at the console is asked here.
+# The files that name the user at the console.
 ABOUT_USERS = re.compile("/run/systemd/|/etc/passwd$|/etc/nsswitch.conf$")
-# Without a user, its settings and its tables GNUstep does not start.
+# GNUstep does not start without a user, its settings and its tables.
 NEEDED_BY_GNUSTEP = re.compile("/etc/passwd$|/etc/GNUstep/|/usr/share/GNUstep/.*/Languages/")
 
 SMALL = {
@@ -111,7 +111,7 @@ OLD_LINKS = {"Contents/Resources": ELSEWHERE, "PkgInfo": "/tmp/elsewhere"}
 
 @pytest.fixture(autouse=True)
 def in_memory(tmp_path):
-    """All roots lie in memory: each run flushes its log seven times."""
+    """All roots are in memory, because each run flushes its log seven times."""
     if os.geteuid() != 0:
         pytest.skip("a root of its own needs root: it changes owners and user ids")
     subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256m,mode=755", "none", tmp_path],
@@ -154,9 +154,9 @@ def lies_in(name, folder):
 class Machine:
     """A root that is made new for each run.
 
-    With `has_all` everything lies there that a run finds, removes or completes: an older bundle,
-    obsolete plug-ins, the note of the previous version, and an express install that is still to be
-    handed over after the report. Otherwise it is a first installation with a vector of its own.
+    With `has_all` it has everything that a run finds, removes or completes: an older bundle,
+    obsolete plug-ins, the note of the previous version, and an express install to hand over after
+    the report. Otherwise it is a first installation with its own install vector.
     """
 
     def __init__(self, root, content, has_all=True):
@@ -169,7 +169,7 @@ class Machine:
         if has_all:
             root.write(EXPRESS_FLAG, b"")
             root.pin(EXPRESS_FLAG)
-        # Makes the places of what is shown inside.
+        # Makes the mount points of what is shown inside.
         root.execute(["true"])
 
     def reset(self):
@@ -190,18 +190,18 @@ class Machine:
         self._before = self._surroundings()
 
     def run(self, *prefix, **options):
-        # A request that was begun and cannot be carried out ends after 30 seconds.
+        # A request that was begun and cannot be completed ends after 30 seconds.
         return self.root.execute([*prefix, FINALIZER, "/", "-disableAnalytics"], timeout=500,
                                  **options)
 
     def run_under_strace(self, command):
-        """A run that the beginning `command` looks at, or disturbs."""
-        # What strace looks at cannot be looked at for leaks.
+        """A run under `command`, which traces or disturbs it."""
+        # A process that strace traces cannot be checked for leaks.
         return self.run(*command, check_leaks=False)
 
     def calls(self):
-        """The calls of a run from its first look at a file of the product's own on, or at who is
-        at the console: those of the first thread, and those of all others."""
+        """The calls of a run, from the first on a file of the product or of the console user on:
+        those of the first thread, and those of all others."""
         self.reset()
         result = self.run_under_strace(system_calls.tracing(TRACE))
         assert result.status == 0, result
@@ -212,7 +212,7 @@ class Machine:
         return first[start:], others
 
     def tree(self, inside):
-        """A tree, or nothing."""
+        """The tree of `inside`; empty if it does not exist."""
         return self.root.tree(inside) if self.root.path(inside).exists() else {}
 
     def log(self, path=USER_LOG):
@@ -246,7 +246,7 @@ class Machine:
         self.check_surroundings()
 
     def check_nothing_is_done(self):
-        """Everything is there for another try."""
+        """Checks that everything is there for another try."""
         assert contents(self.tree(BUNDLE)) == (OLD_CONTENTS if self.has_all else {})
         assert self.has(BLOB)
         assert self.settings() == OLD_SETTINGS
@@ -276,7 +276,7 @@ class Machine:
             path.unlink(missing_ok=True)
 
     def _surroundings(self):
-        """All that a run has nothing to do with."""
+        """Everything that a run must not change."""
         trees = {}
         for folder in ("/Library", "/Users", "/tmp", "/Volumes", "/System", "/etc", "/var"):
             for name, node in tree_of(self.root.path(folder)).items():
@@ -295,20 +295,20 @@ def machine(install_root, small_blob):
 
 # ---- What one fault may do
 
-# A stage in which the working directory changes begins with a look at the present one.
-# Lines about what stays, and about what is missing.
+# Lines about old items that stay, and about new ones that are missing.
 REPORT = re.compile(
     r"\[E\] FIN: (ERROR: (?P<refused>\d+) of the old bundle's items could not be removed: (?P<cause>.*)"
     r"|Error writing file: '(?P<path>.*)'"
     r"|ERROR: (?P<failed>\d+) of (?P<entries>\d+) entries of the payload could not be written: "
     r"(?P<reason>.*))\.")
+# A stage in which the working directory changes begins with opening the current one.
 WALKS = ("removing the bundle", "writing", "removing the blob")
 # Each walk after those removes one item: an obsolete plug-in, the flag, the updater.
 LATER_WALK = "removing an item"
 
 
 def stages_of(calls):
-    """The stage of those that each call belongs to, or ""."""
+    """For each call, the stage above that it belongs to, or ""."""
     stages = []
     stage = ""
     walks = iter(WALKS)
@@ -322,25 +322,26 @@ def stages_of(calls):
 
 
 def check_bundle(machine, call, error, stage):
-    """Whole, unless the fault was one on itself or the blob, and not an interruption. Returns
-    how many entries are not as they should be."""
+    """Checks that the bundle is whole, unless the fault was on the bundle or the blob and not an
+    interruption. Returns how many entries are wrong."""
     found = machine.tree(BUNDLE)
     is_about_blob = call.path == BLOB or stage == "removing the blob"
     assert not machine.has(BLOB) or is_about_blob and error != "EINTR"
     if call.path == BLOB and not stage:
-        # It is read in one piece, and refused as a whole.
+        # The blob is read in one piece, and refused as a whole.
         assert found == NEW_TREE or found == {} and error != "EINTR"
         return 0
     if stage not in WALKS[:2] or error == "EINTR":
         assert found == NEW_TREE
     elif stage == "writing":
-        # What could not be made or written is missing or shorter, and nothing else is there.
+        # Entries that could not be made or written are missing or shorter, and nothing else is
+        # there.
         assert set(found) <= set(NEW_TREE)
         for name, node in found.items():
             assert node.kind == "directory" or NEW_TREE[name].content.startswith(node.content), name
     else:
-        # What of the old bundle cannot be removed stays in the new one. Nothing is written through
-        # its links.
+        # Items of the old bundle that cannot be removed stay in the new one. Nothing is written
+        # through old links.
         links = [name for name, node in found.items() if node.kind == "link"]
         assert contents(found).items() <= OLD_CONTENTS.items() | NEW_CONTENTS.items()
         for name, content in NEW_CONTENTS.items():
@@ -351,8 +352,8 @@ def check_bundle(machine, call, error, stage):
 
 
 def check_reports(machine, error, stage, missing):
-    """What stays of the old bundle and what is missing of the new one is logged, and nothing else
-    is. Returns the lines about it."""
+    """Checks that the log reports the old items that stay and the new ones that are missing, and no
+    others. Returns these lines."""
     matches = [match for match in map(REPORT.fullmatch, machine.log() or []) if match]
     why = os.strerror(getattr(errno, error))
     reports = [match[0] for match in matches]
@@ -368,27 +369,27 @@ def check_reports(machine, error, stage, missing):
     # A folder that is made and cannot be entered, a mode, and a close fail an entry too.
     assert missing <= int(counts["failed"]) <= missing + 1
     assert int(counts["entries"]) == len(NEW_TREE)
-    # Links that stay are what the others meet.
+    # The others fail because of old links that stay.
     assert counts["reason"] == (why if stage == "writing" else os.strerror(errno.ELOOP))
     return reports
 
 
 def logs_after(call, error, lines):
-    """What may be left of the log's `lines`: all, unless the fault was one on the log or on what it
-    reports. None is a missing log."""
+    """The logs that the fault allows: all `lines`, unless the fault was on the log or on something
+    that a line reports. None is a missing log."""
     if call.path == USER_LOG:
         if call.name in ("openat", "newfstatat"):
-            # The product makes the file, again after an interruption; then Foundation opens it.
+            # The product makes the file, after an interruption once more; then Foundation opens it.
             is_made_again = (call.name, call.number, error) == ("openat", 1, "EINTR")
             return [lines] if is_made_again else [None, [], lines]
-        # The first is about no line yet.
+        # The first lseek is not for a line.
         is_about_line = call.name == "write" or call.name == "lseek" and call.number > 1
         if is_about_line and error != "EINTR":
             return [lines[:index] + lines[index + 1:] for index in range(len(lines))]
     if (call.path, call.name, error) == (BLOB, "read", "EIO"):
         return [lines[:3] + [finalizer_log.UNREADABLE_BLOB] + lines[3:]]
     if (call.path, call.name, call.folder) == (BLOB, "newfstatat", ""):
-        # Opened, it is asked for its size once more.
+        # The size of the opened blob is read once more.
         why = os.strerror(getattr(errno, error))
         return [lines, lines[:3] + [finalizer_log.unreadable_blob(why)] + lines[3:]]
     if (call.path, call.name, error) == (BLOB, "flock", "ENOLCK"):
@@ -403,7 +404,7 @@ def check_log(machine, call, error, reports):
     lines[3:3] = reports
     found = machine.log()
     if found is not None and not OWN_FILE.match(call.path):
-        # Foundation raises where it cannot even begin a request.
+        # Foundation raises if it cannot even begin a request.
         found = [line for line in found if not line.startswith("[E] FIN: ERROR: Pingback failed: ")]
     logs = (found, machine.log("/" + LOG))
     if ABOUT_USERS.match(call.path):
@@ -420,13 +421,14 @@ def check_settings(machine, call, error):
     elif call.name == "write":
         assert found == b""
     elif call.name == "openat" and error != "EINTR":
-        # Settings that cannot be read count as none; what cannot be opened for writing stays.
+        # Settings that cannot be read count as empty; a file that cannot be opened for writing
+        # stays.
         assert found == (OPT_OUT if call.number == 1 else OLD_SETTINGS)
     elif (call.name, call.number) == ("newfstatat", 1) and found != NEW_SETTINGS:
-        # What cannot be recognized as a file does not count as one.
+        # If stat fails, the file counts as missing.
         assert found == OPT_OUT
     else:
-        # What is not read to its end is not written.
+        # A file that is not read to its end is not written.
         assert found in (NEW_SETTINGS, OLD_SETTINGS)
         assert found == NEW_SETTINGS or call.name in ("fcntl", "ftruncate", "lseek",
                                                       "newfstatat") or error == "EIO"
@@ -438,7 +440,7 @@ def check_what_is_removed(machine, call, error, stage):
         return
     left = [path for path in (*OBSOLETE, UPDATER) if machine.has(path)]
     if stage == LATER_WALK:
-        # It goes through an interruption, and ends for one item otherwise.
+        # An interruption changes nothing; another error keeps one item.
         assert len(left) <= (error != "EINTR"), left
     elif call.name == "vfork" or call.path in (EXPRESS_FLAG, "/usr/bin/open"):
         assert left in ([], [UPDATER])
@@ -468,7 +470,8 @@ def check_fault(machine, result, call, error, stage):
 def errors_of(call, build):
     is_own = OWN_FILE.match(call.path)
     if build.name == "asan":
-        # Sanitized runs take three times as long: the product's own calls alone, below once each.
+        # Sanitized runs take three times as long: only calls on the product's files, which
+        # distinct() reduces to one each.
         return [error for index, error in enumerate(FAULTS[call.name])
                 if is_own and (index == 0 or error == "EINTR")]
     errors = FAULTS[call.name] if is_own else FAULTS[call.name][:1]
@@ -476,13 +479,13 @@ def errors_of(call, build):
 
 
 def calls_to_fail(first, others):
-    """Each call of the first thread, and of the others (one that looks a name up, a child that
-    becomes another program) those that differ from the first thread's."""
+    """Each call of the first thread, and the calls of the others (a name's look-up, a child that
+    becomes another program) that differ from those."""
     paths = {call.path for call in first}
     names = {call.name for call in first}
     distinct_calls = [call for call in others
             if call.name not in names or call.path and call.path not in paths]
-    # Closing what was inherited, and two calls that the first thread makes too, and has fail.
+    # Closing inherited descriptors, and calls that also fail in the first thread.
     assert {(call.name, call.path) for call in others if call not in distinct_calls} <= {
         ("close", ""), ("close", USER_LOG), ("execve", "/usr/bin/open"), ("mmap", ""),
         ("newfstatat", "/etc/nsswitch.conf")}
@@ -492,8 +495,8 @@ def calls_to_fail(first, others):
 
 
 def distinct(faults, build):
-    """The faults without those that repeat one: a library's file may be looked at many times, and in
-    the slow sanitized build so may the product's own."""
+    """The faults without repetitions of one call on the same file: always for the libraries' files,
+    and in the slow sanitized build also for the product's."""
     first = {}
     for number, (index, call, error, stage) in enumerate(faults):
         is_repeated = build.name == "asan" or call.path and not OWN_FILE.match(call.path)
@@ -522,7 +525,7 @@ def test_every_system_call_fails_once(build, small_blob, tmp_path):
         seen |= {call.name for call in first + others}
         stages = dict(zip(first, stages_of(first)))
         assert set(stages.values()) == {"", *WALKS, *[LATER_WALK] * machine.has_all}
-        # The second installation adds only what the first has not done.
+        # The second installation adds only calls that the first did not make.
         faults += [(index, call, error, stages.get(call, ""))
                    for call in calls_to_fail(first, others)
                    if (call.name, call.path) not in known for error in errors_of(call, build)]
@@ -594,7 +597,7 @@ def test_full_disk(install_root, finalizer_run, volume, tmp_path):
             assert whole[name].content.startswith(node.content)
     assert sum(node.content == whole[name].content for name, node in found.items()
                if node.kind == "file") < 8
-    # The blob goes as when there is room.
+    # The blob is removed, as with enough room.
     started, output, blob_line, first, counts, succeeded = install_root.log("alice")
     assert [started, output, blob_line, succeeded] == finalizer_log.success(VOLUME)
     failed = [name for name, node in whole.items() if node.kind == "file"
@@ -642,8 +645,8 @@ PINGBACK_FAILED = ("[E] FIN: ERROR: Pingback failed: Failed to create pipe to ha
 
 
 def test_roots_own_way_to_the_log_fails_once(machine):
-    """The console user may not write the log, so that root goes down to it. Each call on that way
-    fails once: the log is as it was or complete, and everything else is done."""
+    """The console user may not write the log, so root enters its folders one by one. Each call on
+    that way fails once: the log is unchanged or complete, and everything else is done."""
     def lay_log():
         machine.reset()
         machine.root.write(USER_LOG, "", mode=0o600)
@@ -669,14 +672,14 @@ def test_roots_own_way_to_the_log_fails_once(machine):
             machine.check_surroundings()
 
 
-# With 6 to 8 a request can be begun and, as a rule, not carried out: it ends after its 30 seconds.
+# With 6 to 8 a request can begin but, as a rule, not be completed: it ends after its 30 seconds.
 @pytest.mark.parametrize("limit", [4, 5, 6, 7, 9, 10, 12])
 def test_few_descriptors(machine, limit):
     # Naming the functions of leaks starts another program, which needs descriptors.
     result = machine.run("prlimit", f"--nofile={limit}:{limit}", check_leaks=False)
     assert result.status == 0, result
-    # Beside the log's: the blob's, that of the way back, and one for each file and folder in turn.
-    # A request that is not carried out keeps its own.
+    # Needed besides the log's descriptor: the blob's, the previous working directory's, and one for
+    # each file and folder in turn. A request that is not completed keeps its own.
     is_enough = limit >= 7
     too_many = os.strerror(errno.EMFILE)
     lines = list(LINES)
@@ -727,7 +730,7 @@ def stage_of(machine, is_removal):
     """How far a killed run has come, by its bundle and blob."""
     found = machine.tree(BUNDLE)
     if not machine.has(BLOB):
-        # It goes only when all of it has been written.
+        # The blob is removed only when the whole bundle has been written.
         assert found == NEW_TREE
         return "blob removed"
     if contents(found) == OLD_CONTENTS:
@@ -763,7 +766,7 @@ def test_killed_at_each_change_and_run_again(machine, small_blob):
         is_cut = (call.name, call.path) == ("write", SETTINGS)
         assert machine.settings() in ([b""] if is_cut else [OLD_SETTINGS, NEW_SETTINGS]), call
 
-        # As the package does it. A blob that is still there is the same.
+        # Places the blob as the package does. A blob that is still there is the same.
         machine.root.lay_blob(small_blob)
         assert machine.run().status == 0
         assert machine.tree(BUNDLE) == NEW_TREE, call
@@ -795,7 +798,7 @@ def test_killed_at_random_moments(install_root, tmp_path, rounds):
     assert run_killed_after(60).status == 0
     duration = time.monotonic() - start
     killed = drawn = 0
-    # A moment may come too late, even each of a few. One of 50 does not.
+    # A kill may come after the run's end, even a few times in a row; 50 times is not expected.
     while drawn < rounds or killed == 0 and drawn < 50:
         drawn += 1
         moment = numbers.uniform(0.001, duration)
@@ -822,7 +825,7 @@ def test_killed_at_random_moments(install_root, tmp_path, rounds):
 
 
 def has_overlap(lines):
-    """Whether in a log of several runs one has begun before another was done."""
+    """Whether one run in the log began before another had ended."""
     stamps = [line for line in lines if line in (finalizer_log.STARTED, finalizer_log.SUCCEEDED)]
     return [finalizer_log.STARTED] * 2 in [stamps[index:index + 2] for index in range(len(stamps))]
 
@@ -871,7 +874,7 @@ def lines_of_two_loggers(install_root, count):
                                "wait $one && wait $other"])])
     assert (result.status, result.stdout, result.stderr) == (0, "", "")
     lines = install_root.log("alice")
-    # None is lost, none cut, and each writer's are in the order in which it wrote them.
+    # No line is lost or cut, and each writer's lines are in order.
     for name in "AB":
         prefix = f"[I] {name}: "
         assert [line for line in lines if line.startswith(prefix)] == [

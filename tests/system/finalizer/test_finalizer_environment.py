@@ -1,4 +1,4 @@
-"""The finalizer with a home folder that is missing or of no use."""
+"""The finalizer with a home folder that is missing or unusable."""
 
 import pytest
 

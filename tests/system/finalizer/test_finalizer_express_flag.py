@@ -1,4 +1,4 @@
-"""The flag file of an express install is taken away by the pingback, before the hand-off."""
+"""The pingback removes the flag file of an express install, before the hand-off."""
 
 import pytest
 

@@ -1,7 +1,7 @@
 """The hand-off that completes an express install begun in a web page.
 
-The pingback takes the flag file away, so that as a rule no hand-off follows. A flag file that
-cannot be removed stands here for one that has been made again after the pingback.
+The pingback removes the flag file, so that as a rule no hand-off follows. Here a flag file that
+cannot be removed represents one that was made again after the pingback.
 """
 
 import pytest
@@ -59,7 +59,7 @@ def test_hand_off_with_an_updater_that_cannot_be_removed(install_root, finalizer
 def test_hand_off_is_not_waited_for(install_root, bundle_blob):
     """The launched program ends when the finalizer has ended, and after a while at the latest."""
     install_root.lay_blob(bundle_blob)
-    # What is pinned hides what the root had in its place.
+    # The pinned file hides the root's own /usr/bin/open.
     install_root.write("/usr/bin/open", _OPEN_THAT_WAITS, mode=0o755)
     install_root.pin("/usr/bin/open")
     result = install_root.execute(["sh", "-c", _FINALIZER_THEN_OPEN])

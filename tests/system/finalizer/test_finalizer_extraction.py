@@ -162,7 +162,7 @@ def test_old_bundle_that_goes_in_part_only(install_root, finalizer_run, old_bund
         "", finalizer_log.not_removed(1, "Device or resource busy"))
     tree = install_root.tree(BUNDLE)
     assert tree.pop(kept) == Node("file", 0o644, OLD_FILES[kept])
-    # What holds the file has stayed, and is used as it is.
+    # The folder that holds the file has stayed, and keeps its mode.
     assert tree["Contents"].mode == 0o700
     for name in (".", "Contents", "Contents/Frameworks", "Contents/Frameworks/Old.framework"):
         assert tree.pop(name).kind == "directory"
@@ -193,7 +193,7 @@ def test_directory_in_place_of_the_blob(install_root, finalizer_run, old_bundle,
     (blob.stored_file("name", b"lost"), 1),
     (blob.stored_directory("name", [blob.stored_file("f", b"")]), 2)])
 def test_top_entry_with_a_name(install_root, finalizer_run, old_bundle, entry, count):
-    # It belongs into the bundle's folder, which only a nameless entry makes.
+    # The entry belongs in the bundle's folder, which only a nameless entry makes.
     assert old_bundle.exists()
     install_root.lay_blob(entry)
     finalizer_run(["/"])
@@ -277,7 +277,7 @@ def test_user_who_may_not_write_the_volume(install_root, finalizer_run, old_bund
 
 
 def give_to_bob(install_root, folder, but=None):
-    """Makes bob own a folder and what is in it, except what ends with `but`."""
+    """Makes bob the owner of a folder and its contents, except of the item at `but` in it."""
     script = 'chown -R bob "$1"; test -z "$2" || chown root "$1$2"'
     assert install_root.execute(["sh", "-c", script, "sh", folder, but or ""]).status == 0
 
@@ -326,7 +326,7 @@ def test_fault_after_good_entries_writes_nothing(install_root, finalizer_run):
 
 
 def nested(depth, name="d"):
-    """A blob of directories in each other, with a file in the last one and one on top."""
+    """A blob of nested directories, with a file in the last one and one at the top."""
     entry = blob.stored_file("deep", b"deep")
     for _ in range(depth):
         entry = blob.stored_directory(name, [entry])

@@ -1,4 +1,4 @@
-"""Where the finalizer's log lies, and what becomes of a log that cannot be written."""
+"""The place of the finalizer's log, and a log that cannot be written."""
 
 import pytest
 
@@ -88,7 +88,7 @@ def test_a_folder_of_logs_is_not_created(install_root, finalizer_run):
 
 
 def test_signal_of_a_reader_that_has_left(install_root, finalizer, bundle_blob, installed):
-    """The log's lines are lost, the installation is not."""
+    """The log's lines are lost, but the installation succeeds."""
     assert finalizer
     install_root.lay_blob(bundle_blob)
     result = install_root.execute(

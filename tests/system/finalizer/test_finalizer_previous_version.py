@@ -22,7 +22,7 @@ def test_any_file_is_read(install_root, finalizer_run, bundle_blob, content):
 def test_a_folder_in_its_place_is_passed_over(install_root, bundle_blob):
     install_root.mkdir(PREVIOUS_VERSION)
     install_root.lay_blob(bundle_blob)
-    # Not every Foundation keeps quiet about it.
+    # Not every Foundation reads it without writing to standard error.
     assert install_root.run(["/"]).status == 0
     assert install_root.log("alice") == finalizer_log.success("", *READ)
 

@@ -1,4 +1,5 @@
-"""Variables by which a caller would have root's process load, write or ask what the caller says.
+"""Variables with which a caller would make root's process load, write or contact something of the
+caller's choice.
 
 Only HOME, USER, LOGNAME, PATH, TMPDIR, TZ, LANG, LANGUAGE and LC_* reach the libraries of the
 finalizer, and of kpim when it runs as root.
@@ -36,7 +37,7 @@ DESCRIPTION = ('<XML><update version="32.0.0.270"><description><meta>message "A 
 
 @pytest.fixture
 def planted(install_root, build):
-    """Environment with which OpenSSL would load a library of the caller's."""
+    """An environment that makes OpenSSL load a library of the caller's."""
     install_root.write("/opt/openssl.cnf", OPENSSL_CONFIGURATION)
     install_root.write(PLANTED, (build / "tests/programs/planted_library.so").read_bytes(), 0o755)
     return {"OPENSSL_CONF": "/opt/openssl.cnf"}

@@ -1,4 +1,4 @@
-"""Removal of what older generations of the plug-in left behind."""
+"""Removal of the files of older generations of the plug-in."""
 
 import pytest
 
@@ -9,7 +9,7 @@ FOLDER = "/Library/Internet Plug-Ins"
 SYSTEM_PLUGIN = FOLDER + "/Korvel Player Enabler.plugin"
 NAMES = ["Korvel Player.plugin", "Korvel Player Enabler.plugin", "Quorrel Korvel NP-PPC",
          "korvelplayer.xpt"]
-# Names that are close, and stay.
+# Similar names, which stay.
 OTHERS = ["Korvel Player.plugins", "korvel player.plugin", "Another.plugin"]
 
 

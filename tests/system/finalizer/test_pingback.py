@@ -13,7 +13,7 @@ from install_root import (EXPRESS_FLAG, INSTALL_VECTOR, PREVIOUS_VERSION, PROGRA
 FINALIZER = f"{PROGRAMS}/finalizer"
 PATH = "/get/korvelplayer/update/current/install/version.xml32.0.0.269"
 
-# The pingback's own, in seconds.
+# The pingback's time-out, in seconds.
 TIME_OUT = 30
 
 DEFAULTS = """{{
@@ -198,11 +198,11 @@ def test_user_that_cannot_be_switched(pingback, install_root):
     set_languages(install_root, "alice", "fr")
     wrapper = [*STRACE, "-e", "inject=setresuid:error=EPERM"]
     requests = pingback(wrapper=wrapper, check_leaks=False)
-    # The language is still asked for, and is now root's.
+    # The language is still read, and is now root's.
     assert requests == [request()]
     users = [line.split(",")[1].strip() for line in switches(install_root)]
-    # For the log, and back; then for the language. The switch back from there, to the id -1, fails
-    # before the system is asked.
+    # A switch for the log, back, and one for the language. The switch back from that, to the id -1,
+    # fails without a system call.
     assert users == ["1001", "0", "1001"]
 
 
@@ -263,7 +263,7 @@ def test_wrong_certificate_gets_no_request(pingback, download_server, certificat
 def test_silent_server_costs_thirty_seconds(pingback, download_server):
     download_server.kind = "silent"
     start = time.monotonic()
-    # One attempt. How much longer it takes is the machine's matter.
+    # One attempt. The limit leaves time for a slow machine.
     assert pingback(timeout=20 * TIME_OUT) == ["connection"]
     assert time.monotonic() - start > TIME_OUT - 1
 
@@ -273,7 +273,7 @@ def test_server_that_leaves_while_the_request_is_written(pingback, download_serv
     assert pingback() == ["connection"]
 
 
-# What a program sends and receives stays for a while in buffers between them.
+# Bytes that may be in buffers between the program and the server.
 BUFFERED = 32 << 20
 
 

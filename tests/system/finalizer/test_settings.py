@@ -16,7 +16,7 @@ def run(install_root, finalizer_run):
     """Installs below `root` with the switch and checks that the log is that of any other run."""
 
     def run_with_switch(root="/", log_of="alice", wrapper=(), **options):
-        # Of nothing: not every user here may write a bundle.
+        # An empty blob: not every user here may write a bundle.
         install_root.lay_blob(b"", root)
         finalizer_run([root, OPT_OUT], wrapper=wrapper, **options)
         assert install_root.log(log_of) == finalizer_log.success(
@@ -160,7 +160,7 @@ def test_large_file(install_root, run):
 
 @pytest.mark.parametrize("target", [None, "/dev/zero", "/dev/full", "/run/pipe"])
 def test_what_is_no_regular_file_stays_as_it_is(install_root, run, target):
-    """A pipe is not waited for, and a device is not read."""
+    """The finalizer neither waits for a pipe nor reads a device."""
     path = install_root.path(SETTINGS)
     if target is None:
         os.mkfifo(path)

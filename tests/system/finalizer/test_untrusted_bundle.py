@@ -1,5 +1,5 @@
-"""The finalizer where others may write, or do at the same time what it does: in the bundle's folder,
-to the blob, to the disk's and the memory's limits."""
+"""The finalizer where others may write, or work at the same time: in the bundle's folder, on the
+blob, and at the limits of disk and memory."""
 
 import collections
 import errno
@@ -61,7 +61,7 @@ def test_folder_with_a_link_to_everything_in_place_of_the_blob(install_root, fin
 
 @pytest.mark.parametrize("size", [1 << 32, (1 << 32) + 7, 1 << 40])
 def test_blob_of_4_gibibytes(install_root, finalizer_run, size):
-    # The first bytes, as many as 32 bits of the size say, would be well formed.
+    # Cut to 32 bits, the size would be that of a well-formed blob.
     install_root.lay_blob(blob.stored_directory("", []))
     os.truncate(install_root.path(BLOB), size)
     finalizer_run(["/"])
@@ -73,7 +73,7 @@ def test_too_little_memory_for_the_blob(build, install_root):
     install_root.lay_blob(blob.stored_directory("", []))
     os.truncate(install_root.path(BLOB), 3 << 30)
     if build.name == "asan":
-        # It has an address space of terabytes, and a limit of its own, of which it warns.
+        # A sanitizer has terabytes of address space and its own limit, about which it warns.
         with pytest.raises(SanitizerReport, match="WARNING.*failed to allocate 0xc0000000 bytes"):
             install_root.run(["/"], env={"ASAN_OPTIONS": (
                 "detect_leaks=0:allocator_may_return_null=1:max_allocation_size_mb=1024")})
@@ -111,7 +111,7 @@ def test_blob_that_cannot_be_opened(install_root, error, reported):
                             *([finalizer_log.unreadable_blob(why)] if reported else []))
 
 
-# ---- What the bundle's place holds already, and cannot be removed
+# ---- Items at the bundle's place that cannot be removed
 
 
 NOT_PERMITTED = os.strerror(errno.EPERM)
@@ -161,7 +161,7 @@ def test_link_that_stays_in_the_bundles_place_is_not_written_through(install_roo
 
 @pytest.mark.parametrize("link", [BUNDLE.rsplit("/", 1)[0], BUNDLE.rsplit("/", 2)[0], "/Library"])
 def test_folder_on_the_way_that_is_a_link(install_root, finalizer_run, link):
-    """What lies behind it is neither removed nor written; a link in the install root's own path is
+    """Nothing is removed or written through the link; only a link in the install root's own path is
     followed."""
     install_root.write(f"{BUNDLE}/kept", b"kept")
     install_root.lay_blob(blob.solid_root(files(2)))
@@ -216,7 +216,7 @@ def test_locked_items_are_removed(install_root, finalizer_run, lock):
 
 
 def test_locked_file_with_another_name_elsewhere_stays(install_root, finalizer_run, lock):
-    """Its lock is not the bundle's: what does not belong to the bundle would lose it too."""
+    """The lock is not removed, because a file outside the bundle would lose it too."""
     elsewhere = install_root.write(ELSEWHERE + "/kept", b"kept")
     install_root.mkdir(f"{BUNDLE}/folder")
     os.link(elsewhere, install_root.path(f"{BUNDLE}/folder/second name"))
@@ -237,7 +237,7 @@ def test_locked_file_with_another_name_elsewhere_stays(install_root, finalizer_r
 
 @pytest.fixture
 def victim(install_root):
-    """Another user's folder, with the names of the bundle's files."""
+    """Another user's folder, whose files have the names of the bundle's."""
     for number in range(200):
         install_root.write(f"{VICTIM}/file {number}", b"private", 0o600)
     install_root.write(f"{VICTIM}/inner/file 0", b"private", 0o600)
@@ -246,8 +246,8 @@ def victim(install_root):
 
 
 def exchange_in_rounds(install_root, victim, rounds, prepare):
-    """Runs the finalizer in rounds while another process exchanges a folder of the bundle for a link to the
-    victim's. Returns how often that has worked."""
+    """Runs the finalizer in rounds while another process exchanges a folder of the bundle with a
+    link to the victim's. Returns how often that has succeeded."""
     target = f"{BUNDLE}/Contents/folder"
     own = install_root.path(ELSEWHERE + "/own")
     exchanges = 0
@@ -314,7 +314,7 @@ def test_two_finalizers(install_root, rounds):
 
 
 class Held:
-    """The blob as another process holds it."""
+    """A lock on the blob, as another process holds it."""
 
     def __init__(self, install_root):
         self._install_root = install_root
@@ -337,7 +337,7 @@ def is_open_elsewhere(path):
             if any(os.path.samefile(descriptor, path) for descriptor in (process / "fd").iterdir()):
                 return True
         except OSError:
-            pass  # It has ended, or has just closed one.
+            pass  # It has ended, or has just closed a file.
     return False
 
 

@@ -1,5 +1,4 @@
-"""Ordinary users of the machine who put something of their own in the places that root opens,
-creates or removes."""
+"""Ordinary users who place items of their own at paths that root opens, creates or removes."""
 
 import os
 import pathlib
@@ -43,7 +42,7 @@ def own(path, user="alice"):
 
 
 def everything_but(install_root, *own_paths):
-    """The whole disk except for what a run with this log is to change."""
+    """The whole disk except for the items that a run with this log changes."""
     nodes = {}
     for folder in ("/Library", "/Users", "/etc", "/tmp", "/var"):
         for name, node in tree_of(install_root.path(folder)).items():
@@ -113,7 +112,7 @@ def test_log_that_root_must_not_write(install_root, run, attack):
 def test_fifo_with_a_reader_is_no_log(install_root, bundle_blob, installed):
     os.mkfifo(install_root.log_path("alice"), 0o666)
     install_root.lay_blob(bundle_blob)
-    # The reader leaves at the first line that comes, and at the latest when the run has ended.
+    # After the run, the reader takes one byte, or ends within a second.
     result = install_root.execute(["sh", "-c", f"""
         exec 3<>'{USER_LOG}'
         {PROGRAMS}/finalizer /
@@ -147,7 +146,7 @@ def test_folder_of_logs_that_is_roots(install_root, run):
 
 
 def test_log_of_another_user_is_not_appended_to(install_root, run):
-    """Root may go where the user may not, but only to what is root's or the user's own."""
+    """Root may enter folders that the user may not, but only folders of root or of that user."""
     log = install_root.log_path("alice")
     log.write_text("bob's")
     log.chmod(0o644)
@@ -157,7 +156,7 @@ def test_log_of_another_user_is_not_appended_to(install_root, run):
 
 
 def test_log_elsewhere_that_the_user_may_write(install_root, run):
-    """Where users keep their own log is their own affair."""
+    """Users may keep their own log where they like."""
     elsewhere = own(install_root.mkdir("/Users/alice/elsewhere"))
     install_root.path(LOGS).rmdir()
     install_root.path(LOGS).symlink_to("/Users/alice/elsewhere")
@@ -166,7 +165,7 @@ def test_log_elsewhere_that_the_user_may_write(install_root, run):
 
 
 def test_log_for_which_the_users_group_counts(install_root, run):
-    """A supplementary group is enough, and root's own group is not."""
+    """A supplementary group of the user is enough; root's own group is not."""
     group = 2001
     etc_group = install_root.path("/etc/group")
     etc_group.write_text(etc_group.read_text() + f"staff:x:{group}:alice\n")
@@ -182,7 +181,7 @@ def test_log_for_which_the_users_group_counts(install_root, run):
 
 
 def test_log_exchanged_while_it_is_opened(install_root, run, rounds):
-    """The user exchanges log and link all the time: root's file is never appended to."""
+    """The user exchanges the log and a link all the time: nothing is appended to root's file."""
     secret = install_root.write("/etc/secret", "secret\n", mode=0o600)
     log = own(install_root.write(USER_LOG, ""))
     own_link(install_root, f"{LOGS}/link", "/etc/secret")
@@ -196,7 +195,7 @@ def test_log_exchanged_while_it_is_opened(install_root, run, rounds):
 
 
 def test_folder_of_logs_exchanged_while_root_goes_down(install_root, run, rounds):
-    """The log is root's, so that root goes down itself."""
+    """The log is root's, so root itself enters its folders."""
     target = install_root.write(f"/etc/{pathlib.Path(LOG).name}", "secret\n", mode=0o600)
     install_root.write(USER_LOG, "", mode=0o600)
     own_link(install_root, "/Users/alice/Library/link", "/etc")
@@ -206,7 +205,7 @@ def test_folder_of_logs_exchanged_while_root_goes_down(install_root, run, rounds
     assert target.read_text() == "secret\n"
 
 
-# ---- What is removed
+# ---- Removal
 
 
 def own_link(install_root, inside, target):
@@ -216,7 +215,7 @@ def own_link(install_root, inside, target):
 
 
 def own_folder(install_root, inside):
-    """A folder of alice's, with parents that are hers as well from her home or /tmp on."""
+    """A folder of alice's, like its parents below her home or /tmp."""
     path = install_root.mkdir(inside)
     for folder in (path, *path.parents):
         if folder.name == "alice" or folder == install_root.path("/tmp"):
@@ -237,8 +236,8 @@ def run_beside_attacker(install_root, run, paths, **options):
 
 @pytest.fixture
 def finalizer_run(install_root, finalizer_run):
-    """The usual one, with an attacker beside it where `program_before` says so: the number that the
-    attacker prints at its end is then returned."""
+    """The usual fixture. With `program_before`, this attacker runs beside the finalizer, and the
+    number that it prints at its end is returned."""
 
     def run(arguments, status=0, program_before=None, **options):
         if program_before is None:
@@ -264,7 +263,7 @@ def finalizer_run(install_root, finalizer_run):
     return run
 
 
-# A folder with as many files takes a while to remove.
+# A folder with this many files takes a while to remove.
 PART_NAMES = [str(number) for number in range(100)]
 
 
@@ -297,7 +296,7 @@ def test_folder_whose_parts_are_exchanged_while_it_is_removed(install_root, run,
     treasure = lay_treasure(install_root)
     before = tree_of(treasure)
     if place != EXPRESS_FLAG:
-        # Lasting, so that the updater is removed.
+        # The flag file stays, so that the updater is removed.
         install_root.write(EXPRESS_FLAG, "")
         install_root.pin(EXPRESS_FLAG)
     exchanges = 0
@@ -310,7 +309,7 @@ def test_folder_whose_parts_are_exchanged_while_it_is_removed(install_root, run,
 
 
 def clear(path):
-    """Removes what a round has left, by names alone."""
+    """Removes the rest of a round, without following links."""
     if not path.exists():
         return
     for parent, folders, files, descriptor in os.fwalk(path, topdown=False):
@@ -384,7 +383,7 @@ def test_folders_of_third_users_that_were_moved_there_stay(install_root, run):
 
 
 def test_log_of_a_user_who_has_left(install_root, run):
-    """Without a user at the console root goes through no link either."""
+    """Without a user at the console root follows no link either."""
     install_root.set_console(None)
     install_root.path("/Library/Logs").rmdir()
     install_root.path("/Library/Logs").symlink_to("/etc")
@@ -405,7 +404,7 @@ def test_removal_goes_on_after_a_refusal(install_root, run):
     assert not install_root.path(SYSTEM_PLUGIN).exists()
 
 
-# ---- What is read
+# ---- Reading
 
 
 @pytest.mark.parametrize("file, log", [

@@ -126,7 +126,7 @@ def test_body_is_not_decoded_against_the_length(sandbox):
 def test_big_body_comes_in_pieces(sandbox):
     lines = sandbox.load("--summary", f"{NGINX_TLS}/big.bin")
     checksum = 0
-    for byte in range(256):  # Bytes repeat, and so does what they do to the sum.
+    for byte in range(256):  # The file repeats these 256 bytes.
         checksum = checksum * 31 + byte
     total, factor = 0, pow(31, 256, 2 ** 32)
     for _ in range(BIG_FILE_SIZE // 256):
@@ -297,7 +297,7 @@ FAILURES = [
 
 
 def limit_for(error):
-    """The time-out of a load that is to fail so: only where it is awaited is it short."""
+    """The time-out of a load that must fail with `error`: short only if the load waits for it."""
     return ("--timeout", "1.5" if error == TIMED_OUT else "30")
 
 
@@ -311,7 +311,7 @@ def test_failure(sandbox, url, error):
 @pytest.mark.parametrize("url,error", FAILURES)
 def test_failure_of_a_synchronous_load(sandbox, url, error):
     lines = sandbox.load("--sync", *limit_for(error), url)
-    if error != TIMED_OUT:  # Foundation notices that one too, and may be first.
+    if error != TIMED_OUT:  # Foundation also detects a time-out.
         assert lines[-1] == failure(error)
     else:
         assert lines[-1].startswith("0 fail NSURLErrorDomain -1001 ")
@@ -435,12 +435,12 @@ def test_no_descriptors_are_left_to_use(sandbox):
     assert (answer["status"], answer["stdout"]) == (0, failure("-1 unknown error") + "\n")
 
 
-# Without a libcurl that will do
+# Without a usable libcurl
 
 
 def reasons_with_libcurl(sandbox, replacement):
-    """Why each of two requests fails with the file `replacement` in libcurl's place: what was
-    found at the first is reported again at the next."""
+    """The reasons of two requests that fail with the file `replacement` in libcurl's place: the
+    second repeats the first's."""
     urls = [f"{PLAIN}/plain", f"{PLAIN}/plain"]
     lines = sandbox.load("--sync", "--reason", *urls, wrapper=[
         "bwrap", "--dev-bind", "/", "/", "--ro-bind", str(replacement), libcurl(), "--"])

@@ -38,7 +38,7 @@ def downgrade(version):
 
 
 def install(root, version=None, info=None, bundle=BUNDLE, form=plistlib.FMT_XML):
-    """Lays an installed player's property list in `root`."""
+    """Writes an installed player's property list in `root`."""
     content = {"CFBundleVersion": "99.9.9.9"}
     if version is not None:
         content["CFBundleShortVersionString"] = version

@@ -159,7 +159,7 @@ def without_reader(run, *arguments):
 
 @pytest.mark.parametrize("arguments", PRINTING)
 def test_closed_pipe(run, small_blob, arguments):
-    """The reader has all that it wanted."""
+    """A closed pipe is not an error: the reader has read all that it needs."""
     result = without_reader(run, *arguments)
     assert (result.returncode, result.stderr) == (OK, "")
 

@@ -67,7 +67,7 @@ def test_every_name_in_a_blob_counts(run, tmp_path):
 
 
 def test_what_is_installed_is_compared(run, tmp_path):
-    """Not the order, nor how entries merge."""
+    """The order of entries and the way they merge do not count."""
     write_blob(tmp_path, [blob.stored_directory("d", [blob.stored_file("a", b"1")]),
                           blob.stored_directory("d/", [blob.stored_file("b", b"2")])], name="left")
     write_blob(tmp_path, [blob.stored_directory("d", [blob.stored_file("b", b"2"),

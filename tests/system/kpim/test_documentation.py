@@ -52,7 +52,7 @@ def test_readme(commands):
 
 @pytest.mark.parametrize("shell", sorted(path.name for path in (KPIM / "completions").iterdir()))
 def test_completions(commands, shell):
-    """What each shell then offers is tested where packages are."""
+    """The tests of packages test what each shell then offers."""
     text = (KPIM / "completions" / shell).read_text()
     for command, options in commands.items():
         assert re.search(rf"(?<![\w-]){command}(?![\w-])", text), command

@@ -11,10 +11,10 @@ from install_root import PROGRAMS
 
 EXAMPLE = ('<XML><update version="32.0.0.270"><description><meta>message "A new version is '
            'available.";size 400 300;autoUpdateMode 1;</meta></description></update></XML>')
-# The locale of the strings table that is installed, and what is asked for without a table.
+# The locale of the installed strings table, and of a request without a table.
 DEFAULT = "en"
 KEY = "AutoUpdateXmlLocale"
-# What kpim says of an answer, and the documented lines of the log.
+# kpim's messages about an answer, and the documented lines of the log.
 LACKS_BOTH = "HTTP status 200, but the answer lacks a version and a message"
 LACKS_VERSION = "HTTP status 200, but the answer lacks a version"
 LACKS_MESSAGE = "HTTP status 200, but the answer lacks a message"
@@ -40,8 +40,8 @@ def request(locale=DEFAULT, kind="pep"):
 
 @pytest.fixture
 def latest(install_root, download_server, kpim):
-    """Runs kpim latest as alice beside the server; the status and what it prints are checked, the
-    loader's own words in brackets aside."""
+    """Runs kpim latest as alice beside the server. Checks the status and the output, except the
+    loader's own words in brackets."""
     assert kpim and install_root
 
     def run(*arguments, program=f"{PROGRAMS}/kpim", status=0, errors=(), about=address(),
@@ -58,7 +58,7 @@ def latest(install_root, download_server, kpim):
 
 @pytest.fixture
 def answer(latest, download_server):
-    """What kpim latest --json makes of the server's answer `content`."""
+    """The output of kpim latest --json for the server's answer `content`."""
 
     def run(content, **options):
         download_server.offer(path_of(), content)
@@ -258,7 +258,7 @@ UNKNOWN = "The certificate for this server was signed by an unknown certifying a
 
 def test_authorities_of_one_s_own(latest, download_server, install_root,
                                   server_certificates):
-    """The file's authorities count, and no others, on the way of a redirect too."""
+    """Only the file's authorities are trusted, also after a redirect."""
     download_server.set_certificate("stranger")
     install_root.mount(server_certificates / "unknown.crt", "/opt/own.pem")
     install_root.mount(server_certificates / "trusted.crt", "/opt/other.pem")
@@ -298,7 +298,7 @@ def test_silent_server(latest, download_server):
 
 
 def test_trickling_server(latest, download_server):
-    """The limit is one of everything: a server that is never silent for long does not extend it."""
+    """The limit covers the whole request: a server that keeps sending does not extend it."""
     download_server.configure(NGINX.replace("  server {", "  server {\n    limit_rate 10000;", 1))
     # It takes the server ten seconds.
     download_server.offer(path_of(), EXAMPLE + " " * 100_000)

@@ -1,4 +1,4 @@
-"""The rows of docs/kpim.md's table of odd blobs: what every command and the finalizer make of each."""
+"""The rows of docs/kpim.md's table of odd blobs, with every command and the finalizer."""
 
 import dataclasses
 import re
@@ -16,9 +16,9 @@ FOLDER = blob.stored_directory("a", [blob.stored_file("b", b"3")])
 
 @dataclasses.dataclass
 class Row:
-    """`said` is what kpim says of the blob, `unpacked` what it writes (None: nothing), `installed`
-    what the finalizer makes of it (None: no bundle; bytes: a file in its place), and `logged` its
-    lines about it."""
+    """`said` is kpim's message about the blob, `unpacked` the files that it writes (None: nothing),
+    `installed` the finalizer's result (None: no bundle; bytes: a file in its place), and `logged`
+    its lines about the blob."""
 
     data: bytes
     status: int
@@ -97,7 +97,7 @@ def can_be_read(row):
 @pytest.mark.parametrize("command", [["list"], ["list", "--json"], ["verify"], ["diff"]], ids=" ".join)
 def test_reading_commands(run, tmp_path, row, command):
     (tmp_path / "blob").write_bytes(row.data)
-    # A difference, the same for all: what is said about the blob comes before it.
+    # Every blob differs from the other; kpim's message about the blob comes first.
     operands = ["blob", "other"] if command == ["diff"] else ["blob"]
     make_bundle(tmp_path / "other", {"z": b""})
     result = run(*command, *operands)
@@ -108,7 +108,7 @@ def test_reading_commands(run, tmp_path, row, command):
         assert "extra: z" in result.stdout
         return
     assert (result.returncode, result.stderr) == (row.status, row.said)
-    # What can be read is shown, also when it cannot be installed.
+    # A blob that can be read is listed, even when it cannot be installed.
     assert (result.stdout != "") == (can_be_read(row) and (command[0] == "list" or row.status == OK))
 
 

@@ -268,7 +268,7 @@ def test_pack_refuses_a_large_bundle(run, tmp_path, second):
 
 
 def test_pack_gives_up_on_links_that_multiply(run, tmp_path):
-    # Without end in effect: each level has the next one 16 times.
+    # Practically endless: each level has the next one 16 times.
     bundle = make_bundle(tmp_path / "B", {"0": None})
     os.truncate(make_bundle(tmp_path / "big", {"a": b""}) / "a", GIB)
     for level in range(12):
@@ -329,7 +329,7 @@ def pack_with_fault(run, injection, culprit, *options):
 
 @pytest.mark.parametrize("injection, why", [
     ("access:error=EACCES", "Permission denied"),
-    # Reading tries every entry as a directory before.
+    # Reading first tries to open every entry as a directory.
     ("openat:error=EMFILE:when=2", "Too many open files"),
     ("read:error=EIO", IO_ERROR),
     ("read:retval=0", "became shorter while it was read"),
@@ -368,7 +368,7 @@ def test_pack_notices_a_change_since_the_scan(run, tmp_path):
 @pytest.mark.parametrize("injection, what, why", [
     ("openat:error=EACCES:when=3", "B/a", "Permission denied"),
     ("read:error=EIO:when=2", "B/a", IO_ERROR),
-    # The first read only pretends to, so that the blob is made of other bytes.
+    # The first read only pretends to read, so the blob gets other bytes.
     ("read:retval=100:when=1", "B/a", CHANGED),
     (poke_status(mode=stat.S_IFSOCK) + ":when=3", "B/a", CHANGED),
 ])
@@ -557,8 +557,8 @@ def test_pack_under_nohup_goes_on(run, tmp_path, noise):
 
 
 def on_a_terminal(run, *arguments):
-    """Runs kpim with a terminal as standard error; returns its standard output, and what the
-    terminal was shown."""
+    """Runs kpim with a terminal as standard error; returns its standard output and the text on the
+    terminal."""
     terminal, side = pty.openpty()
     process = run.start(*arguments, stdout=subprocess.PIPE, stderr=side)
     os.close(side)
@@ -640,7 +640,7 @@ NO_INFO_PLIST = "no Contents/Info.plist: is this the bundle's own folder?"
 
 
 def warnings_of(run, *arguments):
-    """What a pack of B that succeeds warns of."""
+    """The warnings of a pack of B that succeeds."""
     result = run("pack", "B", *arguments)
     assert result.returncode == OK, result
     start = "kpim: warning: B: "
@@ -651,7 +651,7 @@ def warnings_of(run, *arguments):
 
 @pytest.fixture
 def questionable(tmp_path):
-    """A bundle B that gives rise to every warning."""
+    """A bundle B that causes every warning."""
     bundle = make_bundle(tmp_path / "B", {
         "Versions/A/code": b"c" * 100, "Versions/A/data": b"d" * 10, "._x": b"", "e/._y": b"",
         ".git/config": b"", "e/CVS/Root": b"", "e/.svn": b""})
@@ -664,7 +664,7 @@ def questionable(tmp_path):
 
 STRICT = "nothing was packed: --strict makes warnings errors"
 QUESTIONS = [
-    # Versions/Current brings the folder's 110 bytes again, the other link 100.
+    # Versions/Current adds the folder's 110 bytes again, the other link 100.
     "2 links followed, which adds 210 bytes: Versions/Current, code",
     "execute bits of 4 files dropped: Versions/A/code, Versions/Current/code, code and 1 more",
     "2 AppleDouble files packed: ._x, e/._y",

@@ -43,7 +43,7 @@ def test_more_than_the_first_step(run, tmp_path):
     content = os.urandom(5 << 20)
     data = blob.solid_root([blob.stored_file("a", content)], compress=False)
     make_bundle(tmp_path / "B", {"a": content})
-    # Lengths around the steps: what is read ends exactly where a step does, or one byte later.
+    # Lengths around the steps of reading: exactly at the end of a step, or one byte longer.
     result = run("verify", "-", "B", input=data)
     assert (result.returncode, result.stderr) == (OK, "")
     for length in [(1 << 20) - 1, 1 << 20, (1 << 20) + 1, 3 << 20]:

@@ -184,7 +184,8 @@ def test_unpack_of_single_entries(run, tmp_path, paths, expected):
 
 
 def test_unpack_of_an_entry_that_shares_its_path(run, tmp_path):
-    """Folders of one name merge, and of two files the later one counts, as in the whole."""
+    """Folders of one name merge, and of two files the later one counts, as when everything is
+    unpacked."""
     write_blob(tmp_path, [
         blob.stored_directory("d", [blob.stored_file("a", b"1"), blob.stored_file("b", b"2")]),
         blob.stored_directory("d/", [blob.stored_file("a", b"3")])])

@@ -97,7 +97,7 @@ def test_what_is_not_a_blob(run, tmp_path, reader, content, why):
 
 
 def hostile_blobs():
-    """Rows of the table of hostile blobs: file, offset or a star, where it counts, reason."""
+    """Rows of the table of hostile blobs: file, offset or a star, what the offset is in, reason."""
     for line in (HOSTILE / "expected.txt").read_text().splitlines():
         if line and not line.startswith("#"):
             yield line.split("\t")
@@ -117,7 +117,7 @@ def test_hostile_blob(run, tmp_path, name, offset, where, reason):
     is_blob = (HOSTILE / name).read_bytes()[:2] in (b"\2\0", b"\2\1", b"\2\x80", b"\2\x81")
     why = f"malformed: {re.escape(reason)}{decoded} at byte {number}" if is_blob else NOT_A_BLOB
     assert is_blob or (where, offset) in (("blob", "0"), ("blob", "1"))
-    # All decode alike, and a sanitizer makes that slow.
+    # All readers decode alike, and a sanitizer makes decoding slow.
     for reader in READERS[:1] if run.sanitized else READERS:
         assert re.fullmatch(f"kpim: {re.escape(name)}: {why}\n",
                             run.fails(*arguments_for(reader, name)))

@@ -24,7 +24,8 @@ def test_verify(run, bundle, bundle_blob):
 
 
 def differences(run, bundle="B", said=""):
-    """What verify says about the file "blob", of which it says `said`, and a bundle that differ."""
+    """The differences that verify prints for the file "blob" and a bundle, after the message
+    `said`."""
     result = run("verify", "blob", bundle)
     assert result.returncode == FAILED
     lines = result.stdout.splitlines()
@@ -122,7 +123,7 @@ def test_verify_does_not_wait_for_a_pipe_that_comes_last(run, tmp_path):
     write_blob(tmp_path, [blob.stored_file("a", b"1")])
     bundle = make_bundle(tmp_path / "B", {})
     os.mkfifo(bundle / "a")
-    # To stat it is a file.
+    # stat(2) reports a file.
     result = run.with_fault(poke_status(size=1) + ":when=1", "verify", "blob", "B", path="B/a")
     assert (result.returncode, result.stdout) == (FAILED, "type mismatch: a\n")
 

@@ -1,7 +1,7 @@
 """The build folder, configured again for other hosts of the vendor: the demo and the nearest tests.
 
-A copy of the folder takes its place for the build, so that only what depends on the hosts is built
-again.
+A copy of the folder is mounted in its place for the build, so that only files that depend on the
+hosts are built again.
 """
 
 import os
@@ -14,7 +14,7 @@ import pytest
 import vendor_config
 from install_root import REPOSITORY
 
-# As far from the defaults as host names and addresses may be.
+# Hosts and addresses that differ from the defaults in every way.
 HOSTS = {
     "KP_DOWNLOAD_HOST": "Get-1." + ".".join(["player-downloads"] * 4) + ".vendor.test",
     "KP_VENDOR_WEB_HOST": "vendor-2",
@@ -41,7 +41,7 @@ def own_build(build, tmp_path_factory):
     if build.name in ("asan", "coverage"):
         pytest.skip("packages are made of a build without instruments")
     copy = tmp_path_factory.mktemp("own-hosts") / build.name
-    # Without what other tests write.
+    # Without the files that other tests write.
     shutil.copytree(build, copy, symlinks=True, ignore=shutil.ignore_patterns(
         "test-results", "homes", "Testing", "packages", "_CPack_Packages"))
     inside = ["bwrap", "--dev-bind", "/", "/", "--bind", copy, build, "--die-with-parent", "--"]

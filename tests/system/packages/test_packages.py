@@ -1,5 +1,5 @@
-"""What is installed: the packages that cpack makes, on a Debian with nothing else in it, what
-`cmake --install` lays out, and the shell completions."""
+"""The installation: the packages that cpack makes, on a Debian with nothing else in it, the files
+of `cmake --install`, and the shell completions."""
 
 import gzip
 import os
@@ -29,7 +29,7 @@ MAN_PAGES = {
 # The README, and what it links to.
 PAGES = {"README.md", "ARCHITECTURE.md", "CONTRIBUTING.md",
          *(f"docs/{page.name}" for page in (REPOSITORY / "docs").iterdir())}
-# What every way to install lays below its prefix.
+# The files that every way of installing places below its prefix.
 PROGRAM_FILES = {
     "bin/kpim",
     "libexec/kpinstallmanager/finalizer",
@@ -49,7 +49,7 @@ INSTALLED_FILES = PROGRAM_FILES | {
     "share/man/man8/finalizer.8",
     "share/zsh/site-functions/_kpim",
 }
-# As Debian's policy wants them: chapter 12.
+# As Debian's policy requires: chapter 12.
 DEBIAN_FILES = PROGRAM_FILES | {
     "share/doc/kpinstallmanager/changelog.gz",
     "share/man/man1/kpim.1.gz",
@@ -69,7 +69,7 @@ def options_of(kpim, *command):
 
 
 def complete(*words):
-    """What bash offers for the last of `words`."""
+    """The completions that bash offers for the last of `words`."""
     script = f"""source {COMPLETIONS}/kpim.bash
 COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _kpim; printf '%s\\n' "${{COMPREPLY[@]}}" """
     output = subprocess.run(["bash", "-c", script, "bash", *words], check=True, text=True,
@@ -93,7 +93,7 @@ def test_completion_of_options(kpim, command):
 
 
 def test_bash_completes_behind_an_equals_sign(tmp_path, monkeypatch):
-    # As bash takes the words apart.
+    # As bash splits the words.
     assert complete("kpim", "latest", "--kind", "=") == {"pep", "pl"}
     assert complete("kpim", "latest", "--kind", "=", "pe") == {"pep"}
     monkeypatch.chdir(tmp_path)
@@ -128,7 +128,7 @@ class Zsh:
         os.close(self._terminal)
 
     def completed(self, line):
-        """What the Tab key makes of the line, without a blank at the end."""
+        """The line after the Tab key, without a blank at the end."""
         self._said = b""
         # Then the line is quoted and printed.
         self._type(f"{line}\t\x01print -r -- '<\x05>'\n")
@@ -204,7 +204,7 @@ def test_completion_of_values(tmp_path):
 
 
 def test_fish_completion_has_every_command_and_option(kpim):
-    """By its text: it is not run."""
+    """Checked by its text only: it is not run."""
     text = (COMPLETIONS / "kpim.fish").read_text()
     for command in COMMANDS:
         assert f"-n $none -a {command} -d" in text
@@ -280,7 +280,7 @@ def test_installed_programs_run(prefix, install_root, bundle, installed):
     shutil.copytree(bundle, install_root.path("/home/it"))
     packed = install_root.execute(["/opt/prefix/bin/kpim", "pack", "/home/it", "-o", BLOB])
     assert (packed.status, packed.stderr) == (0, "")
-    # That is in the dictionary beside the program.
+    # The version is in the dictionary beside the program.
     checked = install_root.execute(["/opt/prefix/bin/kpim", "check"])
     assert checked.stdout.startswith(f"installed: none\nto be installed: {VERSION}\n")
     finished = install_root.execute(["/opt/prefix/libexec/kpinstallmanager/finalizer", "/"])
@@ -326,7 +326,7 @@ def tarball(packages):
 
 
 def dependencies(deb):
-    """What the package depends on: conditions by name."""
+    """The package's dependencies: conditions by name."""
     field = subprocess.run(["dpkg-deb", "--field", deb, "Depends"], check=True, text=True,
                            stdout=subprocess.PIPE).stdout
     return dict(re.fullmatch(r"(\S+)(?: \((.*)\))?", part).groups()
@@ -357,7 +357,8 @@ def test_debian_package_depends_on_what_it_needs(deb):
     for name in ("ca-certificates", "gnustep-base-runtime", "libc6", "libcurl4", "libgcc-s1",
                  "libgnustep-base1.28", "libobjc4", "libstdc++6", "libsystemd0"):
         assert name in needed
-    # libcurl is in no linked file; the first release with all the options that are set.
+    # No linked file names libcurl, so the package does: the first release with all the options that
+    # are set.
     assert needed["libcurl4"] == ">= 7.87"
 
 
@@ -371,7 +372,7 @@ def test_files_of_the_debian_package(deb, tmp_path):
     texts = {}
     for path in usr.rglob("*.gz"):
         packed = path.read_bytes()
-        # No flags, so no name, and no time; the best compression. RFC 1952, 2.3.
+        # The flags are 0 (no name), the time is 0, and the compression is the best. RFC 1952, 2.3.
         assert (packed[3:8], packed[8]) == (bytes(5), 2), path
         texts[path.stem] = gzip.decompress(packed).decode()
     for source in MAN_PAGES.values():
@@ -397,7 +398,7 @@ def test_files_of_the_tarball(tarball, tmp_path):
 
 
 def lay_out_for_debian(folder, history, version="2.0"):
-    """Runs the script that makes Debian's layout, and gives the changelog."""
+    """Runs the script that makes Debian's layout, and returns the changelog."""
     share = folder / "usr/share"
     for path, text in {"doc/it/CHANGELOG.md": history, "doc/it/LICENSE": "l",
                        "man/man1/it.1": "page", "zsh/site-functions/_it": "z"}.items():
@@ -456,7 +457,7 @@ def test_changelog_without_the_version_makes_no_package(tmp_path, history):
 
 
 def readme_commands(about):
-    """The commands of the README's block about installing that names `about`."""
+    """The commands of the block with `about` in the README's section on installing."""
     section = re.search(r"^## Install\n(.*?)^## ", (REPOSITORY / "README.md").read_text(),
                         re.M | re.S).group(1)
     (block,) = [text for text in re.findall(r"^```sh\n(.*?)^```$", section, re.M | re.S)
@@ -472,8 +473,8 @@ def test_readme_names_what_the_tarball_needs(deb):
 
 @pytest.fixture
 def bare(packages, tmp_path):
-    """A bare Debian with the packages where scripts/package.sh would leave them, seen from
-    /srv. Nothing of the project's needs is in it."""
+    """A bare Debian with the packages where scripts/package.sh would leave them, seen from /srv. It
+    has none of the packages that ours require."""
     if os.geteuid() != 0:
         pytest.skip("a Debian of its own needs root")
     root = BareRoot(tmp_path / "bare")
@@ -492,7 +493,8 @@ def check_runs(bare, kpim, finalizer, bundle, installed):
             user=NOBODY)
     # The version is in the dictionary beside the program.
     assert f"to be installed: {VERSION}\n" in bare.sh(f"{kpim} check || true", user=NOBODY)
-    # libcurl and all that it needs is there: the request fails for want of a network only.
+    # libcurl and its dependencies are installed: the request fails only because there is no
+    # network.
     assert re.match(r"kpim: https://\S+/version_en_mac_pep\.xml: "
                     r"A server with the specified hostname could not be found\. ",
                     bare.sh(f"! {kpim} latest 2>&1", user=NOBODY))
@@ -517,7 +519,7 @@ def test_debian_package_on_a_bare_debian(bare, bundle, installed):
     bare.sh_with_packages("apt-get remove kpinstallmanager")
     for path in listed:
         at = bare.path(path)
-        # Folders of others stay.
+        # Folders of other packages stay.
         assert not os.path.lexists(at) or at.is_dir() and bare.sh(f"dpkg -S {path}"), path
     assert bare.sh("find / -xdev -iname '*kpim*' -o -xdev -iname '*kpinstallmanager*'"
                    "| grep -v -e ^/srv/ -e ^/proc/ || true") == ""

@@ -3,9 +3,9 @@
 //
 //   elevated_launch_driver VERSION OUTPUT LABEL TOOL [ARGUMENT]...
 //
-// VERSION is the system to take this one for, such as "10.7", or "-" for what it says itself.
-// OUTPUT is "output" or "no-output". Prints the result ("true", "false") and, in a second line, the
-// output: "none" without a slot, "nil", or "text" with its UTF-8 bytes behind the line's end.
+// VERSION is the system version to pretend, such as "10.7", or "-" for the real one. OUTPUT is
+// "output" or "no-output". Prints the result ("true", "false") and, in a second line, the output:
+// "none" for "no-output", "nil", or "text" followed by its UTF-8 bytes after the line's end.
 #import <Foundation/Foundation.h>
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// A libcurl of the last release that is too old, with no more than its version.
+// A libcurl of the last release that is too old; it has only its version function.
 #include <curl/curl.h>
 
 extern "C" curl_version_info_data* curl_version_info(CURLversion) {

@@ -1,5 +1,5 @@
-// A library that leaves a file behind once it has been loaded, in the place of a module that a
-// caller would have root's process load.
+// A library that creates a file when it is loaded. It replaces a module that a caller tries to make
+// root's process load.
 #include <cstdio>
 
 namespace {

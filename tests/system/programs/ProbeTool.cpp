@@ -1,6 +1,6 @@
-// The tool that the tests let run with administrator rights. It first appends one record to the
-// file named by its own path with ".ran" behind it: its user, and its arguments, so that a test
-// knows what really ran.
+// The tool that the tests let run with administrator rights. It first appends a record, its user
+// and its arguments, to the file with its own path and ".ran" at the end, so that a test knows what
+// really ran.
 //
 //   probe_tool print TEXT [SECONDS]   prints TEXT, waits, ends
 //   probe_tool flood BYTES            prints that many bytes, in lines of 64, and waits
@@ -77,7 +77,7 @@ std::filesystem::path Driver() {
   return {};
 }
 
-/// The processor time in seconds that a process has had; endless when it has ended.
+/// The processor time that a process has used, in seconds; infinite when it has ended.
 double ProcessorSeconds(const std::filesystem::path& process) {
   std::ifstream file(process / "stat");
   std::string text;
@@ -104,7 +104,7 @@ void AwaitLook() {
   }
 }
 
-/// Processes that sleep until the object goes.
+/// Processes that sleep, and end with the object.
 class Sleepers {
  public:
   explicit Sleepers(int count) : pids_(static_cast<size_t>(count)) {

@@ -1,4 +1,4 @@
-"""Payload blobs written and read without the product's code: a second opinion on the format.
+"""Payload blobs written and read without the product's code: a second implementation of the format.
 
 A blob is a sequence of entries. Each has a header (version 2, flags, name length, name,
 big-endian size) and a payload: the bytes of a file, or the entries of a directory, stored or
@@ -52,7 +52,7 @@ def solid_root(entries, compress=True):
 
 
 def entries_of(folder):
-    """The encoded entries of everything in `folder` but .DS_Store, by name."""
+    """The encoded entries of everything in `folder` except .DS_Store, sorted by name."""
     encoded = []
     for path in sorted(pathlib.Path(folder).iterdir()):
         if path.name == ".DS_Store":
@@ -76,7 +76,7 @@ def lzma_stream(data):
     """
     out = bytearray()
     low, range_, cache, pending = 0, 0xFFFFFFFF, 0, 1
-    # In state 0, that of literals after literals, is-match depends on the position's low bits.
+    # In state 0 (only literals so far), is-match depends on the position's low bits.
     is_match = [1024] * 4
     literals = [[1024] * 0x300 for _ in range(8)]
 

@@ -1,7 +1,7 @@
-"""A Debian system that is really booted, for what needs a service manager.
+"""A Debian system that is really booted, for tests that need a service manager.
 
-BootedRoot boots a root made by debootstrap with systemd-nspawn: own processes, own network, a
-writable layer that is gone afterwards. The root itself is made once and kept.
+BootedRoot boots a root made by debootstrap with systemd-nspawn, with its own processes and network
+and a writable layer that is discarded afterwards. The root itself is made once and kept.
 """
 
 import os
@@ -17,7 +17,7 @@ from debian_root import cached_root
 from install_root import (LINE, REPOSITORY, Result, SANITIZER, profile_of_this_run,
                           raise_sanitizer_reports, write_file)
 
-# The service manager and who it asks, and what our programs are linked with.
+# The service manager, polkit, and the libraries of our programs.
 PACKAGES = ["ca-certificates", "dbus", "gnustep-base-runtime", "libcurl4", "libgnustep-base1.28",
             "libobjc4", "libpam-systemd", "libsystemd0", "pkexec", "polkitd", "procps", "systemd",
             "systemd-sysv"]
@@ -28,11 +28,12 @@ BUILD = "/opt/build"
 PROGRAMS = BUILD + "/bin"
 TEST_PROGRAMS = BUILD + "/tests/programs"
 
-# The host's programs, of which a sanitizer needs one: suppressions match names on the stack.
+# The host's programs. A sanitizer needs its symbolizer, because suppressions match names on the
+# stack.
 HOST_USR = "/opt/host-usr"
 SYMBOLIZER = "/usr/local/bin/llvm-symbolizer"
 
-# What alice may do everything with, carol only half of, and bob nothing.
+# alice may submit jobs and run tools, carol may submit jobs only, bob may do neither.
 USERS = {"alice": 1001, "bob": 1002, "carol": 1003}
 RULES = """polkit.addRule(function(action, subject) {
   var jobs = action.id == "org.freedesktop.systemd1.manage-units";
@@ -44,8 +45,8 @@ RULES = """polkit.addRule(function(action, subject) {
 """
 
 BOOT_SECONDS = 450
-# What nspawn says where it may make no namespaces, mounts or control groups, or has no control groups,
-# as in most containers. What is wrong with the root itself, it says in other words.
+# The errors of nspawn where it may not make namespaces, mounts or control groups, or where there
+# are no control groups, as in most containers. Errors of the root itself have other words.
 FORBIDDEN = re.compile(
     r"(clone\(\) failed|Failed to mount .*|Failed to create .*subcgroup): (Operation not permitted|"
     "Permission denied|Read-only file system|Function not implemented)|"
@@ -90,7 +91,7 @@ class BootedRoot:
         return self
 
     def __exit__(self, *_):
-        # The first process of the namespace takes all others with it, and nspawn then clears up.
+        # The end of the namespace's first process ends all others, and nspawn then cleans up.
         if self.leader is not None and self._nspawn.poll() is None:
             os.kill(self.leader, signal.SIGKILL)
         else:
@@ -102,17 +103,18 @@ class BootedRoot:
             self._nspawn.wait()
 
     def path(self, inside):
-        """Where the absolute path `inside` can be reached on the host. A link in it that is
-        absolute would lead to the host's files: none is followed but in `inside` itself."""
+        """The host's path of the absolute path `inside`. None of its components may be an absolute
+        link, which would lead to the host's files."""
         return pathlib.Path(f"/proc/{self.leader}/root", str(inside).lstrip("/"))
 
     def write(self, inside, content, mode=0o644):
-        """Writes a file, its parents too."""
+        """Writes a file and its parents."""
         return write_file(self.path(inside), content, mode)
 
     def run(self, command, user=None, timeout=300, cwd="/", env=None):
-        """Runs a command inside and gives its Result, with bytes for what it wrote. Raises
-        SanitizerReport when a sanitizer spoke. After `timeout` seconds the command is killed."""
+        """Runs a command inside and returns its Result, with its output as bytes. Raises
+        SanitizerReport when a sanitizer reported a fault. After `timeout` seconds the command is
+        killed."""
         variables = {
             "LANG": "C.UTF-8",
             "HOME": f"/Users/{user}" if user else "/root",
@@ -133,7 +135,7 @@ class BootedRoot:
                   "env", "-i", "-C", cwd, *(f"{n}={v}" for n, v in variables.items())]
         if user:
             prefix += ["setpriv", f"--reuid={user}", f"--regid={user}", "--init-groups", "--"]
-        # What is inside would go on without nsenter.
+        # The command inside would go on after nsenter has been killed.
         prefix += ["timeout", "--kill-after=5", str(timeout)]
         done = subprocess.run(prefix + [str(each) for each in command], stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout + 10,
@@ -142,7 +144,7 @@ class BootedRoot:
         return Result(done.returncode, done.stdout, done.stderr)
 
     def ask(self, *command):
-        """What a command that must succeed prints, as text without blanks at its ends."""
+        """The output of a command that must succeed, as text without blanks at its ends."""
         result = self.run(command)
         assert result.status == 0, (command, result)
         return result.stdout.decode().strip()
@@ -196,8 +198,7 @@ LD_LIBRARY_PATH={HOST_USR}/lib/$(uname -m)-linux-gnu exec {HOST_USR}/bin/llvm-sy
 
 
 def wait_until(condition):
-    """Calls `condition` until it is true, for a minute at most. What it should have come to, the caller
-    asserts."""
+    """Calls `condition` until it is true, for a minute at most. The caller asserts the result."""
     for _ in range(600):
         if condition():
             return
@@ -205,7 +206,7 @@ def wait_until(condition):
 
 
 def _first_process_of(nspawn):
-    """The host's id of the process that is 1 in the namespace which nspawn made, or None."""
+    """The host's id of the process with id 1 in nspawn's namespace, or None."""
     for status in pathlib.Path("/proc").glob("[0-9]*/status"):
         try:
             text = status.read_text()

@@ -20,8 +20,8 @@ SUITE = "bookworm"
 MIRROR = "http://deb.debian.org/debian"
 MAKE_SECONDS = 3600
 
-# No user is asked, nothing is started, and what is only recommended is not there: what
-# a package does not ask for is then missing.
+# Asks no user, starts no service, and leaves recommended packages out, so that a dependency that a
+# package does not name is missing.
 APT_SETTINGS = """APT::Get::Assume-Yes "true";
 APT::Install-Recommends "false";
 Acquire::Languages "none";
@@ -29,12 +29,12 @@ Acquire::https::CaInfo "/etc/apt/host.crt";
 """
 HOST_AUTHORITIES = pathlib.Path("/etc/ssl/certs/ca-certificates.crt")
 NOTHING_IS_STARTED = "#!/bin/sh\nexit 101\n"
-# How apt reaches the mirror, of the host's settings.
+# The host's settings for reaching the mirror.
 REACHING = re.compile(r'^Acquire::(?:Check-|http::|Retries).* "[^"]*";$', re.M)
 
 
 class BareRoot:
-    """A Debian with nothing but what debootstrap calls the minimum, in the new folder `folder`."""
+    """A Debian with only debootstrap's minimum, in the new folder `folder`."""
 
     def __init__(self, folder):
         self.folder = pathlib.Path(folder)
@@ -44,7 +44,7 @@ class BareRoot:
                               stdout=subprocess.PIPE).stdout
         self.write("/etc/apt/apt.conf.d/90test",
                    APT_SETTINGS + "\n".join(REACHING.findall(host)) + "\n")
-        # A mirror may want them, and the package ca-certificates is not there.
+        # A mirror may need them, and the package ca-certificates is not installed.
         self.write("/etc/apt/host.crt", HOST_AUTHORITIES.read_bytes())
         self.write("/usr/sbin/policy-rc.d", NOTHING_IS_STARTED, 0o755)
         for name in ("/etc/hosts", "/etc/resolv.conf"):
@@ -53,27 +53,27 @@ class BareRoot:
                 self.write(name, pathlib.Path(name).read_bytes())
 
     def path(self, inside):
-        """Where the absolute path `inside` lies on the host."""
+        """The host's path of the absolute path `inside`."""
         return self.folder / str(inside).lstrip("/")
 
     def write(self, inside, content, mode=0o644):
-        """Writes a file, its parents too."""
+        """Writes a file and its parents."""
         write_file(self.path(inside), content, mode)
 
     def sh(self, script, cwd="/", user=None, timeout=300):
-        """What a script of bash that must succeed prints, without blanks at its ends. It runs as
+        """The output of a bash script that must succeed, without blanks at its ends. It runs as
         root or as the user id `user`, with a network that reaches no other machine."""
         return self._run(["--unshare-net"], script, cwd, user, timeout)
 
     def sh_with_packages(self, script, cwd="/", timeout=3000):
-        """Like sh(), as root, with the host's network, for apt-get. What that has fetched is kept
-        for the next root."""
+        """Like sh(), as root, with the host's network, for apt-get. The files that it fetches are
+        kept for the next root."""
         kept = []
         for name in ("/var/lib/apt/lists", "/var/cache/apt/archives"):
             folder = CACHE / "bare-root-apt" / pathlib.Path(name).name
             folder.mkdir(parents=True, exist_ok=True)
             kept += ["--bind", str(folder), name]
-        # apt does not wait for another that works in these folders.
+        # apt fails, instead of waiting, when another one works in these folders.
         with _locked("bare-root-apt.lock"):
             return self._run(kept, script, cwd, None, timeout)
 

@@ -1,8 +1,8 @@
-"""The vendor's download server, in the root of its own that the programs run in.
+"""The vendor's download server, in the InstallRoot that the programs run in.
 
 The programs find it under its real name and port: the root's /etc/hosts leads there, and its trust
-store holds the test authority alone. As no other machine is in the root's network, nothing is reached
-that is not started here.
+store holds the test authority alone. No other machine is in the root's network, so the programs
+reach only servers that are started here.
 """
 
 import pathlib
@@ -12,7 +12,7 @@ from url_sandbox import Certificates
 
 CURRENT = "/get/korvelplayer/update/current"
 
-# Where the server's files lie in the root.
+# The folder of the server's files in the root.
 FOLDER = "/run/server"
 PROGRAM = FOLDER + "/serve_and_run.py"
 ACCESS_LOG = FOLDER + "/access.log"
@@ -46,8 +46,8 @@ http {{
 
 
 def make_certificates(folder, host):
-    """Makes those of the server `host` in the empty folder `folder`, and returns it: "good" is the
-    server's own, the others are each wrong in one way. "trusted" is the authority in the root's
+    """Makes the certificates of the server `host` in the empty folder `folder`, and returns it:
+    "good" is valid, the others are each wrong in one way. "trusted" is the authority in the root's
     trust store."""
     certificates = Certificates(folder)
     certificates.make_authority("trusted")
@@ -63,10 +63,10 @@ def make_certificates(folder, host):
 class DownloadServer:
     """The server in the InstallRoot `root`. It runs as long as a program that run() starts.
 
-    `kind` is what it does: "nginx" answers, "silent" accepts and says nothing, "leaving"
-    closes the connection before it has read the request, "express" answers
-    and makes the flag file of an express install while it does, "names" is a name server that knows
-    no name, "endless" and "endless trailers" answer without end, and "none" listens nowhere.
+    `kind` is its behaviour: "nginx" answers, "silent" accepts and never answers, "leaving" closes
+    the connection before it has read the request, "express" answers and meanwhile makes the flag
+    file of an express install, "names" is a name server that knows no name, "endless" and "endless
+    trailers" answer without end, and "none" does not listen.
     """
 
     kind = "nginx"
@@ -85,7 +85,7 @@ class DownloadServer:
         self.set_certificate("good")
 
     def configure(self, text):
-        """Gives nginx the configuration `text`."""
+        """Writes `text` as nginx's configuration."""
         self._root.write(FOLDER + "/nginx.conf", text)
 
     def set_certificate(self, name):
@@ -99,7 +99,7 @@ class DownloadServer:
         self._root.write(WWW + CURRENT + path, content)
 
     def run(self, command, user=None, **options):
-        """Runs a command beside the server, which is root's; options as for
+        """Runs a command beside the server, which runs as root; options as for
         InstallRoot.execute()."""
         if user is not None:
             command = [*as_user(user), *command]
@@ -110,9 +110,10 @@ class DownloadServer:
         return list(dict.fromkeys(self._root.path(NAMES_LOG).read_text().splitlines()))
 
     def requests(self):
-        """The lines of the requests that came, as the server logged them."""
+        """The request lines that the server received, as it logged them."""
         return self._root.path(ACCESS_LOG).read_text().splitlines()
 
     def sent(self):
-        """How many bytes an endless answer had when the program had enough of it."""
+        """How many bytes of an endless answer were sent before the program closed the
+        connection."""
         return int(self._root.path(FOLDER + "/sent").read_text())

@@ -31,8 +31,8 @@ class Exchanger:
 
 
 def main(*paths):
-    """Exchanges each two of the paths until SIGTERM comes, then prints how often that has succeeded.
-    Runs in a root of its own too, as an ordinary user."""
+    """Exchanges the paths in pairs until SIGTERM, then prints how often that has succeeded. Also
+    runs inside an InstallRoot, as an ordinary user."""
     libc = ctypes.CDLL(None, use_errno=True)
     exchange = libc.renameat2
     pairs = [(one.encode(), other.encode()) for one, other in zip(paths[::2], paths[1::2])]
@@ -43,7 +43,7 @@ def main(*paths):
         sys.exit()
 
     signal.signal(signal.SIGTERM, finish)
-    # No other process would end it when its parent is killed.
+    # Otherwise it would go on after its parent is killed.
     libc.prctl(PR_SET_PDEATHSIG, signal.SIGTERM)
     print("ready", flush=True)
     while True:

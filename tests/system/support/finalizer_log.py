@@ -1,4 +1,4 @@
-"""What the finalizer writes into its log, line by line, without the time stamps."""
+"""The lines that the finalizer writes into its log, without the time stamps."""
 
 from install_root import BLOB, BUNDLE
 

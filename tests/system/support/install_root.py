@@ -1,9 +1,9 @@
 """A root of its own for the unmodified programs.
 
-InstallRoot lays out what a Mac's root has and the programs look at (/Library, /Users,
+InstallRoot makes the folders of a Mac's root that the programs use (/Library, /Users,
 /System/Library/CoreServices, /tmp, /Volumes) in a private folder, adds the host's /usr read-only,
-and runs a program in there with bubblewrap: own mounts, own process ids, and a network namespace
-with nothing but loopback in it. Needs root: the programs change owner, mode and user id.
+and runs a program in there with bubblewrap: with its own mounts, process ids and a network that has
+only loopback. Needs root: the programs change owner, mode and user id.
 """
 
 import dataclasses
@@ -51,7 +51,7 @@ LINE = re.compile(r"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4}) (.*)")
 
 @dataclasses.dataclass
 class Result:
-    """What a program left: its exit status (negative for a signal) and what it wrote."""
+    """The result of a program: its exit status (negative for a signal) and its output."""
 
     status: int
     stdout: str
@@ -75,10 +75,10 @@ class SanitizerReport(AssertionError):
 class InstallRoot:
     """A root below `folder` in which programs of the build folder `build` run.
 
-    `console` says who is at the console, as for set_console(). Roots with the same `shared`
-    folder, by default the one that holds `folder`, share what is the same in all of them. With
-    has_open set to False there is no /usr/bin/open that can be executed. `vendor` holds the hosts
-    that the programs were built with.
+    `console` is the user at the console, as for set_console(). Roots with the same `shared` folder,
+    by default the one that holds `folder`, share what is the same in all of them. With has_open set
+    to False there is no /usr/bin/open that can be executed. `vendor` holds the hosts that the
+    programs were built with.
     """
 
     has_open = True
@@ -94,27 +94,27 @@ class InstallRoot:
         self.set_console(console)
 
     def within_memory(self, size):
-        """The beginning of a command that has `size` bytes of addresses at most. A sanitizer
-        reserves more than any limit for itself: its build gets none."""
+        """The beginning of a command that limits the address space to `size` bytes. Empty for the
+        sanitizer build: a sanitizer reserves more than any limit."""
         return [] if self.build.name == "asan" else ["prlimit", f"--as={size}"]
 
     def path(self, inside):
-        """Where the absolute path `inside` lies on the host."""
+        """The host's path of the absolute path `inside`."""
         return self.folder / str(inside).lstrip("/")
 
     def write(self, inside, content, mode=None):
-        """Writes a file, its parents too, and returns where it lies on the host."""
+        """Writes a file and its parents, and returns the host's path."""
         return write_file(self.path(inside), content, mode)
 
     def mkdir(self, inside, mode=0o755):
-        """Makes a directory, its parents too, and returns where it lies on the host."""
+        """Makes a directory and its parents, and returns the host's path."""
         path = self.path(inside)
         path.mkdir(parents=True, exist_ok=True)
         path.chmod(mode)
         return path
 
     def lay_blob(self, blob, install_root="/"):
-        """Lays the bytes or the file `blob` where a package under `install_root` would."""
+        """Places the bytes or the file `blob` where a package would, below `install_root`."""
         content = blob if isinstance(blob, bytes) else pathlib.Path(blob).read_bytes()
         return self.write(install_root.rstrip("/") + BLOB, content)
 
@@ -127,8 +127,8 @@ class InstallRoot:
         self._mounts += ["--ro-bind", str(path), inside]
 
     def empty(self, inside):
-        """Shows the folder `inside` as an empty one, whatever the host has there. What is mounted
-        later may lie in it."""
+        """Shows the folder `inside` as empty, whatever the host has there. Later mounts may be in
+        it."""
         self._mounts += ["--tmpfs", inside]
 
     def set_console(self, console):
@@ -159,12 +159,12 @@ class InstallRoot:
 
     def execute(self, command, env=None, timeout=300, user=None, umask=0o022, cwd="/",
                 check_leaks=True):
-        """Runs any command inside and waits until it, and what it left running, has ended.
+        """Runs any command inside and waits until it and the processes that it started have ended.
 
-        `env` changes the environment, None as a value removes a name. `user` is the name of a
-        user to run as, root otherwise. Raises subprocess.TimeoutExpired after `timeout` seconds,
-        when everything inside has been killed, and SanitizerReport when a sanitizer spoke;
-        `check_leaks` set to False keeps it quiet about leaks.
+        `env` changes the environment, None as a value removes a name. `user` is the name of a user
+        to run as, root otherwise. Raises subprocess.TimeoutExpired after `timeout` seconds, when
+        everything inside has been killed, and SanitizerReport when a sanitizer reported a fault;
+        leaks are not reported with `check_leaks` set to False.
         """
         if user is not None:
             command = [*as_user(user), *command]
@@ -182,7 +182,7 @@ class InstallRoot:
             try:
                 stdout, stderr = process.communicate(timeout=timeout)
             except BaseException:
-                # The first process of the namespace takes all others with it.
+                # The end of the namespace's first process ends all others.
                 os.kill(json.loads(info.read())["child-pid"], signal.SIGKILL)
                 raise
         raise_sanitizer_reports(self.path(SANITIZER))
@@ -190,7 +190,7 @@ class InstallRoot:
                       stderr.decode(errors="replace"))
 
     def log_path(self, home=None):
-        """Where the log of the user `home` lies, or the one in /Library/Logs."""
+        """The host's path of the log of the user `home`, or of the one in /Library/Logs."""
         return self.path(f"/Users/{home}/{LOG}" if home else f"/{LOG}")
 
     def log(self, home=None):
@@ -260,7 +260,7 @@ class InstallRoot:
         if not self.has_open:
             arguments += ["--ro-bind", "/dev/null", "/usr/bin/open"]
         for inside in self._pinned:
-            # What is mounted on cannot be unlinked (EBUSY).
+            # A mount point cannot be removed (EBUSY).
             arguments += ["--bind", str(self.path(inside)), inside]
         variables = {
             "HOME": ROOT_HOME,
@@ -312,8 +312,8 @@ class InstallRoot:
 
 
 def libcurl():
-    """Where the machine has libcurl."""
-    # Of several architectures the first is the machine's own.
+    """The host's path of libcurl."""
+    # With several architectures, the machine's own is listed first.
     return next(os.path.realpath(line.split()[-1]) for line in
                 subprocess.run(["/sbin/ldconfig", "-p"], check=True, text=True,
                                stdout=subprocess.PIPE).stdout.splitlines()
@@ -321,7 +321,7 @@ def libcurl():
 
 
 def raise_sanitizer_reports(folder):
-    """Raises SanitizerReport with what sanitizers have written below `folder`, and removes it."""
+    """Raises SanitizerReport with the sanitizers' reports below `folder`, which it removes."""
     reports = sorted(folder.glob("report*"))
     if reports:
         text = "\n".join(report.read_text(errors="replace") for report in reports)
@@ -331,8 +331,8 @@ def raise_sanitizer_reports(folder):
 
 
 def profile_of_this_run():
-    """What LLVM_PROFILE_FILE is to be for one run, or None without one. Each has files of its own:
-    process ids in a namespace repeat, and another user's file cannot be added to."""
+    """The value of LLVM_PROFILE_FILE for one run, or None if it is not set. Each run has files of
+    its own: process ids in a namespace repeat, and another user's file cannot be extended."""
     profile = os.environ.get("LLVM_PROFILE_FILE")
     return profile and profile.replace("%p", f"%p-{uuid.uuid4().hex}")
 
@@ -344,7 +344,7 @@ def as_user(name):
 
 
 def write_file(path, content, mode=None):
-    """Writes bytes or text into the file at `path`, makes its parents too, and returns the path."""
+    """Writes bytes or text to the file at `path`, makes its parents, and returns the path."""
     path.parent.mkdir(parents=True, exist_ok=True)
     path.write_bytes(content.encode() if isinstance(content, str) else content)
     if mode is not None:
@@ -354,7 +354,7 @@ def write_file(path, content, mode=None):
 
 def tree_of(folder):
     """Everything below the host directory `folder`: Nodes by relative path; "." is itself."""
-    # Relative to open folders: a path may be longer than the system takes in one piece.
+    # Relative to open folders, because a whole path may be longer than the system accepts.
     found = {}
     for parent, directories, files, parent_fd in os.fwalk(folder):
         found[os.path.relpath(parent, folder)] = _node(".", parent_fd)

@@ -27,8 +27,8 @@ AWKWARD_NAMES = [
     b"\xf0\x90\x80\x80",
 ]
 
-# To check for leaks takes the whole stack of each of Foundation's allocations, most of a run's time, and
-# ptrace, which strace may have taken.
+# Leak checking is off: it needs the whole stack of each of Foundation's allocations, which takes
+# most of a run's time, and ptrace, which strace may be using.
 ENVIRONMENT = {**os.environ, "LC_ALL": "C",
                "ASAN_OPTIONS": "detect_leaks=0:fast_unwind_on_malloc=1"}
 UNDER_STRACE = ENVIRONMENT
@@ -65,7 +65,7 @@ class Kpim:
         return self(*arguments, environment={**os.environ, "LC_ALL": "C"})
 
     def unprivileged(self, *arguments):
-        """Runs kpim bound by file modes, root or not."""
+        """Runs kpim so that file modes bind it even as root."""
         wrapper = ["setpriv", "--bounding-set=-all"] if os.geteuid() == 0 else []
         return self(*arguments, wrapper=wrapper)
 
@@ -78,8 +78,8 @@ class Kpim:
         return self(*arguments, wrapper=trace, **options)
 
     def with_memory(self, megabytes, *arguments, **options):
-        """Runs kpim with little memory. The address sanitizer needs address space without end;
-        there no single request may be larger than half of `megabytes`."""
+        """Runs kpim with at most `megabytes` of memory. The address sanitizer needs unlimited
+        address space; with it, no single request may be larger than half of `megabytes`."""
         wrapper = [] if self.sanitized else ["prlimit", f"--as={megabytes * 1_000_000}"]
         limits = f":allocator_may_return_null=1:max_allocation_size_mb={megabytes // 2}"
         asan = ENVIRONMENT["ASAN_OPTIONS"] + limits
@@ -111,7 +111,7 @@ def tree_of(folder):
 
 
 def content_of(path):
-    """What a blob file holds, the second opinion's way, as make_bundle takes it."""
+    """The contents of a blob file, decoded by blob.py, as make_bundle takes them."""
     (root,) = blob.decode(path.read_bytes())
     assert (root.name, root.is_directory) == (b"", True)
     return blob.files_of(root.content)
@@ -136,7 +136,7 @@ def warning(what, why):
 
 
 def result_of(run):
-    """The object that a run with --json has printed, without "seconds", which is a number of them."""
+    """The object that a run with --json has printed, without "seconds", which must be a number."""
     result = json.loads(run.stdout)
     assert run.stdout.count("\n") == 1 and (run.returncode == OK) == result["ok"]
     assert 0 <= result.pop("seconds") < 300
@@ -144,7 +144,7 @@ def result_of(run):
 
 
 def read_terminal(descriptor):
-    """All that comes out of a pseudo-terminal until its last user is gone."""
+    """Everything that is written to a pseudo-terminal until its last user closes it."""
     chunks = []
     while True:
         try:

@@ -1,7 +1,7 @@
 """Runs a program beside a server: serve_and_run.py KIND COMMAND [ARGUMENT...].
 
-download_server.py lists the kinds. Ends with the program's exit status, negative ones as 128 and
-the signal, when that has ended.
+download_server.py lists the kinds. Ends when the program has ended, with its exit status, or with
+128 plus the signal's number.
 """
 
 import pathlib
@@ -16,7 +16,7 @@ import time
 FOLDER = pathlib.Path(__file__).parent
 ADDRESS = ("127.0.0.1", 443)
 NAME_SERVER_ADDRESS = ("127.0.0.1", 53)
-# In a reply's flags: that it is one, and that there is no such name (RFC 1035).
+# A reply's flags: a response, no such name (RFC 1035).
 NO_SUCH_NAME = b"\x81\x83"
 SENT = FOLDER / "sent"
 HEAD = b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n"
@@ -81,7 +81,7 @@ def accept_request(connection):
 
 def answer_and_make_flag(connection):
     with accept_request(connection) as stream:
-        # It must be gone: the pingback reports it and takes it away.
+        # It must not exist: the pingback reports it and removes it.
         EXPRESS_FLAG.touch(exist_ok=False)
         stream.sendall(ANSWER)
 
@@ -108,8 +108,8 @@ def start_name_server():
 
 
 def answer_without_end(connection, start, piece):
-    """Sends `start`, then `piece` over and over until the other side has enough, and counts the
-    bytes of the latter."""
+    """Sends `start`, then `piece` again and again until the other side closes the connection, and
+    counts the bytes of the pieces."""
     global sent
     with accept_request(connection) as stream:
         stream.sendall(start)

@@ -1,5 +1,5 @@
-"""The system calls of a program on files and descriptors, as strace prints them, and the options
-with which it has one of them fail."""
+"""The system calls of a program on files and descriptors, as strace prints them, and the options of
+strace that make one of them fail."""
 
 import collections
 import dataclasses
@@ -15,9 +15,9 @@ _LINE = re.compile(r'(?P<name>\w+)\((?:AT_FDCWD<[^>]*>, )?'
 
 @dataclasses.dataclass(frozen=True)
 class Call:
-    """The `number`-th call of a process or thread that has this `name` and is about the file at
-    `path`, or, where that is empty because it is about no file with a path, the `number`-th of that
-    name. `is_first`: whether the program's first thread makes it.
+    """The `number`-th call `name` of a process or thread that is about the file at `path`; for an
+    empty `path`, a call without a file, the `number`-th call of that name. `is_first`: whether the
+    program's first thread makes it.
 
     A call in a folder other than "/" has a `folder`, and a path that may be composed of it and the
     `given` one. Strace selects no such path, so `number` counts all calls of that name. `text` is
@@ -32,8 +32,8 @@ class Call:
     text: str = dataclasses.field(default="", compare=False, repr=False)
 
     def failing(self, what, output):
-        """The beginning of a command in which this call alone comes to `what`, as in
-        "error=EIO"; strace writes the call into the file `output`."""
+        """The beginning of a command in which strace does `what`, such as "error=EIO", to this call
+        only, and writes the call to the file `output`."""
         command = [*_COMMAND, "-o", output, "-e", f"trace={self.name}", "-e",
                    f"inject={self.name}:{what}:when={self.number}"]
         if self.path and not self.folder:
@@ -56,11 +56,10 @@ def read_trace(output: pathlib.Path):
 
 
 def has_failed(output, call):
-    """Whether in the command that was begun with call.failing() that call has failed, and no
-    other."""
+    """Whether `call`, and no other call, has failed in a command that began with call.failing()."""
     lines = [line for line in output.read_text(errors="replace").splitlines()
              if "(INJECTED)" in line]
-    # In front is the number of a process where there are several.
+    # With several processes, each line begins with the process id.
     found = {(match["name"], _path(match)) for match in map(_LINE.search, lines) if match}
     return found == {(call.name, call.given)}
 
@@ -80,8 +79,8 @@ def _path(match):
 
 
 def _number(numbers, name, path):
-    # With a link strace looks out for what it leads to, too. Those of programs and libraries are
-    # the host's, and at the same place.
+    # For a link strace also selects its target. The links of programs and libraries are the host's,
+    # with the same paths.
     target = os.path.realpath(path) if path.startswith(("/usr/", "/lib")) else path
     return numbers[name, path] + (numbers[name, target] if target != path else 0)
 

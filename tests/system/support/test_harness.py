@@ -1,4 +1,4 @@
-"""The root of its own holds what its documentation says."""
+"""InstallRoot does what its documentation says."""
 
 import subprocess
 
@@ -25,7 +25,7 @@ def test_a_call_of_open_that_nobody_waits_for_is_recorded(install_root):
 
 def test_nothing_of_the_host_can_be_written(install_root):
     script = "for d in /usr /usr/lib /usr/bin.host /etc/ssl; do test -w $d && echo $d; done"
-    # /usr itself belongs to the root; what is the host's lies below it.
+    # /usr itself belongs to the root; the folders below it are the host's.
     assert install_root.execute(["sh", "-c", script]).stdout == "/usr\n"
 
 

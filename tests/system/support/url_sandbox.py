@@ -1,7 +1,7 @@
 """A sandbox with a network of its own, in which url_servers.py serves and clients run.
 
-Its names are good.test and other.test; a certificate authority made for the occasion is the only
-one that is trusted in it.
+Its names are good.test and other.test; the only trusted certificate authority is made for the
+sandbox.
 """
 
 import json
@@ -123,7 +123,7 @@ class UrlSandbox:
 
     def load(self, *arguments, environment=None, wrapper=()):
         """The lines that url_client prints with `arguments`. It must end by itself, with status 0
-        and silent on standard error. `wrapper` is a command that runs it."""
+        and without output on standard error. `wrapper` is a command that runs it."""
         answer = self.run([*wrapper, self.client, *arguments], environment)
         assert (answer["status"], answer["stderr"]) == (0, ""), answer
         return answer["stdout"].splitlines()
@@ -147,7 +147,7 @@ class UrlSandbox:
         return [line.split('"')[1] for line in lines]
 
     def usage(self, url):
-        """What loading `url` takes, by name: "turns" of the run loop and "memory" in bytes."""
+        """The cost of loading `url`, by name: "turns" of the run loop and "memory" in bytes."""
         # A sanitizer keeps what is freed, to find late uses of it.
         options = os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=0"
         words = self.load("--summary", url, environment={"ASAN_OPTIONS": options})[-1].split()

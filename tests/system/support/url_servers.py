@@ -24,7 +24,7 @@ NO_TLS_PORT = 8449
 NGINX_PORT = 8080
 NGINX_TLS_PORT = 8081
 
-# A client that takes longer hangs.
+# Seconds after which a client counts as hanging.
 CLIENT_LIMIT = 300
 
 # Longer than any time-out in the tests, shorter than CLIENT_LIMIT.
@@ -66,7 +66,7 @@ def serve_chunked(send, request):
 
 
 def serve_in_turn(send, request):
-    """A piece is sent when the client has said that it has the one before."""
+    """Sends each piece when the client has printed that it has the one before."""
     send(head("200 OK", "Transfer-Encoding: chunked"))
     for number, piece in enumerate(["one", "two", "three"], 1):
         send(chunk(piece.encode()))
@@ -151,7 +151,7 @@ def serve_redirect_chain(send, request):
 
 
 def serve_echo(send, request):
-    """What came, the line breaks as '|'."""
+    """Answers with the request as it came, its line breaks as '|'."""
     send(text((request.head + b"|" + request.body).replace(b"\r\n", b"|")))
 
 
@@ -237,7 +237,7 @@ class Request:
 
 
 def greet(connection):
-    """Speaks first, and not TLS."""
+    """Sends first, and not TLS."""
     with connection:
         connection.sendall(b"220 mail.test ESMTP\r\n")
         connection.recv(65536)
@@ -278,7 +278,7 @@ def context_of(folder, name):
 
 
 def answer_names():
-    """A name server that knows no name, and does not even say so for silent.test."""
+    """A name server that knows no name, and does not answer for silent.test."""
     server = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     server.bind(("127.0.0.1", 53))
 

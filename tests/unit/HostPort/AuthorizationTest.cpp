@@ -19,7 +19,7 @@
 #include "tests/unit/HostPort/FakeSystemBus.h"
 #include "tests/unit/support/TemporaryFolder.h"
 
-// ---- Who runs the test, and pkexec, as a test says
+// ---- The effective user, /proc and pkexec, as a test sets them
 
 static uid_t s_user;
 
@@ -57,7 +57,7 @@ class ScopedUser {
   ScopedUser& operator=(const ScopedUser&) = delete;
 };
 
-/// Whether a child of the test is left, running or not. One that has ended may take a moment to go.
+/// Whether a child of the test is left, running or not. Waits up to a minute for the last to go.
 bool HasChildren() {
   for (int i = 0; i < 6000; ++i) {
     siginfo_t info = {};
@@ -69,7 +69,7 @@ bool HasChildren() {
   return true;
 }
 
-/// Standard streams of the test that are closed: bit 0 for the input, and so on.
+/// Closes standard streams of the test: bit 0 of `closed` stands for the input, and so on.
 class ClosedStreams {
  public:
   explicit ClosedStreams(unsigned int closed) {
@@ -129,7 +129,7 @@ class AuthorizationTest : public testing::Test {
     EXPECT_FALSE(HasChildren());
   }
 
-  /// Runs a tool and gives what it printed; "(refused)" when it could not be started.
+  /// Runs a tool and returns its output; "(refused)" when it could not be started.
   std::string Run(const char* tool, std::vector<std::string> texts) {
     std::vector<char*> arguments;
     for (std::string& text : texts) {
@@ -140,7 +140,7 @@ class AuthorizationTest : public testing::Test {
     status_ = AuthorizationExecuteWithPrivileges(authorization_, tool, 0, arguments.data(), &pipe);
     return status_ == errAuthorizationSuccess ? ReadAll(pipe) : "(refused)";
   }
-  /// Runs /bin/sh with `script` and gives what it printed.
+  /// Runs /bin/sh with `script` and returns its output.
   std::string RunShell(const std::string& script) { return Run("/bin/sh", {"-c", script}); }
   static std::string ReadAll(FILE* pipe) {
     std::string text;
@@ -242,7 +242,7 @@ TEST_F(AuthorizationTest, NoFileAndNoSignalSettingIsPassedOn) {
 TEST_F(AuthorizationTest, EachStandardStreamThatIsClosedIsTheNullDevice) {
   const TemporaryFolder folder;
   const std::string path = folder / "streams";
-  // Each is looked up before the shell redirects its own output.
+  // All streams are looked up before the shell redirects its output.
   const std::string script =
       "for i in 0 1 2; do all=\"$all$(readlink /proc/$$/fd/$i || echo closed)\n\"; done;"
       "printf \"$all\" >" +
@@ -324,7 +324,7 @@ TEST_F(AuthorizationTest, WithoutAPipeTheStandardOutputIsShared) {
 
 class PolkitTest : public AuthorizationTest {
  protected:
-  /// What an ordinary user is told when polkit replies so.
+  /// The result for an ordinary user when polkit replies with these values.
   OSStatus Ask(int isAuthorized, int isChallenge, const char* detail, AuthorizationFlags flags) {
     const FakeSystemBus bus([=](sd_bus_message* call) {
       return detail == nullptr

@@ -24,7 +24,7 @@ bool EnterPrivateRun() {
          mount("tmpfs", "/run", "tmpfs", 0, nullptr) == 0;
 }
 
-/// Runs in a child: writes the files, when there are any, and tells the console user in `answer`.
+/// Runs in a child: writes the files that are not empty, and writes the console user to `answer`.
 [[noreturn]] void AskInPrivateRun(const std::string& seat, const std::string& session, int answer) {
   if (!EnterPrivateRun()) {
     _exit(kNoNamespace);
@@ -43,7 +43,7 @@ bool EnterPrivateRun() {
   _exit(told ? 0 : 1);
 }
 
-/// The console user that the files tell of; empty when this machine allows no namespaces.
+/// The console user according to the files; empty when this machine allows no namespaces.
 std::string ConsoleUser(const std::string& seat, const std::string& session) {
   int answer[2];
   EXPECT_EQ(0, pipe(answer));

@@ -1,4 +1,4 @@
-// SCDynamicStoreCopyConsoleUser over every answer that libsystemd can give.
+// SCDynamicStoreCopyConsoleUser for the answers of libsystemd.
 #import <Foundation/Foundation.h>
 #import <SystemConfiguration/SystemConfiguration.h>
 #include <dlfcn.h>
@@ -13,7 +13,7 @@
 
 #include "tests/unit/support/Text.h"
 
-// ---- libsystemd, as far as the port calls it
+// ---- The functions of libsystemd that the port calls
 
 static const char* s_session;
 static uid_t s_sessionUser;
@@ -49,9 +49,9 @@ extern "C" int sd_session_get_state(const char* session, char** state) {
   return 0;
 }
 
-// ---- The user database: the C library's, but for what a test says of it
+// ---- The user database: the C library's, except for what a test sets
 
-/// What the next look-ups return instead of being made, the last one first.
+/// Errors that the next look-ups return without being made; the last one is taken first.
 static std::vector<int> s_lookupErrors;
 static size_t s_largestBuffer;
 static const char* s_userName;

@@ -12,7 +12,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// What is left of those variables.
+/// The variables that the filter keeps.
 std::vector<std::string> Kept(std::vector<std::string> variables) {
   std::vector<char*> environment;
   for (std::string& variable : variables) {

@@ -16,7 +16,7 @@
 
 namespace {
 
-// Long enough for any machine; a hang is ended by SIGALRM and seen in the status.
+// Long enough for any machine. SIGALRM ends a hang, which the status then shows.
 constexpr unsigned int kSecondsToHang = 300;
 
 constexpr int kNoNamespace = 77;
@@ -53,7 +53,7 @@ class EnvironmentTest : public testing::Test {
   [[noreturn]] static void Exec(std::vector<std::string>& environment,
                                 std::vector<std::string>& arguments, const std::string& output,
                                 const std::string& errors) {
-    // Leaks are the other tests' subject.
+    // Other tests look for leaks.
     environment.push_back("ASAN_OPTIONS=detect_leaks=0");
     arguments.insert(arguments.begin(), KP_FOUNDATION_PROBE);
     std::vector<char*> argv;
@@ -135,9 +135,9 @@ TEST_F(EnvironmentTest, ReadingAFolderAsAFileIsQuiet) {
   EXPECT_EQ("", result.errors);
 }
 
-// ---- With files of the machine's own
+// ---- With other files of the machine
 
-/// Runs the probe where /etc, and with it the home of the user, is the test's.
+/// Runs the probe with an /etc of the test's, which also sets the user's home.
 class MachineTest : public EnvironmentTest {
  protected:
   void SetUp() override {
@@ -148,7 +148,7 @@ class MachineTest : public EnvironmentTest {
                               std::filesystem::copy_options::recursive);
       }
     }
-    // In a user namespace without users, everyone is nobody.
+    // A user namespace without a mapping makes every user nobody.
     WriteWholeFile(etc_ + "/passwd", "root:x:0:0::" + home_ +
                                          ":/bin/sh\nnobody:x:65534:65534::" + home_ + ":/bin/sh\n");
     SetLocalTime("Etc/UTC");
@@ -235,7 +235,7 @@ TEST_F(MachineTest, NobodyWaitsForALockThatWasLeftBehind) {
   SaveLanguages();
   const std::string lock = defaults_ + "/.lck/.GNUstepDefaults.lck";
   std::filesystem::create_directories(lock);
-  // Of the future, so that it does not grow old in the meantime.
+  // In the future, so that it does not become stale during the test.
   std::filesystem::last_write_time(
       lock, std::filesystem::file_time_type::clock::now() + std::chrono::hours(24));
   ExpectOutput(RunThere({}), kFrench);

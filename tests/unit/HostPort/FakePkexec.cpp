@@ -1,5 +1,5 @@
-// Stands for pkexec(1) in AuthorizationTest: does what KP_FAKE_PKEXEC says. "refuse" and "dismiss"
-// end as pkexec does; otherwise the tool is executed as pkexec does, files and all.
+// Replaces pkexec(1) in AuthorizationTest. With "refuse" or "dismiss" in KP_FAKE_PKEXEC it ends as
+// pkexec does then; otherwise it closes the other files and executes the tool, as pkexec does.
 #include <fcntl.h>
 #include <unistd.h>
 

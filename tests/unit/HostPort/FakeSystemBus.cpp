@@ -43,7 +43,7 @@ int ListenAsSystemBus() {
 
 void LeaveNoSystemBus() { setenv(kAddressVariable, "unix:path=/nonexistent", 1); }
 
-/// One line with single blanks.
+/// `text` in one line with single blanks.
 std::string Flattened(const std::string& text) {
   std::string flat;
   for (const char byte : text) {
@@ -143,7 +143,7 @@ void FakeSystemBus::AcceptConnections() {
   }
 }
 
-/// Until the client hangs up, or the bus does.
+/// Runs until the client or the bus closes the connection.
 void FakeSystemBus::Serve(int connection) {
   sd_bus* bus = nullptr;
   sd_id128_t id;

@@ -1,4 +1,4 @@
-// A message bus of a test's own in place of the system's: it answers each call as the test says.
+// A message bus that replaces the system's in a test, and answers each call as the test says.
 #pragma once
 
 #include <systemd/sd-bus.h>
@@ -9,9 +9,8 @@
 #include <thread>
 #include <vector>
 
-/// What the port's BusTimeLimit() returns in the test, in microseconds, while the object exists;
-/// before and after, the real limit. A test that waits by libsystemd's own limits of 25 and 90
-/// seconds is ended by SIGALRM.
+/// Sets what the port's BusTimeLimit() returns, in microseconds, while the object exists. SIGALRM
+/// ends a test that waits for libsystemd's own limits of 25 and 90 seconds instead.
 class ScopedBusTimeLimit {
  public:
   explicit ScopedBusTimeLimit(uint64_t microseconds);
@@ -22,23 +21,24 @@ class ScopedBusTimeLimit {
 
 class FakeSystemBus {
  public:
-  /// Answers a method call, on a thread of the bus's: a reply, or a negative errno to hang up.
+  /// Answers a method call, on a thread of the bus. Returns a negative errno to close the
+  /// connection.
   using Answer = std::function<int(sd_bus_message* call)>;
 
-  /// Opens the bus and makes DBUS_SYSTEM_BUS_ADDRESS lead there for as long as the object is.
+  /// Opens the bus. DBUS_SYSTEM_BUS_ADDRESS leads to it while the object exists.
   explicit FakeSystemBus(Answer answer);
   ~FakeSystemBus();
   FakeSystemBus(const FakeSystemBus&) = delete;
   FakeSystemBus& operator=(const FakeSystemBus&) = delete;
 
   struct Call {
-    /// The method and, behind a blank, its first argument when that is a string.
+    /// The method and, after a blank, its first argument if that is a string.
     std::string name;
-    /// The whole of it as sd_bus_message_dump(3) writes it, in one line with single blanks.
+    /// The whole call as sd_bus_message_dump(3) writes it, in one line with single blanks.
     std::string text;
     bool mayInteract;
   };
-  /// The calls so far, but for the bus's own.
+  /// The calls so far, except Hello.
   std::vector<Call> calls() const;
   std::vector<std::string> names() const;
 
@@ -55,8 +55,8 @@ class FakeSystemBus {
   std::thread thread_;
 };
 
-/// A bus that takes connections and says nothing, in place of the system's for as long as the
-/// object exists.
+/// Replaces the system's bus by one that accepts connections and never answers, while the object
+/// exists.
 class SilentSystemBus {
  public:
   SilentSystemBus();

@@ -1,5 +1,5 @@
-// lchflags over the flags of the file system that the tests run on, where it has some and the test
-// may set them; what refuses them otherwise.
+// lchflags on the file system that the tests run on. If it has no flags, or the test may not set
+// them, the errors.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>

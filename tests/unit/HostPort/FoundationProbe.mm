@@ -1,5 +1,5 @@
-// Does with Foundation what every program of the product does at its start, and prints how it
-// went. Standard error belongs to Foundation: the test of this program wants it empty.
+// Uses Foundation as every program of the product does at its start, and prints the results. Only
+// Foundation would write to standard error: the test requires it to be empty.
 #import <Foundation/Foundation.h>
 
 #include <cstdio>
@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Takes the last argument out if it is "--taken", as parsers of arguments do with theirs.
+/// Removes the last argument if it is "--taken", as parsers of arguments do.
 void TakeArgument(int& argc, char** argv) {
   if (argc > 1 && strcmp(argv[argc - 1], "--taken") == 0) {
     argv[--argc] = nullptr;

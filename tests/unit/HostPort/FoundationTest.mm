@@ -1,5 +1,5 @@
-// What the product relies on in Foundation: the port's corrections of GNUstep Base, and facts of
-// GNUstep Base that are as on macOS.
+// The behaviour of Foundation that the product relies on: the port's corrections of GNUstep Base,
+// and GNUstep's own behaviour where it is as on macOS.
 #import <Foundation/Foundation.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -17,7 +17,7 @@
 #include "tests/unit/support/TemporaryFolder.h"
 #include "tests/unit/support/Text.h"
 
-// ---- The system calls behind `synchronizeFile`; the executable's come before the C library's
+// ---- The system calls of `synchronizeFile`: these replace the C library's
 
 static int s_syncs;
 static std::vector<int> s_synced;
@@ -59,7 +59,7 @@ TEST_F(FoundationTest, SynchronizeFileIsFsyncOfItsDescriptor) {
   EXPECT_EQ(0, s_syncs) << "other file systems are not flushed";
 }
 
-/// Name of the exception that `synchronizeFile` raises; nil when it raises none.
+/// Name of the exception that `synchronizeFile` raises; nil without one.
 NSString* RaisedBySynchronizing(NSFileHandle* handle) {
   @try {
     [handle synchronizeFile];
@@ -102,7 +102,7 @@ NSURL* Folder(NSSearchPathDirectory directory, NSSearchPathDomainMask domain) {
                                                    error:nullptr];
 }
 
-/// What GNUstep answers without the port.
+/// GNUstep's own folder, without the port.
 NSString* OwnFolder(NSSearchPathDirectory directory, NSSearchPathDomainMask domain) {
   NSArray* folders = NSSearchPathForDirectoriesInDomains(directory, domain, YES);
   return [folders count] != 0 ? [folders objectAtIndex:0] : nil;
@@ -197,8 +197,8 @@ TEST_F(FoundationTest, PropertyListsThatGNUstepReadsByItself) {
 TEST_F(FoundationTest, StringsFilesArePropertyLists) {
   const std::string file = folder_ / "file.strings";
   WriteWholeFile(file, "key = value;\nother = \"1\";\n");
-  // GNUstep takes it for an old-style property list first. What it has parsed when that fails, it
-  // does not release.
+  // GNUstep first parses it as an old-style property list, and does not release what it had parsed
+  // when that fails.
   const ScopedLeakPermit permit;
   EXPECT_EQ("value", Text(ValueInFile(file)));
 }
@@ -266,7 +266,7 @@ TEST_F(FoundationTest, MalformedPropertyListsGiveAnError) {
 
 // ---- Property lists that would crash GNUstep's parser
 
-/// What a dictionary of a file and of its URL makes of `contents`.
+/// The dictionary in a file with `contents`, read by path; reading it by URL must agree.
 NSDictionary* Dictionary(const std::string& file, const std::string& contents) {
   WriteWholeFile(file, contents);
   NSDictionary* byPath = [NSDictionary dictionaryWithContentsOfFile:String(file)];
@@ -313,7 +313,7 @@ const std::string kKey = "\x53key";
 /// { key = (object 2) }
 const std::string kTop = "\xD1" + Reference(1) + Reference(2);
 
-/// Arrays in each other, `depth` of them.
+/// A list of `depth` nested levels.
 std::string NestedList(size_t depth) {
   std::vector<std::string> objects = {kTop, kKey};
   for (size_t level = 1; level < depth; ++level) {
@@ -397,9 +397,9 @@ TEST_F(FoundationTest, DamagedBinaryLists) {
       std::string damaged = good;
       damaged[position] =
           static_cast<char>(static_cast<unsigned char>(damaged[position]) ^ (1U << bit));
-      // GNUstep does not release its reader, and what that has read, when it raises.
+      // When GNUstep raises, it does not release its reader and the values read so far.
       const ScopedLeakPermit permit;
-      Dictionary(file, damaged);  // Whatever it reads, it must not crash.
+      Dictionary(file, damaged);  // The result does not matter; it must not crash.
     }
     [pool release];
   }
@@ -580,7 +580,7 @@ TEST_F(FoundationTest, ReadingText) {
 
 TEST_F(FoundationTest, TaskWithoutAProgramRaises) {
   bool raised = false;
-  // The task object of a launch that raises is GNUstep's to release, and it does not.
+  // GNUstep does not release the task object of a launch that raises.
   const ScopedLeakPermit permit;
   @try {
     [NSTask launchedTaskWithLaunchPath:String(folder_ / "missing") arguments:[NSArray array]];
@@ -660,7 +660,7 @@ class TimeZoneTest : public FoundationTest {
     return [NSTimeZone systemTimeZone];
   }
 
-  /// The offset that a date ends in when it is formatted in the local time zone.
+  /// The offset at the end of a date that is formatted in the local time zone.
   std::string FormattedOffset() {
     NSDateFormatter* formatter = [[[NSDateFormatter alloc] init] autorelease];
     [formatter setDateFormat:@"Z"];

@@ -25,13 +25,13 @@
 
 namespace {
 
-/// While it is set, every other read is interrupted, and the ones between give a few bytes.
+/// While set, every other read is interrupted, and the others return a few bytes.
 bool g_readsHaltingly;
 constexpr size_t kHaltingReadSize = 7;
 
 }  // namespace
 
-/// In place of the C library's.
+/// Replaces the C library's function.
 extern "C" ssize_t read(int descriptor, void* buffer, size_t size) {
   static bool s_isInterrupted;
   if (g_readsHaltingly) {
@@ -68,7 +68,7 @@ void SetEnvironment(Variables variables) {
   }
 }
 
-/// The same, where no domain of the defaults counts.
+/// Answers `question` with only these variables of the locale, and without the user defaults.
 std::string AskedWith(Variables variables, const std::function<std::string()>& question) {
   return AskedElsewhere([variables, &question] {
     SetEnvironment(variables);
@@ -202,8 +202,8 @@ class AppleLanguagesOfAnotherUser : public testing::Test {
     WriteFile(defaults + "/" + domain + ".plist", text);
   }
 
-  /// The languages of root, of `user`, and of root again, where the environment says Italian and
-  /// `prepare` changed the defaults of root's process.
+  /// The languages of root, of `user`, and of root again. The environment says Italian; `prepare`
+  /// may change the defaults of root's process.
   std::string AroundASwitch(
       uid_t user = kAlice, const std::function<void()>& prepare = [] {}) const {
     const std::string passwd = folder_ + "/passwd";
@@ -217,7 +217,7 @@ class AppleLanguagesOfAnotherUser : public testing::Test {
         return "cannot mount";
       }
       SetEnvironment({{"LANG", "it"}});
-      [NSUserDefaults resetStandardUserDefaults];  // They may be those of the real root.
+      [NSUserDefaults resetStandardUserDefaults];  // They may hold the real root's.
       prepare();
       std::string answers = Languages();
       if (seteuid(user) != 0) {
@@ -284,7 +284,7 @@ std::string Repeated(size_t count, const std::string& text) {
   return repeated;
 }
 
-/// The file, as `defaults` writes it, with `elements` before the languages.
+/// A file as `defaults` writes it, with `elements` before the languages.
 std::string XML(const std::string& elements) {
   return kXMLDeclaration +
          "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
@@ -358,7 +358,7 @@ TEST_F(AppleLanguagesOfAnotherUser, ComeWithoutEntities) {
 }
 
 TEST_F(AppleLanguagesOfAnotherUser, MayBeHiddenInAnotherEncoding) {
-  // Nested deeper than the check of XML can see; a file's length bounds it.
+  // The check of XML does not see this nesting; only the limit of a file's length bounds it.
   SaveDefaults("NSGlobalDomain",
                "<?xml version=\"1.0\" encoding=\"UTF-7\"?>" + Repeated(4300, "+ADw-array+AD4-"));
   EXPECT_EQ("it it it", AroundASwitch());

@@ -1,4 +1,5 @@
-// What the port's array new asks of the C library, whose functions this executable replaces.
+// The calls that the port's array new makes to the C library; this executable replaces the
+// functions.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdint.h>
@@ -7,7 +8,7 @@
 
 #include <new>
 
-// Declared by the C++ library only for compilers that call it by themselves.
+// The C++ library declares it only for compilers with sized deallocation.
 void operator delete[](void* block, size_t size) noexcept;
 
 extern "C" void* __libc_malloc(size_t size);
@@ -16,7 +17,7 @@ extern "C" void __libc_free(void* block);
 
 namespace {
 
-/// What is asked for, and how it is answered, between two resets.
+/// The calls since the last reset, and the results that they are to have.
 struct Calls {
   bool isOutOfMemory;
   int adviceResult;

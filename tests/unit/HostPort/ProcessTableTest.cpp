@@ -27,7 +27,7 @@ using testing::Contains;
 
 constexpr int kCapacity = 65536;
 
-/// The list as it is, with its zeros.
+/// The whole list, including the zeros.
 std::vector<int> WholeList() {
   std::vector<int> pids(kCapacity);
   const int size = proc_listpids(PROC_ALL_PIDS, 0, pids.data(), kCapacity * int{sizeof(int)});
@@ -44,11 +44,11 @@ std::vector<int> ListPIDs() {
   return pids;
 }
 
-/// A process that does nothing until the object goes.
+/// A process that does nothing, and ends with the object.
 class Child {
  public:
-  /// Runs a copy of /bin/sleep at `executable`, or the test itself for an empty path.
-  /// In the child, `prepare` comes first.
+  /// Runs `prepare` in the child, then a copy of /bin/sleep at `executable`, or the test itself for
+  /// an empty path.
   explicit Child(
       const std::string& executable = std::string(), const char* name = nullptr,
       const std::function<bool()>& prepare = [] { return true; }) {
@@ -71,7 +71,7 @@ class Child {
         pause();
       }
     }
-    // Closed by exec, or by the child.
+    // Returns when exec, or the end of the child, closes the other end.
     close(ready[1]);
     char byte = 0;
     EXPECT_EQ(0, read(ready[0], &byte, 1));
@@ -85,7 +85,7 @@ class Child {
   Child& operator=(const Child&) = delete;
 
   pid_t pid() const { return pid_; }
-  /// False when it has ended, since it could not be prepared or executed.
+  /// False when it could not be prepared or executed, and has ended.
   bool isRunning() const {
     siginfo_t info = {};
     return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT | WNOHANG) == 0 &&
@@ -182,7 +182,7 @@ TEST(ProcessTable, ProcessesThatStartAfterTheSizeWasAskedForPushNoneOut) {
 TEST(ProcessTable, ABufferThatIsTooSmallIsFilledAndNeverExceeded) {
   const std::vector<int> pids = ListPIDs();
   for (const int size : {0, 3, 4, 7, 8}) {
-    // Of its very size, so that a sanitizer sees a byte beyond.
+    // Exactly as long as needed, so that a sanitizer sees a write after the end.
     std::vector<char> buffer(static_cast<size_t>(size));
     int nothing = 0;
     void* const place = size == 0 ? static_cast<void*>(&nothing) : buffer.data();
@@ -261,7 +261,7 @@ TEST(ProcessPath, OfAnotherFileThatIsMountedThereElsewhereIsNone) {
   errno = 0;
   EXPECT_EQ("", PathOf(child.pid()));
   EXPECT_EQ(ENXIO, errno);
-  // Nor when either file has gone.
+  // The same when either file has been removed.
   std::filesystem::remove(disguised);
   ASSERT_EQ(path + " (deleted)", std::filesystem::read_symlink(link));
   EXPECT_EQ("", PathOf(child.pid()));

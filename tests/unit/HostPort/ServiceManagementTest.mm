@@ -51,7 +51,7 @@ class ServiceManagementTest : public testing::Test {
     const Boolean result = SMJobSubmit(domain, (CFDictionaryRef)job_, nullptr, &error);
     return Reason(result, error);
   }
-  /// The reason when `key` has another value, or none for nil.
+  /// The errno for the job with `value` for `key`, or without `key` if `value` is nil.
   int ReasonWith(NSString* key, id value) {
     id before = [[job_ objectForKey:key] retain];
     value == nil ? [job_ removeObjectForKey:key] : [job_ setObject:value forKey:key];
@@ -160,10 +160,10 @@ TEST_F(ServiceManagementTest, OutputIsOpenedWithTheCallersRights) {
 
 constexpr char kObject[] = "/org/freedesktop/systemd1/unit/x";
 
-/// systemd with one unit, or none: what it says of the unit, one answer after the other.
+/// A systemd that has one unit, or no unit, and whose answers about it are set by the test.
 class SystemdTest : public ServiceManagementTest {
  protected:
-  /// Answers as systemd does, by the fields below.
+  /// Answers as systemd does, from the fields below.
   int Answer(sd_bus_message* call) {
     const std::string member = sd_bus_message_get_member(call);
     if (member == refusedMember_) {
@@ -232,7 +232,7 @@ TEST_F(SystemdTest, AJobIsATransientService) {
   EXPECT_EQ(std::string("StartTransientUnit ") + kUnit, call.name);
   EXPECT_FALSE(call.mayInteract);
   EXPECT_THAT(call.text, HasSubstr(std::string("STRING \"") + kUnit + "\"; STRING \"fail\";"));
-  // Path, then arguments with the path as it was given, then that nothing in them is expanded.
+  // The path, the arguments (first the path as it was given), and the flag against expansion.
   EXPECT_THAT(call.text, HasSubstr(std::string("STRUCT \"sasas\" { STRING \"") + path +
                                    "\"; ARRAY \"s\" { STRING \"" + tool +
                                    "\"; STRING \"$HOME %n\"; STRING \"\"; }; "

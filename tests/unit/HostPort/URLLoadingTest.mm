@@ -25,7 +25,7 @@
 
 namespace {
 
-// Only a failing test waits so long.
+// Only a failing test waits this long.
 constexpr NSTimeInterval kLongest = 60;
 
 class URLLoadingTest : public testing::Test {
@@ -52,7 +52,7 @@ TEST_F(URLLoadingTest, CallsItsClientInTheDefaultModeOnly) {
     [loop runMode:mode beforeDate:[NSDate date]];
     EXPECT_TRUE(receiver_->codes.empty()) << [mode UTF8String];
   }
-  // The failure is ready, and comes in the first turn.
+  // The failure is already known, and is delivered in the first turn.
   [loop runMode:NSDefaultRunLoopMode beforeDate:[NSDate dateWithTimeIntervalSinceNow:kLongest]];
   EXPECT_EQ(std::vector<NSInteger>{NSURLErrorBadURL}, receiver_->codes);
   EXPECT_EQ(std::vector<std::string>{[NSDefaultRunLoopMode UTF8String]}, receiver_->modes);

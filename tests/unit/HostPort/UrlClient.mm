@@ -9,7 +9,7 @@
 //     --cancel-after SECONDS cancels from a timer, whatever has come
 //     --refuse-redirect      answers nil to connection:willSendRequest:redirectResponse:
 //     --reason               also prints a failure's reason
-//     --summary              tells of data only in sum, and at the end how often the run loop
+//     --summary              prints data only in sum, and at the end how often the run loop
 //                            turned and the most memory that the process took, in kilobytes
 //
 // URLs load at the same time; each line begins with the URL's number. Exit status 0 when every load
@@ -38,7 +38,7 @@ struct Options {
 
 Options gOptions;
 
-/// How long callbacks of a cancelled load are waited for: none may come.
+/// How long the program waits for callbacks of a cancelled load, which must not come.
 constexpr NSTimeInterval kLinger = 0.2;
 
 int gLoading;
@@ -198,7 +198,7 @@ void LoadAll(char** urls, int count) {
   NSRunLoop* loop = [NSRunLoop currentRunLoop];
   unsigned turns = 0;
   while (gLoading > 0) {
-    // A timer that fires does not end a turn, the one that cancels included.
+    // A timer that fires, such as the one that cancels, does not end a turn.
     NSDate* limit = gOptions.cancelDelay > 0 ? [NSDate dateWithTimeIntervalSinceNow:kLinger]
                                              : [NSDate distantFuture];
     [loop runMode:NSDefaultRunLoopMode beforeDate:limit];

@@ -10,7 +10,7 @@
 
 #include "tests/unit/support/EndChild.h"
 
-/// What `question` answers in a process of its own, which it may spoil.
+/// The answer of `question` in a process of its own, whose state it may change.
 inline std::string AskedElsewhere(const std::function<std::string()>& question) {
   int answer[2];
   EXPECT_EQ(0, pipe(answer));

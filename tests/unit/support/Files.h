@@ -1,5 +1,5 @@
-// What tests do with files, over POSIX. The names are those of std::filesystem, which macOS has
-// from 10.15 on only: the tests must run on the oldest macOS. A path is a std::string.
+// Functions of files for tests, over POSIX. The names are those of std::filesystem, which the tests
+// cannot use: macOS has it from 10.15 on only. A path is a std::string.
 #pragma once
 
 #include <dirent.h>
@@ -29,7 +29,7 @@ inline bool Expect(bool isDone, const char* what, const std::string& path) {
 
 // ---- Questions. Links are followed, except by is_symlink and symlink_exists.
 
-/// Whether there is such an entry and it has the type, one of S_IFMT's; any type for 0.
+/// Whether the entry exists and has the type `type`, one of S_IFMT's; any type for 0.
 inline bool HasType(const std::string& path, mode_t type, bool followsLinks = true) {
   struct stat status = {};
   const int result = followsLinks ? stat(path.c_str(), &status) : lstat(path.c_str(), &status);
@@ -168,7 +168,7 @@ inline void current_path(const std::string& folder) {
   Expect(chdir(folder.c_str()) == 0, "chdir", folder);
 }
 
-/// A file, a link or an empty folder. Returns false, without a failure, when there is none.
+/// A file, a link or an empty folder. Returns false, without a failure, when it does not exist.
 inline bool remove(const std::string& path) {
   if (::remove(path.c_str()) == 0) {
     return true;
@@ -177,8 +177,8 @@ inline bool remove(const std::string& path) {
   return false;
 }
 
-/// With everything in it, also below paths that are longer than the system takes. Links are not
-/// followed. Does not fail the test: what cannot be removed stays.
+/// Removes everything in it as well, also at paths longer than the system accepts. Links are not
+/// followed. Does not fail the test: items that cannot be removed stay.
 inline void remove_all(const std::string& path) {
   std::string root = path;
   char* const roots[] = {root.data(), nullptr};

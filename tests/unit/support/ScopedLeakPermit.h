@@ -1,4 +1,4 @@
-// For calls of the platform that leak, where no function of its own could name the leak.
+// For calls of the platform that leak, if a suppression could not name a function of the leak.
 #pragma once
 
 #ifndef __has_feature
@@ -9,8 +9,8 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
-/// What the thread allocates in the object's scope, and what only that leads to, is not a leak to
-/// LeakSanitizer. Around one call of the platform, never of this project.
+/// LeakSanitizer ignores what the thread allocates while the object exists, and what only that
+/// refers to. Use it around one call of the platform, never of this project.
 class ScopedLeakPermit {
  public:
 #if __has_feature(address_sanitizer)

@@ -1,4 +1,4 @@
-// Gives a method of the platform another implementation for the length of a scope.
+// Replaces a method of the platform for the length of a scope.
 #pragma once
 
 #import <Foundation/Foundation.h>
@@ -12,8 +12,8 @@ class ScopedMethodReplacement {
  public:
   enum Kind { kInstanceMethod, kClassMethod };
 
-  /// Replaces the method that `cls` answers `selector` with, its own or an inherited one. Throws
-  /// when there is none.
+  /// Replaces the method of `cls` for `selector`, its own or an inherited one. Throws when `cls`
+  /// has no such method.
   ScopedMethodReplacement(Class cls, SEL selector, IMP implementation, Kind kind = kInstanceMethod)
       : method_(kind == kClassMethod ? class_getClassMethod(cls, selector)
                                      : class_getInstanceMethod(cls, selector)) {

@@ -10,7 +10,7 @@
 
 #include "tests/unit/support/Files.h"
 
-/// A new empty folder that goes, with everything in it, when the object does.
+/// A new empty folder, which the destructor removes with everything in it.
 class TemporaryFolder {
  public:
   TemporaryFolder() {

@@ -1,4 +1,4 @@
-// Between the strings of the tests and the platform's.
+// Conversion between the strings of the tests and the platform's.
 #pragma once
 
 #import <Foundation/Foundation.h>

@@ -1,11 +1,11 @@
 // Array new over huge pages.
 //
-// The LZMA encoder's tables and the payload's buffers are hundreds of megabytes that are
-// walked at random or touched once. macOS's allocator takes large blocks from the kernel in
-// large pieces; glibc's leaves Linux to hand them out 4 KiB at a time, one page fault each,
-// and the encoder's random look-ups then miss the TLB. Blocks of some size are therefore
-// aligned to the huge page and marked for it (madvise(2), MADV_HUGEPAGE); where the kernel
-// has no transparent huge pages, nothing changes.
+// The LZMA encoder's tables and the payload's buffers are hundreds of megabytes that are walked at
+// random or touched once. macOS's allocator takes large blocks from the kernel in large pieces;
+// glibc's leaves Linux to hand them out 4 KiB at a time, one page fault each, and the encoder's
+// random look-ups then miss the TLB. Blocks of 8 MiB and more are therefore aligned to the huge
+// page and marked for it (madvise(2), MADV_HUGEPAGE); where the kernel has no transparent huge
+// pages, nothing changes.
 #include <sys/mman.h>
 
 #include <cstddef>

@@ -7,7 +7,7 @@ namespace {
 
 constexpr char kZoneFolder[] = "/usr/share/zoneinfo/";
 
-/// What follows `start` in `text`; null when `text` begins otherwise.
+/// The rest of `text` after `start`; null when `text` does not begin with it.
 KP_UNINSTRUMENTED const char* After(const char* text, const char* start) {
   while (*start != '\0' && *text == *start) {
     ++text;

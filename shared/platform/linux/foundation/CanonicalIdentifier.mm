@@ -43,8 +43,8 @@ NSString* CanonicalLanguage(NSString* code) {
   return [result isEqualToString:@"no"] ? @"nb" : result;
 }
 
-/// Whether macOS leaves the script out of the identifier, being the usual one of the language, in
-/// `region` where `separator` is not empty.
+/// Whether macOS leaves `script` out of the identifier because it is the usual one of `language`,
+/// in `region` unless that is empty.
 bool IsRedundantScript(NSString* script, NSString* language, NSString* separator,
                        NSString* region) {
   if ([separator isEqualToString:@"-"] || [language isEqualToString:@"ko"] ||

@@ -1,4 +1,4 @@
-// Files of user defaults that belong to a user whom the process need not trust.
+// Files of user defaults that belong to a user whom the process does not trust.
 #pragma once
 
 #import <Foundation/Foundation.h>

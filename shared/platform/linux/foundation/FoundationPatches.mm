@@ -28,7 +28,8 @@ bool IsRegularFile(int descriptor) {
 }
 
 /// GNUstep flushes all file systems of the machine with sync(2). Raises like the handle's other
-/// methods when the disk reports an error; what cannot be flushed at all, a pipe, is not an error.
+/// methods when the disk reports an error. A descriptor that cannot be flushed, such as a pipe's,
+/// is not an error.
 void SynchronizeFile(id self, SEL /*selector*/) {
   const int descriptor = [self fileDescriptor];
   if (fsync(descriptor) == 0) {
@@ -63,7 +64,7 @@ using URLForDirectoryMethod = NSURL* (*)(id, SEL, NSSearchPathDirectory, NSSearc
                                          NSURL*, BOOL, NSError**);
 URLForDirectoryMethod s_urlForDirectory;
 
-/// GNUstep has a core-services folder of its own. The system's is where macOS has it.
+/// GNUstep has a core-services folder of its own. This returns macOS's path for the system's.
 NSURL* URLForDirectory(id self, SEL selector, NSSearchPathDirectory directory,
                        NSSearchPathDomainMask domain, NSURL* url, BOOL create, NSError** error) {
   if (directory == NSCoreServiceDirectory && domain == NSSystemDomainMask) {

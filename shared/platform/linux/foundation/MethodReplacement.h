@@ -3,13 +3,14 @@
 
 #import <Foundation/Foundation.h>
 
-/// Makes `implementation` the one that instances of the class named `className` run for
-/// `selector`, and returns the one that they ran before. For class methods, `onClass` is true.
+/// Replaces the method `selector` of the class named `className` by `implementation`: an instance
+/// method, or a class method if `onClass` is true. Returns the former implementation. Call it from
+/// `+load`.
 ///
-/// A class method can then be the first that a class ever runs, before `+initialize`: GCC's runtime
-/// enters the replacement in the table that classes without one yet share. An implementation that
-/// calls the former one sends `self` some other message before.
+/// A replaced class method can run before `+initialize`: GCC's runtime enters it in the table that
+/// all classes share until they are initialized. An implementation that calls the former one must
+/// therefore send `self` another message first.
 ///
-/// Ends the process with a message when there is no such method: without the patch the port would
-/// only seem to work. Called from `+load`.
+/// Ends the process with a message when the class has no such method: without the replacement the
+/// port would only seem to work.
 IMP ReplaceMethod(const char* className, SEL selector, IMP implementation, bool onClass = false);

@@ -18,7 +18,7 @@ NSString* const kGlobalDomainFile = @"NSGlobalDomain.plist";
 /// Enough for every entry that libc's own tools accept.
 constexpr size_t kPasswordEntrySize = size_t{64} * 1024;
 
-/// A POSIX locale: language, region, and what a language's identifier does not have.
+/// A POSIX locale: language, region, and the rest, which a language's identifier does not have.
 NSString* const kLocale = @"^([A-Za-z]{2,3})(?:_([^_.@]*))?(?:[.@][\\s\\S]*)?$";
 
 /// The language of the POSIX locale `locale`, such as "zh_TW.UTF-8" or "de_AT@euro", in the form of
@@ -39,7 +39,7 @@ NSString* LanguageOfLocale(NSString* locale) {
                          ? [locale substringWithRange:regionRange]
                          : @"";
   if ([language isEqualToString:@"zh"]) {
-    // POSIX locales name the region alone.
+    // POSIX locales name a region instead of a script.
     NSArray* traditional = [NSArray arrayWithObjects:@"HK", @"MO", @"TW", nil];
     language = [traditional containsObject:[region uppercaseString]] ? @"zh-Hant" : @"zh-Hans";
   }
@@ -131,8 +131,8 @@ id LanguagesSavedByUser(uid_t userID) {
 using ObjectForKeyMethod = id (*)(id, SEL, NSString*);
 ObjectForKeyMethod s_objectForKey;
 
-/// The effective user at the start, whose files Foundation reads: it keeps them when the effective
-/// user changes, as macOS does not.
+/// The effective user at the start. Foundation keeps that user's defaults when the effective user
+/// changes; macOS does not.
 uid_t s_firstUser;
 
 /// AppleLanguages among the arguments of the program, which hold for every user; nil without.

@@ -8,8 +8,8 @@
 
 namespace {
 
-// GNUstep removes it from the arguments again. It warns on standard error, for instance about files
-// that cannot be read, where macOS only returns nil.
+// An argument that silences GNUstep's warnings on standard error, for instance about files that
+// cannot be read; macOS only returns nil. GNUstep removes it from the arguments.
 constexpr char kSilenceWarnings[] = "--GNU-Debug=NoWarn";
 
 constexpr unsigned char kLastASCII = 0x7F;
@@ -18,8 +18,8 @@ constexpr char kSubstitute = '?';
 char** s_argv;
 char** s_environment;
 
-/// Keeps the kernel's arrays; of the environment, what EnvironmentFilter.h has left in it. The C
-/// library calls constructors like main; this one comes before those by which classes are loaded.
+/// Keeps the kernel's arrays, the environment after EnvironmentFilter.h has removed variables. The
+/// C library passes main's arguments to constructors; this one runs before those that load classes.
 __attribute__((constructor(101))) void KeepArguments(int /*argc*/, char** argv,
                                                      char** environment) {
   s_argv = argv;
@@ -28,7 +28,7 @@ __attribute__((constructor(101))) void KeepArguments(int /*argc*/, char** argv,
 
 bool IsUTF8(const char* text) { return [NSString stringWithUTF8String:text] != nil; }
 
-/// The argument if it is UTF-8, otherwise what of it is ASCII.
+/// The argument; if it is not UTF-8, with a '?' for each byte that is not ASCII.
 std::string ReadableArgument(const char* argument) {
   std::string readable = argument;
   if (!IsUTF8(argument)) {

@@ -8,6 +8,6 @@
 /// a property list. Returns false for malformed binary lists and XML; for more than 512 levels of a
 /// binary list or of XML; for a binary list with more than a million values or more than 64 MiB of
 /// repeated content; for text with more than 4096 opening brackets; for XML that begins with white
-/// space or with "<!"; and for GNUstep's own serialization. (The format of binary lists is
-/// described in CFBinaryPList.c in the sources of Core Foundation.)
+/// space, a byte order mark or "<!"; and for GNUstep's own serialization. (The format of binary
+/// lists is described in CFBinaryPList.c in the sources of Core Foundation.)
 bool IsSafePropertyList(NSData* data);

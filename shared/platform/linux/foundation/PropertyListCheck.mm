@@ -8,8 +8,8 @@
 
 namespace {
 
-/// GNUstep's own serialization of lists begins with a byte below this, which text never does. The
-/// counts in it are believed and allocated for. macOS does not read it.
+/// GNUstep's own serialization of lists begins with a byte below this, which text never does.
+/// GNUstep allocates memory for the counts in it unchecked. macOS does not read it.
 constexpr unsigned char kFirstByteOfText = '\t';
 
 constexpr size_t kGreatestDepth = 512;
@@ -33,8 +33,8 @@ constexpr uint64_t kTopField = 16;
 constexpr uint64_t kTableField = 24;
 constexpr uint64_t kFieldSize = 8;
 
-/// A value that is referred to more than once is read, and takes memory, as often. So few bytes
-/// could stand for any number of them.
+/// GNUstep reads a value, and allocates memory for it, once for each reference, so a few bytes
+/// could take any amount of memory.
 constexpr uint64_t kMostVisits = 1000000;
 constexpr uint64_t kMostRepeatedBytes = 64U << 20U;
 
@@ -59,7 +59,7 @@ enum ObjectType : unsigned int {
 /// An object: what its first byte says, and where its contents begin.
 struct Object {
   unsigned int type;
-  /// Of items or bytes; of a number, the exponent of its size.
+  /// The number of items or bytes; for a number, the exponent of its size.
   uint64_t count;
   uint64_t position;
 };
@@ -94,7 +94,7 @@ class BinaryCheck {
     return number;
   }
 
-  /// Whether `count` items of `size` bytes from `position` on lie before the table.
+  /// Whether `count` items of `size` bytes from `position` on are before the table.
   bool Fits(uint64_t position, uint64_t count, uint64_t size) const {
     return position <= table_ && count <= (table_ - position) / size;
   }
@@ -196,8 +196,8 @@ class BinaryCheck {
 
 // ---- Text
 
-/// Each opening bracket can make GNUstep's parser call itself. All of them count, since what closes
-/// one may be in a comment or in a string; so does every such byte of text in UTF-16.
+/// Each opening bracket can make GNUstep's parser call itself. All are counted, because a closing
+/// bracket may be in a comment or in a string. In UTF-16 text every byte of that value is counted.
 constexpr ptrdiff_t kMostBrackets = 4096;
 
 bool IsOpeningBracket(char character) { return character == '(' || character == '{'; }

@@ -1,4 +1,4 @@
-// Property lists: safe to parse, and binary ones in files.
+// Property lists: checked before they are parsed, and binary ones read from files.
 #import <Foundation/Foundation.h>
 
 #include <cstring>
@@ -63,7 +63,8 @@ bool IsBinaryPropertyList(NSData* data) {
          memcmp([data bytes], kBinaryPropertyList, length) == 0;
 }
 
-/// Makes `self` the dictionary that the property list `data` is; nil when it is not one.
+/// Initializes `self` with the dictionary in the property list `data`; nil when it is not a
+/// dictionary.
 id InitWithPropertyList(id self, NSData* data) {
   id properties = [NSPropertyListSerialization propertyListWithData:data
                                                             options:NSPropertyListImmutable

@@ -11,7 +11,8 @@ constexpr long kSecondsPerMinute = 60;
 
 /// The offset that holds now, in whole minutes, as offsets are printed. GNUstep reads Debian's
 /// /etc/timezone, which may be missing or stale, and complains at length on standard error when it
-/// does not name a zone. Foundation has no zone more than 18 hours from GMT, which is used then.
+/// does not name a zone. Foundation has no zone more than 18 hours from GMT; GMT itself is used
+/// then.
 NSTimeZone* SystemTimeZone(id /*self*/, SEL /*selector*/) {
   const time_t now = time(nullptr);
   struct tm local;

@@ -35,8 +35,8 @@ namespace {
 using InitWithPathMethod = id (*)(id, SEL, NSString*);
 InitWithPathMethod s_initLockWithPath;
 
-/// GNUstep reads no defaults without their lock. It complains about one in a home that cannot be
-/// written, and waits, for a minute at worst, for one that was left behind. The product only reads
+/// GNUstep reads no defaults without their lock. It prints a complaint when the home cannot be
+/// written, and waits up to a minute for a lock that was left over. The product only reads
 /// defaults, and a file of them is replaced as a whole: a reader needs no lock.
 id InitLockWithPath(id self, SEL selector, NSString* path) {
   if ([[path lastPathComponent] isEqualToString:kDefaultsLock]) {
@@ -49,7 +49,8 @@ id InitLockWithPath(id self, SEL selector, NSString* path) {
 using CreateDirectoryMethod = BOOL (*)(id, SEL, NSString*, BOOL, NSDictionary*, NSError**);
 CreateDirectoryMethod s_createDirectory;
 
-/// Only in the folder of the user's own defaults: others may have a ".lck" that is made for use.
+/// Whether `path` is the folder of the user's own defaults or the ".lck" in it. A ".lck" elsewhere
+/// is created as usual.
 bool IsForTheDefaultsLock(NSString* path) {
   NSString* defaults = [GSDefaultsRootForUser(NSUserName()) stringByStandardizingPath];
   return [path isEqualToString:defaults] ||

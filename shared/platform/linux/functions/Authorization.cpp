@@ -88,7 +88,7 @@ OSStatus AskPolkit(const char* action, bool mayInteract) {
   return result < 0 ? OSStatus{errAuthorizationInternal} : ReadAnswer(reply, mayInteract);
 }
 
-/// A pipe whose ends are no standard streams and are closed on exec. Both are -1 on failure.
+/// A pipe whose ends are not standard streams and are closed on exec. Both are -1 on failure.
 struct Pipe {
   Pipe() {
     int ends[2];
@@ -106,7 +106,7 @@ struct Pipe {
 
   bool IsOpen() const { return readEnd >= 0 && writeEnd >= 0; }
   void CloseWriteEnd() { Close(writeEnd); }
-  /// Hands the end to read over as a stream.
+  /// Passes the read end to `stream`, which then owns it.
   OSStatus OpenReadEnd(FILE** stream) {
     *stream = fdopen(readEnd, "r");
     if (*stream == nullptr) {
@@ -146,7 +146,7 @@ bool FillStandardStreams() {
   return null >= 0 && dup2(null, STDIN_FILENO) >= 0;
 }
 
-/// What a child executes, prepared before fork(2). Its array ends with a null pointer.
+/// The program that a child executes, prepared before fork(2). Both arrays end with a null pointer.
 struct Command {
   std::vector<char*> arguments;
   std::vector<char*> environment;
@@ -154,7 +154,8 @@ struct Command {
   bool hasOutput;
 };
 
-/// In the child: as at the start of a program, every signal has its default action and is let in.
+/// In the child: as at the start of a program, every signal has its default action and none is
+/// blocked.
 void ResetSignals() {
   for (int each = 1; each < NSIG; ++each) {
     (void)signal(each, SIG_DFL);
@@ -208,10 +209,10 @@ std::string ReadStart(pid_t pid, const char* file, char end) {
   return start;
 }
 
-/// Whether the child, which has closed its status pipe, has become the tool; else it is pkexec
-/// still, has been refused, and ends. Files are closed in the midst of exec and of exit, so it may
-/// take a moment to show which of them it is. A process that has ended keeps its name until it is
-/// waited for; when the caller ignores SIGCHLD that is at once, and the name is lost.
+/// Whether the child, which has closed its status pipe, has become the tool. Otherwise it is still
+/// pkexec, which was refused and is ending. The pipe is closed in the middle of exec and of exit,
+/// so this waits until it shows which of the two it was. A process that has ended keeps its name
+/// until it is waited for; if the caller ignores SIGCHLD, the name is lost at once.
 bool BecameTool(pid_t child) {
   for (;;) {
     const std::string program = ReadStart(child, "cmdline", '\0');
@@ -244,7 +245,7 @@ void ReapInBackground(pid_t child) {
   std::unique_ptr<pid_t> argument(new pid_t(child));
   pthread_t thread;
   if (pthread_create(&thread, nullptr, ReapChild, argument.get()) == 0) {
-    // The thread's now.
+    // Owned by the thread now.
     (void)argument.release();
     pthread_detach(thread);
   }
@@ -260,8 +261,8 @@ OSStatus CheckPkexec(bool mayInteract) {
   return mayInteract ? OSStatus{errAuthorizationSuccess} : AskPolkit(kExecute, false);
 }
 
-/// What is executed: the tool, or pkexec with the tool's absolute path, since it would look a
-/// relative one up in its own list of folders. Empty when there is no such tool.
+/// The command line: the tool, or pkexec with the tool's absolute path, because pkexec would look a
+/// relative one up in its own list of folders. With pkexec, empty when there is no such tool.
 std::vector<std::string> CommandLine(const char* tool, char* const* arguments, bool isPkexec) {
   std::vector<std::string> line;
   if (isPkexec) {
@@ -279,7 +280,7 @@ std::vector<std::string> CommandLine(const char* tool, char* const* arguments, b
   return line;
 }
 
-/// fork(2), with all signals blocked in the child: the caller's handlers are not for it.
+/// fork(2), with all signals blocked in the child, which must not run the caller's handlers.
 pid_t ForkBlocked() {
   sigset_t all;
   sigset_t before;
@@ -292,8 +293,8 @@ pid_t ForkBlocked() {
   return child;
 }
 
-/// The environment of what is executed: pkexec makes one of its own for the tool, but what the
-/// superuser runs directly gets only what can be trusted.
+/// The environment of what is executed. pkexec makes one of its own for the tool; a tool that the
+/// superuser runs directly gets only the trusted variables.
 std::vector<char*> ToolEnvironment(bool isPkexec) {
   std::vector<char*> environment;
   for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
@@ -321,7 +322,7 @@ OSStatus AwaitTool(pid_t child, const Pipe& status, bool isPkexec) {
   return errAuthorizationSuccess;
 }
 
-/// Starts what is to be executed. `communicationsPipe`, where given, receives a stream of its
+/// Starts the command `line`. `communicationsPipe`, unless it is null, receives a stream of its
 /// output.
 OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicationsPipe) {
   Command command = {{}, ToolEnvironment(isPkexec), isPkexec, communicationsPipe != nullptr};

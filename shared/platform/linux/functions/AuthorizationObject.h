@@ -1,4 +1,4 @@
-// What is behind an AuthorizationRef.
+// The object that an AuthorizationRef points to.
 #pragma once
 
 #include <Security/Authorization.h>
@@ -8,7 +8,7 @@ struct AuthorizationObject {
   bool mayInteract;
 };
 
-/// Null for NULL.
+/// Returns the object of `authorization`; null for NULL.
 inline AuthorizationObject* ObjectOf(AuthorizationRef authorization) {
   return reinterpret_cast<AuthorizationObject*>(
       const_cast<struct AuthorizationOpaqueRef*>(authorization));

@@ -39,8 +39,9 @@ bool FindConsoleSession(uid_t& user, bool& isGreeter) {
   return exists;
 }
 
-/// The user's new name, and the group. Without a passwd entry the name is the id in decimal, and
-/// the group stays as it is. Nil when the name service fails, and when the name is not UTF-8.
+/// Returns the user's name, which the caller releases, and sets `group`. Without a passwd entry the
+/// name is the id in decimal, and the group stays as it is. Nil when the name service fails, and
+/// when the name is not UTF-8.
 NSString* CopyUserName(uid_t user, gid_t& group) {
   const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kPasswdBuffer]);
   if (buffer == nullptr) {

@@ -121,7 +121,7 @@ bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-/// The path of the executable that /proc/PID/exe, `link`, stands for; empty with errno when it
+/// The path of the executable that `link`, a /proc/PID/exe, leads to; empty with errno when it
 /// cannot be read, or when the caller finds another file there. The link names the path in the
 /// mount namespace where the file was opened, in which any user may have mounted anything over any
 /// path.
@@ -153,8 +153,8 @@ int proc_listpids(uint32_t type, uint32_t /*typeinfo*/, void* buffer, int buffer
     errno = EINVAL;
     return 0;
   }
-  // The ids whose size was asked for last. The list that is asked for next holds no others, so
-  // that no user can push a process out of the caller's buffer by starting many meanwhile.
+  // The ids that the last call without a buffer counted. The next list holds no others, so that no
+  // user can push a process out of the caller's buffer by starting many meanwhile.
   thread_local std::vector<pid_t> s_announced;
   std::vector<pid_t> pids;
   pids.swap(s_announced);
@@ -183,7 +183,7 @@ int proc_pidpath(int pid, void* buffer, uint32_t buffersize) {
   (void)snprintf(link, sizeof(link), "/proc/%d/exe", pid);
   std::string path = ReadExecutable(link);
   if (path.empty() && (errno == EACCES || errno == EPERM)) {
-    // Of another user's process only systemd knows it, and only if it started the process.
+    // Only systemd reports the path of another user's process, and only if it started the process.
     path = JobExecutable(pid);
     errno = EPERM;
   } else if (path.empty() && errno == ENOENT) {

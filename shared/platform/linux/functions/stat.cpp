@@ -29,7 +29,7 @@ int SetFlags(int descriptor, uint32_t flags) {
   if (fstat(descriptor, &status) != 0) {
     return errno;
   }
-  // To anything else the request is one of its own driver.
+  // For a device, the request number means whatever its driver defines.
   if (!HasFlags(status.st_mode)) {
     return EOPNOTSUPP;
   }
@@ -50,7 +50,7 @@ int lchflags(const char* path, uint32_t flags) {
     errno = EOPNOTSUPP;
     return -1;
   }
-  // Before anything is opened: to open a device can be to act on it.
+  // Checked before the item is opened, because opening a device may have effects.
   struct stat status = {};
   if (lstat(path, &status) != 0) {
     return -1;

@@ -13,7 +13,7 @@ namespace {
 constexpr int32_t kCPUTypeX86 = 7;
 constexpr int32_t kCPUTypeARM64 = 0x0100000C;
 
-/// What macOS would answer on a machine that uname(2) calls `machineName`.
+/// The values that macOS has on a machine that uname(2) calls `machineName`.
 struct Processor {
   const char* machineName;
   int32_t type;
@@ -55,7 +55,7 @@ int Fail(int error) {
 extern "C" int sysctlbyname(const char* name, void* oldp, size_t* oldlenp, void* newp,
                             size_t /*newlen*/) {
   if (oldp == nullptr || newp != nullptr) {
-    return Fail(EINVAL);  // Sizes are not asked for, and nothing can be set.
+    return Fail(EINVAL);  // Asking for the size and setting a value are not supported.
   }
   const int32_t* const value = ValueOf(name);
   if (value == nullptr) {

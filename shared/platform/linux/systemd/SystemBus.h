@@ -5,8 +5,8 @@
 
 #include <memory>
 
-/// A connection that is closed with the object. Every call waits for its answer, so nothing is left
-/// to flush, which could wait forever for a bus that hangs.
+/// Closes a connection without flushing it, which could wait forever for a bus that hangs. Nothing
+/// is left to flush, because every call waits for its answer.
 struct BusCloser {
   void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
 };
@@ -36,7 +36,7 @@ class BusError {
 constexpr uint64_t kInteractionMicroseconds = 300'000'000;
 
 /// How long the bus may take to accept a connection, and how long each call's answer may take, in
-/// microseconds. It is alone in its file, so that a test can have another.
+/// microseconds. Defined in a file of its own, so that a test can replace it.
 uint64_t BusTimeLimit();
 
 /// Connects to the system's bus and waits until it has accepted the connection. Returns null, with

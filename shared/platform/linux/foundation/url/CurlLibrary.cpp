@@ -35,7 +35,8 @@ struct LoadedLibrary {
   }
 
  private:
-  /// First: an older release may lack functions, too.
+  /// Called before FindAll(), since an older release may also lack functions. Returns false with
+  /// `failure` set.
   bool CheckRelease(void* handle) {
     const auto info =
         reinterpret_cast<decltype(&curl_version_info)>(dlsym(handle, "curl_version_info"));

@@ -21,11 +21,11 @@ struct CurlLibrary {
 #undef KP_CURL_MEMBER
 };
 
-/// Loads and initializes the library at the first call, from any thread. Linked instead, it would
-/// cost every start of every program 4 ms of processor time, a quarter of it, and 3 MiB.
-/// Returns nullptr when the library cannot be loaded or is older than release 7.87, and at every
-/// later call; `*reason` then says why, in the words of the dynamic linker or of libcurl where they
-/// failed. The text lives as long as the program.
+/// Loads and initializes the library at the first call, from any thread. It is not linked, because
+/// then every program would pay for it at its start. Returns nullptr, and does so at every later
+/// call, when the library cannot be loaded or is older than release 7.87. `*reason` then says why,
+/// in the words of the dynamic linker or of libcurl if the failure is theirs; the text lives as
+/// long as the program.
 const CurlLibrary* LoadedCurlLibrary(const char** reason);
 
 /// The library that LoadedCurlLibrary() has returned before.

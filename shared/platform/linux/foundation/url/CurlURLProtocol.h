@@ -12,23 +12,24 @@ class Poller;
 /// are taken too, to fail as on macOS. Only GET without headers or a body of its own is supported;
 /// every other request fails.
 ///
-/// One object serves one request, wholly on the run loop of the thread that started it, in the
-/// default mode: one descriptor is watched there, so that nothing is polled and every callback ends
-/// a -runMode:beforeDate:. libcurl never calls the client from inside itself; a client may cancel,
-/// or release any object, in every callback.
+/// One object serves one request, on the run loop of the thread that started it, in the default
+/// mode. The run loop watches one descriptor, so nothing is polled, and every callback ends a
+/// -runMode:beforeDate:. The client is never called from inside libcurl, so it may cancel, or
+/// release any object, in every callback.
 ///
-/// What the client receives, as on macOS:
+/// The client receives, as on macOS:
 /// - A redirect (301, 302, 303, 307 or 308 with a Location) goes to
-///   URLProtocol:wasRedirectedToRequest:redirectResponse:, which starts the next request; only that
-///   one's response reaches the delegate. A client that does not follow receives the redirect
-///   itself as the response. At most 16 redirects, and only to http and https.
+///   URLProtocol:wasRedirectedToRequest:redirectResponse:. A client that follows it starts the next
+///   request, and only that request's response reaches the delegate; another client receives the
+///   redirect itself as the response. At most 16 redirects are followed, and only to http and
+///   https.
 /// - The response arrives with its headers, before the body; its expectedContentLength is -1 when
 ///   the server did not send one. Every HTTP status is a response, not an error.
 /// - The body arrives in chunks as the server sends them. No content coding is requested.
 /// - The request's time-out is an idle time: it restarts whenever the server sends something. While
 ///   connecting, from the name's look-up to the end of the TLS handshake, it is the whole time.
-/// - Headers and trailers of more than 1 MiB fail, on Linux alone. A body may be of any length: see
-///   SynchronousLoading.mm for those that are collected in memory.
+/// - Headers and trailers of more than 1 MiB are a failure, on Linux only. A body may have any
+///   length, except one that is collected in memory: see SynchronousLoading.mm.
 /// - A failure is an NSError of NSURLErrorDomain with a localized description, libcurl's own words
 ///   as the failure reason, and the failing URL.
 ///

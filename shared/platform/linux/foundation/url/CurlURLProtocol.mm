@@ -17,11 +17,11 @@
 
 namespace {
 
-/// Header lines of a reply, those of interim replies and the trailers included. libcurl bounds each
-/// line, and not in every release their sum.
+/// Header lines of a reply, those of interim replies and the trailers included. libcurl limits each
+/// line, but not in every release their sum.
 constexpr size_t kMostHeadBytes = size_t{1024} * 1024;
 
-constexpr long kFirstFinalStatus = 200;  // Smaller ones announce the reply proper.
+constexpr long kFirstFinalStatus = 200;  // Smaller ones are interim replies.
 
 int SocketCallback(CURL*, curl_socket_t socket, int what, void* poller, void*) {
   static_cast<Poller*>(poller)->Watch(socket, what);

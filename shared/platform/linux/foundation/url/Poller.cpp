@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kMostReadyDescriptors = 8;
 
-/// A timer further away than this many seconds would never be seen to end.
+/// The longest time of a timer, in seconds.
 constexpr double kLongest = 1e9;
 
 void StartTimer(int timer, double seconds) {

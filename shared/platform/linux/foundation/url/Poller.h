@@ -1,9 +1,9 @@
-// One descriptor for the run loop that stands for all that a transfer waits for.
+// One descriptor that represents to the run loop everything that a transfer waits for.
 #pragma once
 
 #include <curl/curl.h>
 
-/// Watches libcurl's sockets and two timers. Nothing in it waits.
+/// Watches libcurl's sockets and two timers. No method blocks.
 class Poller {
  public:
   Poller();
@@ -14,13 +14,14 @@ class Poller {
   /// False when no descriptors are left; then nothing else may be called.
   bool IsOpen() const { return isOpen_; }
 
-  /// It is readable while something is ready.
+  /// Returns the descriptor, which is readable while a socket or a timer is ready.
   int Descriptor() const { return poller_; }
 
-  /// Watches `socket` for `what`, as libcurl's CURLMOPT_SOCKETFUNCTION is called.
+  /// Watches `socket` for `what`, or no longer. The values are those that libcurl passes to its
+  /// CURLMOPT_SOCKETFUNCTION.
   void Watch(curl_socket_t socket, int what);
 
-  /// Starts a timer, or starts it again: it is ready once, after `seconds`.
+  /// Starts or restarts a timer that expires once, after `seconds`.
   void StartWakeTimer(double seconds);
   void StopWakeTimer();
   void StartIdleTimer(double seconds);
@@ -28,11 +29,11 @@ class Poller {
   /// What Serve() found.
   struct Activity {
     bool isHeard;  ///< A socket was ready.
-    bool isIdle;   ///< The idle timer was.
+    bool isIdle;   ///< The idle timer had expired.
   };
 
-  /// Passes every ready socket and an expired wake timer to `multi`, and stops that timer. `multi`
-  /// may be null: nothing is passed then. Does not wait. Returns what was ready.
+  /// Passes every ready socket and an expired wake timer to `multi` (nothing if that is null), and
+  /// stops that timer. Returns what was ready.
   Activity Serve(CURLM* multi);
 
  private:

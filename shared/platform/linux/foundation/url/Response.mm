@@ -18,7 +18,7 @@
 
 namespace {
 
-/// Text of a header, which is UTF-8 or, by its history, Latin-1.
+/// Text of a header, which is UTF-8 or else Latin-1.
 NSString* HeaderText(const char* bytes) {
   return [NSString stringWithUTF8String:bytes]
              ?: [NSString stringWithCString:bytes encoding:NSISOLatin1StringEncoding];

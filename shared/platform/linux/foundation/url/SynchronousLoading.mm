@@ -5,10 +5,9 @@
 #import "shared/platform/linux/foundation/url/URLErrors.h"
 
 // +[NSURLConnection sendSynchronousRequest:returningResponse:error:] makes a connection whose
-// delegate, of a class of its own, collects the body until the request's time-out. No other request
-// has such a delegate, which distinguishes it from an asynchronous request: that one's client sees
-// every chunk and can cancel, whereas a caller that waits for the whole body cannot stop a server
-// that never ends it.
+// delegate collects the body until the request's time-out. Only synchronous requests have a
+// delegate of that class. The client of an asynchronous request sees every chunk and can cancel,
+// but a caller that waits for the whole body cannot stop a server that never ends it.
 
 /// Foundation's delegate of a synchronous request.
 @interface NSObject (DataCollector)

@@ -1,4 +1,4 @@
-// What libcurl is asked to do for a request.
+// libcurl's options for a request.
 #pragma once
 
 #import <Foundation/Foundation.h>
@@ -12,5 +12,5 @@ NSInteger CheckRequest(NSURLRequest* request, const char** reason);
 /// The time-out of `request`, in seconds; 60 when it does not set one, as on macOS.
 NSTimeInterval TimeoutOf(NSURLRequest* request);
 
-/// Prepares `transfer` for `request`, which has passed CheckRequest(). libcurl copies all of it.
+/// Prepares `transfer` for `request`, which has passed CheckRequest(). libcurl copies the values.
 void SetTransferOptions(CURL* transfer, NSURLRequest* request);

@@ -17,7 +17,7 @@ constexpr NSTimeInterval kDefaultTimeout = 60;
 /// most, so this bounds the chunks.
 constexpr long kReceiveBufferSize = 16L * 1024;
 
-/// As macOS builds it: program and version, then the library that speaks.
+/// As macOS builds it: program and version, then the HTTP library and its version.
 NSString* UserAgent() {
   NSString* version =
       [[NSBundle mainBundle] objectForInfoDictionaryKey:@"CFBundleVersion"] ?: @"(unknown version)";

@@ -1,4 +1,4 @@
-// What follows an HTTP redirect.
+// HTTP redirects: the request that follows one, and what it inherits.
 #pragma once
 
 #import <Foundation/Foundation.h>

@@ -14,7 +14,7 @@ typedef const struct __CFDictionary* CFDictionaryRef;
 /// An NSError.
 typedef struct __CFError* CFErrorRef;
 
-/// A constant string. In Objective-C only, whose compiler makes it.
+/// A constant string; available in Objective-C only.
 #ifdef __OBJC__
 #define CFSTR(text) ((CFStringRef) @"" text)
 #endif

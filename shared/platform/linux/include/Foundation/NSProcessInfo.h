@@ -1,7 +1,7 @@
 // GNUstep's process information, with the uptime as macOS declares it.
 #pragma once
 
-// GNUstep declares an integer, which would hide the method's result from every caller.
+// GNUstep declares an integer result. Renamed, so that callers see only the declaration below.
 #define systemUptime KPUptimeInWholeSeconds
 #include_next <Foundation/NSProcessInfo.h>
 #undef systemUptime

@@ -14,11 +14,12 @@ typedef const struct __SCDynamicStore* SCDynamicStoreRef;
 /// or text. The caller releases it. For a login screen's session it is "loginwindow", as on
 /// macOS; for a user id without a passwd entry, its decimal text.
 ///
-/// Returns NULL, and leaves the ids as they are, when no session is in the foreground, when the one
-/// there is closing, when logind does not run, when the passwd entry cannot be looked up (which is
-/// not the same as no entry), and when the name in it is not UTF-8. `store` is ignored. `uid` and
-/// `gid` may be NULL; they receive the session's user (of a login screen: the one that it runs as)
-/// and that user's primary group, (gid_t)-1 without a passwd entry.
+/// Returns NULL, and leaves the ids as they are, when no session is in the foreground, when that
+/// session is closing, and when logind does not run; except for a login screen, also when the
+/// passwd entry cannot be looked up (unlike a missing entry) and when the name in it is not UTF-8.
+/// `store` is ignored. `uid` and `gid` may be NULL; they receive the session's user (of a login
+/// screen: the one that it runs as) and that user's primary group, (gid_t)-1 without a passwd
+/// entry.
 CFStringRef SCDynamicStoreCopyConsoleUser(SCDynamicStoreRef store, uid_t* uid, gid_t* gid);
 
 #ifdef __cplusplus

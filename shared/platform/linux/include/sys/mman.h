@@ -1,6 +1,6 @@
-// What macOS means by MADV_FREE: the contents of the pages are no longer needed, and they
-// are given back. Linux's own of that name leaves them with the process until memory is
-// short; MADV_DONTNEED releases private pages at once (madvise(2) of both systems).
+// What macOS means by MADV_FREE: the contents of the pages are no longer needed, and the pages are
+// released. Linux's own MADV_FREE leaves them with the process until memory is short; MADV_DONTNEED
+// releases private pages at once (madvise(2) of both systems).
 #pragma once
 
 #include_next <sys/mman.h>

@@ -21,12 +21,13 @@ extern "C" {
 
 /// Sets the flags of the file or folder at `path` to `flags`, a sum of those above, as lchflags(2)
 /// of macOS does: flags that are not in the sum are cleared, and a link in the last component is
-/// not followed. Linux keeps one flag for each pair of UF_ and SF_ flags (chattr(1): i, a, and d),
-/// only root may change the first two, and what its file systems keep besides stays as it is.
+/// not followed. Linux has one flag for each pair of UF_ and SF_ flags (chattr(1): i and a, which
+/// only root may change) and one for UF_NODUMP (d). Other flags of its file systems stay as they
+/// are.
 ///
-/// Returns 0, or -1 with errno set: EOPNOTSUPP for what is neither a file nor a folder, for a file
-/// system without flags and for any other flag; EPERM without the right; open(2)'s otherwise,
-/// because Linux opens what it sets flags of.
+/// Returns 0, or -1 with errno set: EOPNOTSUPP for an item that is neither a file nor a folder, for
+/// a file system without flags and for a flag that is not listed above; EPERM without the right;
+/// otherwise an error of open(2), because Linux sets flags on an open file.
 int lchflags(const char* path, uint32_t flags);
 
 #ifdef __cplusplus
