@@ -19,6 +19,7 @@ import pytest
 import blob
 import finalizer_log
 import system_calls
+from exchanger import ROUNDS
 from install_root import (BLOB, BUNDLE, EXPRESS_FLAG, INSTALL_VECTOR, InstallRoot, LOG, Node,
                           OPEN_CALLS, PREVIOUS_VERSION, PROGRAMS, ROOT_HOME, SETTINGS, SUPPORT,
                           VOLUME, tree_of)
@@ -194,16 +195,11 @@ class Machine:
         return self.root.execute([*prefix, FINALIZER, "/", "-disableAnalytics"], timeout=500,
                                  **options)
 
-    def run_under_strace(self, command):
-        """A run that the beginning `command` looks at, or disturbs."""
-        # What strace looks at cannot be looked at for leaks.
-        return self.run(*command, check_leaks=False)
-
     def calls(self):
         """The calls of a run from its first look at a file of the product's own on, or at who is
         at the console: those of the first thread, and those of all others."""
         self.reset()
-        result = self.run_under_strace(system_calls.tracing(TRACE))
+        result = self.run(*system_calls.tracing(TRACE))
         assert result.status == 0, result
         self.check_everything_is_done()
         first, others = system_calls.read_trace(self.root.path(TRACE))
@@ -542,7 +538,7 @@ def test_every_system_call_fails_once(build, small_blob, tmp_path):
                 return
             machine = own_machines[index]
             machine.reset()
-            result = machine.run_under_strace(call.failing("error=" + error, FAULT))
+            result = machine.run(*call.failing("error=" + error, FAULT))
             try:
                 assert system_calls.has_failed(machine.root.path(FAULT), call)
                 check_fault(machine, result, call, error, stage)
@@ -649,7 +645,7 @@ def test_roots_own_way_to_the_log_fails_once(machine):
         machine.root.write(USER_LOG, "", mode=0o600)
 
     lay_log()
-    assert machine.run_under_strace(system_calls.tracing(TRACE)).status == 0
+    assert machine.run(*system_calls.tracing(TRACE)).status == 0
     first, _ = system_calls.read_trace(machine.root.path(TRACE))
     start = next(index for index, call in enumerate(first)
                  if (call.name, call.given) == ("openat", "."))
@@ -660,7 +656,7 @@ def test_roots_own_way_to_the_log_fails_once(machine):
     for call in way:
         for error in FAULTS[call.name]:
             lay_log()
-            result = machine.run_under_strace(call.failing("error=" + error, FAULT))
+            result = machine.run(*call.failing("error=" + error, FAULT))
             assert system_calls.has_failed(machine.root.path(FAULT), call), call
             assert result.status == 0, (call, error)
             assert machine.tree(BUNDLE) == NEW_TREE, (call, error)
@@ -672,8 +668,7 @@ def test_roots_own_way_to_the_log_fails_once(machine):
 # With 6 to 8 a request can be begun and, as a rule, not carried out: it ends after its 30 seconds.
 @pytest.mark.parametrize("limit", [4, 5, 6, 7, 9, 10, 12])
 def test_few_descriptors(machine, limit):
-    # Naming the functions of leaks starts another program, which needs descriptors.
-    result = machine.run("prlimit", f"--nofile={limit}:{limit}", check_leaks=False)
+    result = machine.run("prlimit", f"--nofile={limit}:{limit}")
     assert result.status == 0, result
     # Beside the log's: the blob's, that of the way back, and one for each file and folder in turn.
     # A request that is not carried out keeps its own.
@@ -743,6 +738,7 @@ def stage_of(machine, is_removal):
     return "writing"
 
 
+@pytest.mark.release_only("no sanitizer reports what a killed program has done")
 def test_killed_at_each_change_and_run_again(machine, small_blob):
     first, _ = machine.calls()
     blob_is_read = next(index for index, call in enumerate(first)
@@ -753,7 +749,7 @@ def test_killed_at_each_change_and_run_again(machine, small_blob):
     for call, is_removal in moments:
         machine.reset()
         # The call is not carried out.
-        result = machine.run_under_strace(call.failing("signal=KILL", FAULT))
+        result = machine.run(*call.failing("signal=KILL", FAULT))
         assert result.status == SIGNALLED + signal.SIGKILL, call
         machine.check_surroundings()
         stages[stage_of(machine, is_removal)] += 1
@@ -775,7 +771,8 @@ def test_killed_at_each_change_and_run_again(machine, small_blob):
     print(f"killed at {len(moments)} moments:", dict(stages))
 
 
-def test_killed_at_random_moments(install_root, tmp_path, rounds):
+@pytest.mark.release_only("no sanitizer reports what a killed program has done")
+def test_killed_at_random_moments(install_root, tmp_path):
     numbers = random.Random(1)
     bundle = tmp_path / "Large.plugin"
     bundle.mkdir()
@@ -789,14 +786,14 @@ def test_killed_at_random_moments(install_root, tmp_path, rounds):
         install_root.write(f"{BUNDLE}/old", b"old")
         install_root.lay_blob(packed)
         return install_root.execute(
-            ["timeout", "--signal=KILL", f"{seconds:.4f}", FINALIZER, "/"], check_leaks=False)
+            ["timeout", "--signal=KILL", f"{seconds:.4f}", FINALIZER, "/"])
 
     start = time.monotonic()
     assert run_killed_after(60).status == 0
     duration = time.monotonic() - start
     killed = drawn = 0
     # A moment may come too late, even each of a few. One of 50 does not.
-    while drawn < rounds or killed == 0 and drawn < 50:
+    while drawn < ROUNDS or killed == 0 and drawn < 50:
         drawn += 1
         moment = numbers.uniform(0.001, duration)
         result = run_killed_after(moment)
@@ -827,11 +824,12 @@ def has_overlap(lines):
     return [finalizer_log.STARTED] * 2 in [stamps[index:index + 2] for index in range(len(stamps))]
 
 
-def test_two_finalizers_on_one_log(install_root, small_blob, rounds):
+@pytest.mark.release_only("a race shows nothing more when it is slowed down")
+def test_two_finalizers_on_one_log(install_root, small_blob):
     install_root.mkdir(VOLUME + "/Library/Internet Plug-Ins/PepperKorvelPlayer")
     done = 0
     # On one core, the first may be done before the other begins.
-    while done < rounds or not has_overlap(install_root.log("alice")) and done < 10 * rounds:
+    while done < ROUNDS or not has_overlap(install_root.log("alice")) and done < 10 * ROUNDS:
         done += 1
         install_root.lay_blob(small_blob)
         install_root.lay_blob(small_blob, VOLUME)
@@ -848,6 +846,7 @@ def test_two_finalizers_on_one_log(install_root, small_blob, rounds):
     assert has_overlap(lines)
 
 
+@pytest.mark.release_only("a race shows nothing more when it is slowed down")
 def test_two_loggers_on_one_log(build, install_root):
     count = 500
     turns = 0
