@@ -27,23 +27,24 @@ def pytest_addoption(parser):
 
 
 def pytest_configure(config):
+    config.addinivalue_line("markers", "release_only(reason): is not run with the sanitizer build")
     try:
         vendor_config.set_tested(vendor_config.read(config.getoption("--build")))
     except OSError as error:
         raise pytest.UsageError(f"{error}: build first") from error
 
 
+def pytest_collection_modifyitems(config, items):
+    if pathlib.Path(config.getoption("--build")).name == "asan":
+        left_out = [item for item in items if item.get_closest_marker("release_only")]
+        config.hook.pytest_deselected(items=left_out)
+        items[:] = [item for item in items if item not in left_out]
+
+
 @pytest.fixture(scope="session")
 def build(request):
     """The build folder under test."""
     return pathlib.Path(request.config.getoption("--build")).resolve()
-
-
-@pytest.fixture(scope="session")
-def rounds(build):
-    """How often a race is run: less often with a sanitizer, which slows the finalizer down. The
-    release build shows what a race can show."""
-    return 5 if build.name == "asan" else 25
 
 
 def _program(build, name):

@@ -283,6 +283,7 @@ def sleepers_of_another_user(booted):
         booted.ask("kill", *pids.split())
 
 
+@pytest.mark.release_only("it waits for other processes; the other tests make the same calls")
 @pytest.mark.parametrize("user", ALLOWED)
 @pytest.mark.parametrize("meanwhile, children", [
     (contextlib.nullcontext, 15), (daemon_reload, 0), (sleepers_of_another_user, 0)])
@@ -301,6 +302,7 @@ def test_younger_processes_do_not_end_the_wait(tool, user, meanwhile, children):
         assert launched.result() == (True, b"first\nlast\n")
 
 
+@pytest.mark.release_only("it waits for other processes; the other tests make the same calls")
 @pytest.mark.parametrize("user", ALLOWED)
 def test_what_another_user_mounts_over_the_tool_does_not_pass_for_it(tool, user):
     # On a slow machine the launch may be given up before the impostor is there.

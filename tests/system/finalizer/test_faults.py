@@ -19,6 +19,7 @@ import pytest
 import blob
 import finalizer_log
 import system_calls
+from exchanger import ROUNDS
 from install_root import (BLOB, BUNDLE, EXPRESS_FLAG, INSTALL_VECTOR, InstallRoot, LOG, Node,
                           OPEN_CALLS, PREVIOUS_VERSION, PROGRAMS, ROOT_HOME, SETTINGS, SUPPORT,
                           VOLUME, tree_of)
@@ -194,16 +195,11 @@ class Machine:
         return self.root.execute([*prefix, FINALIZER, "/", "-disableAnalytics"], timeout=500,
                                  **options)
 
-    def run_under_strace(self, command):
-        """A run under `command`, which traces or disturbs it."""
-        # A process that strace traces cannot be checked for leaks.
-        return self.run(*command, check_leaks=False)
-
     def calls(self):
         """The calls of a run, from the first on a file of the product or of the console user on:
         those of the first thread, and those of all others."""
         self.reset()
-        result = self.run_under_strace(system_calls.tracing(TRACE))
+        result = self.run(*system_calls.tracing(TRACE))
         assert result.status == 0, result
         self.check_everything_is_done()
         first, others = system_calls.read_trace(self.root.path(TRACE))
@@ -545,7 +541,7 @@ def test_every_system_call_fails_once(build, small_blob, tmp_path):
                 return
             machine = own_machines[index]
             machine.reset()
-            result = machine.run_under_strace(call.failing("error=" + error, FAULT))
+            result = machine.run(*call.failing("error=" + error, FAULT))
             try:
                 assert system_calls.has_failed(machine.root.path(FAULT), call)
                 check_fault(machine, result, call, error, stage)
@@ -652,7 +648,7 @@ def test_roots_own_way_to_the_log_fails_once(machine):
         machine.root.write(USER_LOG, "", mode=0o600)
 
     lay_log()
-    assert machine.run_under_strace(system_calls.tracing(TRACE)).status == 0
+    assert machine.run(*system_calls.tracing(TRACE)).status == 0
     first, _ = system_calls.read_trace(machine.root.path(TRACE))
     start = next(index for index, call in enumerate(first)
                  if (call.name, call.given) == ("openat", "."))
@@ -663,7 +659,7 @@ def test_roots_own_way_to_the_log_fails_once(machine):
     for call in way:
         for error in FAULTS[call.name]:
             lay_log()
-            result = machine.run_under_strace(call.failing("error=" + error, FAULT))
+            result = machine.run(*call.failing("error=" + error, FAULT))
             assert system_calls.has_failed(machine.root.path(FAULT), call), call
             assert result.status == 0, (call, error)
             assert machine.tree(BUNDLE) == NEW_TREE, (call, error)
@@ -675,8 +671,7 @@ def test_roots_own_way_to_the_log_fails_once(machine):
 # With 6 to 8 a request can begin but, as a rule, not be completed: it ends after its 30 seconds.
 @pytest.mark.parametrize("limit", [4, 5, 6, 7, 9, 10, 12])
 def test_few_descriptors(machine, limit):
-    # Naming the functions of leaks starts another program, which needs descriptors.
-    result = machine.run("prlimit", f"--nofile={limit}:{limit}", check_leaks=False)
+    result = machine.run("prlimit", f"--nofile={limit}:{limit}")
     assert result.status == 0, result
     # Needed besides the log's descriptor: the blob's, the previous working directory's, and one for
     # each file and folder in turn. A request that is not completed keeps its own.
@@ -746,6 +741,7 @@ def stage_of(machine, is_removal):
     return "writing"
 
 
+@pytest.mark.release_only("no sanitizer reports what a killed program has done")
 def test_killed_at_each_change_and_run_again(machine, small_blob):
     first, _ = machine.calls()
     blob_is_read = next(index for index, call in enumerate(first)
@@ -756,7 +752,7 @@ def test_killed_at_each_change_and_run_again(machine, small_blob):
     for call, is_removal in moments:
         machine.reset()
         # The call is not carried out.
-        result = machine.run_under_strace(call.failing("signal=KILL", FAULT))
+        result = machine.run(*call.failing("signal=KILL", FAULT))
         assert result.status == SIGNALLED + signal.SIGKILL, call
         machine.check_surroundings()
         stages[stage_of(machine, is_removal)] += 1
@@ -778,7 +774,8 @@ def test_killed_at_each_change_and_run_again(machine, small_blob):
     print(f"killed at {len(moments)} moments:", dict(stages))
 
 
-def test_killed_at_random_moments(install_root, tmp_path, rounds):
+@pytest.mark.release_only("no sanitizer reports what a killed program has done")
+def test_killed_at_random_moments(install_root, tmp_path):
     numbers = random.Random(1)
     bundle = tmp_path / "Large.plugin"
     bundle.mkdir()
@@ -792,14 +789,14 @@ def test_killed_at_random_moments(install_root, tmp_path, rounds):
         install_root.write(f"{BUNDLE}/old", b"old")
         install_root.lay_blob(packed)
         return install_root.execute(
-            ["timeout", "--signal=KILL", f"{seconds:.4f}", FINALIZER, "/"], check_leaks=False)
+            ["timeout", "--signal=KILL", f"{seconds:.4f}", FINALIZER, "/"])
 
     start = time.monotonic()
     assert run_killed_after(60).status == 0
     duration = time.monotonic() - start
     killed = drawn = 0
     # A kill may come after the run's end, even a few times in a row; 50 times is not expected.
-    while drawn < rounds or killed == 0 and drawn < 50:
+    while drawn < ROUNDS or killed == 0 and drawn < 50:
         drawn += 1
         moment = numbers.uniform(0.001, duration)
         result = run_killed_after(moment)
@@ -830,11 +827,12 @@ def has_overlap(lines):
     return [finalizer_log.STARTED] * 2 in [stamps[index:index + 2] for index in range(len(stamps))]
 
 
-def test_two_finalizers_on_one_log(install_root, small_blob, rounds):
+@pytest.mark.release_only("a race shows nothing more when it is slowed down")
+def test_two_finalizers_on_one_log(install_root, small_blob):
     install_root.mkdir(VOLUME + "/Library/Internet Plug-Ins/PepperKorvelPlayer")
     done = 0
     # On one core, the first may be done before the other begins.
-    while done < rounds or not has_overlap(install_root.log("alice")) and done < 10 * rounds:
+    while done < ROUNDS or not has_overlap(install_root.log("alice")) and done < 10 * ROUNDS:
         done += 1
         install_root.lay_blob(small_blob)
         install_root.lay_blob(small_blob, VOLUME)
@@ -851,6 +849,7 @@ def test_two_finalizers_on_one_log(install_root, small_blob, rounds):
     assert has_overlap(lines)
 
 
+@pytest.mark.release_only("a race shows nothing more when it is slowed down")
 def test_two_loggers_on_one_log(build, install_root):
     count = 500
     turns = 0

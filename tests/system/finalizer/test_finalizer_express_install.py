@@ -30,7 +30,7 @@ def lasting_flag(install_root):
 @pytest.mark.usefixtures("lasting_flag")
 def test_hand_off(install_root, finalizer_run, bundle_blob, updater):
     install_root.lay_blob(bundle_blob)
-    finalizer_run(["/"])
+    finalizer_run(["/"], check_leaks=True)
     assert install_root.open_calls() == [[REDIRECT_PAGE]]
     assert not updater.exists()
     assert updater.parent.exists()
@@ -92,7 +92,7 @@ def test_program_that_cannot_be_launched(install_root, finalizer_run, bundle_blo
     install_root.lay_blob(bundle_blob)
     install_root.has_open = False
     # Foundation leaks the task when its launch fails.
-    finalizer_run(["/", "-disableAnalytics"], check_leaks=False)
+    finalizer_run(["/", "-disableAnalytics"])
     assert not updater.exists()
     assert install_root.log("alice") == finalizer_log.success(
         "", finalizer_log.DISABLING_ANALYTICS)

@@ -30,7 +30,7 @@ def as_installed(folder):
 @pytest.mark.parametrize("compress", [False, True])
 def test_installed_bundle(install_root, finalizer_run, bundle, installed, compress):
     install_root.lay_blob(blob.pack(bundle, compress))
-    finalizer_run(["/"])
+    finalizer_run(["/"], check_leaks=True)
     assert install_root.log("alice") == finalizer_log.success()
     assert install_root.tree(BUNDLE) == installed
 
@@ -76,7 +76,7 @@ def test_second_blob_replaces_the_first(install_root, finalizer_run, bundle_blob
 
 def test_missing_blob_touches_nothing(install_root, finalizer_run, old_bundle):
     before = install_root.tree("/Library")
-    finalizer_run(["/"], status=1)
+    finalizer_run(["/"], status=1, check_leaks=True)
     assert install_root.log("alice") == finalizer_log.missing_blob()
     assert old_bundle.exists()
     assert install_root.tree("/Library") == before
@@ -157,7 +157,7 @@ def test_old_bundle_that_goes_in_part_only(install_root, finalizer_run, old_bund
     kept = "Contents/Frameworks/Old.framework/Old"
     install_root.pin(f"{BUNDLE}/{kept}")
     install_root.lay_blob(bundle_blob)
-    finalizer_run(["/"])
+    finalizer_run(["/"], check_leaks=True)
     assert install_root.log("alice") == finalizer_log.success(
         "", finalizer_log.not_removed(1, "Device or resource busy"))
     tree = install_root.tree(BUNDLE)
@@ -320,7 +320,7 @@ def test_malformed_blob_writes_nothing(install_root, finalizer_run, old_bundle, 
 def test_fault_after_good_entries_writes_nothing(install_root, finalizer_run):
     good = [blob.stored_file(f"file {number}", b"good") for number in range(20)]
     install_root.lay_blob(blob.solid_root(good + [b"\x03"]))
-    finalizer_run(["/"])
+    finalizer_run(["/"], check_leaks=True)
     assert re.fullmatch(finalizer_log.MALFORMED, install_root.log("alice")[3])
     assert_nothing_but_the_folder_left(install_root)
 

@@ -93,8 +93,7 @@ def test_signal_of_a_reader_that_has_left(install_root, finalizer, bundle_blob, 
     install_root.lay_blob(bundle_blob)
     result = install_root.execute(
         ["strace", "-f", "-qq", "-o", "/run/trace", "-P", f"/Users/alice/{LOG}", "-e", "trace=write",
-         "-e", "inject=write:error=EPIPE:signal=SIGPIPE:when=2+", f"{PROGRAMS}/finalizer", "/"],
-        check_leaks=False)
+         "-e", "inject=write:error=EPIPE:signal=SIGPIPE:when=2+", f"{PROGRAMS}/finalizer", "/"])
     assert (result.status, result.stdout, result.stderr) == (0, "", "")
     assert "SIGPIPE" in install_root.path("/run/trace").read_text()
     assert install_root.log("alice") == finalizer_log.success()[:1]

@@ -56,7 +56,7 @@ def test_unreadable_file(install_root, finalizer_run):
 def test_order_of_the_stages(install_root, finalizer_run, bundle_blob):
     install_root.write(PREVIOUS_VERSION, "32.0.0.255\n")
     install_root.lay_blob(bundle_blob)
-    finalizer_run(["/", "-disableAnalytics"])
+    finalizer_run(["/", "-disableAnalytics"], check_leaks=True)
     assert install_root.log("alice") == [
         "[I] FIN: [finalizer started]",
         "[I] FIN: Compression Output Path: '/Library/Internet Plug-Ins/PepperKorvelPlayer/"

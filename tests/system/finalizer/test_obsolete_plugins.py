@@ -49,7 +49,7 @@ def names_in(install_root, folder):
 @pytest.mark.parametrize("write", [write_file, write_bundle])
 def test_removes_each(install_root, run, write):
     lay_all(install_root, write=write)
-    run()
+    run(check_leaks=True)
     assert names_in(install_root, ROOT_HOME + FOLDER) == sorted(OTHERS)
     assert names_in(install_root, FOLDER) == ["PepperKorvelPlayer"]
 

@@ -54,7 +54,7 @@ def set_languages(install_root, user, *languages):
 
 
 def test_first_install(pingback):
-    assert pingback() == [
+    assert pingback(check_leaks=True) == [
         "GET /get/korvelplayer/update/current/install/version.xml32.0.0.269~installVector=15&os=mac"
         "&osVer=10.9.5&playerType=pep&previousVersion=0.0.0.0&lang=en&cpuWordLength=64"
         "&cpuArch=x86_64 HTTP/1.1"]
@@ -188,7 +188,7 @@ STRACE = ["strace", "-f", "-o", "/run/trace", "-e", "trace=setresuid"]
 
 
 def test_user_is_switched_for_the_log_and_for_the_language(pingback, install_root):
-    assert pingback(wrapper=STRACE, check_leaks=False) == [request()]
+    assert pingback(wrapper=STRACE) == [request()]
     calls = [line.strip() for line in switches(install_root)]
     assert [call.replace(" ", "") for call in calls] == [
         "setresuid(-1,1001,-1)=0", "setresuid(-1,0,-1)=0"] * 2
@@ -197,7 +197,7 @@ def test_user_is_switched_for_the_log_and_for_the_language(pingback, install_roo
 def test_user_that_cannot_be_switched(pingback, install_root):
     set_languages(install_root, "alice", "fr")
     wrapper = [*STRACE, "-e", "inject=setresuid:error=EPERM"]
-    requests = pingback(wrapper=wrapper, check_leaks=False)
+    requests = pingback(wrapper=wrapper)
     # The language is still read, and is now root's.
     assert requests == [request()]
     users = [line.split(",")[1].strip() for line in switches(install_root)]
@@ -208,7 +208,7 @@ def test_user_that_cannot_be_switched(pingback, install_root):
 
 def test_no_switch_without_a_user(pingback, install_root):
     install_root.set_console("loginwindow")
-    pingback(wrapper=STRACE, check_leaks=False, home=None)
+    pingback(wrapper=STRACE, home=None)
     assert switches(install_root) == []
 
 
@@ -238,7 +238,7 @@ def test_thirty_two_bit_processor(pingback):
 def test_processor_that_the_kernel_does_not_tell(pingback):
     wrapper = ["strace", "-f", "-o", "/run/trace", "-e", "trace=uname",
                "-e", "inject=uname:error=EFAULT"]
-    assert pingback(wrapper=wrapper, check_leaks=False) == [request(word="32", arch="unknown")]
+    assert pingback(wrapper=wrapper) == [request(word="32", arch="unknown")]
 
 
 # ---- Servers that do not answer

@@ -16,8 +16,8 @@ import pytest
 
 import blob
 import finalizer_log
-from exchanger import Exchanger
-from install_root import BLOB, BUNDLE, Node, PROGRAMS, SanitizerReport, tree_of
+from exchanger import Exchanger, ROUNDS
+from install_root import BLOB, BUNDLE, Node, PROGRAMS, tree_of
 
 FINALIZER = PROGRAMS + "/finalizer"
 ELSEWHERE = "/Users/bob"
@@ -83,9 +83,8 @@ def test_too_little_memory_for_the_blob(build, install_root):
     check_nothing_installed(install_root, finalizer_log.NO_MEMORY_FOR_BLOB)
 
 
-def test_too_little_memory_for_the_content(build, install_root):
-    if build.name == "asan":
-        pytest.skip("AddressSanitizer reserves terabytes of addresses, which a limit forbids")
+@pytest.mark.release_only("AddressSanitizer reserves more addresses than any limit")
+def test_too_little_memory_for_the_content(install_root):
     install_root.write(f"{BUNDLE}/old", b"old")
     size = 700 << 20
     file = blob.stored_file("a", b"")[:-4] + size.to_bytes(4, "big")
@@ -103,8 +102,7 @@ def test_blob_that_cannot_be_opened(install_root, error, reported):
     install_root.write(f"{BUNDLE}/old", b"old")
     install_root.lay_blob(blob.stored_directory("", []))
     result = install_root.execute(["strace", "-o", "/run/trace", "-P", BLOB, "-e",
-                                   f"inject=openat:error={error}", FINALIZER, "/"],
-                                  check_leaks=False)
+                                   f"inject=openat:error={error}", FINALIZER, "/"])
     assert (result.status, result.stderr) == (0, "")
     why = os.strerror(getattr(errno, error))
     check_nothing_installed(install_root,
@@ -120,7 +118,7 @@ NOT_PERMITTED = os.strerror(errno.EPERM)
 def run_removing_nothing(install_root):
     result = install_root.execute(
         ["strace", "-qq", "-o", "/dev/null", "-e", "trace=unlink,unlinkat,rmdir",
-         "-e", "inject=unlink,unlinkat,rmdir:error=EPERM", FINALIZER, "/"], check_leaks=False)
+         "-e", "inject=unlink,unlinkat,rmdir:error=EPERM", FINALIZER, "/"])
     assert (result.status, result.stdout, result.stderr) == (0, "", "")
 
 
@@ -245,13 +243,13 @@ def victim(install_root):
     return install_root.tree(VICTIM)
 
 
-def exchange_in_rounds(install_root, victim, rounds, prepare):
+def exchange_in_rounds(install_root, victim, prepare):
     """Runs the finalizer in rounds while another process exchanges a folder of the bundle with a
     link to the victim's. Returns how often that has succeeded."""
     target = f"{BUNDLE}/Contents/folder"
     own = install_root.path(ELSEWHERE + "/own")
     exchanges = 0
-    for _ in range(rounds):
+    for _ in range(ROUNDS):
         for path in (install_root.path(BUNDLE), own):
             if path.is_symlink():
                 path.unlink()
@@ -266,27 +264,29 @@ def exchange_in_rounds(install_root, victim, rounds, prepare):
     return exchanges
 
 
-def test_folder_exchanged_while_the_old_bundle_is_removed(install_root, victim, rounds):
+@pytest.mark.release_only("a race shows nothing more when it is slowed down")
+def test_folder_exchanged_while_the_old_bundle_is_removed(install_root, victim):
     def prepare(target):
         for number in range(200):
             install_root.write(f"{target}/file {number}", b"old")
         install_root.write(f"{target}/inner/file 0", b"old")
         install_root.lay_blob(blob.solid_root([], compress=False))
 
-    exchanges = exchange_in_rounds(install_root, victim, rounds, prepare)
+    exchanges = exchange_in_rounds(install_root, victim, prepare)
     assert exchanges > 0
-    print(f"{exchanges} exchanges in {rounds} rounds")
+    print(f"{exchanges} exchanges in {ROUNDS} rounds")
 
 
-def test_folder_exchanged_while_the_bundle_is_written(install_root, victim, rounds):
+@pytest.mark.release_only("a race shows nothing more when it is slowed down")
+def test_folder_exchanged_while_the_bundle_is_written(install_root, victim):
     entries = [blob.stored_directory("inner", files(1)), *files(400)]
     payload = blob.solid_root([blob.stored_directory("Contents", [
         blob.stored_directory("folder", entries)])], compress=False)
 
-    exchanges = exchange_in_rounds(install_root, victim, rounds,
+    exchanges = exchange_in_rounds(install_root, victim,
                                    lambda target: install_root.lay_blob(payload))
     assert exchanges > 0
-    print(f"{exchanges} exchanges in {rounds} rounds")
+    print(f"{exchanges} exchanges in {ROUNDS} rounds")
 
 
 # ---- Two at once, and a blob that another process holds
@@ -295,11 +295,12 @@ def test_folder_exchanged_while_the_bundle_is_written(install_root, victim, roun
 BEFORE_THE_LOCK = finalizer_log.success()[:3]
 
 
-def test_two_finalizers(install_root, rounds):
+@pytest.mark.release_only("a race shows nothing more when it is slowed down")
+def test_two_finalizers(install_root):
     whole = {".": Node("directory", 0o775)}
     whole.update({f"file {number}": Node("file", 0o664, b"x" * 5000) for number in range(300)})
     payload = blob.solid_root(files(300, b"x" * 5000), compress=False)
-    for number in range(rounds):
+    for number in range(ROUNDS):
         install_root.lay_blob(payload)
         install_root.write(f"{BUNDLE}/old", b"old")
         result = install_root.execute(
@@ -388,7 +389,7 @@ def test_blob_that_is_held_for_ever(install_root):
         # The pauses are skipped.
         result = install_root.execute(
             ["strace", "-qq", "-o", "/run/trace/calls", "-e", "trace=flock,clock_nanosleep",
-             "-e", "inject=clock_nanosleep:retval=0", FINALIZER, "/"], check_leaks=False)
+             "-e", "inject=clock_nanosleep:retval=0", FINALIZER, "/"])
     assert (result.status, result.stderr) == (0, "")
     assert install_root.log("alice") == finalizer_log.success("", finalizer_log.HELD_BLOB)
     assert set(install_root.tree(BUNDLE)) == {".", "file 0", "file 1"}

@@ -180,7 +180,8 @@ def test_log_for_which_the_users_group_counts(install_root, run):
     assert [path.stat().st_uid for path in logs.iterdir()] == [ALICE]
 
 
-def test_log_exchanged_while_it_is_opened(install_root, run, rounds):
+@pytest.mark.release_only("a race shows nothing more when it is slowed down")
+def test_log_exchanged_while_it_is_opened(install_root, run):
     """The user exchanges the log and a link all the time: nothing is appended to root's file."""
     secret = install_root.write("/etc/secret", "secret\n", mode=0o600)
     log = own(install_root.write(USER_LOG, ""))
@@ -188,19 +189,20 @@ def test_log_exchanged_while_it_is_opened(install_root, run, rounds):
     own_link(install_root, f"{LOGS}/missing", "/etc/ld.so.preload")
     exchanges = sum(run_beside_attacker(install_root, run, [log, log.with_name("link"),
                                                             log, log.with_name("missing")])
-                    for _ in range(rounds))
+                    for _ in range(exchanger.ROUNDS))
     assert exchanges > 0
     assert secret.read_text() == "secret\n"
     assert not install_root.path("/etc/ld.so.preload").exists()
 
 
-def test_folder_of_logs_exchanged_while_root_goes_down(install_root, run, rounds):
+@pytest.mark.release_only("a race shows nothing more when it is slowed down")
+def test_folder_of_logs_exchanged_while_root_goes_down(install_root, run):
     """The log is root's, so root itself enters its folders."""
     target = install_root.write(f"/etc/{pathlib.Path(LOG).name}", "secret\n", mode=0o600)
     install_root.write(USER_LOG, "", mode=0o600)
     own_link(install_root, "/Users/alice/Library/link", "/etc")
     pair = [install_root.path(LOGS), install_root.path("/Users/alice/Library/link")]
-    exchanges = sum(run_beside_attacker(install_root, run, pair) for _ in range(rounds))
+    exchanges = sum(run_beside_attacker(install_root, run, pair) for _ in range(exchanger.ROUNDS))
     assert exchanges > 0
     assert target.read_text() == "secret\n"
 
@@ -291,8 +293,9 @@ def lay_race(install_root, folder):
 PLUGIN = f"/Users/alice{FOLDER}/{NAMES[0]}"
 
 
+@pytest.mark.release_only("a race shows nothing more when it is slowed down")
 @pytest.mark.parametrize("place", [EXPRESS_FLAG, f"/Users/alice{UPDATER}", PLUGIN])
-def test_folder_whose_parts_are_exchanged_while_it_is_removed(install_root, run, place, rounds):
+def test_folder_whose_parts_are_exchanged_while_it_is_removed(install_root, run, place):
     treasure = lay_treasure(install_root)
     before = tree_of(treasure)
     if place != EXPRESS_FLAG:
@@ -300,7 +303,7 @@ def test_folder_whose_parts_are_exchanged_while_it_is_removed(install_root, run,
         install_root.write(EXPRESS_FLAG, "")
         install_root.pin(EXPRESS_FLAG)
     exchanges = 0
-    for _ in range(rounds):
+    for _ in range(exchanger.ROUNDS):
         pairs = lay_race(install_root, place)
         exchanges += run_beside_attacker(install_root, run, pairs, env={"HOME": "/Users/alice"})
         assert tree_of(treasure) == before
@@ -418,11 +421,10 @@ def test_fifo_in_the_place_of_a_file_that_is_read(install_root, run, file, log):
 # ---- Stages that fail
 
 
-def test_want_of_memory_ends_one_stage(install_root, bundle_blob, installed, build):
+@pytest.mark.release_only("AddressSanitizer reserves more addresses than any limit")
+def test_want_of_memory_ends_one_stage(install_root, bundle_blob, installed):
     """The note of the previous version is larger than memory. The installation, the opt-out and the
     last line are there, and the line that says why."""
-    if "asan" in build.name:
-        pytest.skip("AddressSanitizer reserves terabytes of addresses, which a limit forbids")
     install_root.lay_blob(bundle_blob)
     with install_root.write(PREVIOUS_VERSION, "").open("wb") as file:
         file.truncate(300 << 20)

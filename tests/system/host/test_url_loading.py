@@ -66,7 +66,7 @@ def body_of(lines):
 @pytest.mark.parametrize("server", [PLAIN, TLS])
 def test_plain_answer(sandbox, server):
     url = f"{server}/plain"
-    assert sandbox.load(url) == ["0 started", response(url), "0 data hello", "0 finish 5"]
+    assert sandbox.load(url, check_leaks=True) == ["0 started", response(url), "0 data hello", "0 finish 5"]
 
 
 @pytest.mark.parametrize("server", [NGINX, NGINX_TLS])
@@ -197,7 +197,7 @@ def test_password_file_is_not_read(sandbox):
 
 def test_redirect_is_told_and_followed(sandbox):
     target = f"{TLS}/plain"
-    assert sandbox.load(f"{PLAIN}/absolute") == [
+    assert sandbox.load(f"{PLAIN}/absolute", check_leaks=True) == [
         "0 started", response(f"{PLAIN}/absolute", status=302, event="redirect"),
         f"0 to GET {target}", response(target), "0 data hello", "0 finish 5"]
 
@@ -319,7 +319,7 @@ def test_failure_of_a_synchronous_load(sandbox, url, error):
 
 def test_what_came_before_a_drop_is_told(sandbox):
     url = f"{PLAIN}/short"
-    assert sandbox.load(url) == ["0 started", response(url, length=1000, mime="text/plain"),
+    assert sandbox.load(url, check_leaks=True) == ["0 started", response(url, length=1000, mime="text/plain"),
                                  "0 data part", failure(LOST)]
 
 
@@ -391,7 +391,7 @@ def test_waiting_is_not_busy(sandbox):
 @pytest.mark.parametrize("callback,path", [("redirect", "loop"), ("response", "plain"),
                                            ("data", "chunked")])
 def test_nothing_follows_a_cancel_inside_a_callback(sandbox, callback, path):
-    lines = sandbox.load("--cancel-in", callback, f"{PLAIN}/{path}")
+    lines = sandbox.load("--cancel-in", callback, f"{PLAIN}/{path}", check_leaks=True)
     assert lines[-1:] == CANCELLED
     assert not [line for line in lines if "finish" in line or "fail" in line]
 
@@ -399,7 +399,7 @@ def test_nothing_follows_a_cancel_inside_a_callback(sandbox, callback, path):
 @pytest.mark.parametrize("url", [f"{PLAIN}/silence", f"{PLAIN}/stall", f"{TLS}/silence",
                                  "http://silent.test/"])
 def test_nothing_follows_a_cancel_while_waiting(sandbox, url):
-    assert sandbox.load("--cancel-after", "0.3", url)[-1:] == CANCELLED
+    assert sandbox.load("--cancel-after", "0.3", url, check_leaks=True)[-1:] == CANCELLED
 
 
 # Surroundings
@@ -407,7 +407,8 @@ def test_nothing_follows_a_cancel_while_waiting(sandbox, url):
 
 def test_synchronous_answers(sandbox):
     lines = sandbox.load("--sync", f"{PLAIN}/absolute", f"{PLAIN}/chunked", f"{PLAIN}/missing",
-                         f"{PLAIN}/empty", f"{NGINX_TLS}/big.bin")
+                         f"{PLAIN}/empty", f"{NGINX_TLS}/big.bin",
+                         check_leaks=True)
     assert [line for line in lines if "finish" in line] == [
         "0 finish 5", "1 finish 11", "2 finish 8", "3 finish 0", f"4 finish {BIG_FILE_SIZE}"]
 

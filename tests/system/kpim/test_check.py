@@ -54,7 +54,7 @@ def check(install_root, kpim):
 
     def run(status=0):
         result = install_root.run(["check", "--json"], program="kpim", user="alice",
-                                  env={"HOME": "/Users/alice"})
+                                  env={"HOME": "/Users/alice"}, check_leaks=True)
         assert (result.status, result.stderr) == (status, "")
         return json.loads(result.stdout)
 

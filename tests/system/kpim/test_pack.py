@@ -16,7 +16,7 @@ import time
 import pytest
 
 import blob
-from kpim_program import (FAILED, GIB, IO_ERROR, MAXIMUM_NESTING, NO_SUCH_FILE, OK, UNDER_STRACE,
+from kpim_program import (FAILED, GIB, IO_ERROR, MAXIMUM_NESTING, NO_SUCH_FILE, OK,
                           Kpim, content_of, error, make_bundle, names, poke_status, read_terminal,
                           tree_of)
 
@@ -380,7 +380,7 @@ def test_pack_that_verifies_notices_what_differs(run, tmp_path, injection, what,
 def test_pack_reads_each_file_once(run, tmp_path):
     make_bundle(tmp_path / "B", {"a": b"1" * 100, "b": b"2"})
     trace = ["strace", "-f", "-o", "trace", "-e", "trace=read", "-P", "B/a"]
-    assert run("pack", "B", wrapper=trace, environment=UNDER_STRACE).returncode == OK
+    assert run("pack", "B", wrapper=trace).returncode == OK
     assert (tmp_path / "trace").read_text().count("read(") == 1
 
 
@@ -502,7 +502,7 @@ def test_pack_makes_contents_and_name_durable_in_this_order(run, tmp_path):
     make_bundle(tmp_path / "B", {"a": b"1"})
     trace = ["strace", "-y", "-o", "trace", "-e", "trace=write,fsync,rename"]
     (tmp_path / "out").mkdir()
-    assert run("pack", "B", "-o", "out/x", wrapper=trace, environment=UNDER_STRACE).returncode == OK
+    assert run("pack", "B", "-o", "out/x", wrapper=trace).returncode == OK
     calls = re.findall(r'^(\w+)\((?:\d+<|")([^>"]*)', (tmp_path / "trace").read_text(),
                        re.MULTILINE)
     steps = [(call, re.sub(r"\.kpim-.*", "TEMPORARY", path.removeprefix(f"{tmp_path}/")))
@@ -597,10 +597,9 @@ def test_quiet_pack_shows_nothing_on_a_terminal(run, tmp_path):
 def test_pack_starts_no_thread_unless_told_to(run, tmp_path, option):
     make_bundle(tmp_path / "B", {"a": b"1" * 1000})
     trace = ["strace", "-f", "-o", "trace", "-e", "trace=clone,clone3"]
-    assert run("pack", "B", *option, wrapper=trace, environment=UNDER_STRACE).returncode == OK
+    assert run("pack", "B", *option, wrapper=trace).returncode == OK
     assert "clone" not in (tmp_path / "trace").read_text()
-    assert run("pack", "B", "--threads", "2", wrapper=trace,
-               environment=UNDER_STRACE).returncode == OK
+    assert run("pack", "B", "--threads", "2", wrapper=trace).returncode == OK
     assert "clone" in (tmp_path / "trace").read_text()
 
 
@@ -846,7 +845,7 @@ def test_failed_pack_as_json(run, tmp_path):
 
 def test_pack_of_which_the_last_close_fails(run, tmp_path):
     make_bundle(tmp_path / "B", {"a": b"1"})
-    traced = run("pack", "B", "-o", "blob", environment=UNDER_STRACE,
+    traced = run("pack", "B", "-o", "blob",
                  wrapper=["strace", "-o", "trace", "-e", "trace=close,fsync"])
     assert traced.returncode == OK
     calls = (tmp_path / "trace").read_text().splitlines()

@@ -13,25 +13,20 @@ import subprocess
 import time
 import uuid
 
+import sanitizer
 from debian_root import cached_root
-from install_root import (LINE, REPOSITORY, Result, SANITIZER, profile_of_this_run,
-                          raise_sanitizer_reports, write_file)
+from install_root import LINE, Result, SANITIZER, profile_of_this_run, write_file
 
 # The service manager, polkit, and the libraries of our programs.
 PACKAGES = ["ca-certificates", "dbus", "gnustep-base-runtime", "libcurl4", "libgnustep-base1.28",
             "libobjc4", "libpam-systemd", "libsystemd0", "pkexec", "polkitd", "procps", "systemd",
             "systemd-sysv"]
-NEEDED = ["llvm-symbolizer", "nsenter", "setpriv", "systemd-nspawn"]
+NEEDED = ["nsenter", "setpriv", "systemd-nspawn"]
 
 # Where the build folder appears inside.
 BUILD = "/opt/build"
 PROGRAMS = BUILD + "/bin"
 TEST_PROGRAMS = BUILD + "/tests/programs"
-
-# The host's programs. A sanitizer needs its symbolizer, because suppressions match names on the
-# stack.
-HOST_USR = "/opt/host-usr"
-SYMBOLIZER = "/usr/local/bin/llvm-symbolizer"
 
 # alice may submit jobs and run tools, carol may submit jobs only, bob may do neither.
 USERS = {"alice": 1001, "bob": 1002, "carol": 1003}
@@ -73,8 +68,7 @@ class BootedRoot:
         command = ["systemd-nspawn", "--quiet", "--boot", f"--directory={root}",
                    "--volatile=overlay", "--private-network", "--register=no", "--keep-unit",
                    "--console=pipe", f"--machine=kp-{uuid.uuid4().hex[:8]}",
-                   f"--bind-ro={self.build}:{BUILD}", f"--bind-ro=/usr:{HOST_USR}",
-                   f"--bind-ro={REPOSITORY}/tests/lsan.supp:/opt/lsan.supp"]
+                   f"--bind-ro={self.build}:{BUILD}"]
         profile = os.environ.get("LLVM_PROFILE_FILE")
         if profile:
             folder = os.path.dirname(profile)
@@ -120,12 +114,7 @@ class BootedRoot:
             "HOME": f"/Users/{user}" if user else "/root",
             "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
             "TZ": "UTC",
-            "ASAN_OPTIONS": "detect_leaks=1:fast_unwind_on_malloc=0:"
-                            f"log_path={SANITIZER}/report",
-            "ASAN_SYMBOLIZER_PATH": SYMBOLIZER,
-            "LSAN_OPTIONS": "suppressions=/opt/lsan.supp:print_suppressions=0",
-            "UBSAN_OPTIONS":
-                f"print_stacktrace=1:halt_on_error=1:log_path={SANITIZER}/report",
+            **sanitizer.options(reports=SANITIZER),
         }
         profile = profile_of_this_run()
         if profile:
@@ -140,7 +129,7 @@ class BootedRoot:
         done = subprocess.run(prefix + [str(each) for each in command], stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout + 10,
                               check=False)
-        raise_sanitizer_reports(self.path(SANITIZER))
+        sanitizer.raise_reports(self.path(SANITIZER))
         return Result(done.returncode, done.stdout, done.stderr)
 
     def ask(self, *command):
@@ -186,9 +175,6 @@ class BootedRoot:
     def _add_users(self):
         self.path(SANITIZER).mkdir(exist_ok=True)
         self.path(SANITIZER).chmod(0o1777)
-        self.write(SYMBOLIZER, f"""#!/bin/sh
-LD_LIBRARY_PATH={HOST_USR}/lib/$(uname -m)-linux-gnu exec {HOST_USR}/bin/llvm-symbolizer "$@"
-""", 0o755)
         self.path("/Users").mkdir()
         for name, uid in USERS.items():
             self.ask("useradd", "--create-home", f"--home-dir=/Users/{name}", f"--uid={uid}", name)

@@ -6,6 +6,9 @@ import signal
 import subprocess
 import sys
 
+# How often a race is run.
+ROUNDS = 25
+
 AT_FDCWD = -100
 RENAME_EXCHANGE = 2
 PR_SET_PDEATHSIG = 1

@@ -18,6 +18,7 @@ import subprocess
 import tempfile
 import uuid
 
+import sanitizer
 import vendor_config
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
@@ -66,10 +67,6 @@ class Node:
     kind: str
     mode: int
     content: object = None
-
-
-class SanitizerReport(AssertionError):
-    """A program of the sanitizer build reported a fault."""
 
 
 class InstallRoot:
@@ -158,13 +155,13 @@ class InstallRoot:
         return self.execute([f"{PROGRAMS}/{program}", *map(str, arguments)], **options)
 
     def execute(self, command, env=None, timeout=300, user=None, umask=0o022, cwd="/",
-                check_leaks=True):
+                check_leaks=False):
         """Runs any command inside and waits until it and the processes that it started have ended.
 
         `env` changes the environment, None as a value removes a name. `user` is the name of a user
         to run as, root otherwise. Raises subprocess.TimeoutExpired after `timeout` seconds, when
-        everything inside has been killed, and SanitizerReport when a sanitizer reported a fault;
-        leaks are not reported with `check_leaks` set to False.
+        everything inside has been killed, and SanitizerReport when a sanitizer reported a fault or,
+        with `check_leaks`, a leak.
         """
         if user is not None:
             command = [*as_user(user), *command]
@@ -185,7 +182,7 @@ class InstallRoot:
                 # The end of the namespace's first process ends all others.
                 os.kill(json.loads(info.read())["child-pid"], signal.SIGKILL)
                 raise
-        raise_sanitizer_reports(self.path(SANITIZER))
+        sanitizer.raise_reports(self.path(SANITIZER))
         return Result(process.returncode, stdout.decode(errors="replace"),
                       stderr.decode(errors="replace"))
 
@@ -255,7 +252,7 @@ class InstallRoot:
         arguments += ["--proc", "/proc", "--dev", "/dev"]
         arguments += self._host_folders()
         arguments += ["--ro-bind", str(self.build / "bin"), PROGRAMS]
-        arguments += ["--ro-bind", str(REPOSITORY / "tests/lsan.supp"), SANITIZER + "/lsan.supp"]
+        arguments += ["--ro-bind", str(sanitizer.SUPPRESSIONS), SANITIZER + "/lsan.supp"]
         arguments += self._mounts
         if not self.has_open:
             arguments += ["--ro-bind", "/dev/null", "/usr/bin/open"]
@@ -267,13 +264,7 @@ class InstallRoot:
             "LANG": "C.UTF-8",
             "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
             "TZ": "UTC",
-            # Suppressions match whole stacks, see lsan.supp.
-            "ASAN_OPTIONS": f"detect_leaks={check_leaks:d}:"
-                            f"fast_unwind_on_malloc={not check_leaks:d}:"
-                            f"log_path={SANITIZER}/report",
-            "LSAN_OPTIONS": f"suppressions={SANITIZER}/lsan.supp:print_suppressions=0",
-            "UBSAN_OPTIONS":
-                f"print_stacktrace=1:halt_on_error=1:log_path={SANITIZER}/report",
+            **sanitizer.options(check_leaks, SANITIZER + "/lsan.supp", reports=SANITIZER),
         }
         profile = profile_of_this_run()
         if profile:
@@ -318,16 +309,6 @@ def libcurl():
                 subprocess.run(["/sbin/ldconfig", "-p"], check=True, text=True,
                                stdout=subprocess.PIPE).stdout.splitlines()
                 if line.split()[0] == "libcurl.so.4")
-
-
-def raise_sanitizer_reports(folder):
-    """Raises SanitizerReport with the sanitizers' reports below `folder`, which it removes."""
-    reports = sorted(folder.glob("report*"))
-    if reports:
-        text = "\n".join(report.read_text(errors="replace") for report in reports)
-        for report in reports:
-            report.unlink()
-        raise SanitizerReport(text)
 
 
 def profile_of_this_run():

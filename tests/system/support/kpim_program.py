@@ -8,6 +8,7 @@ import struct
 import subprocess
 
 import blob
+import sanitizer
 
 OK, FAILED, USAGE = 0, 1, 2
 NOT_SOLID = "not an installer's blob: it does not consist of exactly one nameless directory"
@@ -27,16 +28,11 @@ AWKWARD_NAMES = [
     b"\xf0\x90\x80\x80",
 ]
 
-# Leak checking is off: it needs the whole stack of each of Foundation's allocations, which takes
-# most of a run's time, and ptrace, which strace may be using.
-ENVIRONMENT = {**os.environ, "LC_ALL": "C",
-               "ASAN_OPTIONS": "detect_leaks=0:fast_unwind_on_malloc=1"}
-UNDER_STRACE = ENVIRONMENT
+ENVIRONMENT = {**os.environ, "LC_ALL": "C", **sanitizer.options()}
 
 
 class Kpim:
-    """Runs kpim in a folder of the test's own. In a sanitizer's build only looking_for_leaks()
-    looks for leaks."""
+    """Runs kpim in a folder of the test's own."""
 
     def __init__(self, program, folder):
         self.program = program
@@ -61,8 +57,8 @@ class Kpim:
         return result.stderr
 
     def looking_for_leaks(self, *arguments):
-        """Runs kpim with the sanitizers' options of the test run."""
-        return self(*arguments, environment={**os.environ, "LC_ALL": "C"})
+        """Runs kpim, which must not leak memory."""
+        return self(*arguments, environment={**ENVIRONMENT, **sanitizer.options(check_leaks=True)})
 
     def unprivileged(self, *arguments):
         """Runs kpim so that file modes bind it even as root."""

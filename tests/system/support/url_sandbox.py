@@ -9,6 +9,7 @@ import os
 import pathlib
 import subprocess
 
+import sanitizer
 import url_servers
 from install_root import profile_of_this_run
 
@@ -17,9 +18,6 @@ SERVERS = pathlib.Path(url_servers.__file__)
 HOSTS = "127.0.0.1 localhost good.test other.test\n"
 # One try, so that a name without an answer fails within the client's limit.
 RESOLVER = "nameserver 127.0.0.1\noptions timeout:20 attempts:1\n"
-
-# Variables that programs of a sanitizer build get from outside.
-SANITIZER_OPTIONS = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS")
 
 BIG_FILE_SIZE = 50 * 1024 * 1024
 
@@ -121,17 +119,17 @@ class UrlSandbox:
         self._process.stdin.close()
         self._process.wait()
 
-    def load(self, *arguments, environment=None, wrapper=()):
+    def load(self, *arguments, environment=None, wrapper=(), check_leaks=False):
         """The lines that url_client prints with `arguments`. It must end by itself, with status 0
         and without output on standard error. `wrapper` is a command that runs it."""
-        answer = self.run([*wrapper, self.client, *arguments], environment)
+        answer = self.run([*wrapper, self.client, *arguments], environment, check_leaks)
         assert (answer["status"], answer["stderr"]) == (0, ""), answer
         return answer["stdout"].splitlines()
 
-    def run(self, argv, environment=None):
+    def run(self, argv, environment=None, check_leaks=False):
         """Runs `argv` with the variables of `environment` and a PATH. The result has "status",
         "stdout" and "stderr"."""
-        variables = {name: os.environ[name] for name in SANITIZER_OPTIONS if name in os.environ}
+        variables = sanitizer.options(check_leaks)
         profile = profile_of_this_run()
         if profile:
             variables["LLVM_PROFILE_FILE"] = profile
@@ -149,7 +147,7 @@ class UrlSandbox:
     def usage(self, url):
         """The cost of loading `url`, by name: "turns" of the run loop and "memory" in bytes."""
         # A sanitizer keeps what is freed, to find late uses of it.
-        options = os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=0"
+        options = sanitizer.options()["ASAN_OPTIONS"] + ":quarantine_size_mb=0"
         words = self.load("--summary", url, environment={"ASAN_OPTIONS": options})[-1].split()
         return {words[0]: int(words[1]), words[2]: int(words[3]) * 1024}
 

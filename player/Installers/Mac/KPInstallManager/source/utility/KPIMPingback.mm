@@ -1,14 +1,11 @@
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPingback+Internal.h"
 
-#import <SystemConfiguration/SystemConfiguration.h>
-#include <pwd.h>
 #include <sys/sysctl.h>
-#include <unistd.h>
 
 #include "KPVendorConfig.h"
+#include "player/Installers/Mac/KPInstallManager/source/utility/ConsoleUserLanguage.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/ExpressInstallFlag.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/URLFromText.h"
-#include "shared/platform/mac/LanguageMapping.h"
 #include "shared/platform/posix/RegularFile.h"
 
 namespace {
@@ -28,41 +25,12 @@ NSString* const kCPUWordLengthFormat = @"cpuWordLength=%@";
 NSString* const kCPUArchFormat = @"cpuArch=%@";
 
 NSString* const kNoPreviousVersion = @"0.0.0.0";
-constexpr char kUnsupportedLanguage[] = "xu";
 constexpr NSTimeInterval kTimeOut = 30;
 
 NSString* const kSystemVersionFile = @"/System/Library/CoreServices/SystemVersion.plist";
 NSString* const kExpressInstallVector = @"3";
 NSString* const kInstallVectorFile = @"/Library/Application Support/Velmora/install_vector.txt";
 NSString* const kDefaultInstallVector = @"15";
-
-// Returns the code of the language that the user `entry` prefers, read from that user's
-// preferences.
-const char* LanguageOfUser(const passwd* entry) {
-  const char* language = kUnsupportedLanguage;
-  const int switched = seteuid(entry->pw_uid);
-  @try {
-    language = ObtainMacOSLanguage();
-  } @catch (NSException*) {
-    // If the preferences cannot be read, the language counts as unsupported.
-  } @finally {
-    // After a successful switch the value is 0, so this switches back to root. After a failed one
-    // it is -1, which is not a user id, and the call has no effect.
-    (void)seteuid(static_cast<uid_t>(switched));
-  }
-  return language;
-}
-
-const char* ConsoleUserLanguage() {
-  CFStringRef user = SCDynamicStoreCopyConsoleUser(nullptr, nullptr, nullptr);
-  if (user == nullptr) {
-    return kUnsupportedLanguage;
-  }
-  const bool isLoginWindow = CFEqual(user, CFSTR("loginwindow"));
-  const passwd* entry = isLoginWindow ? nullptr : getpwnam([(NSString*)user UTF8String]);
-  CFRelease(user);
-  return entry != nullptr ? LanguageOfUser(entry) : kUnsupportedLanguage;
-}
 
 NSString* VersionText() {
   return [NSString stringWithFormat:kVersionFormat, KP_VERSION_MAJOR, KP_VERSION_MINOR,
