@@ -38,7 +38,7 @@ def download(sandbox, tmp_path):
     class Download:
         def __init__(self, url, *arguments):
             self.lines = sandbox.load("--log", tmp_path / "log", "--body", tmp_path / "body",
-                                      *arguments, url, check_leaks=True)
+                                      *arguments, url, check_leaks=ASYNC in arguments)
             body = tmp_path / "body"
             self.body = body.read_bytes() if body.exists() else None
             stamp = r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} "

@@ -16,6 +16,7 @@ import pytest
 
 import blob
 import finalizer_log
+import sanitizer
 from exchanger import Exchanger, ROUNDS
 from install_root import BLOB, BUNDLE, Node, PROGRAMS, tree_of
 
@@ -74,7 +75,7 @@ def test_too_little_memory_for_the_blob(build, install_root):
     os.truncate(install_root.path(BLOB), 3 << 30)
     if build.name == "asan":
         # A sanitizer has terabytes of address space and its own limit, about which it warns.
-        with pytest.raises(SanitizerReport, match="WARNING.*failed to allocate 0xc0000000 bytes"):
+        with pytest.raises(sanitizer.SanitizerReport, match="WARNING.*failed to allocate 0xc0000000 bytes"):
             install_root.run(["/"], env={"ASAN_OPTIONS": (
                 "detect_leaks=0:allocator_may_return_null=1:max_allocation_size_mb=1024")})
     else:

@@ -611,6 +611,7 @@ def words(count, seed):
     return b"".join(stock[start:start + 4 + start % 28] for start in starts)
 
 
+@pytest.mark.release_only("it needs load, and a sanitizer sees the threads in the other tests")
 def test_two_threads_give_the_same_blob_every_time_under_load(run, tmp_path):
     make_bundle(tmp_path / "B", {f"file {i}": words(150_000, i) for i in range(4)})
     busy = [subprocess.Popen([sys.executable, "-c", "while True: pass"])
