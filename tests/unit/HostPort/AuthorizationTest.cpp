@@ -1,8 +1,10 @@
 #include <Security/Authorization.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -36,9 +38,14 @@ extern "C" int access(const char* path, int mode) {
   return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, path, mode));
 }
 
-extern "C" int execve(const char* path, char* const* arguments, char* const* environment) {
+extern "C" int posix_spawn(pid_t* child, const char* path,
+                           const posix_spawn_file_actions_t* fileActions,
+                           const posix_spawnattr_t* attributes, char* const* arguments,
+                           char* const* environment) {
+  static const auto s_posixSpawn =
+      reinterpret_cast<decltype(&posix_spawn)>(dlsym(RTLD_NEXT, "posix_spawn"));
   const char* program = strcmp(path, "/usr/bin/pkexec") == 0 ? KP_FAKE_PKEXEC_PROGRAM : path;
-  return static_cast<int>(syscall(SYS_execve, program, arguments, environment));
+  return s_posixSpawn(child, program, fileActions, attributes, arguments, environment);
 }
 
 namespace {

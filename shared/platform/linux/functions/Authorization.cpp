@@ -1,20 +1,20 @@
 #include <Security/Authorization.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <new>
 #include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "shared/platform/linux/environment/EnvironmentFilter.h"
@@ -40,7 +40,7 @@ constexpr int kPkexecDismissed = 126;
 
 // Readable by every user, unless /proc hides the processes of others: proc(5), hidepid.
 constexpr char kForeignProcess[] = "/proc/1/cmdline";
-constexpr useconds_t kPollMicroseconds = 1'000;
+constexpr useconds_t kPollMicroseconds = 10'000;
 
 constexpr char kNullDevice[] = "/dev/null";
 
@@ -88,36 +88,38 @@ OSStatus AskPolkit(const char* action, bool mayInteract) {
   return result < 0 ? OSStatus{errAuthorizationInternal} : ReadAnswer(reply, mayInteract);
 }
 
-/// A pipe whose ends are not standard streams and are closed on exec. Both are -1 on failure.
-struct Pipe {
-  Pipe() {
+/// A pipe from the tool, or none. Its ends are not standard streams and are closed on exec.
+class OutputPipe {
+ public:
+  OutputPipe() = default;
+  ~OutputPipe() {
+    if (writeEnd_ >= 0) {
+      close(writeEnd_);
+    }
+    if (stream_ != nullptr) {
+      (void)fclose(stream_);
+    }
+  }
+  OutputPipe(const OutputPipe&) = delete;
+  OutputPipe& operator=(const OutputPipe&) = delete;
+
+  bool Open() {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) == 0) {
-      readEnd = AboveStandardStreams(ends[0]);
-      writeEnd = AboveStandardStreams(ends[1]);
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+      return false;
     }
-  }
-  ~Pipe() {
-    Close(readEnd);
-    Close(writeEnd);
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-
-  bool IsOpen() const { return readEnd >= 0 && writeEnd >= 0; }
-  void CloseWriteEnd() { Close(writeEnd); }
-  /// Passes the read end to `stream`, which then owns it.
-  OSStatus OpenReadEnd(FILE** stream) {
-    *stream = fdopen(readEnd, "r");
-    if (*stream == nullptr) {
-      return errAuthorizationInternal;
+    const int readEnd = AboveStandardStreams(ends[0]);
+    writeEnd_ = AboveStandardStreams(ends[1]);
+    stream_ = fdopen(readEnd, "r");
+    if (stream_ == nullptr && readEnd >= 0) {
+      close(readEnd);
     }
-    readEnd = -1;
-    return errAuthorizationSuccess;
+    return writeEnd_ >= 0 && stream_ != nullptr;
   }
-
-  int readEnd = -1;
-  int writeEnd = -1;
+  /// -1 without a pipe.
+  int WriteEnd() const { return writeEnd_; }
+  /// Passes the stream of the read end to the caller.
+  FILE* TakeStream() { return std::exchange(stream_, nullptr); }
 
  private:
   static int AboveStandardStreams(int file) {
@@ -128,72 +130,57 @@ struct Pipe {
     close(file);
     return moved;
   }
-  static void Close(int& file) {
-    if (file >= 0) {
-      close(file);
-    }
-    file = -1;
-  }
+
+  FILE* stream_ = nullptr;
+  int writeEnd_ = -1;
 };
 
-/// Puts /dev/null in the place of each standard stream that is closed, so that the tool's first
-/// file does not become one, and of the standard input in any case.
-bool FillStandardStreams() {
-  int null = -1;
-  do {
-    null = open(kNullDevice, O_RDWR);
-  } while (null >= 0 && null <= STDERR_FILENO);
-  return null >= 0 && dup2(null, STDIN_FILENO) >= 0;
-}
-
-/// The program that a child executes, prepared before fork(2). Both arrays end with a null pointer.
-struct Command {
-  std::vector<char*> arguments;
-  std::vector<char*> environment;
-  bool isPkexec;
-  bool hasOutput;
-};
-
-/// In the child: as at the start of a program, every signal has its default action and none is
-/// blocked.
-void ResetSignals() {
-  for (int each = 1; each < NSIG; ++each) {
-    (void)signal(each, SIG_DFL);
+/// How posix_spawn(3) starts a program: as if by the system itself, with every signal at its
+/// default action and none blocked, and with no files except the standard streams.
+class Launch {
+ public:
+  Launch() {
+    posix_spawnattr_init(&attributes_);
+    posix_spawn_file_actions_init(&files_);
+    sigset_t signals;
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes_, &signals);
+    // Not sigfillset(3), which leaves out two that posix_spawn would then make ignored.
+    memset(&signals, 0xFF, sizeof(signals));
+    posix_spawnattr_setsigdefault(&attributes_, &signals);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   }
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-}
+  ~Launch() {
+    posix_spawn_file_actions_destroy(&files_);
+    posix_spawnattr_destroy(&attributes_);
+  }
+  Launch(const Launch&) = delete;
+  Launch& operator=(const Launch&) = delete;
 
-/// In the child: leaves only the standard streams to the program.
-bool PrepareFiles(bool hasOutput, const Pipe& output) {
-  return FillStandardStreams() && (!hasOutput || dup2(output.writeEnd, STDOUT_FILENO) >= 0) &&
-         close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0;
-}
-
-/// In the child, where only async-signal-safe functions may be called: becomes the program. Does
-/// not return: writes errno to the status pipe when it fails.
-[[noreturn]] void ExecuteInChild(const Command& command, const Pipe& output, const Pipe& status) {
-  ResetSignals();
-  if (PrepareFiles(command.hasOutput, output)) {
-    if (command.isPkexec) {
-      // It stays open until pkexec becomes the tool, or ends.
-      fcntl(status.writeEnd, F_SETFD, 0);
+  /// Gives the program `output` as its standard output, or the caller's if that is -1. /dev/null
+  /// takes the place of the standard input and of each other stream that the caller has closed, so
+  /// that the program's first file does not become one. False when memory is exhausted.
+  bool SetStreams(int output) {
+    int error = output < 0 ? 0 : posix_spawn_file_actions_adddup2(&files_, output, STDOUT_FILENO);
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO && error == 0; ++stream) {
+      const bool isSet = stream == STDOUT_FILENO && output >= 0;
+      if (stream == STDIN_FILENO || (!isSet && fcntl(stream, F_GETFD) < 0)) {
+        error = posix_spawn_file_actions_addopen(&files_, stream, kNullDevice, O_RDWR, 0);
+      }
     }
-    execve(command.arguments[0], command.arguments.data(), command.environment.data());
+    return error == 0 && posix_spawn_file_actions_addclosefrom_np(&files_, STDERR_FILENO + 1) == 0;
   }
-  const int error = errno;
-  (void)Uninterrupted([&] { return write(status.writeEnd, &error, sizeof(error)); });
-  _exit(127);
-}
 
-/// Waits until the child has become its program, or pkexec the tool. Returns 0, or the errno with
-/// which the child failed.
-int AwaitExecution(const Pipe& status) {
-  int error = 0;
-  const ssize_t length = Uninterrupted([&] { return read(status.readEnd, &error, sizeof(error)); });
-  return length == sizeof(error) ? error : 0;
-}
+  /// Starts the program `arguments[0]`. Both arrays end with a null pointer. Returns 0 once it has
+  /// been executed, or an errno value.
+  int Start(pid_t& child, char* const* arguments, char* const* environment) const {
+    return posix_spawn(&child, arguments[0], &files_, &attributes_, arguments, environment);
+  }
+
+ private:
+  posix_spawnattr_t attributes_;
+  posix_spawn_file_actions_t files_;
+};
 
 int AwaitExit(pid_t child) {
   int status = 0;
@@ -209,10 +196,9 @@ std::string ReadStart(pid_t pid, const char* file, char end) {
   return start;
 }
 
-/// Whether the child, which has closed its status pipe, has become the tool. Otherwise it is still
-/// pkexec, which was refused and is ending. The pipe is closed in the middle of exec and of exit,
-/// so this waits until it shows which of the two it was. A process that has ended keeps its name
-/// until it is waited for; if the caller ignores SIGCHLD, the name is lost at once.
+/// Waits until the child, pkexec, has become the tool or has ended. Returns whether it has become
+/// the tool. A process that has ended keeps its name until it is waited for; if the caller ignores
+/// SIGCHLD, the name is lost at once.
 bool BecameTool(pid_t child) {
   for (;;) {
     const std::string program = ReadStart(child, "cmdline", '\0');
@@ -230,24 +216,15 @@ bool BecameTool(pid_t child) {
   }
 }
 
-void* ReapChild(void* argument) {
-  const std::unique_ptr<pid_t> child(static_cast<pid_t*>(argument));
-  AwaitExit(*child);
-  return nullptr;
-}
-
 /// Waits for the child in a thread of its own, so that it does not stay a zombie.
 void ReapInBackground(pid_t child) {
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
-  std::unique_ptr<pid_t> argument(new pid_t(child));
-  pthread_t thread;
-  if (pthread_create(&thread, nullptr, ReapChild, argument.get()) == 0) {
-    // Owned by the thread now.
-    (void)argument.release();
-    pthread_detach(thread);
+  try {
+    std::thread(AwaitExit, child).detach();
+  } catch (const std::system_error&) {  // No thread can be made: it stays one.
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
@@ -280,19 +257,6 @@ std::vector<std::string> CommandLine(const char* tool, char* const* arguments, b
   return line;
 }
 
-/// fork(2), with all signals blocked in the child, which must not run the caller's handlers.
-pid_t ForkBlocked() {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  const pid_t child = fork();
-  if (child != 0) {
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  }
-  return child;
-}
-
 /// The environment of what is executed. pkexec makes one of its own for the tool; a tool that the
 /// superuser runs directly gets only the trusted variables.
 std::vector<char*> ToolEnvironment(bool isPkexec) {
@@ -307,10 +271,24 @@ std::vector<char*> ToolEnvironment(bool isPkexec) {
   return environment;
 }
 
-/// Waits until the tool runs, or reports why it does not.
-OSStatus AwaitTool(pid_t child, const Pipe& status, bool isPkexec) {
-  if (AwaitExecution(status) != 0) {
-    AwaitExit(child);
+/// Starts the command `line`. `communicationsPipe`, unless it is null, receives a stream of its
+/// output.
+OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicationsPipe) {
+  std::vector<char*> arguments;
+  for (std::string& each : line) {
+    arguments.push_back(each.data());
+  }
+  arguments.push_back(nullptr);
+  OutputPipe output;
+  if (communicationsPipe != nullptr && !output.Open()) {
+    return errAuthorizationInternal;
+  }
+  Launch launch;
+  if (!launch.SetStreams(output.WriteEnd())) {
+    return errAuthorizationInternal;
+  }
+  pid_t child = 0;
+  if (launch.Start(child, arguments.data(), ToolEnvironment(isPkexec).data()) != 0) {
     return errAuthorizationToolExecuteFailure;
   }
   if (isPkexec && !BecameTool(child)) {
@@ -319,32 +297,10 @@ OSStatus AwaitTool(pid_t child, const Pipe& status, bool isPkexec) {
                                                                       : errAuthorizationDenied;
   }
   ReapInBackground(child);
+  if (communicationsPipe != nullptr) {
+    *communicationsPipe = output.TakeStream();
+  }
   return errAuthorizationSuccess;
-}
-
-/// Starts the command `line`. `communicationsPipe`, unless it is null, receives a stream of its
-/// output.
-OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicationsPipe) {
-  Command command = {{}, ToolEnvironment(isPkexec), isPkexec, communicationsPipe != nullptr};
-  for (std::string& each : line) {
-    command.arguments.push_back(each.data());
-  }
-  command.arguments.push_back(nullptr);
-  Pipe output;
-  Pipe status;
-  const pid_t child = output.IsOpen() && status.IsOpen() ? ForkBlocked() : -1;
-  if (child < 0) {
-    return errAuthorizationInternal;
-  }
-  if (child == 0) {
-    ExecuteInChild(command, output, status);
-  }
-  output.CloseWriteEnd();
-  status.CloseWriteEnd();
-  const OSStatus result = AwaitTool(child, status, isPkexec);
-  return result == errAuthorizationSuccess && communicationsPipe != nullptr
-             ? output.OpenReadEnd(communicationsPipe)
-             : result;
 }
 
 }  // namespace
