@@ -32,8 +32,8 @@ if(KP_COVERAGE)
   target_link_options(kp_options INTERFACE -fprofile-instr-generate)
 endif()
 
-# Links LIBRARY whole: categories and +load methods are reached by no symbol, so
-# an archive member that holds only them would be left out.
+# Links LIBRARY whole: categories, and objects that only work when they are constructed, are
+# reached by no symbol, so an archive member that holds only them would be left out.
 function(kp_link_whole TARGET SCOPE)
   foreach(LIBRARY IN LISTS ARGN)
     target_link_libraries(${TARGET} ${SCOPE} "$<LINK_LIBRARY:WHOLE_ARCHIVE,${LIBRARY}>")

@@ -733,10 +733,12 @@ TEST_F(TimeZoneTest, IsTheMachinesWithoutOne) {
 
 // ---- MethodReplacement
 
+void Nothing(id /*self*/, SEL /*selector*/) {}
+
 TEST(MethodReplacementDeathTest, MissingMethodEndsTheProcessWithAMessage) {
-  EXPECT_DEATH(ReplaceMethod("NSObject", NSSelectorFromString(@"noSuchMethod:"), nullptr),
+  EXPECT_DEATH(MethodReplacement('-', "NSObject", "noSuchMethod:", Nothing),
                "host port: this GNUstep Base has no -\\[NSObject noSuchMethod:\\]");
-  EXPECT_DEATH(ReplaceMethod("NoSuchClass", @selector(description), nullptr, true),
+  EXPECT_DEATH(MethodReplacement('+', "NoSuchClass", "description", Nothing),
                "host port: this GNUstep Base has no \\+\\[NoSuchClass description\\]");
 }
 

@@ -99,16 +99,8 @@ NSString* CanonicalIdentifier(id /*self*/, SEL /*selector*/, NSString* string) {
   return isModifier ? result : [result stringByAppendingString:rest];
 }
 
+const MethodReplacement s_canonicalIdentifier('+', "NSLocale",
+                                              "canonicalLocaleIdentifierFromString:",
+                                              CanonicalIdentifier);
+
 }  // namespace
-
-@interface KPCanonicalIdentifierPatch : NSObject
-@end
-
-@implementation KPCanonicalIdentifierPatch
-
-+ (void)load {
-  ReplaceMethod("NSLocale", @selector(canonicalLocaleIdentifierFromString:),
-                (IMP)CanonicalIdentifier, true);
-}
-
-@end

@@ -45,9 +45,8 @@ void SynchronizeFile(id self, SEL /*selector*/) {
 
 // ---- NSString
 
-/// Classes of strings with an `intValue` of their own.
-constexpr const char* kStringClasses[] = {"NSString", "GSCString", "GSUnicodeString",
-                                          "GSMutableString", "NSConstantString"};
+/// Otherwise a backslash separates the components of a path, as a slash does.
+[[maybe_unused]] const char* const s_pathHandling = GSPathHandling("unix");
 
 /// GNUstep keeps the low 32 bits of a number that is too large. macOS answers with the nearest
 /// number that an int holds.
@@ -60,9 +59,8 @@ int IntValue(id self, SEL /*selector*/) {
 
 // ---- NSFileManager
 
-using URLForDirectoryMethod = NSURL* (*)(id, SEL, NSSearchPathDirectory, NSSearchPathDomainMask,
-                                         NSURL*, BOOL, NSError**);
-URLForDirectoryMethod s_urlForDirectory;
+NSURL* (*s_urlForDirectory)(id, SEL, NSSearchPathDirectory, NSSearchPathDomainMask, NSURL*, BOOL,
+                            NSError**);
 
 /// GNUstep has a core-services folder of its own. This returns macOS's path for the system's.
 NSURL* URLForDirectory(id self, SEL selector, NSSearchPathDirectory directory,
@@ -73,23 +71,16 @@ NSURL* URLForDirectory(id self, SEL selector, NSSearchPathDirectory directory,
   return s_urlForDirectory(self, selector, directory, domain, url, create, error);
 }
 
+const MethodReplacement s_replacements[] = {
+    {'-', "GSFileHandle", "synchronizeFile", SynchronizeFile},
+    // The classes of strings with an `intValue` of their own.
+    {'-', "NSString", "intValue", IntValue},
+    {'-', "GSCString", "intValue", IntValue},
+    {'-', "GSUnicodeString", "intValue", IntValue},
+    {'-', "GSMutableString", "intValue", IntValue},
+    {'-', "NSConstantString", "intValue", IntValue},
+    {'-', "NSFileManager", "URLForDirectory:inDomain:appropriateForURL:create:error:",
+     URLForDirectory, &s_urlForDirectory},
+};
+
 }  // namespace
-
-@interface KPFoundationPatches : NSObject
-@end
-
-@implementation KPFoundationPatches
-
-+ (void)load {
-  // Otherwise a backslash separates the components of a path, as a slash does.
-  GSPathHandling("unix");
-  ReplaceMethod("GSFileHandle", @selector(synchronizeFile), (IMP)SynchronizeFile);
-  for (const char* stringClass : kStringClasses) {
-    ReplaceMethod(stringClass, @selector(intValue), (IMP)IntValue);
-  }
-  s_urlForDirectory = (URLForDirectoryMethod)ReplaceMethod(
-      "NSFileManager", @selector(URLForDirectory:inDomain:appropriateForURL:create:error:),
-      (IMP)URLForDirectory);
-}
-
-@end

@@ -4,13 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 
-IMP ReplaceMethod(const char* className, SEL selector, IMP implementation, bool onClass) {
-  Class cls = objc_getClass(className);
-  Method method =
-      onClass ? class_getClassMethod(cls, selector) : class_getInstanceMethod(cls, selector);
+IMP MethodReplacement::Replace(char kind, const char* className, const char* selector,
+                               IMP implementation) {
+  const auto find = kind == '+' ? class_getClassMethod : class_getInstanceMethod;
+  Method method = find(objc_getClass(className), sel_registerName(selector));
   if (method == nullptr) {
-    (void)fprintf(stderr, "host port: this GNUstep Base has no %c[%s %s]\n", onClass ? '+' : '-',
-                  className, sel_getName(selector));
+    (void)fprintf(stderr, "host port: this GNUstep Base has no %c[%s %s]\n", kind, className,
+                  selector);
     abort();
   }
   return method_setImplementation(method, implementation);

@@ -128,12 +128,11 @@ id LanguagesSavedByUser(uid_t userID) {
   return nil;
 }
 
-using ObjectForKeyMethod = id (*)(id, SEL, NSString*);
-ObjectForKeyMethod s_objectForKey;
+id (*s_objectForKey)(id, SEL, NSString*);
 
 /// The effective user at the start. Foundation keeps that user's defaults when the effective user
 /// changes; macOS does not.
-uid_t s_firstUser;
+const uid_t s_firstUser = geteuid();
 
 /// AppleLanguages among the arguments of the program, which hold for every user; nil without.
 id LanguagesOfArguments(NSUserDefaults* defaults) {
@@ -151,17 +150,7 @@ id ObjectForKey(id self, SEL selector, NSString* key) {
   return languages ?: LanguagesOfEnvironment();
 }
 
+const MethodReplacement s_replacement('-', "NSUserDefaults", "objectForKey:", ObjectForKey,
+                                      &s_objectForKey);
+
 }  // namespace
-
-@interface KPLanguagePatches : NSObject
-@end
-
-@implementation KPLanguagePatches
-
-+ (void)load {
-  s_firstUser = geteuid();
-  s_objectForKey = (ObjectForKeyMethod)ReplaceMethod("NSUserDefaults", @selector(objectForKey:),
-                                                     (IMP)ObjectForKey);
-}
-
-@end

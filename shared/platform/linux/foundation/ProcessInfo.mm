@@ -80,8 +80,7 @@ void InitializeReadable() {
   [pool release];
 }
 
-using InitializeMethod = void (*)(id, SEL);
-InitializeMethod s_initialize;
+void (*s_initialize)(id, SEL);
 
 void InitializeProcessInfo(id self, SEL selector) {
   static bool s_isInitialized = false;
@@ -92,16 +91,7 @@ void InitializeProcessInfo(id self, SEL selector) {
   s_initialize(self, selector);
 }
 
+const MethodReplacement s_replacement('+', "NSProcessInfo", "initialize", InitializeProcessInfo,
+                                      &s_initialize);
+
 }  // namespace
-
-@interface KPProcessInfoPatches : NSObject
-@end
-
-@implementation KPProcessInfoPatches
-
-+ (void)load {
-  s_initialize = (InitializeMethod)ReplaceMethod("NSProcessInfo", @selector(initialize),
-                                                 (IMP)InitializeProcessInfo, true);
-}
-
-@end

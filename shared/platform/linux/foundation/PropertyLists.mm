@@ -17,9 +17,7 @@ NSString* const kUnsafeList = @"damaged, too deeply nested or too large";
 
 // ---- NSPropertyListSerialization
 
-using PropertyListMethod = id (*)(id, SEL, NSData*, NSPropertyListReadOptions,
-                                  NSPropertyListFormat*, NSError**);
-PropertyListMethod s_propertyList;
+id (*s_propertyList)(id, SEL, NSData*, NSPropertyListReadOptions, NSPropertyListFormat*, NSError**);
 
 void SetCorrupt(NSError** error, NSString* reason) {
   if (error == nullptr) {
@@ -50,11 +48,8 @@ id PropertyList(id self, SEL selector, NSData* data, NSPropertyListReadOptions o
 
 // ---- NSDictionary
 
-using InitWithFileMethod = id (*)(id, SEL, NSString*);
-InitWithFileMethod s_initWithContentsOfFile;
-
-using InitWithURLMethod = id (*)(id, SEL, NSURL*);
-InitWithURLMethod s_initWithContentsOfURL;
+id (*s_initWithContentsOfFile)(id, SEL, NSString*);
+id (*s_initWithContentsOfURL)(id, SEL, NSURL*);
 
 /// GNUstep takes every file for text, and so finds nothing in a binary property list.
 bool IsBinaryPropertyList(NSData* data) {
@@ -88,21 +83,13 @@ id InitWithContentsOfURL(id self, SEL selector, NSURL* url) {
                          : s_initWithContentsOfURL(self, selector, url);
 }
 
+const MethodReplacement s_replacements[] = {
+    {'+', "NSPropertyListSerialization", "propertyListWithData:options:format:error:", PropertyList,
+     &s_propertyList},
+    {'-', "NSDictionary", "initWithContentsOfFile:", InitWithContentsOfFile,
+     &s_initWithContentsOfFile},
+    {'-', "NSDictionary", "initWithContentsOfURL:", InitWithContentsOfURL,
+     &s_initWithContentsOfURL},
+};
+
 }  // namespace
-
-@interface KPPropertyListPatches : NSObject
-@end
-
-@implementation KPPropertyListPatches
-
-+ (void)load {
-  s_propertyList = (PropertyListMethod)ReplaceMethod(
-      "NSPropertyListSerialization", @selector(propertyListWithData:options:format:error:),
-      (IMP)PropertyList, true);
-  s_initWithContentsOfFile = (InitWithFileMethod)ReplaceMethod(
-      "NSDictionary", @selector(initWithContentsOfFile:), (IMP)InitWithContentsOfFile);
-  s_initWithContentsOfURL = (InitWithURLMethod)ReplaceMethod(
-      "NSDictionary", @selector(initWithContentsOfURL:), (IMP)InitWithContentsOfURL);
-}
-
-@end

@@ -22,18 +22,9 @@ NSTimeZone* SystemTimeZone(id /*self*/, SEL /*selector*/) {
   return [NSTimeZone timeZoneForSecondsFromGMT:offset] ?: [NSTimeZone timeZoneForSecondsFromGMT:0];
 }
 
+const MethodReplacement s_zone('+', "NSTimeZone", "systemTimeZone", SystemTimeZone);
+
 }  // namespace
-
-@interface KPTimePatch : NSObject
-@end
-
-@implementation KPTimePatch
-
-+ (void)load {
-  ReplaceMethod("NSTimeZone", @selector(systemTimeZone), (IMP)SystemTimeZone, true);
-}
-
-@end
 
 @implementation NSProcessInfo (KPUptime)
 

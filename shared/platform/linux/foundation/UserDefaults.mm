@@ -3,23 +3,11 @@
 
 #import "shared/platform/linux/foundation/MethodReplacement.h"
 
-namespace {
-
-NSString* const kDefaultsLock = @".GNUstepDefaults.lck";
-NSString* const kDefaultsLockFolder = @".lck";
-
-}  // namespace
-
 /// A lock that is always free and leaves nothing on the disk.
 @interface KPOpenLock : NSDistributedLock
 @end
 
 @implementation KPOpenLock
-
-- (id)initWithPath:(NSString*)path {
-  (void)path;
-  return [super init];
-}
 
 - (BOOL)tryLock {
   return YES;
@@ -32,8 +20,10 @@ NSString* const kDefaultsLockFolder = @".lck";
 
 namespace {
 
-using InitWithPathMethod = id (*)(id, SEL, NSString*);
-InitWithPathMethod s_initLockWithPath;
+NSString* const kDefaultsLock = @".GNUstepDefaults.lck";
+NSString* const kDefaultsLockFolder = @".lck";
+
+id (*s_initLockWithPath)(id, SEL, NSString*);
 
 /// GNUstep reads no defaults without their lock. It prints a complaint when the home cannot be
 /// written, and waits up to a minute for a lock that was left over. The product only reads
@@ -41,13 +31,12 @@ InitWithPathMethod s_initLockWithPath;
 id InitLockWithPath(id self, SEL selector, NSString* path) {
   if ([[path lastPathComponent] isEqualToString:kDefaultsLock]) {
     [self release];
-    return [[KPOpenLock alloc] initWithPath:path];
+    return [[KPOpenLock alloc] init];
   }
   return s_initLockWithPath(self, selector, path);
 }
 
-using CreateDirectoryMethod = BOOL (*)(id, SEL, NSString*, BOOL, NSDictionary*, NSError**);
-CreateDirectoryMethod s_createDirectory;
+BOOL (*s_createDirectory)(id, SEL, NSString*, BOOL, NSDictionary*, NSError**);
 
 /// Whether `path` is the folder of the user's own defaults or the ".lck" in it. A ".lck" elsewhere
 /// is created as usual.
@@ -66,20 +55,10 @@ BOOL CreateDirectory(id self, SEL selector, NSString* path, BOOL intermediates,
              : s_createDirectory(self, selector, path, intermediates, attributes, error);
 }
 
+const MethodReplacement s_replacements[] = {
+    {'-', "NSDistributedLock", "initWithPath:", InitLockWithPath, &s_initLockWithPath},
+    {'-', "NSFileManager", "createDirectoryAtPath:withIntermediateDirectories:attributes:error:",
+     CreateDirectory, &s_createDirectory},
+};
+
 }  // namespace
-
-@interface KPUserDefaultsPatches : NSObject
-@end
-
-@implementation KPUserDefaultsPatches
-
-+ (void)load {
-  s_initLockWithPath = (InitWithPathMethod)ReplaceMethod(
-      "NSDistributedLock", @selector(initWithPath:), (IMP)InitLockWithPath);
-  s_createDirectory = (CreateDirectoryMethod)ReplaceMethod(
-      "NSFileManager",
-      @selector(createDirectoryAtPath:withIntermediateDirectories:attributes:error:),
-      (IMP)CreateDirectory);
-}
-
-@end

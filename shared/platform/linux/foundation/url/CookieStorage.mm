@@ -9,16 +9,7 @@ namespace {
 /// the first connection, as root too.
 id SharedHTTPCookieStorage(id /*self*/, SEL /*selector*/) { return nil; }
 
+const MethodReplacement s_storage('+', "NSHTTPCookieStorage", "sharedHTTPCookieStorage",
+                                  SharedHTTPCookieStorage);
+
 }  // namespace
-
-@interface KPCookieStoragePatch : NSObject
-@end
-
-@implementation KPCookieStoragePatch
-
-+ (void)load {
-  ReplaceMethod("NSHTTPCookieStorage", @selector(sharedHTTPCookieStorage),
-                (IMP)SharedHTTPCookieStorage, true);
-}
-
-@end

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string_view>
 
+#import "shared/platform/linux/foundation/MethodReplacement.h"
 #include "shared/platform/linux/foundation/url/CurlLibrary.h"
 #include "shared/platform/linux/foundation/url/Poller.h"
 #import "shared/platform/linux/foundation/url/Response.h"
@@ -52,6 +53,19 @@ void* RunLoopEvent(const Poller& poller) {
   const auto event = static_cast<intptr_t>(poller.Descriptor());
   return reinterpret_cast<void*>(event);  // NOLINT(performance-no-int-to-ptr)
 }
+
+void (*s_initialize)(id, SEL);
+
+/// Foundation registers its own protocols here. The one registered last is asked first.
+void InitializeURLProtocol(id self, SEL selector) {
+  s_initialize(self, selector);
+  if (self == [NSURLProtocol class]) {  // Also called for subclasses, in the midst of the above.
+    [NSURLProtocol registerClass:[CurlURLProtocol class]];
+  }
+}
+
+const MethodReplacement s_registration('+', "NSURLProtocol", "initialize", InitializeURLProtocol,
+                                       &s_initialize);
 
 }  // namespace
 

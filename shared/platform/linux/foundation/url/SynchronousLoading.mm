@@ -22,8 +22,7 @@ constexpr char kCollectorClass[] = "_NSURLConnectionDataCollector";
 /// The longest body, in bytes.
 constexpr NSUInteger kMostBytes = NSUInteger{256} * 1024 * 1024;
 
-using ReceiveDataMethod = void (*)(id, SEL, NSURLConnection*, NSData*);
-ReceiveDataMethod s_receiveData;
+void (*s_receiveData)(id, SEL, NSURLConnection*, NSData*);
 
 /// Fails the request instead of keeping more than `kMostBytes`.
 void ReceiveData(id self, SEL selector, NSURLConnection* connection, NSData* chunk) {
@@ -37,16 +36,7 @@ void ReceiveData(id self, SEL selector, NSURLConnection* connection, NSData* chu
                                 "The body is longer than 256 MiB", nil)];
 }
 
+const MethodReplacement s_replacement('-', kCollectorClass,
+                                      "connection:didReceiveData:", ReceiveData, &s_receiveData);
+
 }  // namespace
-
-@interface KPSynchronousLoadingPatch : NSObject
-@end
-
-@implementation KPSynchronousLoadingPatch
-
-+ (void)load {
-  s_receiveData = (ReceiveDataMethod)ReplaceMethod(
-      kCollectorClass, @selector(connection:didReceiveData:), (IMP)ReceiveData);
-}
-
-@end
