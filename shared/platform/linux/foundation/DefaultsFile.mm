@@ -4,26 +4,12 @@
 #include <unistd.h>
 
 #include "shared/platform/posix/RegularFile.h"
-#include "shared/platform/posix/Uninterrupted.h"
+#include "shared/platform/posix/Transfer.h"
 
 namespace {
 
 /// Files of defaults are small; a longer file is something else.
 constexpr off_t kLongestFile = off_t{64} * 1024;
-
-/// The next `size` bytes of the file, or as many as there are.
-NSData* ReadBytes(int descriptor, size_t size) {
-  NSMutableData* bytes = [NSMutableData dataWithLength:size];
-  auto* buffer = static_cast<char*>([bytes mutableBytes]);
-  size_t length = 0;
-  ssize_t count = 0;
-  while ((count = Uninterrupted([&] { return read(descriptor, buffer + length, size - length); })) >
-         0) {
-    length += static_cast<size_t>(count);
-  }
-  [bytes setLength:length];
-  return bytes;
-}
 
 /// The bytes of the regular file at `path`; nil when it cannot be opened or is too long.
 NSData* BytesOfFile(NSString* path) {
@@ -33,9 +19,14 @@ NSData* BytesOfFile(NSString* path) {
   if (descriptor < 0) {
     return nil;
   }
-  NSData* bytes = status.st_size <= kLongestFile
-                      ? ReadBytes(descriptor, static_cast<size_t>(status.st_size))
-                      : nil;
+  NSMutableData* bytes = nil;
+  if (status.st_size <= kLongestFile) {
+    bytes = [NSMutableData dataWithLength:static_cast<NSUInteger>(status.st_size)];
+    size_t length = 0;
+    (void)ReadBytes(descriptor, static_cast<unsigned char*>([bytes mutableBytes]), [bytes length],
+                    length);
+    [bytes setLength:length];
+  }
   close(descriptor);
   return bytes;
 }
