@@ -12,7 +12,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "shared/platform/linux/systemd/JobUnits.h"
@@ -25,12 +27,6 @@ constexpr size_t kProcessesToCome = 20;
 constexpr char kDeletedSuffix[] = " (deleted)";
 // Field of /proc/PID/stat that holds the start time, counted from the state, which is the third.
 constexpr int kStartTimeAfterState = 22 - 3;
-
-struct Process {
-  pid_t pid;
-  /// Clock ticks since the machine started.
-  unsigned long long startTime;
-};
 
 /// Every process id of /proc, in no order. False with errno when it cannot be read.
 bool ReadAllProcessIDs(std::vector<pid_t>& pids) {
@@ -49,41 +45,35 @@ bool ReadAllProcessIDs(std::vector<pid_t>& pids) {
   return !error;
 }
 
-/// False when the process has gone.
+/// When the process started, in clock ticks since the machine did; false when it has gone.
 bool ReadStartTime(pid_t pid, unsigned long long& startTime) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string line;
-  std::getline(file, line, '\0');
+  std::string field;
+  std::getline(file, field, '\0');
   // The program's name, in parentheses, may hold anything: blanks and parentheses, too.
-  size_t field = line.rfind(')');
-  if (field == line.npos) {
-    return false;
+  std::istringstream fields(field.substr(field.rfind(')') + 1));
+  for (int i = 0; i < kStartTimeAfterState; ++i) {
+    fields >> field;
   }
-  ++field;
-  for (int i = 0; i < kStartTimeAfterState && field != line.npos; ++i) {
-    field = line.find(' ', field + 1);
-  }
-  startTime = field == line.npos ? 0 : strtoull(line.c_str() + field, nullptr, 10);
-  return field != line.npos;
+  return static_cast<bool>(fields >> startTime);
 }
 
-bool IsNewer(const Process& left, const Process& right) {
-  return left.startTime != right.startTime ? left.startTime > right.startTime
-                                           : left.pid > right.pid;
-}
-
-/// The processes of those ids that still exist.
-std::vector<Process> NewestFirst(const std::vector<pid_t>& pids) {
-  std::vector<Process> processes;
+/// Those of `pids` that still exist, by their start, then by their ids, the greatest first.
+std::vector<pid_t> NewestFirst(const std::vector<pid_t>& pids) {
+  std::vector<std::pair<unsigned long long, pid_t>> processes;
   processes.reserve(pids.size());
   for (const pid_t pid : pids) {
-    Process process = {pid, 0};
-    if (ReadStartTime(pid, process.startTime)) {
-      processes.push_back(process);
+    unsigned long long startTime = 0;
+    if (ReadStartTime(pid, startTime)) {
+      processes.emplace_back(startTime, pid);
     }
   }
-  std::sort(processes.begin(), processes.end(), IsNewer);
-  return processes;
+  std::sort(processes.rbegin(), processes.rend());
+  std::vector<pid_t> newestFirst;
+  for (const auto& process : processes) {
+    newestFirst.push_back(process.second);
+  }
+  return newestFirst;
 }
 
 /// Bytes of `count` ids; as many as an int holds.
@@ -165,11 +155,11 @@ int proc_listpids(uint32_t type, uint32_t /*typeinfo*/, void* buffer, int buffer
     s_announced.swap(pids);
     return SizeOf(2 * (s_announced.size() + kProcessesToCome));
   }
-  const std::vector<Process> processes = NewestFirst(pids);
+  pids = NewestFirst(pids);
   const size_t room = static_cast<size_t>(std::max(buffersize, 0)) / sizeof(int);
-  const size_t count = std::min(2 * processes.size(), room);
+  const size_t count = std::min(2 * pids.size(), room);
   for (size_t i = 0; i < count; ++i) {
-    static_cast<int*>(buffer)[i] = i < processes.size() ? processes[i].pid : 0;
+    static_cast<int*>(buffer)[i] = i < pids.size() ? pids[i] : 0;
   }
   return SizeOf(count);
 }
