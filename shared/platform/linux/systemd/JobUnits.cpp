@@ -193,16 +193,13 @@ void AppendUnit(ManagerCall& call, const JobUnit& job) {
   call.Append("a(sa(sv))", 0);
 }
 
-int StopUnit(sd_bus* bus, const std::string& unit, bool mayInteract, BusError& error) {
-  ManagerCall call(bus, "StopUnit", mayInteract);
-  call.Append("ss", unit.c_str(), "replace");
-  return call.Send(error);
-}
-
-/// Makes systemd forget a unit that has failed.
-int ResetFailedUnit(sd_bus* bus, const std::string& unit, bool mayInteract, BusError& error) {
-  ManagerCall call(bus, "ResetFailedUnit", mayInteract);
-  call.Append("s", unit.c_str());
+/// Calls a method of systemd's manager with these arguments, as sd_bus_message_append(3) takes
+/// them.
+template <typename... Values>
+int CallManager(sd_bus* bus, const char* member, bool mayInteract, BusError& error,
+                const char* types, Values... values) {
+  ManagerCall call(bus, member, mayInteract);
+  call.Append(types, values...);
   return call.Send(error);
 }
 
@@ -218,7 +215,7 @@ int AwaitRemoval(sd_bus* bus, const std::string& unit, bool mayInteract, BusErro
     std::string state;
     int result = ReadStateOfUnit(bus, unit, state, error);
     if (result >= 0 && state == "failed") {
-      result = ResetFailedUnit(bus, unit, mayInteract, error);
+      result = CallManager(bus, "ResetFailedUnit", mayInteract, error, "s", unit.c_str());
     }
     if (result < 0) {
       return IsGone(error) ? 0 : result;
@@ -269,7 +266,7 @@ int RemoveJobUnit(const std::string& name, bool mayInteract) {
   std::string state;
   result = ReadStateOfUnit(bus.get(), name, state, error);
   if (result >= 0) {
-    result = StopUnit(bus.get(), name, mayInteract, error);
+    result = CallManager(bus.get(), "StopUnit", mayInteract, error, "ss", name.c_str(), "replace");
   }
   return result < 0 ? result : AwaitRemoval(bus.get(), name, mayInteract, error);
 }

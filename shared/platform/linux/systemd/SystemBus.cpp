@@ -1,37 +1,30 @@
 #include "shared/platform/linux/systemd/SystemBus.h"
 
-#include <time.h>
-
 #include <cerrno>
+#include <chrono>
 #include <utility>
 
+using std::chrono::duration_cast;
+using std::chrono::microseconds;
+using std::chrono::steady_clock;
+
 namespace {
-
-constexpr uint64_t kMicrosecondsPerSecond = 1'000'000;
-constexpr uint64_t kNanosecondsPerMicrosecond = 1'000;
-
-uint64_t MicrosecondsNow() {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * kMicrosecondsPerSecond +
-         static_cast<uint64_t>(now.tv_nsec) / kNanosecondsPerMicrosecond;
-}
 
 /// Waits until the bus has accepted the connection: libsystemd itself would wait for 90 seconds.
 /// Returns 0 or a negative errno.
 int AwaitConnection(sd_bus* bus) {
-  const uint64_t end = MicrosecondsNow() + BusTimeLimit();
+  const auto end = steady_clock::now() + microseconds(BusTimeLimit());
   for (;;) {
     int result = sd_bus_process(bus, nullptr);
     result = result < 0 ? result : sd_bus_is_ready(bus);
     if (result != 0) {
       return result < 0 ? result : 0;
     }
-    const uint64_t now = MicrosecondsNow();
-    if (now >= end) {
+    const auto left = duration_cast<microseconds>(end - steady_clock::now()).count();
+    if (left <= 0) {
       return -ETIMEDOUT;
     }
-    result = sd_bus_wait(bus, end - now);
+    result = sd_bus_wait(bus, static_cast<uint64_t>(left));
     if (result < 0 && result != -EINTR) {
       return result;
     }
