@@ -2,8 +2,6 @@
 
 #include <dlfcn.h>
 
-#include <string>
-
 namespace {
 
 /// By the name of its interface, which all releases since 7.16 share.
@@ -13,69 +11,38 @@ constexpr char kLibraryName[] = "libcurl.so.4";
 constexpr unsigned kOldestRelease = 0x075700;
 constexpr char kOldestReleaseText[] = "7.87.0";
 
-struct LoadedLibrary {
-  CurlLibrary functions = {};
-  std::string failure;  // Empty when the library can be used.
-
-  LoadedLibrary() {
-    // Never closed: libcurl's own libraries cannot be unloaded safely.
-    void* const handle = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
-    if (handle != nullptr && !CheckRelease(handle)) {
-      return;
-    }
-    if (handle == nullptr || !FindAll(handle)) {
-      const char* const text = dlerror();
-      failure = text == nullptr || *text == '\0' ? "libcurl cannot be loaded" : text;
-      return;
-    }
-    const CURLcode result = functions.global_init(CURL_GLOBAL_DEFAULT);
-    if (result != CURLE_OK) {
-      failure = functions.easy_strerror(result);
-    }
+/// The library, which is never released: a thread may ask while the program ends.
+const CurlLibrary& Load() {
+  CurlLibrary& library = *new CurlLibrary{};
+  // Never closed: libcurl's own libraries cannot be unloaded safely.
+  void* const handle = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
+  bool isComplete = handle != nullptr;
+  // The first that is missing ends the search, so that dlerror(3) names it.
+#define KP_FIND_CURL_FUNCTION(NAME)                                                        \
+  if (isComplete) {                                                                        \
+    library.NAME = reinterpret_cast<decltype(library.NAME)>(dlsym(handle, "curl_" #NAME)); \
+    isComplete = library.NAME != nullptr;                                                  \
   }
-
- private:
-  /// Called before FindAll(), since an older release may also lack functions. Returns false with
-  /// `failure` set.
-  bool CheckRelease(void* handle) {
-    const auto info =
-        reinterpret_cast<decltype(&curl_version_info)>(dlsym(handle, "curl_version_info"));
-    if (info == nullptr || info(CURLVERSION_NOW)->version_num >= kOldestRelease) {
-      return true;
-    }
-    failure = std::string("libcurl ") + info(CURLVERSION_NOW)->version +
-              " is too old: " + kOldestReleaseText + " or later is needed";
-    return false;
-  }
-
-  /// False, with dlerror(3) set, for a release that lacks one of them.
-  bool FindAll(void* handle) {
-#define KP_FIND_CURL_FUNCTION(NAME)                                                          \
-  functions.NAME = reinterpret_cast<decltype(functions.NAME)>(dlsym(handle, "curl_" #NAME)); \
-  if (functions.NAME == nullptr) {                                                           \
-    return false;                                                                            \
-  }
-    KP_CURL_FUNCTIONS(KP_FIND_CURL_FUNCTION)
+  KP_CURL_FUNCTIONS(KP_FIND_CURL_FUNCTION)
 #undef KP_FIND_CURL_FUNCTION
-    return true;
+  const auto* const info =
+      library.version_info == nullptr ? nullptr : library.version_info(CURLVERSION_NOW);
+  // Checked first: an old release may also lack functions.
+  if (info != nullptr && info->version_num < kOldestRelease) {
+    library.failure = std::string("libcurl ") + info->version +
+                      " is too old: " + kOldestReleaseText + " or later is needed";
+  } else if (!isComplete) {
+    const char* const text = dlerror();
+    library.failure = text == nullptr || *text == '\0' ? "libcurl cannot be loaded" : text;
+  } else if (const CURLcode result = library.global_init(CURL_GLOBAL_DEFAULT)) {
+    library.failure = library.easy_strerror(result);
   }
-};
-
-const LoadedLibrary& TheLibrary() {
-  // Never destroyed: a thread may ask while the program ends.
-  static const LoadedLibrary& s_library = *new LoadedLibrary;
-  return s_library;
+  return library;
 }
 
 }  // namespace
 
-const CurlLibrary* LoadedCurlLibrary(const char** reason) {
-  const LoadedLibrary& library = TheLibrary();
-  if (!library.failure.empty()) {
-    *reason = library.failure.c_str();
-    return nullptr;
-  }
-  return &library.functions;
+const CurlLibrary& Curl() {
+  static const CurlLibrary& s_library = Load();
+  return s_library;
 }
-
-const CurlLibrary& Curl() { return TheLibrary().functions; }

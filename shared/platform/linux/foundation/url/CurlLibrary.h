@@ -3,10 +3,13 @@
 
 #include <curl/curl.h>
 
-/// The functions of libcurl that the port calls, under their names without "curl_".
+#include <string>
+
+/// The functions of libcurl that the port calls, under their names without "curl_". The version is
+/// first, because a release that lacks others is recognized by it.
 // clang-format off
 #define KP_CURL_FUNCTIONS(X)                                                             \
-  X(global_init) X(version_info)                                                         \
+  X(version_info) X(global_init)                                                         \
   X(free) X(url) X(url_cleanup) X(url_set) X(url_get)                                    \
   X(easy_init) X(easy_cleanup) X(easy_setopt) X(easy_getinfo) X(easy_nextheader)         \
   X(easy_strerror)                                                                       \
@@ -19,14 +22,11 @@ struct CurlLibrary {
 #define KP_CURL_MEMBER(NAME) decltype(&curl_##NAME) NAME;  // NOLINT(bugprone-macro-parentheses)
   KP_CURL_FUNCTIONS(KP_CURL_MEMBER)
 #undef KP_CURL_MEMBER
+  /// Why no function may be called: the library cannot be loaded, or is older than release 7.87. In
+  /// the words of the dynamic linker or of libcurl if the failure is theirs; empty without one.
+  std::string failure;
 };
 
 /// Loads and initializes the library at the first call, from any thread. It is not linked, because
-/// then every program would pay for it at its start. Returns nullptr, and does so at every later
-/// call, when the library cannot be loaded or is older than release 7.87. `*reason` then says why,
-/// in the words of the dynamic linker or of libcurl if the failure is theirs; the text lives as
-/// long as the program.
-const CurlLibrary* LoadedCurlLibrary(const char** reason);
-
-/// The library that LoadedCurlLibrary() has returned before.
+/// then every program would pay for it at its start. The object lives as long as the program.
 const CurlLibrary& Curl();

@@ -30,11 +30,7 @@ int SocketCallback(CURL*, curl_socket_t socket, int what, void* poller, void*) {
 }
 
 int TimerCallback(CURLM*, long milliseconds, void* poller) {
-  if (milliseconds < 0) {
-    static_cast<Poller*>(poller)->StopWakeTimer();
-  } else {
-    static_cast<Poller*>(poller)->StartWakeTimer(static_cast<double>(milliseconds) / 1000);
-  }
+  static_cast<Poller*>(poller)->SetWakeTimer(milliseconds);
   return 0;
 }
 
@@ -108,7 +104,7 @@ const MethodReplacement s_registration('+', "NSURLProtocol", "initialize", Initi
              forMode:NSDefaultRunLoopMode];
   [self restartIdleTimer];
   if (![self startTransfer]) {
-    _poller->StartWakeTimer(0);  // The client is called from the run loop, never from in here.
+    _poller->SetWakeTimer(0);  // The client is called from the run loop, never from in here.
   }
 }
 
@@ -147,8 +143,8 @@ const MethodReplacement s_registration('+', "NSURLProtocol", "initialize", Initi
   if (errorCode != 0) {
     return [self endWithErrorCode:errorCode reason:reason];
   }
-  if (LoadedCurlLibrary(&reason) == nullptr) {
-    return [self endWithErrorCode:NSURLErrorUnknown reason:reason];
+  if (!Curl().failure.empty()) {
+    return [self endWithErrorCode:NSURLErrorUnknown reason:Curl().failure.c_str()];
   }
   _multi = Curl().multi_init();
   _transfer = Curl().easy_init();
@@ -176,7 +172,7 @@ const MethodReplacement s_registration('+', "NSURLProtocol", "initialize", Initi
 }
 
 - (void)restartIdleTimer {
-  _poller->StartIdleTimer(TimeoutOf([self request]));
+  _poller->SetIdleTimer(TimeoutOf([self request]));
 }
 
 #pragma mark Called by libcurl

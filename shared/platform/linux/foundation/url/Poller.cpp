@@ -15,13 +15,14 @@ constexpr int kMostReadyDescriptors = 8;
 /// The longest time of a timer, in seconds.
 constexpr double kLongest = 1e9;
 
-void StartTimer(int timer, double seconds) {
-  const double limited = std::min(seconds, kLongest);
-  itimerspec time = {};
-  time.it_value.tv_sec = static_cast<time_t>(limited);
-  const double fraction = limited - static_cast<double>(time.it_value.tv_sec);
-  // At least a nanosecond: zero would stop the timer.
-  time.it_value.tv_nsec = std::max(static_cast<long>(fraction * 1e9), 1L);
+void SetTimer(int timer, double seconds) {
+  itimerspec time = {};  // All zero stops the timer.
+  if (seconds >= 0) {
+    const double limited = std::min(seconds, kLongest);
+    time.it_value.tv_sec = static_cast<time_t>(limited);
+    const double fraction = limited - static_cast<double>(time.it_value.tv_sec);
+    time.it_value.tv_nsec = std::max(static_cast<long>(fraction * 1e9), 1L);
+  }
   timerfd_settime(timer, 0, &time, nullptr);
 }
 
@@ -69,14 +70,11 @@ void Poller::Watch(curl_socket_t socket, int what) {
   }
 }
 
-void Poller::StartWakeTimer(double seconds) { StartTimer(wakeTimer_, seconds); }
-
-void Poller::StopWakeTimer() {
-  const itimerspec never = {};
-  timerfd_settime(wakeTimer_, 0, &never, nullptr);
+void Poller::SetWakeTimer(long milliseconds) {
+  SetTimer(wakeTimer_, static_cast<double>(milliseconds) / 1000);
 }
 
-void Poller::StartIdleTimer(double seconds) { StartTimer(idleTimer_, seconds); }
+void Poller::SetIdleTimer(double seconds) { SetTimer(idleTimer_, seconds); }
 
 Poller::Activity Poller::Serve(CURLM* multi) {
   epoll_event ready[kMostReadyDescriptors];
@@ -90,7 +88,7 @@ Poller::Activity Poller::Serve(CURLM* multi) {
     }
     int action = ActionOf(ready[i].events);
     if (socket == wakeTimer_) {
-      StopWakeTimer();
+      SetWakeTimer(-1);
       socket = CURL_SOCKET_TIMEOUT;
       action = 0;
     } else {

@@ -21,10 +21,11 @@ class Poller {
   /// CURLMOPT_SOCKETFUNCTION.
   void Watch(curl_socket_t socket, int what);
 
-  /// Starts or restarts a timer that expires once, after `seconds`.
-  void StartWakeTimer(double seconds);
-  void StopWakeTimer();
-  void StartIdleTimer(double seconds);
+  /// Starts or restarts a timer that expires once, after that time; a negative one stops it. The
+  /// values are those that libcurl passes to its CURLMOPT_TIMERFUNCTION.
+  void SetWakeTimer(long milliseconds);
+  /// The same, in seconds.
+  void SetIdleTimer(double seconds);
 
   /// What Serve() found.
   struct Activity {
