@@ -275,6 +275,7 @@ std::vector<char*> ToolEnvironment(bool isPkexec) {
 /// output.
 OSStatus Start(std::vector<std::string>& line, bool isPkexec, FILE** communicationsPipe) {
   std::vector<char*> arguments;
+  arguments.reserve(line.size() + 1);
   for (std::string& each : line) {
     arguments.push_back(each.data());
   }

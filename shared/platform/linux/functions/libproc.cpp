@@ -58,8 +58,8 @@ bool ReadStartTime(pid_t pid, unsigned long long& startTime) {
   return static_cast<bool>(fields >> startTime);
 }
 
-/// Those of `pids` that still exist, by their start, then by their ids, the greatest first.
-std::vector<pid_t> NewestFirst(const std::vector<pid_t>& pids) {
+/// Start time and id of those of `pids` that still exist, the greatest first.
+std::vector<std::pair<unsigned long long, pid_t>> NewestFirst(const std::vector<pid_t>& pids) {
   std::vector<std::pair<unsigned long long, pid_t>> processes;
   processes.reserve(pids.size());
   for (const pid_t pid : pids) {
@@ -69,11 +69,7 @@ std::vector<pid_t> NewestFirst(const std::vector<pid_t>& pids) {
     }
   }
   std::sort(processes.rbegin(), processes.rend());
-  std::vector<pid_t> newestFirst;
-  for (const auto& process : processes) {
-    newestFirst.push_back(process.second);
-  }
-  return newestFirst;
+  return processes;
 }
 
 /// Bytes of `count` ids; as many as an int holds.
@@ -155,11 +151,11 @@ int proc_listpids(uint32_t type, uint32_t /*typeinfo*/, void* buffer, int buffer
     s_announced.swap(pids);
     return SizeOf(2 * (s_announced.size() + kProcessesToCome));
   }
-  pids = NewestFirst(pids);
+  const auto processes = NewestFirst(pids);
   const size_t room = static_cast<size_t>(std::max(buffersize, 0)) / sizeof(int);
-  const size_t count = std::min(2 * pids.size(), room);
+  const size_t count = std::min(2 * processes.size(), room);
   for (size_t i = 0; i < count; ++i) {
-    static_cast<int*>(buffer)[i] = i < pids.size() ? pids[i] : 0;
+    static_cast<int*>(buffer)[i] = i < processes.size() ? processes[i].second : 0;
   }
   return SizeOf(count);
 }
