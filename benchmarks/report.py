@@ -111,6 +111,7 @@ def _ratio_lines(tree, ours, *peers):
     kind, name = next(iter(ours.items()))
     memory = [str(float(ours["peak MiB"]) / float(peer["peak MiB"])) for peer in peers]
     if "threads" in name:
+        yield _ratio_line(f"pack `{tree}` with two threads, wall time", _column(peers, "our wall / its"))
         yield _ratio_line(f"pack `{tree}` with two threads, CPU time", _column(peers, "our CPU / its"))
     elif kind == "packing":
         yield _ratio_line(f"pack `{tree}`, CPU time", _column(peers, "our CPU / its"))

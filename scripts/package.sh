@@ -5,7 +5,8 @@
 #   scripts/package.sh [--placeholder-hosts] --macos DIR
 #
 # -D options, such as the vendor's hosts (README.md), go to cmake, which remembers them. Prints the
-# hosts of the build. Reserved ones, such as the defaults, are refused without --placeholder-hosts.
+# hosts of the build. Reserved ones, such as the defaults, and the default contact are refused without
+# --placeholder-hosts.
 # --macos makes a tarball of the universal macOS programs in DIR/bin, where scripts/check-macos.sh
 # leaves them, with man pages and completions: DIR/packages/*-macOS-universal.tar.gz.
 set -euo pipefail
@@ -95,7 +96,19 @@ fi
 scripts/bootstrap.sh
 # cmake reports wrong options on standard error.
 cmake --preset release "${options[@]}" > /dev/null
+cache=build/release/CMakeCache.txt
+# A misspelled name would leave the old value in place.
+if unknown=$(grep -m 1 -o '^KP_[^:]*:UNINITIALIZED' "$cache"); then
+    unknown=${unknown%:*}
+    cmake build/release "-U$unknown" > /dev/null
+    echo "package: no such setting: $unknown" >&2
+    exit 1
+fi
 check_hosts build/release
+if [ ${#placeholders[@]} -eq 0 ] && grep -q '^CPACK_PACKAGE_CONTACT:.*\.example>' "$cache"; then
+    echo 'package: the contact is a placeholder: set -DCPACK_PACKAGE_CONTACT="NAME <ADDRESS>"' >&2
+    exit 1
+fi
 cmake --build --preset release -j "$(nproc)" --target finalizer kpim
 rm -rf build/release/packages
 # Debian's rule: all users may read what is installed, whatever the umask of the build.

@@ -86,6 +86,7 @@ def test_ratios_of_a_report():
     assert report.ratios_of(text).splitlines()[2:] == [
         "| pack `large`, CPU time | 1.01 | 0.82 |  |",
         "| pack `large`, size of the blob | 1.00 | 0.90 |  |",
+        "| pack `small` with two threads, wall time | 3.00 | 3.00 |  |",
         "| pack `small` with two threads, CPU time | 0.50 | 0.25 |  |",
         "| extract `small`, wall time | 0.83 | 1.26 | 0.76 |",
         "| extract `small`, CPU time | 0.84 | 0.88 | 0.77 |",
@@ -104,7 +105,7 @@ def test_text_between_markers():
 def test_page_has_the_ratios_of_the_report():
     page = (REPOSITORY / "docs/performance.md").read_text(encoding="utf-8")
     text = (REPOSITORY / "docs/performance-report.txt").read_text(encoding="utf-8")
-    assert len(report.ratios_of(text).splitlines()) == 15
+    assert len(report.ratios_of(text).splitlines()) == 17
     assert report.between_markers(page, report.ratios_of(text)) == page
 
 

@@ -126,6 +126,7 @@ def test_builds_must_agree(tmp_path):
 CMAKE = """#!/bin/sh
 echo "cmake $*" >> calls
 [ "$1" = --build ] || { mkdir -p build/release/generated && cp hosts.json build/release/generated/vendor-config.json; }
+cp CMakeCache.txt build/release
 """
 CPACK = """#!/bin/sh
 echo cpack >> ../../calls
@@ -144,7 +145,8 @@ def package(tmp_path):
         (tmp_path / name).write_text(text)
         (tmp_path / name).chmod(0o755)
 
-    def run(*arguments, **values):
+    def run(*arguments, cache="KP_DOWNLOAD_HOST:STRING=x", **values):
+        (tmp_path / "CMakeCache.txt").write_text(f"{cache}\nKP_WERROR:BOOL=OFF\n")
         (tmp_path / "hosts.json").write_text(json.dumps({**OWN, **values}))
         result = subprocess.run([tmp_path / "scripts/package.sh", *arguments], text=True,
                                 capture_output=True, check=False,
@@ -168,6 +170,21 @@ def test_package_refuses_reserved_names_before_it_builds(package):
     assert result.returncode == 1
     assert "reserved names, which reach no one: KP_DOWNLOAD_HOST\n" in result.stderr
     assert calls == ["cmake --preset release"]
+
+
+def test_package_refuses_a_setting_that_does_not_exist(package):
+    result, calls = package("-DKP_HOST=a.com", cache="KP_HOST:UNINITIALIZED=a.com")
+    assert (result.returncode, result.stderr) == (1, "package: no such setting: KP_HOST\n")
+    # Forgotten, so that the next call does not report it again.
+    assert calls == ["cmake --preset release -DKP_HOST=a.com", "cmake build/release -UKP_HOST"]
+
+
+def test_package_refuses_the_placeholder_of_the_contact(package):
+    cache = "CPACK_PACKAGE_CONTACT:STRING=Installer engineering <installers@tarvix.example>"
+    result, calls = package(cache=cache)
+    assert (result.returncode, calls) == (1, ["cmake --preset release"])
+    assert result.stderr.startswith("package: the contact is a placeholder: ")
+    assert package("--placeholder-hosts", cache=cache)[0].returncode == 0
 
 
 def test_package_with_placeholders(package):

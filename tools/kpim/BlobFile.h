@@ -21,7 +21,8 @@ bool ReadBlob(const std::string& path, ChunkList& tree);
 /// when several files have the same path: the last of them is installed.
 bool CheckLayout(const std::string& path, const fileChunk* tree);
 
-/// Returns the description of a fault on one line: "malformed: REASON at byte OFFSET".
+/// Returns the description of a fault on one line: "malformed: REASON at byte OFFSET", with "in the
+/// decoded content" before "at byte" where that is the place. `fault.reason` must be set.
 std::string DescribeFault(const BlobFault& fault);
 
 }  // namespace kpim

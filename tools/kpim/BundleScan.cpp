@@ -105,7 +105,7 @@ void BundleScan::ScanEntry(const std::string& path, const std::string& name) {
     result = stat(fullPath.c_str(), &status);
   }
   if (result != 0) {
-    Refuse(path, strerror(errno));
+    Refuse(path, isLink && errno == ENOENT ? "a link to a missing item" : strerror(errno));
     return;
   }
   if (isLink) {

@@ -23,6 +23,7 @@ constexpr char kFooter[] =
 constexpr char kProgram[] = "kpim";
 constexpr char kEndOfOptions[] = "--";
 constexpr char kNoSuchCommand[] = "no such command or option";
+constexpr char kEmptyValue[] = "the value is empty";
 constexpr char kOptionOfCommand[] = "an option of a command: put it after the command";
 constexpr char kVersion[] =
     "kpim " KP_VERSION_TEXT "\ndownload server: " KP_DOWNLOAD_HOST "\nweb site: " KP_VENDOR_WEB_HOST
@@ -97,6 +98,18 @@ bool IsOptionOfCommand(const CLI::App& app, const std::string& argument) {
   return IsOption(argument) && std::any_of(all.begin(), all.end(), [&](const CLI::App* command) {
            return command->get_option_no_throw(name) != nullptr;
          });
+}
+
+// Returns the name of the first option that is written with an empty value, as in "--exclude=";
+// empty if there is none. CLI11 would take the next argument for the value, even an option.
+std::string OptionWithEmptyValue(int argc, char** argv) {
+  for (int i = 1; i < argc && std::string(argv[i]) != kEndOfOptions; ++i) {
+    const std::string argument = argv[i];
+    if (argument.size() > 3 && argument.compare(0, 2, "--") == 0 && argument.back() == '=') {
+      return argument.substr(0, argument.find('='));
+    }
+  }
+  return "";
 }
 
 // Returns the arguments that `command` does not take, in their order; only the options if there are
@@ -338,6 +351,12 @@ int Run(int argc, char** argv) {
   AddLatestCommand(app, status);
   AddHelpCommand(app, status);
 
+  const std::string withEmptyValue = OptionWithEmptyValue(argc, argv);
+  if (!withEmptyValue.empty()) {
+    ReportError(withEmptyValue, kEmptyValue);
+    ReportLine("Try 'kpim --help'.");
+    return kExitUsage;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {

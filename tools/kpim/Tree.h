@@ -34,7 +34,8 @@ TreeTotals CountTree(const fileChunk* list);
 /// Returns text such as "8 entries, 3715924 bytes".
 std::string Described(const TreeTotals& totals);
 
-/// Sorts a sibling list, and the list of every directory below, by name, bytewise.
+/// Sorts a sibling list, and the list of every directory below, by name, bytewise. No name may be
+/// absent.
 void SortByName(fileChunk*& list);
 
 /// Returns the path of an entry in the folder `parent`; `parent` itself for a nameless entry.
@@ -66,7 +67,7 @@ constexpr char kNotASolidRoot[] =
 /// directory.
 bool IsSolidRoot(const fileChunk* list);
 
-/// Makes all names safe to print on a terminal, with MaskUnprintable().
+/// Makes all names safe to print on a terminal, with MaskUnprintable(). No name may be absent.
 void MaskNames(fileChunk* list);
 
 }  // namespace kpim

@@ -50,8 +50,8 @@ class ConfigFileManager {
   /// mark. Also returns false for an incomplete read; the settings read so far are then stored.
   bool ReadSettingsFile();
 
-  /// Reads the file again, on top of the settings: each key in the file moves to the end with
-  /// the file's value, and keys that the file lacks stay. Fails as `ReadSettingsFile` does.
+  /// The same as `ReadSettingsFile`. Both add to the settings: each key in the file moves to the
+  /// end with the file's value, and keys that the file lacks stay.
   bool ReloadSettingsFile();
 
   /// Stores the settings of `file` from its current position to its end, and sets `mIsIncomplete`.
@@ -59,8 +59,9 @@ class ConfigFileManager {
 
   /// If the line has a "=", removes every setting with its key and appends its setting to the list.
   ///
-  /// `line` is NUL-terminated and has a second NUL somewhere after the first: the text between the
-  /// two takes the place of a blank value. The line is changed.
+  /// `line` is NUL-terminated and must have a second NUL after the first: the text between the two
+  /// takes the place of a blank value. A blank key is replaced by the text after the "=". The line
+  /// is changed.
   void ProcessLine(char* line);
 
   /// Trims the bytes that count as blank, 0x00 to 0x20 and 0x80 to 0xFF, from both ends of `text`,

@@ -332,7 +332,8 @@ bool BlobDecoder::DecodeStream(const Sequence& sequence, const EntryLayout& entr
 
 // Goes through a directory's content without keeping any of it. What streams within the content
 // would together take is only known after the last of them: a blob that costs too much is refused
-// while no more than one of them is in memory. A blob of the writer has none, and loses no time.
+// while at most one stream of each level of nesting is in memory. A blob of the writer has no such
+// streams, and loses no time.
 bool BlobDecoder::Rehearse(const Sequence& content) {
   const unsigned long budget = budget_;
   fileChunk nothing;

@@ -20,7 +20,8 @@ struct fileChunk {
   fileChunk(const fileChunk&) = delete;
   fileChunk& operator=(const fileChunk&) = delete;
 
-  /// A single path leaf, NUL-terminated; absent for the solid root and for encoded blocks.
+  /// A single path leaf, which may end in one slash, NUL-terminated. Absent for encoded blocks and
+  /// for a solid root that has not been decoded; empty for a decoded one.
   char* name = nullptr;
   /// Bytes in `data`.
   unsigned long size = 0;

@@ -17,11 +17,12 @@
 fileChunk* PlatformCreateSourceFromPath(const char* path);
 
 /// Called for every entry that the source skips (other than by name) and for every file that it
-/// could not read completely. `path` is the path of the entry, or of its directory if memory ran
-/// out, and is valid during the call. `error` is kFileBecameShorter or an errno value: ENOTSUP for
-/// an entry that is neither a file nor a directory, ELOOP for a link to a directory around it,
-/// EFBIG for a file whose size has more than 32 bits, ENOMEM, or the error of the failed system
-/// call. `context` is the one passed to PlatformCreateSourceFromPath.
+/// could not read completely. `path` is the path of the entry and is valid during the call. It is
+/// the directory's path if the directory could not be read to its end, or if memory for the entry's
+/// path ran out. `error` is kFileBecameShorter or an errno value: ENOTSUP for an entry that is
+/// neither a file nor a directory, ELOOP for a link to a directory around it, EFBIG for a file
+/// whose size has more than 32 bits, ENOMEM, or the error of the failed system call. `context` is
+/// the one passed to PlatformCreateSourceFromPath.
 typedef void SourceFaultHandler(const char* path, int error, void* context);
 
 /// The error of a file that has ended before the size that it had when it was opened.
@@ -65,15 +66,17 @@ bool PlatformFilenameAllowed(const char* name);
 // ---- Sink: tree to disk
 
 /// Writes a sibling list below the directory `parentPath`: directories with mode 0775, files with
-/// mode 0664, whatever the umask. An entry with an empty name means `parentPath` itself. An
-/// existing directory is used, an existing file is replaced; of two entries with one name the later
-/// one counts. Entries that cannot be written are skipped. Returns true, always.
+/// mode 0664, whatever the umask. An entry with an empty name means `parentPath` itself, which is
+/// created, without its parents, if the first entry is such a directory, and must exist otherwise.
+/// An existing directory is used, with its mode unchanged, and an existing file is replaced. Of two
+/// files with one name the later one counts; of a file and a directory the later one is skipped, as
+/// are all entries that cannot be written. The caller keeps `list`. Returns true, always.
 ///
 /// Links in `parentPath` are followed. Below it nothing is written through a link, into a file that
 /// has a second name, or into anything other than regular files and real folders, even if another
-/// user exchanges folders at the same time. The process's working directory changes during the
-/// call, and must be readable. At most three descriptors are open at a time. Paths may be longer
-/// than PATH_MAX.
+/// user exchanges folders at the same time. During the call the process's working directory changes
+/// and its umask is 0. The directory is restored if it is readable; otherwise it is "/" afterwards.
+/// At most three descriptors are open at a time. Paths may be longer than PATH_MAX.
 bool PlatformWriteFileFromChunk(const char* parentPath, fileChunk* list);
 
 /// Which entries a sink could not write.

@@ -19,14 +19,15 @@
 bool launchElevated(NSString* label, NSString* toolPath, NSArray* arguments, NSString** output);
 
 /// Runs `toolPath` as the job `label`, in place of any job of that label. Without `output`, returns
-/// true once the job has been submitted, and leaves it registered. With `output`, waits without
-/// sleeping until the tool's process has been seen and then, however long that takes, until
-/// isPIDAlive() no longer finds it. Then stores the text that the tool has printed in `*output`
-/// (nil if it is not UTF-8), removes the job and returns true.
+/// true once the job has been submitted, and leaves it registered. With `output`, polls the process
+/// table without a pause: for at most 3 seconds until the tool's process appears, then without a
+/// limit until isPIDAlive() no longer finds it. Then stores the text that the tool has printed in
+/// `*output` (nil if it is not UTF-8), removes the job and returns true.
 ///
 /// Returns false, with nil in `*output`, when `label` is nil, when `toolPath` does not exist, when
 /// the output file cannot be created, when the job cannot be described or is refused, and when no
-/// process of the tool was seen within 3 seconds, even if the tool ran and ended unseen.
+/// process of the tool was seen within 3 seconds, even if the tool ran and ended unseen: the job
+/// then stays registered and may still run.
 ///
 /// The output file is created in /tmp, belongs to the calling user, and is never removed.
 ///

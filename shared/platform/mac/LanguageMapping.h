@@ -5,8 +5,9 @@
 
 /// Returns the player code for the platform's language identifier `language`, which may have
 /// further subtags: "fr" for "fr-CA", "zh-TW" for "zh-Hant-HK". The comparison is case-sensitive.
-/// Returns "xu" for a language that the player does not support, for fewer than two characters, and
-/// for nil. The result is a constant string.
+/// Except for the special cases ("en-GB", "zh-Hans", "zh-Hant", "pt-PT", "nn") only the first two
+/// characters count: "fil" becomes "fi". Returns "xu" when these are not a language that the player
+/// supports, for fewer than two characters, and for nil. The result is a constant string.
 const char* KorvelLanguageFromMacOSXLanguage(NSString* language);
 
 /// Returns the player code of the language that the current effective user prefers, at most 9

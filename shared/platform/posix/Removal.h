@@ -13,8 +13,9 @@ struct RemovalResult {
 /// Removes the item at `path` below the folder `root`; a folder with everything in it. The caller
 /// trusts `root` and the path to it. Below `root` no link is followed: a link is removed itself,
 /// and an item whose path leads through a link stays and counts as refused. After a refusal the
-/// remaining items are still removed. If another user replaces items meanwhile, nothing outside the
-/// folders that were entered is removed.
+/// remaining items are still removed, unless another user has moved away a folder that the walk is
+/// in: then it ends. The process's working directory changes during the call, see FolderWalk.h. If
+/// another user replaces items meanwhile, nothing outside the folders that were entered is removed.
 ///
 /// These are not entered, and stay: mount points; folders 1024 levels or more below the item; and,
 /// if `root` belongs to a user other than root, folders that belong to a third user, because the

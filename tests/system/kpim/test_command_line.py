@@ -43,6 +43,8 @@ BEFORE_COMMAND = "an option of a command: put it after the command"
     (["pack", "a", "--sort", "--no-sort"], "pack: --sort excludes --no-sort", "kpim pack"),
     (["pack", "a", "--threads", "0"], "pack: --threads: Value 0 not in range", "kpim pack"),
     (["pack", "a", "--threads", "many"], "pack: --threads: ", "kpim pack"),
+    (["pack", "a", "--exclude=", "--strict"], "--exclude: the value is empty", "kpim"),
+    (["latest", "--locale=", "--json"], "--locale: the value is empty", "kpim"),
     (["pack", "a", "--exclude"], "pack: --exclude: 1 required GLOB missing", "kpim pack"),
     (["pack", "a", "--exclude", ""], "pack: --exclude: an empty pattern matches nothing",
      "kpim pack"),

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -14,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -222,6 +224,32 @@ TEST_F(AuthorizationTest, WhatCannotBeExecutedIsRefused) {
     EXPECT_EQ(nullptr, pipe);
   }
   EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
+}
+
+/// The number of open files of the process.
+size_t OpenFiles() {
+  const std::filesystem::directory_iterator files("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(files), end(files)));
+}
+
+TEST_F(AuthorizationTest, WithoutRoomForThePipeNothingRunsOrStaysOpen) {
+  rlimit before = {};
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+  const size_t openBefore = OpenFiles();
+  const int firstFree = dup(STDERR_FILENO);
+  close(firstFree);
+  // The pipe takes two files.
+  for (rlim_t room = 0; room < 2; ++room) {
+    const rlimit narrow = {static_cast<rlim_t>(firstFree) + room, before.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &narrow));
+    const std::string output = RunShell("echo ran");
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    EXPECT_EQ("(refused)", output) << room;
+    EXPECT_EQ(errAuthorizationInternal, status_) << room;
+    EXPECT_EQ(openBefore, OpenFiles()) << room;
+  }
+  EXPECT_EQ("ran\n", RunShell("echo ran"));
+  EXPECT_EQ(openBefore, OpenFiles());
 }
 
 TEST_F(AuthorizationTest, NoFileAndNoSignalSettingIsPassedOn) {

@@ -10,7 +10,7 @@
 #include <vector>
 
 /// Sets what the port's BusTimeLimit() returns, in microseconds, while the object exists. SIGALRM
-/// ends a test that waits for libsystemd's own limits of 25 and 90 seconds instead.
+/// ends the test process if the object still exists after 100 seconds.
 class ScopedBusTimeLimit {
  public:
   explicit ScopedBusTimeLimit(uint64_t microseconds);

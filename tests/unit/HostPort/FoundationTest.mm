@@ -323,6 +323,55 @@ std::string NestedList(size_t depth) {
   return BinaryList(objects);
 }
 
+TEST_F(FoundationTest, BinaryListsWithValuesOfEveryType) {
+  const std::vector<std::string> values = {"\x08",
+                                           "\x09",
+                                           "\x10\x07",
+                                           "\x13" + BigEndian(UINT64_MAX),
+                                           "\x22" + BigEndian(0x3FC00000).substr(4),
+                                           "\x23" + BigEndian(0x4004000000000000),
+                                           "\x33" + BigEndian(0x4014000000000000),
+                                           "\x43" + std::string("x\0y", 3),
+                                           "\x51x",
+                                           std::string("\x61\x00\xE4", 3),
+                                           "\xA0",
+                                           "\xD0"};
+  std::string array = "\xAC";
+  std::vector<std::string> objects = {kTop, kKey, ""};
+  for (const std::string& value : values) {
+    array += Reference(objects.size());
+    objects.push_back(value);
+  }
+  objects[2] = array;
+  NSArray* expected =
+      [NSArray arrayWithObjects:[NSNumber numberWithBool:NO], [NSNumber numberWithBool:YES],
+                                [NSNumber numberWithInt:7], [NSNumber numberWithInt:-1],
+                                [NSNumber numberWithDouble:1.5], [NSNumber numberWithDouble:2.5],
+                                [NSDate dateWithTimeIntervalSinceReferenceDate:5],
+                                [NSData dataWithBytes:"x\0y" length:3], @"x", @"\u00e4",
+                                [NSArray array], [NSDictionary dictionary], nil];
+  ASSERT_EQ(values.size(), [expected count]);
+  NSDictionary* dictionary = Dictionary(folder_ / "file.plist", BinaryList(objects));
+  EXPECT_TRUE([[dictionary objectForKey:@"key"] isEqual:expected])
+      << Text([dictionary description]);
+}
+
+/// A list that is read with `count` references to one value, besides those to 757 arrays of 1320.
+std::string ListThatExpands(size_t count) {
+  const std::string size = "\x11";
+  return BinaryList({kTop, kKey,
+                     "\xAF" + size + Reference(757 + count) + Repeated(Reference(3), 757) +
+                         Repeated(Reference(4), count),
+                     "\xAF" + size + Reference(1320) + Repeated(Reference(4), 1320), "\x09"});
+}
+
+TEST_F(FoundationTest, BinaryListsHaveAtMostAMillionValues) {
+  const std::string file = folder_ / "file.plist";
+  // With the dictionary, its key and the outer array: 3 + 757 * 1321.
+  EXPECT_NE(nil, Dictionary(file, ListThatExpands(0)));
+  EXPECT_EQ(nil, Dictionary(file, ListThatExpands(1)));
+}
+
 TEST_F(FoundationTest, BinaryListsWhoseLengthsAreTooLarge) {
   const std::string file = folder_ / "file.plist";
   EXPECT_NE(nil, Dictionary(file, BinaryList({kTop, kKey, "\x55value"})));

@@ -1,5 +1,5 @@
-// Removing locked items. The test simulates the locks: the file system of a build machine may have
-// none.
+// Removing locked items, and folders that another user moves meanwhile. The test simulates the
+// locks, because the file system of a build machine may have none, and the other user.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdint.h>
@@ -8,9 +8,11 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "shared/platform/posix/Removal.h"
@@ -23,6 +25,8 @@ namespace {
 std::set<ino_t> s_locked;
 std::set<ino_t> s_fixed;
 std::vector<std::string> s_unlocked;
+// What another user does before the next item is removed.
+std::function<void()> s_interference;
 
 ino_t Inode(const char* path) {
   struct stat status = {};
@@ -30,6 +34,9 @@ ino_t Inode(const char* path) {
 }
 
 int Remove(const char* name) {
+  if (const auto interference = std::exchange(s_interference, nullptr)) {
+    interference();
+  }
   if (s_locked.count(Inode(name)) != 0 || s_locked.count(Inode(".")) != 0) {
     errno = EPERM;
     return -1;
@@ -148,6 +155,28 @@ TEST_F(LockedItemsTest, ALockedFlagFileIsRemoved) {
   EXPECT_EQ(0u, RemoveFileOrEmptyFolder(root.c_str(), "other").refused);
   EXPECT_FALSE(Has("bundle/other"));
   EXPECT_EQ(Paths({"other"}), s_unlocked);
+}
+
+TEST_F(LockedItemsTest, NothingIsRemovedOnceTheFolderHasMoved) {
+  const std::string root = folder_ / "walked";
+  for (const char* folder : {"walked/bundle/a", "walked/bundle/b", "elsewhere"}) {
+    fs::create_directories(folder_ / folder);
+  }
+  WriteWholeFile(root + "/bundle/a/file", "x");
+  WriteWholeFile(root + "/bundle/b/file", "x");
+  // The first of the two folders gets items with the names of those that are still to be removed.
+  s_interference = [&] {
+    fs::rename(fs::current_path(), folder_ / "elsewhere/moved");
+    for (const char* name : {"a", "b"}) {
+      fs::create_directories(folder_ / "elsewhere/moved" + std::string("/") + name);
+      WriteWholeFile(folder_ / "elsewhere/moved" + std::string("/") + name + "/kept", "x");
+    }
+  };
+  const RemovalResult result = RemoveTree(root.c_str(), "bundle");
+  EXPECT_EQ(1u, result.refused);
+  EXPECT_EQ(ESTALE, result.error);
+  EXPECT_TRUE(Has("elsewhere/moved/a/kept"));
+  EXPECT_TRUE(Has("elsewhere/moved/b/kept"));
 }
 
 }  // namespace

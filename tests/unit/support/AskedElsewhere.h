@@ -1,4 +1,4 @@
-// Questions that only a process of its own can answer: about what is cached once per process.
+// Running a function in a child process, for results that are cached once per process.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,7 +10,8 @@
 
 #include "tests/unit/support/EndChild.h"
 
-/// The answer of `question` in a process of its own, whose state it may change.
+/// Runs `question` in a forked child and returns its answer, at most 255 bytes up to the first NUL.
+/// Fails the test if the child does not exit with 0.
 inline std::string AskedElsewhere(const std::function<std::string()>& question) {
   int answer[2];
   EXPECT_EQ(0, pipe(answer));

@@ -1,4 +1,4 @@
-// For calls of the platform that leak, if a suppression could not name a function of the leak.
+// Permits leaks in a call of the platform, for leaks that no line in tests/lsan.supp can name.
 #pragma once
 
 #ifndef __has_feature
@@ -9,8 +9,8 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
-/// LeakSanitizer ignores what the thread allocates while the object exists, and what only that
-/// refers to. Use it around one call of the platform, never of this project.
+/// While the object exists, LeakSanitizer ignores memory that this thread allocates, and memory
+/// that is reachable only from it. Use it around one call of the platform, never of this project.
 class ScopedLeakPermit {
  public:
 #if __has_feature(address_sanitizer)

@@ -12,8 +12,8 @@ class ScopedMethodReplacement {
  public:
   enum Kind { kInstanceMethod, kClassMethod };
 
-  /// Replaces the method of `cls` for `selector`, its own or an inherited one. Throws when `cls`
-  /// has no such method.
+  /// Replaces the implementation of `selector` in `cls`. A method that `cls` inherits is replaced
+  /// in the superclass, and so for all of its subclasses. Throws when `cls` has no such method.
   ScopedMethodReplacement(Class cls, SEL selector, IMP implementation, Kind kind = kInstanceMethod)
       : method_(kind == kClassMethod ? class_getClassMethod(cls, selector)
                                      : class_getInstanceMethod(cls, selector)) {

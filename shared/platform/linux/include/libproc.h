@@ -15,9 +15,9 @@ extern "C" {
 /// by as many zeros. (Some programs for macOS divide the size by 8 bytes; with the zeros they still
 /// count every process.) `type` must be PROC_ALL_PIDS; `typeinfo` is ignored. Returns the number of
 /// bytes written, at most `buffersize`: a longer list is cut. If `buffer` is NULL, returns the size
-/// of the list in bytes and room for some more; the thread's next list then leaves out processes
-/// that have started since, so that it fits. Returns 0 with errno set on failure: EINVAL for
-/// another type, otherwise why /proc cannot be read.
+/// of the list in bytes plus room for 20 more processes. The calling thread's next list then has
+/// only processes that existed at this call, so that it fits. Returns 0 with errno set on failure:
+/// EINVAL for another type, otherwise why /proc cannot be read.
 int proc_listpids(uint32_t type, uint32_t typeinfo, void* buffer, int buffersize);
 
 /// Writes the absolute path of the executable of process `pid`, with a zero byte after it, to

@@ -39,6 +39,8 @@
 - (void)setValue:(NSString*)value forKey:(NSString*)key;
 
 /// Writes the settings over the whole file. A missing file is created, a missing folder is not.
+/// Does nothing when the path is nil, when the file could not be read to its end, or when it is not
+/// a regular file.
 - (void)synchronizeFile;
 
 @end

@@ -15,8 +15,8 @@ typedef const struct __SCDynamicStore* SCDynamicStoreRef;
 /// macOS; for a user id without a passwd entry, its decimal text.
 ///
 /// Returns NULL, and leaves the ids as they are, when no session is in the foreground, when that
-/// session is closing, and when logind does not run; except for a login screen, also when the
-/// passwd entry cannot be looked up (unlike a missing entry) and when the name in it is not UTF-8.
+/// session is closing, and when logind does not run. For a user's session also returns NULL when
+/// the name service fails (a missing entry is not a failure) and when the user's name is not UTF-8.
 /// `store` is ignored. `uid` and `gid` may be NULL; they receive the session's user (of a login
 /// screen: the one that it runs as) and that user's primary group, (gid_t)-1 without a passwd
 /// entry.

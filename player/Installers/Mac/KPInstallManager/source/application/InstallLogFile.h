@@ -5,8 +5,9 @@
 
 /// Opens the log at `path` for appending and returns a descriptor that the caller closes, or -1. A
 /// missing log is created, with mode 0666 less the umask; a missing folder is not. Only a regular
-/// file with one name is accepted: a link is not followed, and a hard link to another file, a FIFO
-/// or a device is refused. The call never waits for the other end of a FIFO.
+/// file with one name is accepted: a link in the last component is not followed, and a hard link to
+/// another file, a FIFO or a device is refused. Links in the folders before it are followed, except
+/// where root opens the log as described below. The call never waits for the other end of a FIFO.
 ///
 /// When root runs this and a user is at the console, the log is first opened with that user's
 /// effective ids and groups. So the user cannot make root write to a file that the user may not

@@ -34,8 +34,8 @@ class BlobLock {
   /// followed. Call it once per object.
   BlobLockResult Take(const char* path);
 
-  /// The open blob, with the position at its start; -1 unless Take() returned kLocked or
-  /// kNotLocked.
+  /// Returns the descriptor of the open blob, with the position at its start; -1 unless Take()
+  /// returned kLocked or kNotLocked. This object closes it.
   int Descriptor() const { return descriptor_; }
 
   /// Why the blob could not be opened or locked: an errno value, EWOULDBLOCK when another process

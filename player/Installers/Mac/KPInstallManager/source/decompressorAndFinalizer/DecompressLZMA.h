@@ -12,9 +12,9 @@
 /// or all of the bundle could not be written. Nothing is written or removed through a link below
 /// the root: if a folder on the way is a link, nothing is removed and no entry is written.
 ///
-/// The blob is locked from the test for its existence until its removal. While another process
-/// holds the lock, this one waits for up to a minute, then continues without the lock. It uses the
-/// blob that is at the path after the wait.
+/// Once it is known to exist, the blob is locked until it is removed. While another process holds
+/// the lock, this one waits for up to a minute, then continues without the lock. After the wait,
+/// the blob that is then at the path is unpacked.
 ///
 /// Logs to `g_logger`: the paths, a missing blob, a blob that cannot be locked, items of the old
 /// bundle that could not be removed, a blob that cannot be read to its end (also because memory ran

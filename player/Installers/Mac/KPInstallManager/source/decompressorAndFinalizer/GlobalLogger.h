@@ -7,7 +7,8 @@
 /// and when the log's file cannot be opened; messages to nil do nothing.
 extern KPIMLogger* g_logger;
 
-/// Opens the log of the console user, in the home folder that belongs to the name by convention
-/// (/Users/NAME), or the machine's log when no user is logged in at the console. Sets `g_logger` to
-/// it, with the finalizer's prefix and all levels written.
+/// Opens the log of the console user NAME, /Users/NAME/Library/Logs/KorvelPlayerInstallManager.log
+/// (the real home folder is not looked up). When no user is logged in at the console, opens the
+/// machine's log, the same file below /Library/Logs. Sets `g_logger` to it, with the finalizer's
+/// prefix and all levels written.
 void OpenInstallLog();

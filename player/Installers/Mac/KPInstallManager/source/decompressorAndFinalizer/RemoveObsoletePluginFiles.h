@@ -8,7 +8,7 @@
 /// at the same time, so no link below it is followed.
 ///
 /// If HOME is not set, only the system-wide folder is searched. If it is empty, the current folder
-/// takes its place: in "/" that is the system-wide folder again.
+/// counts as the home folder.
 ///
 /// Returns true, always.
 bool RemoveObsoletePluginFiles();

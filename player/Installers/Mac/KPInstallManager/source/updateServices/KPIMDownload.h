@@ -26,7 +26,8 @@ extern NSString* const kKPIMAuthoritiesProperty;
 - (void)downloadDidComplete;
 
 /// Called when the connection has failed, the download's file could not be created, or the body
-/// exceeds its limit. In the latter two cases the download is cancelled.
+/// exceeds its limit. In the last two cases the download is cancelled. If the file could not be
+/// created, `downloadDidProgress:` is called once more afterwards.
 - (void)downloadDidFail;
 
 @optional
@@ -84,10 +85,10 @@ extern NSString* const kKPIMAuthoritiesProperty;
 /// delegate's `downloadDidFail` is called.
 - (void)setMostBytes:(unsigned long long)mostBytes;
 
-/// Makes the connection verify the server against the certificates in the PEM file at `path`
-/// instead of the system's authorities; nil, the initial value, means the latter. Call it before
-/// `startDownload`. If the file cannot be read or has no certificate in it, every server is
-/// rejected.
+/// Makes the connection verify the server against the certificates in the PEM file at `path`; nil,
+/// the initial value, means the system's authorities. On macOS this has no effect in synchronous
+/// mode. Call it before `startDownload`. If the file cannot be read or has no certificate in it,
+/// every server is rejected.
 - (void)setAuthoritiesFile:(NSString*)path;
 
 /// Returns the URL that was passed to the initializer.
@@ -100,10 +101,10 @@ extern NSString* const kKPIMAuthoritiesProperty;
 /// as text for people. Returns nil in all other cases, also when the file could not be created.
 - (NSString*)failure;
 
-/// Removes the file of an earlier download and sends the request, without using any cache. The
-/// request fails after 60 seconds in which the server sends nothing. In synchronous mode on Linux
-/// it also fails after 60 seconds in all, and for a body of more than 256 MiB; on macOS neither the
-/// whole time nor the size of the body is limited.
+/// Removes whatever item is at the download path, a folder with everything in it, and sends the
+/// request, without using any cache. The request fails after 60 seconds in which the server sends
+/// nothing. In synchronous mode on Linux it also fails after 60 seconds in all, and for a body of
+/// more than 256 MiB; on macOS neither the whole time nor the size of the body is limited.
 ///
 /// Returns true when a request was sent, whether or not it succeeds. An earlier request that is
 /// still unanswered is cancelled. In asynchronous mode, returns false and logs an error when an
@@ -114,8 +115,9 @@ extern NSString* const kKPIMAuthoritiesProperty;
 /// Returns false, and changes nothing, in any state other than `kDownloadStateStarted`.
 - (bool)cancelDownload;
 
-/// Returns the body. In asynchronous mode, if the download is not completed, returns nil and logs
-/// an error.
+/// Returns the body, which the download owns: retain it to keep it longer than the download, or
+/// past the next start. In synchronous mode it is empty after a failed request. In asynchronous
+/// mode, if the download is not completed, returns nil and logs an error.
 - (NSData*)downloadedData;
 
 /// Returns the path of the file that is written, or nil. It is retained and autoreleased, so it is

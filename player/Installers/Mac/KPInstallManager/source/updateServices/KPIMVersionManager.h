@@ -20,8 +20,10 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 ///
 ///     KPIMVersionManager* manager = [[KPIMVersionManager alloc] init];
 ///     [manager sendVersionXMLRequestFor:kKPIMPlayerKindPepper];
-///     // ... the run loop of this thread runs until kKPIMVersionXMLReceivedNotification ...
+///     // ... run this thread's run loop until `downloadState` is not kDownloadStateStarted ...
 ///     NSString* newest = [manager XMLVersionString];
+///
+/// A description without a message posts no notification.
 ///
 /// From the request on the instance and its download retain each other, and neither is ever freed.
 /// The request fails when the server is silent for 60 seconds. The whole time is not limited: the
@@ -51,8 +53,9 @@ extern NSString* const kKPIMVersionXMLReceivedNotification;
 /// that could not be fetched.
 - (void)sendVersionXMLRequestFor:(int)kind;
 
-/// The same for the locale `locale`; nil means the user's. `authoritiesFile` is the path of a PEM
-/// file with the authorities to trust instead of the system's, or nil.
+/// The same for the locale `locale`; nil means the text of the key "AutoUpdateXmlLocale" in the
+/// main bundle's strings table, or the key itself without a translation. `authoritiesFile` is the
+/// path of a PEM file with the authorities to trust instead of the system's, or nil.
 - (void)sendVersionXMLRequestFor:(int)kind
                           locale:(NSString*)locale
                  authoritiesFile:(NSString*)authoritiesFile;

@@ -9,7 +9,8 @@
 /// version in it is missing.
 + (NSString*)_getOSVersion;
 
-/// Returns "x86_64", "i386", or "unknown" when the kernel does not report the processor's type.
+/// Returns "x86_64" for every 64-bit processor, ARM included, and "i386" for every other; "unknown"
+/// when the kernel does not report the processor's type.
 + (NSString*)_getCPUArch;
 
 /// Returns true when the processor runs 64-bit processes.
