@@ -105,8 +105,8 @@ bool IsOptionOfCommand(const CLI::App& app, const std::string& argument) {
 std::string OptionWithEmptyValue(int argc, char** argv) {
   for (int i = 1; i < argc && std::string(argv[i]) != kEndOfOptions; ++i) {
     const std::string argument = argv[i];
-    if (argument.size() > 3 && argument.compare(0, 2, "--") == 0 && argument.back() == '=') {
-      return argument.substr(0, argument.find('='));
+    if (argument.compare(0, 2, "--") == 0 && argument.find('=') + 1 == argument.size()) {
+      return argument.substr(0, argument.size() - 1);
     }
   }
   return "";

@@ -746,6 +746,12 @@ def test_pack_excludes(run, tmp_path, globs, left):
     assert set(content_of(tmp_path / "B.lzma")) == left
 
 
+def test_pack_excludes_a_name_that_ends_as_an_option_without_a_value_does(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a=": b"1", "b": b"2"})
+    assert run("pack", "B", "--exclude=a=").returncode == OK
+    assert set(content_of(tmp_path / "B.lzma")) == {"b"}
+
+
 def test_pack_looks_at_nothing_that_it_excludes(run, tmp_path):
     bundle = make_bundle(tmp_path / "B", {"Contents/Info.plist": b"", ".git/config": b"",
                                           "._x": b""})
