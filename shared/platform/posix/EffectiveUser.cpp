@@ -10,8 +10,8 @@
 namespace {
 
 constexpr gid_t kUnknownGroup = static_cast<gid_t>(-1);
-// The group of the user nobody on macOS; not used by any group on Linux.
-constexpr gid_t kGroupOfNobody = static_cast<gid_t>(-2);
+// The unprivileged group of macOS; on Linux no group has this id.
+constexpr gid_t kUnprivilegedGroup = static_cast<gid_t>(-2);
 
 // initgroups(3) takes the group as an int on macOS and as a gid_t on Linux.
 template <typename Group>
@@ -32,7 +32,7 @@ EffectiveUser::EffectiveUser(const char* name, uid_t user, gid_t group)
   if (!SaveGroups()) {
     return;
   }
-  isActive_ = Become(name, user, group == kUnknownGroup ? kGroupOfNobody : group);
+  isActive_ = Become(name, user, group == kUnknownGroup ? kUnprivilegedGroup : group);
   if (!isActive_) {
     Restore();
   }

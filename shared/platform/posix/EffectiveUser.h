@@ -11,7 +11,7 @@ class EffectiveUser {
  public:
   /// Sets the effective ids to `user` and `group`, and the supplementary groups to those of the
   /// user `name` in the system's databases, or to `group` alone if `name` is null or has no passwd
-  /// entry. If `group` is (gid_t)-1, unknown, (gid_t)-2 is used, macOS's group of the user nobody.
+  /// entry. If `group` is (gid_t)-1, unknown, (gid_t)-2 is used, the unprivileged group of macOS.
   EffectiveUser(const char* name, uid_t user, gid_t group);
   /// Restores the previous ids and groups. Does not change errno.
   ~EffectiveUser();

@@ -148,7 +148,7 @@ class MachineTest : public EnvironmentTest {
                               std::filesystem::copy_options::recursive);
       }
     }
-    // A user namespace without a mapping makes every user nobody.
+    // In a user namespace without a mapping every user has the id 65534.
     WriteWholeFile(etc_ + "/passwd", "root:x:0:0::" + home_ +
                                          ":/bin/sh\nnobody:x:65534:65534::" + home_ + ":/bin/sh\n");
     SetLocalTime("Etc/UTC");

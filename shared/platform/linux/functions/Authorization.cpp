@@ -239,7 +239,7 @@ OSStatus CheckPkexec(bool mayInteract) {
 }
 
 /// The command line: the tool, or pkexec with the tool's absolute path, because pkexec would look a
-/// relative one up in its own list of folders. With pkexec, empty when there is no such tool.
+/// relative one up in its own list of folders. With pkexec, empty when the tool does not exist.
 std::vector<std::string> CommandLine(const char* tool, char* const* arguments, bool isPkexec) {
   std::vector<std::string> line;
   if (isPkexec) {

@@ -22,7 +22,7 @@ int proc_listpids(uint32_t type, uint32_t typeinfo, void* buffer, int buffersize
 
 /// Writes the absolute path of the executable of process `pid`, with a zero byte after it, to
 /// `buffer` of `buffersize` bytes. Returns the path's length without that byte; 0 with errno set on
-/// failure: ESRCH when there is no such process or it has no executable, EPERM when the caller may
+/// failure: ESRCH when the process does not exist or has no executable, EPERM when the caller may
 /// not inspect it, ENXIO when the caller does not find the executable at its path, ENOMEM when the
 /// buffer is too small, EFAULT when it is NULL.
 ///
