@@ -32,25 +32,35 @@ if [ ! -e "$build/compile_commands.json" ]; then
     exit 1
 fi
 
-# The files that are checked, each with a NUL after it. Fails when a given one is not compiled.
-sources() {
-    /usr/bin/python3 - "$build/compile_commands.json" "${files[@]}" << 'PYTHON'
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# Writes the names of the files that are checked, each with a NUL after it, and a compilation database
+# with one command for each: clang-tidy checks a source that tests compile too once for each command.
+# Fails when a given file is not compiled.
+select_sources() {
+    /usr/bin/python3 - "$build/compile_commands.json" "$work" "${files[@]}" << 'PYTHON'
 import json, os, sys
-with open(sys.argv[1], encoding="utf-8") as database:
-    compiled = {os.path.relpath(command["file"]) for command in json.load(database)}
-wanted = [os.path.relpath(name) for name in sys.argv[2:]]
-unknown = [name for name in wanted if name not in compiled]
+database, work, *given = sys.argv[1:]
+commands = {}
+with open(database, encoding="utf-8") as file:
+    for command in json.load(file):
+        # The product's own command comes before those of its tests.
+        commands.setdefault(os.path.relpath(command["file"]), command)
+wanted = [os.path.relpath(name) for name in given]
+unknown = [name for name in wanted if name not in commands]
 if unknown:
     sys.exit(f"lint: not a source that the build compiles: {', '.join(unknown)}")
 if not wanted:
-    wanted = sorted(name for name in compiled if name.startswith(("player/", "shared/", "tools/")))
-sys.stdout.write("".join(name + "\0" for name in wanted))
+    wanted = sorted(name for name in commands if name.startswith(("player/", "shared/", "tools/")))
+with open(work + "/compile_commands.json", "w", encoding="utf-8") as file:
+    json.dump(list(commands.values()), file)
+with open(work + "/sources", "w", encoding="utf-8") as file:
+    file.write("".join(name + "\0" for name in wanted))
 PYTHON
 }
 
-list=$(mktemp)
-trap 'rm -f "$list"' EXIT
-sources > "$list"
+select_sources
 # Leaves out the counts of suppressed warnings, which are from other projects' headers.
-xargs -0 -r -n 1 -P "$(nproc)" clang-tidy -quiet -p "$build" < "$list" 2>&1 |
+xargs -0 -r -n 1 -P "$(nproc)" clang-tidy -quiet -p "$work" < "$work/sources" 2>&1 |
     sed -E '/ warnings? generated\.$/d'
