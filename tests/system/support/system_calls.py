@@ -16,8 +16,9 @@ _LINE = re.compile(r'(?P<name>\w+)\((?:AT_FDCWD<[^>]*>, )?'
 @dataclasses.dataclass(frozen=True)
 class Call:
     """The `number`-th call `name` of a process or thread that is about the file at `path`; for an
-    empty `path`, a call without a file, the `number`-th call of that name. `is_first`: whether the
-    program's first thread makes it.
+    empty `path`, a call without a file, the `number`-th call of that name. `is_followed`: whether
+    strace follows all threads and children, each of which has a count of its own. It does not when
+    the call is the first thread's and another may make as many.
 
     A call in a folder other than "/" has a `folder`, and a path that may be composed of it and the
     `given` one. Strace selects no such path, so `number` counts all calls of that name. `text` is
@@ -26,7 +27,7 @@ class Call:
     name: str
     path: str
     number: int
-    is_first: bool
+    is_followed: bool
     folder: str = ""
     given: str = dataclasses.field(default="", compare=False, repr=False)
     text: str = dataclasses.field(default="", compare=False, repr=False)
@@ -38,8 +39,13 @@ class Call:
                    f"inject={self.name}:{what}:when={self.number}"]
         if self.path and not self.folder:
             command += ["-P", self.path]
-        # Each process and thread has its own count.
-        return command if self.is_first else [*command, "-f"]
+        if self.is_followed:
+            command.append("-f")
+            if what.startswith("error="):
+                # The kernel stops the program at calls of this name only, which saves a third of the time.
+                # Strace sends no signals then.
+                command.append("--seccomp-bpf")
+        return command
 
 
 def tracing(output):
@@ -52,7 +58,9 @@ def read_trace(output: pathlib.Path):
     of its other threads, and of its children up to the program that they become."""
     files = sorted(output.parent.glob(output.name + ".*"), key=lambda file: int(file.suffix[1:]))
     first, *others = [file.read_text(errors="replace").splitlines() for file in files]
-    return _calls(first, True), [call for lines in others for call in _calls(_own(lines), False)]
+    counts = [collections.Counter(key for name, path, _ in _parsed(lines)
+                                  for key in (name, (name, path))) for lines in others]
+    return _calls(first, counts), [call for lines in others for call in _calls(_own(lines))]
 
 
 def has_failed(output, call):
@@ -78,29 +86,40 @@ def _path(match):
     return "" if path == "/" else path
 
 
+def _parsed(lines):
+    """(name, path, line) of each call."""
+    for line in lines:
+        match = _LINE.match(line)
+        if match:
+            yield match["name"], _path(match), line
+
+
 def _number(numbers, name, path):
+    """How many calls strace has counted, those on `path` only if there is one."""
+    if not path:
+        return numbers[name]
     # For a link strace also selects its target. The links of programs and libraries are the host's,
     # with the same paths.
     target = os.path.realpath(path) if path.startswith(("/usr/", "/lib")) else path
     return numbers[name, path] + (numbers[name, target] if target != path else 0)
 
 
-def _calls(lines, is_first):
+def _calls(lines, others=None):
+    """For the first thread's calls, `others` has the numbers of calls of each other thread and process."""
     numbers = collections.Counter()
     found = []
     folder = "/"
-    for line in lines:
-        match = _LINE.match(line)
-        if not match:
-            continue
-        name = match["name"]
-        path = _path(match)
+    for name, path, line in _parsed(lines):
         numbers[name] += 1
         numbers[name, path] += 1
         is_walking = folder != "/" or path and not path.startswith("/")
-        number = _number(numbers, name, path) if path and not is_walking else numbers[name]
+        selected = "" if is_walking else path
+        number = _number(numbers, name, selected)
+        # A child closes the descriptors that the first thread did not.
+        is_followed = others is None or name != "close" and all(
+            _number(other, name, selected) < number for other in others)
         whole = os.path.normpath(os.path.join(folder, path)) if path else ""
-        found.append(Call(name, whole, number, is_first, folder if is_walking else "", path, line))
+        found.append(Call(name, whole, number, is_followed, folder if is_walking else "", path, line))
         if name == "fchdir" and line.endswith(" = 0"):
-            folder = match["open_path"]
+            folder = path or "/"
     return found
