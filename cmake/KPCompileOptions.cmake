@@ -16,8 +16,9 @@ target_compile_options(kp_options INTERFACE
 target_include_directories(kp_options INTERFACE "${CMAKE_SOURCE_DIR}")
 
 if(KP_SANITIZE)
+  # Reports show lines, not variables.
   target_compile_options(kp_options INTERFACE
-    -fsanitize=${KP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+    -fsanitize=${KP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -gline-tables-only)
   target_link_options(kp_options INTERFACE -fsanitize=${KP_SANITIZE})
 endif()
 if(KP_BUILD_FUZZERS)
