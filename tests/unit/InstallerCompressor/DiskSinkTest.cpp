@@ -99,6 +99,14 @@ TEST(CreateDirectory, ForcesTheMode) {
   EXPECT_EQ(0775U, Mode(folder / "d"));
 }
 
+// Some systems give a new folder the special bits of the folder that it is made in.
+TEST(CreateDirectory, ClearsTheBitThatTheFolderAroundItHandsDown) {
+  const TemporaryFolder folder;
+  fs::permissions(folder.Path(), 02775);
+  EXPECT_TRUE(PlatformCreateDirectory((folder / "d").c_str()));
+  EXPECT_EQ(0775U, Mode(folder / "d"));
+}
+
 TEST(CreateDirectory, FailsWithoutTouchingAnything) {
   const TemporaryFolder folder;
   fs::create_directory(folder / "d");
@@ -221,6 +229,16 @@ TEST(WriteFileFromChunk, MapsANamelessEntryOntoItsParent) {
   const ChunkList file = List({NewFile("", "a file as the root")});
   PlatformWriteFileFromChunk((folder / "root").c_str(), file.get());
   EXPECT_EQ("a file as the root", ReadFile(folder / "root"));
+}
+
+TEST(WriteFileFromChunk, ClearsTheBitThatAFolderHandsDownToNewOnes) {
+  const TemporaryFolder folder;
+  fs::permissions(folder.Path(), 02775);
+  const ChunkList list = List({NewDirectory("", {NewDirectory("d", {NewDirectory("e")})})});
+  PlatformWriteFileFromChunk((folder / "bundle").c_str(), list.get());
+  for (const char* name : {"bundle", "bundle/d", "bundle/d/e"}) {
+    EXPECT_EQ(0775U, Mode(folder / name)) << name;
+  }
 }
 
 TEST(WriteFileFromChunk, UsesADirectoryThatExistsAsItIs) {
@@ -552,6 +570,22 @@ TEST_F(SinkReportTest, ATopThatNoEntryMakesFailsTheOthers) {
   const ChunkList list = List({NewFile("f", "x"), NewDirectory("d", {NewFile("g", "y")})});
   Write(list.get());
   Expect(3, 3, "/a/b/bundle/f", ENOENT);
+}
+
+TEST_F(SinkReportTest, ATopThatALaterEntryMakesTakesWhatFollows) {
+  const ChunkList list = List(
+      {NewFile("f", "x"), NewDirectory("", {NewFile("g", "y")}), NewFile("f", "z")});
+  Write(list.get());
+  Expect(1, 4, "/a/b/bundle/f", ENOENT);
+  EXPECT_EQ("y", ReadFile(root_ + "/a/b/bundle/g"));
+  EXPECT_EQ("z", ReadFile(root_ + "/a/b/bundle/f"));
+}
+
+TEST_F(SinkReportTest, AFileInTheTopsPlaceKeepsItFromTheEntriesAfterIt) {
+  const ChunkList list = List({NewFile("", "x"), NewDirectory("", {NewFile("g", "y")})});
+  Write(list.get());
+  Expect(2, 3, "/a/b/bundle", ENOTDIR);
+  EXPECT_EQ("x", ReadFile(root_ + "/a/b/bundle"));
 }
 
 TEST(PlatformHooks, DoNothing) {

@@ -559,6 +559,22 @@ TEST_F(FaultTest, AFileIsWrittenWholeInSmallPiecesAndThroughSignals) {
   EXPECT_EQ(contents, ReadFile(folder / "f"));
 }
 
+// A folder that another user has put in the place of the new one, and that belongs to a third user.
+TEST_F(FaultTest, TheModeOfAnotherUsersFolderIsNotChanged) {
+  const TemporaryFolder folder;
+  fs::permissions(folder.Path(), 02775);  // handed down, so that 0775 would be a change
+  const ChunkList list = List({NewDirectory("", {NewDirectory("d")})});
+  alterStatus = [](struct stat& status) { status.st_uid = geteuid() + 1; };
+  EXPECT_TRUE(PlatformCreateDirectory((folder / "a").c_str()));
+  SinkReport report;
+  PlatformWriteFileFromChunk(folder.Path().c_str(), "b", list.get(), report);
+  alterStatus = nullptr;
+  EXPECT_EQ(0UL, report.failed);
+  for (const char* name : {"a", "b", "b/d"}) {
+    EXPECT_EQ(02775U, Mode(folder / name)) << name;
+  }
+}
+
 // What the reader of a tree reported, and its first error.
 struct FirstFault {
   int error = -1;
@@ -822,6 +838,26 @@ TEST_F(DescriptorSourceTest, Of4GiBIsNotRead) {
   const unsigned long before = requestedBytes;
   ExpectAbsent(EFBIG);
   EXPECT_EQ(before, requestedBytes);
+}
+
+// Arrays of nothing but 'X', each of its own length, are recorded when they are freed.
+TEST_F(FaultTest, ANodeFreesItsNameThenItsChildrenThenItsData) {
+  const auto array = [](auto* bytes, size_t count) {
+    memset(bytes, 'X', count);
+    return bytes;
+  };
+  auto* node = new fileChunk;
+  node->name = array(new char[1], 1);
+  node->data = array(new unsigned char[2], 2);
+  node->children = new fileChunk;
+  node->children->name = array(new char[3], 3);
+  node->children->data = array(new unsigned char[4], 4);
+  scrubbedArrays = 0;
+  soughtText = "anything";
+  DeleteFileChunks(node);
+  soughtText = nullptr;
+  EXPECT_EQ((std::vector<size_t>{1, 3, 4, 2}),
+            std::vector<size_t>(scrubbedLengths, scrubbedLengths + scrubbedArrays));
 }
 
 TEST_F(FaultTest, PathsOfEntriesAreScrubbedBeforeTheyAreFreed) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstddef>
+
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
 
 namespace {
@@ -12,6 +14,16 @@ TEST(FileChunk, StartsWithAllFieldsZero) {
   EXPECT_EQ(nullptr, node.data);
   EXPECT_EQ(nullptr, node.children);
   EXPECT_EQ(nullptr, node.next);
+}
+
+TEST(FileChunk, HasItsFieldsInThisOrder) {
+  EXPECT_EQ(offsetof(fileChunk, name), 0U);
+  EXPECT_EQ(offsetof(fileChunk, size), 8U);
+  EXPECT_EQ(offsetof(fileChunk, isDirectory), 16U);
+  EXPECT_EQ(offsetof(fileChunk, data), 24U);
+  EXPECT_EQ(offsetof(fileChunk, children), 32U);
+  EXPECT_EQ(offsetof(fileChunk, next), 40U);
+  EXPECT_EQ(sizeof(fileChunk), 48U);
 }
 
 TEST(FileChunk, DestroysItsChildrenButNotItsSiblings) {

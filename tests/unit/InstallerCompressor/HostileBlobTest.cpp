@@ -72,6 +72,21 @@ TEST(HostileBlob, IsRefusedWithReasonAndPlace) {
   }
 }
 
+TEST(HostileBlob, ClaimsOfMoreThan8192TimesTheStreamAreRefusedAsClaims) {
+  constexpr size_t kLength = 10;
+  struct {
+    unsigned long claim;
+    const char* reason;
+  } const cases[] = {{8192 * kLength, "an entry's LZMA stream is damaged"},
+                     {8192 * kLength + 1, "an entry claims more than its LZMA stream can hold"}};
+  for (const auto& [claim, reason] : cases) {
+    const std::string subHeader = BigEndian32(claim) + std::string("\x5D\0\0\0\x04", 5);
+    const BlobFault fault = ExpectRefused(Header(1, "f", subHeader.size() + kLength) + subHeader +
+                                          std::string(kLength, '\xFF'));
+    EXPECT_STREQ(reason, fault.reason);
+  }
+}
+
 TEST(HostileBlob, BombIsRefusedWithReasonAndPlace) {
   int bombs = 0;
   for (const Expectation& expected : Expectations()) {

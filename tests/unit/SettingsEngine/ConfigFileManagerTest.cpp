@@ -232,14 +232,26 @@ TEST_F(ConfigFileManagerTest, TailsThatThereIsRoomForAreReadAndWritten) {
   EXPECT_GT(fs::file_size(mPath), 23 * kTail);
 }
 
-class FileOfMoreThan256Megabytes : public ConfigFileManagerTest,
+TEST_F(ConfigFileManagerTest, KeysAndValuesMayHaveAByteLessThan256Megabytes) {
+  // With the key of one byte, each tail has a 256th.
+  constexpr size_t kPart = 1UL << 20;
+  std::string file = "#" + std::string(kPart + 1, 'x') + "\n";
+  for (int line = 1; line < 256; ++line) {
+    file += "k=\n";
+  }
+  file += "k=" + std::string(kPart - 2, 'x');
+  EXPECT_TRUE(Read(file).UpdateSettingsFile());
+  EXPECT_FALSE(Read(file + "x").UpdateSettingsFile());
+}
+
+class FileOf256Megabytes : public ConfigFileManagerTest,
                                    public testing::WithParamInterface<const char*> {};
 
-TEST_P(FileOfMoreThan256Megabytes, IsRefused) {
+TEST_P(FileOf256Megabytes, IsRefused) {
   // Sparse: the rest of it is one line of zeros.
   const std::string start = GetParam();
   WriteWholeFile(mPath, start);
-  constexpr uintmax_t kSize = 300'000'000;
+  constexpr uintmax_t kSize = (1UL << 28) - 1;  // and the end of the file
   fs::resize_file(mPath, kSize);
   ConfigFileManager& manager = Open(mPath);
   Update(manager, "b", "2");
@@ -247,7 +259,7 @@ TEST_P(FileOfMoreThan256Megabytes, IsRefused) {
   EXPECT_EQ(fs::file_size(mPath), kSize);
 }
 
-INSTANTIATE_TEST_SUITE_P(InLines, FileOfMoreThan256Megabytes,
+INSTANTIATE_TEST_SUITE_P(InLines, FileOf256Megabytes,
                          testing::Values("", "a=1\n", "a=1\nlong="));
 
 TEST_F(ConfigFileManagerTest, SmallerFileThatTakesThePlaceOfOneTooLargeIsWritten) {
