@@ -66,11 +66,12 @@ bool PlatformFilenameAllowed(const char* name);
 // ---- Sink: tree to disk
 
 /// Writes a sibling list below the directory `parentPath`: directories with mode 0775, files with
-/// mode 0664, whatever the umask. An entry with an empty name means `parentPath` itself, which is
-/// created, without its parents, if the first entry is such a directory, and must exist otherwise.
-/// An existing directory is used, with its mode unchanged, and an existing file is replaced. Of two
-/// files with one name the later one counts; of a file and a directory the later one is skipped, as
-/// are all entries that cannot be written. The caller keeps `list`. Returns true, always.
+/// mode 0664, whatever the umask. An entry with an empty name means `parentPath` itself, which such
+/// a directory creates, without its parents, unless it exists. Entries before that one need it to
+/// exist, except a file without a name, which is written in its place. An existing directory is
+/// used, with its mode unchanged, and an existing file is replaced. Of two files with one name the
+/// later one counts; of a file and a directory the later one is skipped, as are all entries that
+/// cannot be written. The caller keeps `list`. Returns true, always.
 ///
 /// Links in `parentPath` are followed. Below it nothing is written through a link, into a file that
 /// has a second name, or into anything other than regular files and real folders, even if another

@@ -97,7 +97,8 @@ def test_too_little_memory_for_the_content(install_root):
     check_nothing_installed(install_root, finalizer_log.NO_MEMORY_FOR_BLOB)
 
 
-@pytest.mark.parametrize("error, reported", [("EIO", True), ("ENFILE", True), ("EACCES", False)])
+@pytest.mark.parametrize("error, reported", [
+    ("EIO", True), ("ENFILE", True), ("EACCES", False), ("EPERM", False), ("ELOOP", False)])
 def test_blob_that_cannot_be_opened(install_root, error, reported):
     """A fault of the machine is logged."""
     install_root.write(f"{BUNDLE}/old", b"old")

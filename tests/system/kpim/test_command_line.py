@@ -42,6 +42,7 @@ BEFORE_COMMAND = "an option of a command: put it after the command"
     (["pack", "a", "--sort=no"], "pack: sort was given a disallowed flag override", "kpim pack"),
     (["pack", "a", "--sort", "--no-sort"], "pack: --sort excludes --no-sort", "kpim pack"),
     (["pack", "a", "--threads", "0"], "pack: --threads: Value 0 not in range", "kpim pack"),
+    (["pack", "a", "--threads", "1025"], "pack: --threads: Value 1025 not in range", "kpim pack"),
     (["pack", "a", "--threads", "many"], "pack: --threads: ", "kpim pack"),
     (["pack", "a", "--exclude=", "--strict"], "--exclude: the value is empty", "kpim"),
     (["latest", "--locale=", "--json"], "--locale: the value is empty", "kpim"),

@@ -10,7 +10,7 @@ import finalizer_log
 from install_root import BLOB, BUNDLE, REPOSITORY, Node
 from kpim_program import FAILED, NOT_SOLID, OK, error, make_bundle, names, tree_of, warning
 
-A1, A2 = blob.stored_file("a", b"1"), blob.stored_file("a", b"2")
+A1, A2, B2 = (blob.stored_file(*file) for file in (("a", b"1"), ("a", b"2"), ("b", b"2")))
 FOLDER = blob.stored_directory("a", [blob.stored_file("b", b"3")])
 
 
@@ -52,7 +52,7 @@ ROWS = {
         malformed("an entry's size runs past the end at byte 3")),
     "empty root": Row(blob.solid_root([]), OK, "", {}, {}),
     "two roots": Row(
-        blob.solid_root([A1]) + blob.solid_root([blob.stored_file("b", b"2")]), FAILED,
+        blob.solid_root([A1]) + blob.solid_root([B2]), FAILED,
         NOT_SOLID_LINE, {"a": b"1", "b": b"2"}, {"a": b"1", "b": b"2"}),
     "named root": Row(
         FOLDER, FAILED, NOT_SOLID_LINE, {"a": None, "a/b": b"3"}, None,
@@ -62,6 +62,12 @@ ROWS = {
     "nameless file": Row(blob.stored_file("", b"1"), FAILED, NOT_SOLID_LINE, {}, b"1"),
     "root and file": Row(blob.solid_root([]) + A1, FAILED, NOT_SOLID_LINE, {"a": b"1"},
                          {"a": b"1"}),
+    "file and root": Row(
+        A1 + blob.solid_root([B2]), FAILED, NOT_SOLID_LINE, {"a": b"1", "b": b"2"}, {"b": b"2"},
+        UNWRITTEN(f"{BUNDLE}/a", 1, 3, "No such file or directory")),
+    "nameless file and root": Row(
+        blob.stored_file("", b"1") + blob.solid_root([B2]), FAILED, NOT_SOLID_LINE, {"b": b"2"},
+        b"1", UNWRITTEN(BUNDLE, 2, 3, "Not a directory")),
     "repeated file": Row(
         blob.solid_root([A1, A2]), OK,
         warning("blob", "1 path with more than one file, of which the last counts: a"),

@@ -69,6 +69,7 @@ def test_pack_stores_what_does_not_compress(run, tmp_path):
     data = (tmp_path / "B.lzma").read_bytes()
     assert data[:3] == bytes.fromhex("02 80 00")
     assert content_of(tmp_path / "B.lzma") == tree_of(tmp_path / "B")
+    assert json.loads(run("pack", "B", "--json").stdout)["compressed"] is False
 
 
 def test_pack_of_directories_only_has_no_ratio(run, tmp_path):
@@ -599,8 +600,9 @@ def test_pack_starts_no_thread_unless_told_to(run, tmp_path, option):
     trace = ["strace", "-f", "-o", "trace", "-e", "trace=clone,clone3"]
     assert run("pack", "B", *option, wrapper=trace).returncode == OK
     assert "clone" not in (tmp_path / "trace").read_text()
-    assert run("pack", "B", "--threads", "2", wrapper=trace).returncode == OK
-    assert "clone" in (tmp_path / "trace").read_text()
+    for number in ("2", "1024"):
+        assert run("pack", "B", "--threads", number, wrapper=trace).returncode == OK
+        assert "clone" in (tmp_path / "trace").read_text()
 
 
 def words(count, seed):

@@ -573,8 +573,8 @@ TEST_F(SinkReportTest, ATopThatNoEntryMakesFailsTheOthers) {
 }
 
 TEST_F(SinkReportTest, ATopThatALaterEntryMakesTakesWhatFollows) {
-  const ChunkList list = List(
-      {NewFile("f", "x"), NewDirectory("", {NewFile("g", "y")}), NewFile("f", "z")});
+  const ChunkList list =
+      List({NewFile("f", "x"), NewDirectory("", {NewFile("g", "y")}), NewFile("f", "z")});
   Write(list.get());
   Expect(1, 4, "/a/b/bundle/f", ENOENT);
   EXPECT_EQ("y", ReadFile(root_ + "/a/b/bundle/g"));

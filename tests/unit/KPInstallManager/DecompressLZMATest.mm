@@ -40,6 +40,8 @@ extern "C" int usleep(useconds_t duration) {
 
 namespace {
 
+// The state from the removal of the old bundle to that of the blob.
+constexpr char kLocked[] = " (bundle gone, blob locked)";
 constexpr char kBundlePath[] =
     "/Library/Internet Plug-Ins/PepperKorvelPlayer/PepperKorvelPlayer.plugin";
 
@@ -64,9 +66,20 @@ std::string Name(const fileChunk* node) {
 
 bool Exists(const std::string& path) { return fs::symlink_exists(path); }
 
-std::string Presence(const std::string& bundle) {
+// "locked" when another process could not lock the blob now.
+std::string StateOf(const std::string& blob) {
+  const int descriptor = open(blob.c_str(), O_RDONLY | O_NONBLOCK);
+  if (descriptor < 0) {
+    return Exists(blob) ? "present" : "gone";
+  }
+  const bool isLocked = flock(descriptor, LOCK_EX | LOCK_NB) != 0;
+  close(descriptor);
+  return isLocked ? "locked" : "present";
+}
+
+std::string State(const std::string& bundle) {
   return std::string(" (bundle ") + (Exists(bundle) ? "present" : "gone") + ", blob " +
-         (Exists(bundle + ".lzma") ? "present)" : "gone)");
+         StateOf(bundle + ".lzma") + ")";
 }
 
 }  // namespace
@@ -78,11 +91,7 @@ fileChunk* PlatformCreateSourceFromDescriptor(int descriptor, int& error) {
   EXPECT_EQ(0, fstat(descriptor, &opened));
   EXPECT_EQ(0, stat(blob.c_str(), &present));
   EXPECT_EQ(present.st_ino, opened.st_ino);
-  // Another process could not lock it now.
-  const int other = open(blob.c_str(), O_RDONLY);
-  const bool isLocked = flock(other, LOCK_EX | LOCK_NB) != 0;
-  close(other);
-  g_events.push_back("read " + std::string(isLocked ? "locked " : "") + blob + Presence(s_bundle));
+  g_events.push_back("read " + blob + State(s_bundle));
   error = s_readError;
   return s_readError == kNoError ? s_source : nullptr;
 }
@@ -97,7 +106,7 @@ bool PlatformWriteFileFromChunk(const char* root, const char* path, fileChunk* l
                                 SinkReport& report) {
   std::string output = root;
   output += output.back() == '/' ? path + 1 : path;
-  g_events.push_back("write " + Name(list) + " " + output + Presence(output));
+  g_events.push_back("write " + Name(list) + " " + output + State(output));
   report.entries = 12;
   report.failed = s_failedEntries;
   report.error = ENOSPC;
@@ -109,7 +118,7 @@ bool PlatformWriteFileFromChunk(const char* root, const char* path, fileChunk* l
 }
 
 void DeleteFileChunks(fileChunk*& head) {
-  g_events.push_back("free " + Name(head));
+  g_events.push_back("free " + Name(head) + State(s_bundle));
   head = nullptr;
 }
 
@@ -151,10 +160,13 @@ class DecompressLZMATest : public testing::Test {
 
   /// The events of a run that finds a blob.
   std::vector<std::string> FullRun() const {
-    return {
-        outputLine_,        inputLine_,    "read locked " + blob_ + " (bundle gone, blob present)",
-        "dismantle source", "free source", "write tree " + bundle_ + " (bundle gone, blob present)",
-        "free tree"};
+    return {outputLine_,
+            inputLine_,
+            "read " + blob_ + kLocked,
+            "dismantle source",
+            std::string("free source") + kLocked,
+            "write tree " + bundle_ + kLocked,
+            std::string("free tree") + kLocked};
   }
 
   NSAutoreleasePool* pool_ = [[NSAutoreleasePool alloc] init];
@@ -248,7 +260,7 @@ TEST_F(DecompressLZMATest, BlobMayBeALinkWhichAloneIsRemoved) {
 TEST_F(DecompressLZMATest, WhatCannotBeOpenedAsABlobIsNeitherReadNorWaitedFor) {
   const std::vector<std::string> expected = {
       outputLine_, inputLine_, "write absent " + bundle_ + " (bundle gone, blob present)",
-      "free absent"};
+      "free absent (bundle gone, blob present)"};
   for (const bool isFolder : {true, false}) {
     g_events.clear();
     LayBundle();
@@ -278,10 +290,9 @@ TEST_F(DecompressLZMATest, BlobThatCannotBeReadIsNotDecoded) {
     EXPECT_EQ(0, Decompress());
     EXPECT_THAT(
         g_events,
-        ElementsAre(outputLine_, inputLine_,
-                    "read locked " + blob_ + " (bundle gone, blob present)",
+        ElementsAre(outputLine_, inputLine_, "read " + blob_ + kLocked,
                     std::string("[1] ERROR: The payload blob cannot be read: ") + reason + ".",
-                    "write absent " + bundle_ + " (bundle gone, blob present)", "free absent"));
+                    "write absent " + bundle_ + kLocked, std::string("free absent") + kLocked));
     EXPECT_FALSE(Exists(bundle_));
     EXPECT_FALSE(Exists(blob_));
   }
@@ -346,10 +357,10 @@ TEST_F(DecompressLZMATest, MalformedBlob) {
   EXPECT_EQ(0, Decompress());
   EXPECT_THAT(
       g_events,
-      ElementsAre(outputLine_, inputLine_, "read locked " + blob_ + " (bundle gone, blob present)",
-                  "dismantle source", "free source",
+      ElementsAre(outputLine_, inputLine_, "read " + blob_ + kLocked, "dismantle source",
+                  std::string("free source") + kLocked,
                   "[1] ERROR: The payload blob is malformed: the name is empty at byte 4294967303.",
-                  "write absent " + bundle_ + " (bundle gone, blob present)", "free absent"));
+                  "write absent " + bundle_ + kLocked, std::string("free absent") + kLocked));
   EXPECT_FALSE(Exists(bundle_));
   EXPECT_FALSE(Exists(blob_));
 }
@@ -417,9 +428,9 @@ TEST_F(DecompressLZMATest, PathsAreUTF8) {
   EXPECT_THAT(g_events,
               ElementsAre("[3] Compression Output Path: '" + bundle + "'.",
                           "[3] Compression Input Path: '" + bundle + ".lzma'.",
-                          "read locked " + bundle + ".lzma (bundle gone, blob present)",
-                          "dismantle source", "free source",
-                          "write tree " + bundle + " (bundle gone, blob present)", "free tree"));
+                          "read " + bundle + ".lzma" + kLocked, "dismantle source",
+                          std::string("free source") + kLocked, "write tree " + bundle + kLocked,
+                          std::string("free tree") + kLocked));
   EXPECT_FALSE(Exists(bundle + ".lzma"));
 }
 

@@ -245,7 +245,7 @@ TEST_F(ConfigFileManagerTest, KeysAndValuesMayHaveAByteLessThan256Megabytes) {
 }
 
 class FileOf256Megabytes : public ConfigFileManagerTest,
-                                   public testing::WithParamInterface<const char*> {};
+                           public testing::WithParamInterface<const char*> {};
 
 TEST_P(FileOf256Megabytes, IsRefused) {
   // Sparse: the rest of it is one line of zeros.
@@ -259,8 +259,7 @@ TEST_P(FileOf256Megabytes, IsRefused) {
   EXPECT_EQ(fs::file_size(mPath), kSize);
 }
 
-INSTANTIATE_TEST_SUITE_P(InLines, FileOf256Megabytes,
-                         testing::Values("", "a=1\n", "a=1\nlong="));
+INSTANTIATE_TEST_SUITE_P(InLines, FileOf256Megabytes, testing::Values("", "a=1\n", "a=1\nlong="));
 
 TEST_F(ConfigFileManagerTest, SmallerFileThatTakesThePlaceOfOneTooLargeIsWritten) {
   ConfigFileManager& manager = Read(FileWithTails(kTail, 40));
