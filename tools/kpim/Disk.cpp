@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <memory>
 
+#include "shared/platform/posix/Uninterrupted.h"
+
 namespace kpim {
 
 namespace {
@@ -19,7 +21,8 @@ struct DirectoryCloser {
 FileIdentity IdentityOf(const struct stat& status) { return {status.st_dev, status.st_ino}; }
 
 int ListDirectory(const std::string& path, std::vector<std::string>& names) {
-  const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(path.c_str()));
+  const std::unique_ptr<DIR, DirectoryCloser> directory(
+      Uninterrupted([&] { return opendir(path.c_str()); }));
   if (!directory) {
     return errno;
   }

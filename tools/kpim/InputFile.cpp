@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "shared/platform/posix/Transfer.h"
+#include "shared/platform/posix/Uninterrupted.h"
 
 namespace kpim {
 
@@ -15,7 +16,7 @@ InputFile::~InputFile() {
 }
 
 int InputFile::Open(const std::string& path) {
-  descriptor_ = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  descriptor_ = Uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY); });
   return descriptor_ < 0 || fstat(descriptor_, &status_) != 0 ? errno : 0;
 }
 

@@ -10,8 +10,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <utility>
 
 #include "shared/platform/posix/Transfer.h"
+#include "shared/platform/posix/Uninterrupted.h"
 #include "tools/kpim/Report.h"
 #include "tools/kpim/SignalBlock.h"
 
@@ -60,11 +62,12 @@ mode_t CurrentUmask() {
 // permission to read the directory, and a file system may lack the operation (EINVAL). Returns 0,
 // also in these cases, or an errno value.
 int SynchronizeDirectory(const std::string& path) {
-  const int descriptor = open(path.c_str(), O_RDONLY);
+  const int descriptor = Uninterrupted([&] { return open(path.c_str(), O_RDONLY); });
   if (descriptor < 0) {
     return 0;
   }
-  const int error = fsync(descriptor) != 0 && errno != EINVAL ? errno : 0;
+  const bool isFlushed = Uninterrupted([&] { return fsync(descriptor); }) == 0;
+  const int error = isFlushed || errno == EINVAL ? 0 : errno;
   (void)close(descriptor);
   return error;
 }
@@ -133,10 +136,12 @@ bool OutputFile::Open() {
     descriptor_ = STDOUT_FILENO;
     return true;
   }
-  temporaryPath_ = JoinPath(DirectoryOf(path_), kTemporaryName);
   InstallSignalHandlers();
   const SignalBlock block;
-  descriptor_ = mkstemp(temporaryPath_.data());
+  descriptor_ = Uninterrupted([&] {
+    temporaryPath_ = JoinPath(DirectoryOf(path_), kTemporaryName);
+    return mkstemp(temporaryPath_.data());
+  });
   if (descriptor_ < 0) {
     return Fail(errno);
   }
@@ -153,13 +158,13 @@ bool OutputFile::Commit() {
   if (isStandardOutput_) {
     return true;
   }
-  if (fchmod(descriptor_, kMode & ~CurrentUmask()) != 0 || fsync(descriptor_) != 0) {
+  const mode_t mode = kMode & ~CurrentUmask();
+  if (Uninterrupted([&] { return fchmod(descriptor_, mode); }) != 0 ||
+      Uninterrupted([&] { return fsync(descriptor_); }) != 0) {
     return Fail(errno);
   }
-  const int closed = close(descriptor_);
-  descriptor_ = -1;
-  if (closed != 0) {
-    return Fail(errno);
+  if (const int error = CloseWritten(std::exchange(descriptor_, -1))) {
+    return Fail(error);
   }
   if (!GiveName()) {
     return false;

@@ -129,7 +129,18 @@ bool IsSame(const PackOptions& options, fileChunk* encoded, const std::string& b
   {
     const StageLine stage("verifying", !options.quiet);
     const ChunkList tree(DismantleInstallerBlob(encoded, fault));
-    differences = CompareWithDirectory(tree.get(), bundle);
+    if (fault.reason == nullptr) {
+      differences = CompareWithDirectory(tree.get(), bundle);
+    }
+  }
+  if (fault.isWantOfMemory) {
+    ReportSystemError(bundle, ENOMEM);
+    return false;
+  }
+  if (fault.reason != nullptr) {
+    // Untested: it would be a fault in the encoder.
+    ReportError(bundle, "the blob made of it is " + DescribeFault(fault));
+    return false;
   }
   differences.erase(std::remove_if(differences.begin(), differences.end(),
                                    [&](const Difference& difference) {
@@ -137,11 +148,6 @@ bool IsSame(const PackOptions& options, fileChunk* encoded, const std::string& b
                                             exclusion.Excludes(difference.path);
                                    }),
                     differences.end());
-  if (fault.reason) {
-    // Untested: it would be a fault in the encoder.
-    ReportError(bundle, "the blob made of it is " + DescribeFault(fault));
-    return false;
-  }
   for (const Difference& difference : differences) {
     ReportError(JoinPath(bundle, difference.path), difference.kind == DifferenceKind::kUnreadable
                                                        ? strerror(difference.error)

@@ -48,7 +48,6 @@ std::string Describe(const Difference& difference) {
       return "could not be written";
     case DifferenceKind::kUnreadable:
       return strerror(difference.error);
-    // Untested: other differences occur only if another process writes to the directory.
     default:
       return "not written as the blob has it";
   }

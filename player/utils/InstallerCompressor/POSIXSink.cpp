@@ -46,14 +46,11 @@ WrittenFile WriteWholeFile(const char* path, const unsigned char* bytes, size_t 
     return {false, errno};
   }
   int error = WriteBytes(descriptor, bytes, count);
-  if (fchmod(descriptor, kFileMode) != 0 && error == 0) {
+  if (Uninterrupted([&] { return fchmod(descriptor, kFileMode); }) != 0 && error == 0) {
     error = errno;
   }
-  // A close that a signal has interrupted has closed the file nevertheless.
-  if (close(descriptor) != 0 && errno != EINTR && error == 0) {
-    error = errno;
-  }
-  return {true, error};
+  const int closeError = CloseWritten(descriptor);
+  return {true, error != 0 ? error : closeError};
 }
 
 // The path of an entry, one name for each folder around it.
@@ -62,12 +59,13 @@ struct Trail {
   const char* name;
 };
 
+// Each name takes a separator after it, or the NUL.
 size_t PathCapacity(const Trail* trail) {
   size_t capacity = 0;
   for (; trail != nullptr; trail = trail->around) {
     capacity += strlen(trail->name) + 1;
   }
-  return capacity + 1;
+  return capacity;
 }
 
 void AppendPath(char* path, unsigned int capacity, const Trail* trail) {
@@ -263,7 +261,8 @@ bool Sink::EnterDirectory(const char* name, bool creates, const fileChunk& node,
     return false;
   }
   // Another user may have replaced the new folder by one that belongs to a third user.
-  if (isNew && walk_.Owner() == geteuid() && chmod(".", kDirectoryMode) != 0) {
+  if (isNew && walk_.Owner() == geteuid() &&
+      Uninterrupted([] { return chmod(".", kDirectoryMode); }) != 0) {
     Report(1, trail, errno);
   }
   return true;
@@ -318,7 +317,7 @@ bool PlatformCreateDirectory(const char* path) {
   if (descriptor >= 0) {
     struct stat status = {};
     if (fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid()) {
-      (void)fchmod(descriptor, kDirectoryMode);
+      (void)Uninterrupted([&] { return fchmod(descriptor, kDirectoryMode); });
     }
     close(descriptor);
   }

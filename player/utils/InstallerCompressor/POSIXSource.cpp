@@ -11,6 +11,7 @@
 
 #include "shared/platform/posix/RegularFile.h"
 #include "shared/platform/posix/Transfer.h"
+#include "shared/platform/posix/Uninterrupted.h"
 
 namespace {
 
@@ -201,7 +202,7 @@ fileChunk* CreateDirectorySource(DIR* directory, const char* path,
 
 fileChunk* CreateSource(const char* path, const DirectoryBeingRead* enclosing,
                         const SourceCaller& caller) {
-  DIR* const directory = opendir(path);
+  DIR* const directory = Uninterrupted([&] { return opendir(path); });
   if (!directory) {
     return CreateFileSource(path, PathLeaf(path), caller);
   }

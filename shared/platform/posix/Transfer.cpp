@@ -39,3 +39,5 @@ int WriteBytes(int descriptor, const unsigned char* bytes, size_t count) {
   }
   return 0;
 }
+
+int CloseWritten(int descriptor) { return close(descriptor) != 0 && errno != EINTR ? errno : 0; }

@@ -378,6 +378,26 @@ def test_pack_that_verifies_notices_what_differs(run, tmp_path, injection, what,
     assert pack_with_fault(run, injection, "B/a", "--verify") == error(what, why)
 
 
+@pytest.mark.release_only("a sanitizer's allocator ends the program when the system has no memory")
+def test_pack_without_the_memory_to_verify(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1" * 1_000_000})
+    arguments = ["pack", "B", "--verify", "--quiet"]
+    assert run(*arguments, wrapper=["strace", "-o", "trace"]).returncode == OK
+    calls = (tmp_path / "trace").read_text().splitlines()
+    (tmp_path / "trace").unlink()
+    (tmp_path / "B.lzma").unlink()
+    # The last listing of the bundle comes after the decoding, which takes memory last. A failing brk
+    # returns an end of the heap that is not the one that was asked for.
+    end = max(i for i, call in enumerate(calls) if '"B", O_RDONLY' in call)
+    grown, mapped = (sum(call.startswith(name) for call in calls[:end]) for name in ("brk(", "mmap("))
+    result = run(*arguments, wrapper=[
+        "strace", "-o", "/dev/null", "-e", f"inject=brk:retval=0:when={grown}+",
+        "-e", f"inject=mmap:error=ENOMEM:when={mapped + 1}+"])
+    assert (result.returncode, result.stdout) == (FAILED, "")
+    assert result.stderr == error("B", "Cannot allocate memory")
+    assert names(tmp_path) == ["B"]
+
+
 def test_pack_reads_each_file_once(run, tmp_path):
     make_bundle(tmp_path / "B", {"a": b"1" * 100, "b": b"2"})
     trace = ["strace", "-f", "-o", "trace", "-e", "trace=read", "-P", "B/a"]
@@ -483,6 +503,28 @@ def test_pack_that_cannot_be_finished_keeps_the_old_blob(run, tmp_path, injectio
     assert result.stderr == error("B.lzma", why)
     assert names(tmp_path) == ["B", "B.lzma"]
     assert (tmp_path / "B.lzma").read_bytes() == b"old"
+
+
+@pytest.mark.parametrize("name", ["openat", "read", "write", "fchmod", "fsync", "close"])
+def test_pack_repeats_what_a_signal_interrupts(run, tmp_path, name):
+    make_bundle(tmp_path / "B", {"a": b"1" * 100})
+    arguments = ["pack", "B", "--verify", "--quiet"]
+    trace = ["strace", "-o", "trace", "-e", f"trace=openat,{name},fsync"]
+    assert run(*arguments, wrapper=trace).returncode == OK
+    expected = (tmp_path / "B.lzma").read_bytes()
+    before, after = (tmp_path / "trace").read_text().split('openat(AT_FDCWD, "B", ', 1)
+    first = len(re.findall(rf"^{name}\(", before, re.MULTILINE))
+    # The line on standard output is left out.
+    count = len(re.findall(rf"^{name}\((?!1,)", after, re.MULTILINE)) + (name == "openat")
+    assert count > 0
+    for number in range(first + 1, first + count + 1):
+        (tmp_path / "B.lzma").unlink()
+        result = run(*arguments, wrapper=[*trace, "-e", f"inject={name}:error=EINTR:when={number}"])
+        assert (result.returncode, result.stderr) == (OK, ""), number
+        assert (tmp_path / "B.lzma").read_bytes() == expected
+        traced = (tmp_path / "trace").read_text()
+        assert traced.count("(INJECTED)") == 1
+        assert len(re.findall(r"^fsync\(.* = 0$", traced, re.MULTILINE)) == 2, number
 
 
 def test_pack_onto_a_disk_that_cannot_flush_directories(run, tmp_path):

@@ -2,7 +2,7 @@
 // leaves in memory that it frees.
 //
 // This executable replaces the allocation functions, and the linker routes read, write, fstat,
-// fchmod, close and mkdir through the wrappers below.
+// chmod, fchmod, close and mkdir through the wrappers below.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -181,6 +181,7 @@ ssize_t __real_read(int descriptor, void* buffer, size_t count);
 ssize_t __real_write(int descriptor, const void* buffer, size_t count);
 int __real_fstat(int descriptor, struct stat* status);
 int __real_fchmod(int descriptor, mode_t mode);
+int __real_chmod(const char* path, mode_t mode);
 int __real_close(int descriptor);
 int __real_mkdir(const char* path, mode_t mode);
 
@@ -243,7 +244,14 @@ int __wrap_fstat(int descriptor, struct stat* status) {
   return -1;
 }
 
+int __wrap_chmod(const char* path, mode_t mode) {
+  return Interrupted() ? -1 : __real_chmod(path, mode);
+}
+
 int __wrap_fchmod(int descriptor, mode_t mode) {
+  if (Interrupted()) {
+    return -1;
+  }
   if (!modeFails) {
     return __real_fchmod(descriptor, mode);
   }
@@ -557,6 +565,28 @@ TEST_F(FaultTest, AFileIsWrittenWholeInSmallPiecesAndThroughSignals) {
   EXPECT_FALSE(interruptNext);
   transferLimit = -1;
   EXPECT_EQ(contents, ReadFile(folder / "f"));
+}
+
+TEST_F(FaultTest, AModeIsSetThroughSignals) {
+  const TemporaryFolder folder;
+  fs::permissions(folder.Path(), 02775);  // handed down to new folders
+  const ChunkList directory = List({NewDirectory("d")});
+  const std::function<void()> calls[] = {
+      [&] { PlatformCreateDirectory((folder / "a").c_str()); },
+      [&] { PlatformWriteFileFromChunk(folder.Path().c_str(), directory.get()); },
+      [&] {
+        const mode_t mask = umask(077);
+        PlatformWriteFile((folder / "f").c_str(), nullptr, 0);
+        umask(mask);
+      }};
+  for (const auto& call : calls) {
+    interruptNext = true;
+    call();
+    EXPECT_FALSE(interruptNext);
+  }
+  EXPECT_EQ(0775U, Mode(folder / "a"));
+  EXPECT_EQ(0775U, Mode(folder / "d"));
+  EXPECT_EQ(0664U, Mode(folder / "f"));
 }
 
 // A folder that another user has put in the place of the new one, and that belongs to a third user.
