@@ -541,6 +541,16 @@ def test_pack_tells_that_the_name_is_not_durable(run, tmp_path):
     assert content_of(tmp_path / "B.lzma") == {"a": b"1"}
 
 
+def test_pack_that_cannot_print_its_result_has_replaced_the_blob(run, tmp_path):
+    make_bundle(tmp_path / "B", {"a": b"1"})
+    (tmp_path / "B.lzma").write_bytes(b"old")
+    with open("/dev/full", "wb") as full:
+        result = run("pack", "B", "--quiet", stdout=full)
+    assert (result.returncode, result.stderr) == (
+        FAILED, error("standard output", "No space left on device"))
+    assert content_of(tmp_path / "B.lzma") == {"a": b"1"}
+
+
 def test_pack_makes_contents_and_name_durable_in_this_order(run, tmp_path):
     make_bundle(tmp_path / "B", {"a": b"1"})
     trace = ["strace", "-y", "-o", "trace", "-e", "trace=write,fsync,rename"]
