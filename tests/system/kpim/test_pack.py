@@ -505,6 +505,7 @@ def test_pack_that_cannot_be_finished_keeps_the_old_blob(run, tmp_path, injectio
     assert (tmp_path / "B.lzma").read_bytes() == b"old"
 
 
+@pytest.mark.release_only("many runs, in which a sanitizer sees no other code")
 @pytest.mark.parametrize("name", ["openat", "read", "write", "fchmod", "fsync", "close"])
 def test_pack_repeats_what_a_signal_interrupts(run, tmp_path, name):
     make_bundle(tmp_path / "B", {"a": b"1" * 100})
