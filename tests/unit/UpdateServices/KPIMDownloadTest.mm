@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 
 #include <cmath>
+#include <fstream>
 #include <limits>
 #include <vector>
 
@@ -365,6 +366,18 @@ TEST_F(KPIMDownloadTest, MissingDirectoryIsLoggedWithoutAName) {
   EXPECT_THAT(Log(), ElementsAre(kMissingDirectory + (folder_ / "missing"), kKeepingInMemory));
 }
 
+TEST_F(KPIMDownloadTest, DirectoryMayBeAnyItemThatExists) {
+  WriteWholeFile(folder_ / "item", "precious");
+  Make(true, String(folder_ / "item"), @"body");
+  EXPECT_EQ((folder_ / "item") + "/body", Text([download_ getDownloadPath]));
+  EXPECT_THAT(Log(), IsEmpty());
+  EXPECT_TRUE([download_ startDownload]);
+  Respond(4);
+  Receive("body");
+  EXPECT_THAT(Log(), ElementsAre(kFileNotCreated + (folder_ / "item") + "/body"));
+  EXPECT_EQ("precious", ReadWholeFile(folder_ / "item"));
+}
+
 TEST_F(KPIMDownloadTest, OddNameOfAnItemIsAName) {
   for (const std::string& name : {"...", ".body", "a..b", "~", " ", "\\", "body\\", "C:"}) {
     WriteWholeFile(File(), "precious");
@@ -675,6 +688,17 @@ TEST_F(KPIMDownloadTest, SecondStartIsRefusedFromTheResponseOn) {
   EXPECT_EQ(1, network_.requests());
 }
 
+TEST_F(KPIMDownloadTest, RefusedStartKeepsTheFile) {
+  StartWithFile();
+  Respond(4);
+  Receive("body");
+  EXPECT_FALSE([download_ startDownload]);
+  EXPECT_EQ("body", ReadWholeFile(File()));
+  Finish();
+  EXPECT_FALSE([download_ startDownload]);
+  EXPECT_EQ("body", ReadWholeFile(File()));
+}
+
 TEST_F(KPIMDownloadTest, CancelledDownloadDoesNotStartAgain) {
   Make(true);
   [download_ startDownload];
@@ -850,6 +874,34 @@ TEST_F(KPIMDownloadTest, ChunkBeforeTheResponseIsLoggedAndKept) {
   Receive("early");
   EXPECT_THAT(Log(), ElementsAre(kNotStarted));
   EXPECT_EQ("early", ReadWholeFile(File()));
+}
+
+TEST_F(KPIMDownloadTest, ChunkBeforeTheResponseWhoseFileCannotBeCreatedCancelsNothing) {
+  StartWithFile();
+  fs::remove(Directory());
+  Receive("early");
+  EXPECT_THAT(Log(), ElementsAre(kNotStarted, kFileNotCreated + File()));
+  EXPECT_THAT(receiver_->events, ElementsAre("fail", "progress"));
+  EXPECT_EQ(0, network_.cancelled());
+  Respond(4);
+  fs::create_directory(Directory());
+  Receive("body");
+  Finish();
+  EXPECT_EQ("body", ReadWholeFile(File()));
+  EXPECT_EQ("body", Bytes([download_ downloadedData]));
+  EXPECT_THAT(receiver_->events, ElementsAre("fail", "progress", "progress", "complete"));
+}
+
+TEST_F(KPIMDownloadTest, ChunkIsAppendedToWhatAnotherHasWrittenMeanwhile) {
+  StartWithFile();
+  Respond(6);
+  Receive("abc");
+  {
+    std::ofstream file(File(), std::ios::app);
+    file << "another's";
+  }
+  Receive("def");
+  EXPECT_EQ("abcanother'sdef", ReadWholeFile(File()));
 }
 
 TEST_F(KPIMDownloadTest, FileThatReappearsGetsNothingWritten) {
