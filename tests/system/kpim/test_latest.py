@@ -22,6 +22,7 @@ NO_VERSION = "Parsing error in version XML. Could not find version string."
 NO_MESSAGE = "Parsing error in version XML. Could not find HTML display string."
 NOT_FETCHED = "Failed to download version XML."
 
+CLOCK = "/opt/running_clock.so"
 
 MISSING = "HTTP status 404, and the answer lacks a version and a message"
 
@@ -289,6 +290,19 @@ def test_authorities_that_are_none(latest, download_server, install_root, conten
     assert download_server.requests() == []
 
 
+def test_longest_time_limit(latest, download_server):
+    download_server.offer(path_of(), EXAMPLE)
+    assert "32.0.0.270" in latest("--time-limit", "86400")
+
+
+@pytest.mark.release_only("AddressSanitizer has a clock_gettime of its own")
+def test_clock_that_is_set(latest, download_server, install_root, build):
+    """The limit is a length of time, and does not end at a date."""
+    install_root.write(CLOCK, (build / "tests/programs/running_clock.so").read_bytes(), 0o755)
+    download_server.offer(path_of(), EXAMPLE)
+    assert "32.0.0.270" in latest(wrapper=["/usr/bin/env", f"LD_PRELOAD={CLOCK}"])
+
+
 def test_silent_server(latest, download_server):
     download_server.kind = "silent"
     latest("--time-limit", "1", status=1, errors=["no complete answer within 1 second"])
@@ -314,7 +328,8 @@ def test_reason_is_told_without_a_log(latest, download_server, install_root):
 
 @pytest.mark.parametrize("arguments", [
     ["--kind", "other"], ["--locale", ""], ["--locale", "../x"], ["--locale", "e n"],
-    ["--locale", "en?"], ["--ca-file"], ["--time-limit", "0"], ["--time-limit", "never"], ["--json=no"], ["more"]])
+    ["--locale", "en?"], ["--ca-file"], ["--time-limit", "0"], ["--time-limit", "86401"],
+    ["--time-limit", "never"], ["--json=no"], ["more"]])
 def test_wrong_usage(install_root, kpim, arguments):
     assert kpim
     result = install_root.run(["latest", *arguments], program="kpim")
