@@ -6,7 +6,7 @@ import re
 import pytest
 
 import vendor_config
-from download_server import CURRENT, NGINX
+from download_server import CURRENT
 from install_root import PROGRAMS
 
 EXAMPLE = ('<XML><update version="32.0.0.270"><description><meta>message "A new version is '
@@ -22,7 +22,7 @@ NO_VERSION = "Parsing error in version XML. Could not find version string."
 NO_MESSAGE = "Parsing error in version XML. Could not find HTML display string."
 NOT_FETCHED = "Failed to download version XML."
 
-CLOCK = "/opt/running_clock.so"
+OWN_CLOCK = "AddressSanitizer has a clock_gettime of its own"
 
 MISSING = "HTTP status 404, and the answer lacks a version and a message"
 
@@ -295,12 +295,18 @@ def test_longest_time_limit(latest, download_server):
     assert "32.0.0.270" in latest("--time-limit", "86400")
 
 
-@pytest.mark.release_only("AddressSanitizer has a clock_gettime of its own")
-def test_clock_that_is_set(latest, download_server, install_root, build):
+@pytest.fixture
+def running_clock(install_root, build):
+    """A command that runs kpim with the clocks of RunningClock.cpp."""
+    install_root.write("/opt/running_clock.so", (build / "tests/programs/running_clock.so").read_bytes(), 0o755)
+    return ["/usr/bin/env", "LD_PRELOAD=/opt/running_clock.so"]
+
+
+@pytest.mark.release_only(OWN_CLOCK)
+def test_clock_that_is_set(latest, download_server, running_clock):
     """The limit is a length of time, and does not end at a date."""
-    install_root.write(CLOCK, (build / "tests/programs/running_clock.so").read_bytes(), 0o755)
     download_server.offer(path_of(), EXAMPLE)
-    assert "32.0.0.270" in latest(wrapper=["/usr/bin/env", f"LD_PRELOAD={CLOCK}"])
+    assert "32.0.0.270" in latest(wrapper=running_clock)
 
 
 def test_silent_server(latest, download_server):
@@ -308,13 +314,12 @@ def test_silent_server(latest, download_server):
     latest("--time-limit", "1", status=1, errors=["no complete answer within 1 second"])
 
 
-def test_trickling_server(latest, download_server):
+@pytest.mark.release_only(OWN_CLOCK)
+def test_trickling_server(latest, download_server, running_clock):
     """The limit covers the whole request: a server that keeps sending does not extend it."""
-    download_server.configure(NGINX.replace("  server {", "  server {\n    limit_rate 10000;", 1))
-    # It takes the server ten seconds.
-    download_server.offer(path_of(), EXAMPLE + " " * 100_000)
-    latest("--time-limit", "2", status=1,
-           errors=["HTTP status 200, but no complete answer within 2 seconds"])
+    download_server.kind = "trickling"
+    latest(wrapper=running_clock, status=1,
+           errors=["HTTP status 200, but no complete answer within 90 seconds"])
 
 
 def test_reason_is_told_without_a_log(latest, download_server, install_root):

@@ -1,5 +1,6 @@
-// A library that sets a program's clock forward whenever the program looks at it. The clock that
-// counts from the machine's start is not changed.
+// A library that sets a program's clock forward whenever the program looks at it, and the clock
+// that counts from the machine's start once the file /tmp/later exists.
+#include <errno.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <time.h>
@@ -12,9 +13,15 @@ constexpr time_t kStep = 100;
 
 int Read(clockid_t clock, timespec* now) {
   static time_t s_steps;
+  const int error = errno;
   const long result = syscall(SYS_clock_gettime, clock, now);
   if (result == 0 && clock == CLOCK_REALTIME) {
     now->tv_sec += __atomic_add_fetch(&s_steps, 1, __ATOMIC_RELAXED) * kStep;
+  } else if (result == 0 && clock == CLOCK_MONOTONIC && access("/tmp/later", F_OK) == 0) {
+    now->tv_sec += kStep;
+  }
+  if (result == 0) {
+    errno = error;
   }
   return static_cast<int>(result);
 }
