@@ -275,9 +275,9 @@ def test_wrong_certificate_gets_no_request(pingback, download_server, certificat
 def test_silent_server_costs_thirty_seconds(pingback, download_server):
     download_server.kind = "silent"
     start = time.monotonic()
-    # One attempt. The limit leaves time for a slow machine.
+    # One attempt. The limits leave time for a slow machine; the time-out of downloads is a minute.
     assert pingback(timeout=20 * TIME_OUT) == ["connection"]
-    assert time.monotonic() - start > TIME_OUT - 1
+    assert TIME_OUT - 1 < time.monotonic() - start < 2 * TIME_OUT
 
 
 def test_server_that_leaves_while_the_request_is_written(pingback, download_server):

@@ -66,7 +66,8 @@ class DownloadServer:
     `kind` is its behaviour: "nginx" answers, "silent" accepts and never answers, "leaving" closes
     the connection before it has read the request, "express" answers and meanwhile makes the flag
     file of an express install, "names" is a name server that knows no name, "endless" and "endless
-    trailers" answer without end, and "none" does not listen.
+    trailers" answer without end, "trickling" also, but slowly, and sets the clock of RunningClock.cpp
+    forward when the program has begun to read, and "none" does not listen.
     """
 
     kind = "nginx"
