@@ -92,8 +92,13 @@ class Certificates:
                       "-subj", "/CN=good.test", "-addext", "subjectAltName=DNS:good.test",
                       "-keyout", f"{name}.key", "-out", f"{name}.crt")
 
+    def hashed_name(self, name):
+        """The name under which OpenSSL looks for the authority `name` in a folder."""
+        return self._openssl("x509", "-noout", "-hash", "-in", f"{name}.crt").strip() + ".0"
+
     def _openssl(self, *arguments):
-        subprocess.run(["openssl", *arguments], cwd=self._folder, check=True, capture_output=True)
+        return subprocess.run(["openssl", *arguments], cwd=self._folder, check=True,
+                              capture_output=True, text=True).stdout
 
 
 class UrlSandbox:
