@@ -18,6 +18,7 @@ import pytest
 
 import blob
 import finalizer_log
+import sanitizer
 import system_calls
 from exchanger import ROUNDS
 from install_root import (BLOB, BUNDLE, EXPRESS_FLAG, INSTALL_VECTOR, InstallRoot, LOG, Node,
@@ -465,7 +466,7 @@ def check_fault(machine, result, call, error, stage):
 
 def errors_of(call, build):
     is_own = OWN_FILE.match(call.path)
-    if build.name == "asan":
+    if sanitizer.is_in(build):
         # Sanitized runs take three times as long: only calls on the product's files, which
         # distinct() reduces to one each.
         return [error for index, error in enumerate(FAULTS[call.name])
@@ -495,7 +496,7 @@ def distinct(faults, build):
     and in the slow sanitized build also for the product's."""
     first = {}
     for number, (index, call, error, stage) in enumerate(faults):
-        is_repeated = build.name == "asan" or call.path and not OWN_FILE.match(call.path)
+        is_repeated = sanitizer.is_in(build) or call.path and not OWN_FILE.match(call.path)
         key = (call.name, call.path, error, stage) if is_repeated else number
         first.setdefault(key, (index, call, error, stage))
     return list(first.values())
@@ -506,7 +507,7 @@ def test_every_system_call_fails_once(build, small_blob, tmp_path):
         pytest.skip("an instrumented program makes calls of its own, on the file of its counts")
 
     # A first installation adds calls, but no code that a sanitizer has not seen.
-    states = (True,) if build.name == "asan" else (True, False)
+    states = (True,) if sanitizer.is_in(build) else (True, False)
 
     def machines(number):
         return [Machine(InstallRoot(tmp_path / f"{number} {has_all}", build, shared=tmp_path),
