@@ -261,12 +261,20 @@ def test_authorities_of_one_s_own(latest, download_server, install_root,
     download_server.set_certificate("stranger")
     install_root.mount(server_certificates / "unknown.crt", "/opt/own.pem")
     install_root.mount(server_certificates / "trusted.crt", "/opt/other.pem")
+    download_server.trust_from_folder("trusted")
     redirect_to_example(download_server, install_root)
     assert "32.0.0.270" in latest("--ca-file", "/opt/own.pem")
     latest("--ca-file", "/opt/other.pem", status=1, errors=[UNKNOWN])
     latest(status=1, errors=[UNKNOWN])
     download_server.set_certificate("good")
     latest("--ca-file", "/opt/own.pem", status=1, errors=[UNKNOWN])
+
+
+def test_authority_in_the_folder_of_the_trust_store(latest, download_server):
+    download_server.set_certificate("stranger")
+    download_server.trust_from_folder("unknown")
+    download_server.offer(path_of(), EXAMPLE)
+    assert "32.0.0.270" in latest()
 
 
 @pytest.mark.parametrize("path, why", [

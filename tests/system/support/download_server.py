@@ -95,6 +95,12 @@ class DownloadServer:
             self._root.write(f"{FOLDER}/server{suffix}",
                              (self._certificates / (name + suffix)).read_bytes())
 
+    def trust_from_folder(self, name):
+        """Adds the authority `name` of make_certificates() to the folder of the trust store, as
+        openssl-rehash(1) does; not to its file."""
+        inside = "/etc/ssl/certs/" + Certificates(self._certificates).hashed_name(name)
+        self._root.mount(self._certificates / f"{name}.crt", inside)
+
     def offer(self, path, content):
         """Has the server answer `content` under CURRENT + `path`."""
         self._root.write(WWW + CURRENT + path, content)
