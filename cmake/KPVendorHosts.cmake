@@ -6,7 +6,7 @@ set(KP_VENDOR_WEB_HOST "www.tarvix.example" CACHE STRING
 set(KP_DOWNLOAD_HOST "download.tarvix.example" CACHE STRING
   "Download server of the pingback and of the version description")
 set(KP_UNINSTALLER_URL "http://www.tarvix.example/software/korvel/uninstaller.html" CACHE STRING
-  "Page from which the uninstaller is downloaded")
+  "Page from which the uninstaller is downloaded: an http or https address")
 
 # kp_is_host(RESULT HOST): whether HOST is a host name, as RFC 1123 describes it, and not an address.
 function(kp_is_host RESULT HOST)

@@ -17,6 +17,7 @@ pytest.register_assert_rewrite("install_root")
 import blob
 import booted_root
 import download_server as servers
+import sanitizer
 import vendor_config
 from install_root import InstallRoot, Node, PROGRAMS, REPOSITORY
 
@@ -35,7 +36,7 @@ def pytest_configure(config):
 
 
 def pytest_collection_modifyitems(config, items):
-    if pathlib.Path(config.getoption("--build")).name == "asan":
+    if sanitizer.is_in(config.getoption("--build")):
         left_out = [item for item in items if item.get_closest_marker("release_only")]
         config.hook.pytest_deselected(items=left_out)
         items[:] = [item for item in items if item not in left_out]

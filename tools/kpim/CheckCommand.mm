@@ -30,9 +30,7 @@ constexpr Verdict kVerdicts[] = {
 };
 
 constexpr char kSystemVersionFile[] = "/System/Library/CoreServices/SystemVersion.plist";
-
-// The version 10.0.0, which means that the system does not report its version.
-constexpr unsigned int kUnknownSystem = 0xA0000;
+NSString* const kSystemVersionKey = @"ProductVersion";
 
 // Returns a version that `getSystemOSVersion` has packed as text, with dots.
 std::string SystemVersion(unsigned int packed) {
@@ -40,11 +38,17 @@ std::string SystemVersion(unsigned int packed) {
          std::to_string(packed & 0xFF);
 }
 
+// Returns whether the system reports its version; otherwise it counts as 10.0.0.
+bool HasSystemVersion() {
+  NSString* path = [NSString stringWithUTF8String:kSystemVersionFile];
+  id version = [[NSDictionary dictionaryWithContentsOfFile:path] objectForKey:kSystemVersionKey];
+  return [version isKindOfClass:[NSString class]];
+}
+
 std::string DescribeSystem() {
-  const unsigned int found = [KPIMCommonUtil getSystemOSVersion];
   const std::string needed = SystemVersion(kKPIMOldestSystem) + " or later is needed";
-  if (found != kUnknownSystem) {
-    return "the system is " + SystemVersion(found) + ", " + needed;
+  if (HasSystemVersion()) {
+    return "the system is " + SystemVersion([KPIMCommonUtil getSystemOSVersion]) + ", " + needed;
   }
   const bool exists = access(kSystemVersionFile, F_OK) == 0;
   return std::string(kSystemVersionFile) + (exists ? " has no version" : " is missing") + ", " +

@@ -303,7 +303,8 @@ void AddLatestCommand(CLI::App& app, int& status) {
       ->type_name("KIND");
   command
       ->add_option("--time-limit", options->timeLimit,
-                   "Seconds that it may take altogether; the default is 90")
+                   "Seconds that it may take altogether; the default is " +
+                       std::to_string(options->timeLimit))
       ->check(CLI::Range(1, kLongestTimeLimit))
       ->type_name("SECONDS");
   command->add_flag("--json", options->json, "Print it as JSON")->disable_flag_override();

@@ -59,13 +59,17 @@ void PrintJSON(KPIMVersionManager* manager) {
 // Returns whether it has ended.
 bool WaitForAnswer(KPIMVersionManager* manager, int timeLimit) {
   const StageLine stage("fetching the version description");
-  NSDate* end = [NSDate dateWithTimeIntervalSinceNow:timeLimit];
+  // Not a date: the limit does not change when the clock is set.
+  NSProcessInfo* process = [NSProcessInfo processInfo];
+  const NSTimeInterval end = [process systemUptime] + timeLimit;
   while ([manager downloadState] == kDownloadStateStarted) {
-    if ([end timeIntervalSinceNow] <= 0) {
+    const NSTimeInterval rest = end - [process systemUptime];
+    if (rest <= 0) {
       return false;
     }
     NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
-    [[NSRunLoop currentRunLoop] runMode:NSDefaultRunLoopMode beforeDate:end];
+    [[NSRunLoop currentRunLoop] runMode:NSDefaultRunLoopMode
+                             beforeDate:[NSDate dateWithTimeIntervalSinceNow:rest]];
     [pool release];
   }
   return true;

@@ -17,9 +17,9 @@ struct RemovalResult {
 /// in: then it ends. The process's working directory changes during the call, see FolderWalk.h. If
 /// another user replaces items meanwhile, nothing outside the folders that were entered is removed.
 ///
-/// These are not entered, and stay: mount points; folders 1024 levels or more below the item; and,
-/// if `root` belongs to a user other than root, folders that belong to a third user, because the
-/// owner of `root` may have moved them there.
+/// These are not entered, and stay: other file systems that are mounted there; folders 1024 levels
+/// or more below the item; and, if `root` belongs to a user other than root, folders that belong to
+/// a third user, because the owner of `root` may have moved them there.
 ///
 /// Items that are locked against changes (chflags(1): uchg, schg and the append-only ones) are
 /// unlocked if the process has the permission, except a file with another name elsewhere, which

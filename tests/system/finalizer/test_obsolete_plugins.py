@@ -3,7 +3,7 @@
 import pytest
 
 import finalizer_log
-from install_root import ROOT_HOME, VOLUME
+from install_root import PROGRAMS, ROOT_HOME, VOLUME
 
 FOLDER = "/Library/Internet Plug-Ins"
 SYSTEM_PLUGIN = FOLDER + "/Korvel Player Enabler.plugin"
@@ -89,6 +89,15 @@ def test_what_cannot_be_removed_stays_alone(install_root, run, write, pinned):
     run()
     assert names_in(install_root, ROOT_HOME + FOLDER) == sorted([*OTHERS, pinned])
     assert not install_root.path(SYSTEM_PLUGIN).exists()
+
+
+def test_mounted_folder_is_not_emptied(install_root, bundle_blob):
+    install_root.lay_blob(bundle_blob)
+    mounted = f"{ROOT_HOME}{FOLDER}/{NAMES[0]}/Contents"
+    install_root.empty(mounted)
+    result = install_root.execute(
+        ["sh", "-c", f"touch '{mounted}/kept'; '{PROGRAMS}/finalizer' / && ls '{mounted}'"])
+    assert (result.status, result.stdout) == (0, "kept\n"), result
 
 
 def test_systems_that_cannot_be_removed_stays(install_root, run):

@@ -73,7 +73,7 @@ def test_too_little_memory_for_the_blob(build, install_root):
     install_root.write(f"{BUNDLE}/old", b"old")
     install_root.lay_blob(blob.stored_directory("", []))
     os.truncate(install_root.path(BLOB), 3 << 30)
-    if build.name == "asan":
+    if sanitizer.is_in(build):
         # A sanitizer has terabytes of address space and its own limit, about which it warns.
         with pytest.raises(sanitizer.SanitizerReport, match="WARNING.*failed to allocate 0xc0000000 bytes"):
             install_root.run(["/"], env={"ASAN_OPTIONS": (

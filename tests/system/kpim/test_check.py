@@ -142,13 +142,21 @@ def test_system_too_old(check, install_root, version, packed):
 
 
 @pytest.mark.parametrize("content, why", [
-    (None, "is missing"), (b"", "has no version"), (b"<plist><dict/></plist>", "has no version")])
+    (None, "is missing"), (b"", "has no version"), (b"<plist><dict/></plist>", "has no version"),
+    (plistlib.dumps([]), "has no version"), (plistlib.dumps({"ProductVersion": 10}), "has no version")])
 def test_system_without_a_version(check, install_root, content, why):
     install_root.path(SYSTEM_VERSION).unlink()
     if content is not None:
         install_root.write(SYSTEM_VERSION, content)
     assert check(status=1)["reasons"] == {
         "minimumSystem": f"{SYSTEM_VERSION} {why}, 10.6.0 or later is needed"}
+
+
+@pytest.mark.parametrize("version", ["10", "10.0", "10.0.0"])
+def test_system_of_the_version_that_stands_for_none(check, install_root, version):
+    install_root.set_system_version(version)
+    assert check(status=1)["reasons"] == {
+        "minimumSystem": "the system is 10.0.0, 10.6.0 or later is needed"}
 
 
 @pytest.mark.parametrize("version", ["10.6.0", "10.6", "10.9.5", "11.2.3", "11"])

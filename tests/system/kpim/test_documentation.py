@@ -61,6 +61,15 @@ def test_completions(commands, shell):
             assert re.search(rf"(?:--|-l ){option[2:]}(?![\w-])", text), (command, option)
 
 
+def test_time_limit_of_latest(kpim):
+    """Help, man page and reference have the same numbers."""
+    assert re.search(r"--time-limit SECONDS:INT in \[1 - 86400\]\s+Seconds that it may take altogether; the "
+                     r"default is 90$", help_text(kpim, "latest"), re.M)
+    for path in (KPIM / "kpim.1", REPOSITORY / "docs/kpim.md"):
+        assert re.search(r"take altogether, at most 86400 \(a day\)[.;] the default is 90 seconds\.",
+                         " ".join(path.read_text().split()), re.I), path
+
+
 def test_exit_status_of_failures(kpim):
     """Help, man page and reference have the same words."""
     for text in (help_text(kpim), (KPIM / "kpim.1").read_text(),

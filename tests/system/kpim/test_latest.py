@@ -6,7 +6,7 @@ import re
 import pytest
 
 import vendor_config
-from download_server import CURRENT, NGINX
+from download_server import CURRENT
 from install_root import PROGRAMS
 
 EXAMPLE = ('<XML><update version="32.0.0.270"><description><meta>message "A new version is '
@@ -22,6 +22,7 @@ NO_VERSION = "Parsing error in version XML. Could not find version string."
 NO_MESSAGE = "Parsing error in version XML. Could not find HTML display string."
 NOT_FETCHED = "Failed to download version XML."
 
+OWN_CLOCK = "AddressSanitizer has a clock_gettime of its own"
 
 MISSING = "HTTP status 404, and the answer lacks a version and a message"
 
@@ -260,12 +261,20 @@ def test_authorities_of_one_s_own(latest, download_server, install_root,
     download_server.set_certificate("stranger")
     install_root.mount(server_certificates / "unknown.crt", "/opt/own.pem")
     install_root.mount(server_certificates / "trusted.crt", "/opt/other.pem")
+    download_server.trust_from_folder("trusted")
     redirect_to_example(download_server, install_root)
     assert "32.0.0.270" in latest("--ca-file", "/opt/own.pem")
     latest("--ca-file", "/opt/other.pem", status=1, errors=[UNKNOWN])
     latest(status=1, errors=[UNKNOWN])
     download_server.set_certificate("good")
     latest("--ca-file", "/opt/own.pem", status=1, errors=[UNKNOWN])
+
+
+def test_authority_in_the_folder_of_the_trust_store(latest, download_server):
+    download_server.set_certificate("stranger")
+    download_server.trust_from_folder("unknown")
+    download_server.offer(path_of(), EXAMPLE)
+    assert "32.0.0.270" in latest()
 
 
 @pytest.mark.parametrize("path, why", [
@@ -289,18 +298,36 @@ def test_authorities_that_are_none(latest, download_server, install_root, conten
     assert download_server.requests() == []
 
 
+def test_longest_time_limit(latest, download_server):
+    download_server.offer(path_of(), EXAMPLE)
+    assert "32.0.0.270" in latest("--time-limit", "86400")
+
+
+@pytest.fixture
+def running_clock(install_root, build):
+    """A command that runs kpim with the clocks of RunningClock.cpp."""
+    install_root.write("/opt/running_clock.so", (build / "tests/programs/running_clock.so").read_bytes(), 0o755)
+    return ["/usr/bin/env", "LD_PRELOAD=/opt/running_clock.so"]
+
+
+@pytest.mark.release_only(OWN_CLOCK)
+def test_clock_that_is_set(latest, download_server, running_clock):
+    """The limit is a length of time, and does not end at a date."""
+    download_server.offer(path_of(), EXAMPLE)
+    assert "32.0.0.270" in latest(wrapper=running_clock)
+
+
 def test_silent_server(latest, download_server):
     download_server.kind = "silent"
     latest("--time-limit", "1", status=1, errors=["no complete answer within 1 second"])
 
 
-def test_trickling_server(latest, download_server):
+@pytest.mark.release_only(OWN_CLOCK)
+def test_trickling_server(latest, download_server, running_clock):
     """The limit covers the whole request: a server that keeps sending does not extend it."""
-    download_server.configure(NGINX.replace("  server {", "  server {\n    limit_rate 10000;", 1))
-    # It takes the server ten seconds.
-    download_server.offer(path_of(), EXAMPLE + " " * 100_000)
-    latest("--time-limit", "2", status=1,
-           errors=["HTTP status 200, but no complete answer within 2 seconds"])
+    download_server.kind = "trickling"
+    latest(wrapper=running_clock, status=1,
+           errors=["HTTP status 200, but no complete answer within 90 seconds"])
 
 
 def test_reason_is_told_without_a_log(latest, download_server, install_root):
@@ -314,7 +341,8 @@ def test_reason_is_told_without_a_log(latest, download_server, install_root):
 
 @pytest.mark.parametrize("arguments", [
     ["--kind", "other"], ["--locale", ""], ["--locale", "../x"], ["--locale", "e n"],
-    ["--locale", "en?"], ["--ca-file"], ["--time-limit", "0"], ["--time-limit", "never"], ["--json=no"], ["more"]])
+    ["--locale", "en?"], ["--ca-file"], ["--time-limit", "0"], ["--time-limit", "86401"],
+    ["--time-limit", "never"], ["--json=no"], ["more"]])
 def test_wrong_usage(install_root, kpim, arguments):
     assert kpim
     result = install_root.run(["latest", *arguments], program="kpim")

@@ -66,7 +66,8 @@ class DownloadServer:
     `kind` is its behaviour: "nginx" answers, "silent" accepts and never answers, "leaving" closes
     the connection before it has read the request, "express" answers and meanwhile makes the flag
     file of an express install, "names" is a name server that knows no name, "endless" and "endless
-    trailers" answer without end, and "none" does not listen.
+    trailers" answer without end, "trickling" also, but slowly, and sets the clock of RunningClock.cpp
+    forward when the program has begun to read, and "none" does not listen.
     """
 
     kind = "nginx"
@@ -93,6 +94,12 @@ class DownloadServer:
         for suffix in (".crt", ".key"):
             self._root.write(f"{FOLDER}/server{suffix}",
                              (self._certificates / (name + suffix)).read_bytes())
+
+    def trust_from_folder(self, name):
+        """Adds the authority `name` of make_certificates() to the folder of the trust store, as
+        openssl-rehash(1) does; not to its file."""
+        inside = "/etc/ssl/certs/" + Certificates(self._certificates).hashed_name(name)
+        self._root.mount(self._certificates / f"{name}.crt", inside)
 
     def offer(self, path, content):
         """Has the server answer `content` under CURRENT + `path`."""

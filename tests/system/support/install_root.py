@@ -93,7 +93,7 @@ class InstallRoot:
     def within_memory(self, size):
         """The beginning of a command that limits the address space to `size` bytes. Empty for the
         sanitizer build: a sanitizer reserves more than any limit."""
-        return [] if self.build.name == "asan" else ["prlimit", f"--as={size}"]
+        return [] if sanitizer.is_in(self.build) else ["prlimit", f"--as={size}"]
 
     def path(self, inside):
         """The host's path of the absolute path `inside`."""

@@ -14,6 +14,11 @@ class SanitizerReport(AssertionError):
     """A program of the sanitizer build reported a fault."""
 
 
+def is_in(build):
+    """Whether `build`, a build folder, is the sanitizer build."""
+    return pathlib.Path(build).name == "asan"
+
+
 def options(check_leaks=False, suppressions=SUPPRESSIONS, reports=None):
     """The variables of a run. `suppressions` is the file's path, and `reports` the folder in which reports
     are left, both as the program sees them. Without `reports` they go to standard error."""

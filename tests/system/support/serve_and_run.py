@@ -22,6 +22,8 @@ SENT = FOLDER / "sent"
 HEAD = b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n"
 MEBIBYTE = 1 << 20
 EXPRESS_FLAG = pathlib.Path("/tmp/KPExpressInstall.flag")
+# Sets the clock of a program with RunningClock.cpp forward.
+LATER = pathlib.Path("/tmp/later")
 ANSWER = b"HTTP/1.1 200 OK\r\nContent-Length: 9\r\nConnection: close\r\n\r\nthank you"
 
 sent = 0
@@ -129,8 +131,26 @@ def send_endless_trailers(connection):
     answer_without_end(connection, HEAD + b"4\r\nbody\r\n0\r\n", b"X-More: x\r\n" * 1000)
 
 
+def trickle(connection):
+    """Sends more than waits in buffers for a program that does not read, lets time pass for the
+    program, and sends a little at a time until the program closes the connection."""
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 1 << 16)
+    with accept_request(connection) as stream:
+        stream.sendall(HEAD)
+        for _ in range(4):
+            stream.sendall(b"100000\r\n" + b" " * MEBIBYTE + b"\r\n")
+        LATER.touch()
+        try:
+            while True:
+                stream.sendall(b"1\r\n \r\n")
+                time.sleep(0.01)
+        except OSError:
+            pass
+
+
 HANDLERS = {"silent": stay_silent, "leaving": leave, "express": answer_and_make_flag,
-            "endless": send_endless_body, "endless trailers": send_endless_trailers}
+            "endless": send_endless_body, "endless trailers": send_endless_trailers,
+            "trickling": trickle}
 
 
 def main():

@@ -17,7 +17,7 @@ SERVERS = pathlib.Path(url_servers.__file__)
 
 HOSTS = "127.0.0.1 localhost good.test other.test\n"
 # One try, so that a name without an answer fails within the client's limit.
-RESOLVER = "nameserver 127.0.0.1\noptions timeout:20 attempts:1\n"
+RESOLVER = "nameserver 127.0.0.1\noptions timeout:30 attempts:1\n"
 
 BIG_FILE_SIZE = 50 * 1024 * 1024
 
@@ -92,8 +92,13 @@ class Certificates:
                       "-subj", "/CN=good.test", "-addext", "subjectAltName=DNS:good.test",
                       "-keyout", f"{name}.key", "-out", f"{name}.crt")
 
+    def hashed_name(self, name):
+        """The name under which OpenSSL looks for the authority `name` in a folder."""
+        return self._openssl("x509", "-noout", "-hash", "-in", f"{name}.crt").strip() + ".0"
+
     def _openssl(self, *arguments):
-        subprocess.run(["openssl", *arguments], cwd=self._folder, check=True, capture_output=True)
+        return subprocess.run(["openssl", *arguments], cwd=self._folder, check=True,
+                              capture_output=True, text=True).stdout
 
 
 class UrlSandbox:
@@ -119,14 +124,15 @@ class UrlSandbox:
         self._process.stdin.close()
         self._process.wait()
 
-    def load(self, *arguments, environment=None, wrapper=(), check_leaks=False):
+    def load(self, *arguments, environment=None, wrapper=(), check_leaks=False, limit=None):
         """The lines that url_client prints with `arguments`. It must end by itself, with status 0
-        and without output on standard error. `wrapper` is a command that runs it."""
-        answer = self.run([*wrapper, self.client, *arguments], environment, check_leaks)
+        and without output on standard error, within `limit` seconds if given. `wrapper` is a command
+        that runs it."""
+        answer = self.run([*wrapper, self.client, *arguments], environment, check_leaks, limit)
         assert (answer["status"], answer["stderr"]) == (0, ""), answer
         return answer["stdout"].splitlines()
 
-    def run(self, argv, environment=None, check_leaks=False):
+    def run(self, argv, environment=None, check_leaks=False, limit=None):
         """Runs `argv` with the variables of `environment` and a PATH. The result has "status",
         "stdout" and "stderr"."""
         variables = sanitizer.options(check_leaks)
@@ -134,7 +140,8 @@ class UrlSandbox:
         if profile:
             variables["LLVM_PROFILE_FILE"] = profile
         variables.update(PATH="/usr/bin:/bin", **(environment or {}))
-        command = {"argv": [str(each) for each in argv], "environment": variables}
+        command = {"argv": [str(each) for each in argv], "environment": variables,
+                   "limit": limit}
         self._process.stdin.write(json.dumps(command) + "\n")
         self._process.stdin.flush()
         return json.loads(self._process.stdout.readline())

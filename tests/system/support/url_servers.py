@@ -2,8 +2,8 @@
 
 Run by url_sandbox.py in a network namespace of its own as `url_servers.py FOLDER`, with FOLDER
 holding the certificates and nginx's configuration. Says "ready" when all servers listen; then each
-line of standard input, {"argv": [...], "environment": {...}}, runs a program and is answered by a
-line {"status": ..., "stdout": ..., "stderr": ...}.
+line of standard input, {"argv": [...], "environment": {...}, "limit": seconds}, runs a program and is
+answered by a line {"status": ..., "stdout": ..., "stderr": ...}.
 """
 
 import json
@@ -21,6 +21,8 @@ PLAIN_PORT = 8000
 TLS_PORTS = {"good": 8443, "expired": 8444, "early": 8445, "elsewhere": 8446, "stranger": 8447,
              "selfsigned": 8448}
 NO_TLS_PORT = 8449
+SLOW_TLS_PORT = 8450
+NO_CIPHER_PORT = 8451
 NGINX_PORT = 8080
 NGINX_TLS_PORT = 8081
 
@@ -133,6 +135,15 @@ def serve_endless_trailers(send, request):
     send_for_ever(send, b"X-More: x\r\n" * 1000)
 
 
+def serve_trailers(send, request):
+    """Headers and trailers that are together as long as the path says."""
+    start = head("200 OK", "Transfer-Encoding: chunked")
+    left = int(request.path.rsplit("/", 1)[1]) - len(start)
+    count, rest = divmod(left - 100, 1000)
+    lines = [b"X-More: ".ljust(998, b"x")] * count + [b"X-Last: ".ljust(rest + 98, b"x")]
+    send(start + chunk(b"part") + b"\r\n".join([b"0", *lines, b"", b""]))
+
+
 def serve_endless_hints(send, request):
     send_for_ever(send, b"HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n" * 100)
 
@@ -186,6 +197,12 @@ FIXED = {
     "/see-other": redirect("/echo", status="303 See Other"),
     "/found": redirect("/echo"),
     "/temporary": redirect("/echo", status="307 Temporary Redirect"),
+    "/permanent": redirect("/echo", status="308 Permanent Redirect"),
+    "/choices": redirect("/echo", status="300 Multiple Choices"),
+    "/not-modified": head("304 Not Modified", "Location: /echo"),
+    "/to-stall": redirect("/stall"),
+    "/cookie": text(b"moved", "Location: /echo", "Set-Cookie: kind=oat; Path=/; Max-Age=1000",
+                    status="302 Found"),
     "/short": head("200 OK", "Content-Length: 1000") + b"part",
     "/short-chunk": head("200 OK", "Transfer-Encoding: chunked") + b"100\r\npart",
     "/bad-chunk": head("200 OK", "Transfer-Encoding: chunked") + b"what\r\n",
@@ -208,6 +225,7 @@ BEHAVIOURS = {
     "/endless-body": serve_endless_body,
     "/endless-trailers": serve_endless_trailers,
     "/endless-hints": serve_endless_hints,
+    "/trailers": serve_trailers,
     "/length": serve_length,
     "/chain": serve_redirect_chain,
     "/echo": serve_echo,
@@ -241,6 +259,18 @@ def greet(connection):
     with connection:
         connection.sendall(b"220 mail.test ESMTP\r\n")
         connection.recv(65536)
+
+
+def trickle(connection):
+    """Begins a TLS record of 16 KiB, and sends it too slowly to ever complete it."""
+    try:
+        with connection:
+            connection.sendall(b"\x16\x03\x03\x40\x00")
+            while True:
+                connection.sendall(b"\x02")
+                time.sleep(0.05)
+    except OSError:
+        pass  # The client went away.
 
 
 def serve(connection, context):
@@ -277,6 +307,14 @@ def context_of(folder, name):
     return context
 
 
+def context_without_cipher(folder):
+    """The only cipher does not fit the certificate, so the client and the server share none."""
+    context = context_of(folder, "good")
+    context.maximum_version = ssl.TLSVersion.TLSv1_2
+    context.set_ciphers("ECDHE-ECDSA-AES128-GCM-SHA256")
+    return context
+
+
 def answer_names():
     """A name server that knows no name, and does not answer for silent.test."""
     server = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
@@ -294,7 +332,8 @@ def answer_names():
 def run_client(command, output):
     try:
         with output.open("wb") as stdout:
-            done = subprocess.run(command["argv"], env=command["environment"], timeout=CLIENT_LIMIT,
+            done = subprocess.run(command["argv"], env=command["environment"],
+                                  timeout=command["limit"] or CLIENT_LIMIT,
                                   stdin=subprocess.DEVNULL, stdout=stdout, stderr=subprocess.PIPE,
                                   check=False)
         status, stderr = done.returncode, done.stderr.decode()
@@ -309,6 +348,8 @@ def main():
     for name, port in TLS_PORTS.items():
         listen(port, serve, context_of(folder, name))
     listen(NO_TLS_PORT, greet)
+    listen(SLOW_TLS_PORT, trickle)
+    listen(NO_CIPHER_PORT, serve, context_without_cipher(folder))
     answer_names()
     nginx = subprocess.Popen(["nginx", "-p", str(folder), "-c", "nginx.conf", "-e", "error.log"])
     try:

@@ -343,6 +343,18 @@ TEST_F(ElevatedLaunchTest, OutputFileThatIsGoneIsAbsent) {
   EXPECT_THAT(fakePlatform->calls, ElementsAre(kRemove, kSubmit, kRemove));
 }
 
+TEST_F(ElevatedLaunchTest, OutputIsReadBeforeTheJobIsRemoved) {
+  ToolPrints("text");
+  fakePlatform->onRemove = [] {
+    if (OutputPath() != nil) {
+      unlink([OutputPath() UTF8String]);
+    }
+  };
+  NSString* output = nil;
+  EXPECT_TRUE(Launch(&output));
+  EXPECT_EQ("text", Text(output));
+}
+
 TEST_F(ElevatedLaunchTest, ToolThatPrintsNothingGivesEmptyText) {
   NSString* output = nil;
   EXPECT_TRUE(Launch(&output));

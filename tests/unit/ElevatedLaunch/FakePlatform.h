@@ -36,6 +36,8 @@ struct FakePlatform {
   std::function<FILE*()> openPipe;
   /// Called when a job has been submitted.
   std::function<void()> onSubmit;
+  /// Called when a job is removed.
+  std::function<void()> onRemove;
   /// Called at each look at the processes, with their number so far.
   std::function<void(size_t)> onPoll;
 

@@ -141,6 +141,9 @@ Boolean SMJobRemove(CFStringRef domain, CFStringRef jobLabel, AuthorizationRef a
                     CFErrorRef* outError) {
   Record("remove " + Domain(domain) + " " + Text((NSString*)jobLabel) + " " + Owner(auth) +
          (wait ? " wait" : "") + (outError == nullptr ? "" : " error"));
+  if (fakePlatform->onRemove) {
+    fakePlatform->onRemove();
+  }
   return fakePlatform->removeResult ? 1 : 0;
 }
 

@@ -392,8 +392,10 @@ TEST_F(PolkitTest, IsAskedAboutTheCallersConnection) {
                                 "\"org.freedesktop.systemd1.manage-units\"; ARRAY \"{ss}\" { }; "
                                 "UINT32 1; STRING \"\";"))
       << calls_[0].text;
+  EXPECT_EQ(300'000'000u, calls_[0].timeLimit);
   EXPECT_EQ(errAuthorizationSuccess, Ask(1, 0, nullptr, kAuthorizationFlagExtendRights));
   EXPECT_NE(std::string::npos, calls_[0].text.find("UINT32 0;")) << "the user must not be asked";
+  EXPECT_EQ(25'000'000u, calls_[0].timeLimit);
 }
 
 TEST_F(PolkitTest, RefusalsAreDistinguished) {

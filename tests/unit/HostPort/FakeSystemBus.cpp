@@ -1,11 +1,13 @@
 #include "tests/unit/HostPort/FakeSystemBus.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
@@ -23,6 +25,9 @@ constexpr uint64_t kRealBusTimeLimit = 25'000'000;
 constexpr unsigned int kSecondsToHang = 100;
 
 uint64_t s_busTimeLimit = kRealBusTimeLimit;
+
+/// The time limit of the port's calls, for those that follow.
+std::atomic<uint64_t> s_callTimeLimit;
 
 /// Opens a socket and makes DBUS_SYSTEM_BUS_ADDRESS lead there.
 int ListenAsSystemBus() {
@@ -82,6 +87,14 @@ std::string NameOf(sd_bus_message* message) {
 }  // namespace
 
 uint64_t BusTimeLimit() { return s_busTimeLimit; }
+
+/// Notes the limit, in place of libsystemd's function, and calls that.
+int sd_bus_set_method_call_timeout(sd_bus* bus, uint64_t microseconds) {
+  s_callTimeLimit = microseconds;
+  static const auto s_real =
+      reinterpret_cast<decltype(&sd_bus_set_method_call_timeout)>(dlsym(RTLD_NEXT, __func__));
+  return s_real(bus, microseconds);
+}
 
 ScopedBusTimeLimit::ScopedBusTimeLimit(uint64_t microseconds) {
   s_busTimeLimit = microseconds;
@@ -176,7 +189,8 @@ int FakeSystemBus::Process(sd_bus_message* message) {
   }
   {
     const Call call = {NameOf(message), Dump(message),
-                       sd_bus_message_get_allow_interactive_authorization(message) > 0};
+                       sd_bus_message_get_allow_interactive_authorization(message) > 0,
+                       s_callTimeLimit};
     const std::lock_guard<std::mutex> lock(mutex_);
     calls_.push_back(call);
   }

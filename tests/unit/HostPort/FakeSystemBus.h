@@ -3,6 +3,7 @@
 
 #include <systemd/sd-bus.h>
 
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -37,6 +38,8 @@ class FakeSystemBus {
     /// The whole call as sd_bus_message_dump(3) writes it, in one line with single blanks.
     std::string text;
     bool mayInteract;
+    /// How long the port waits for the answer, in microseconds.
+    uint64_t timeLimit;
   };
   /// The calls so far, except Hello.
   std::vector<Call> calls() const;

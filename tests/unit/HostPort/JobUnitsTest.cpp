@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "shared/platform/linux/systemd/SystemBus.h"
+
 namespace {
 
 TEST(JobUnits, NamesAreSystemdsEscaping) {
@@ -29,6 +31,9 @@ TEST(JobUnits, NoNameIsCut) {
   EXPECT_EQ("", JobUnitName(std::string(255, '-')));
   EXPECT_EQ("", JobUnitName(""));
 }
+
+// The tests with a bus of their own replace this function.
+TEST(JobUnits, TheBusHas25Seconds) { EXPECT_EQ(25'000'000u, BusTimeLimit()); }
 
 TEST(JobUnits, AProcessThatIsNoJobHasNoExecutable) {
   EXPECT_EQ("", JobExecutable(getpid()));

@@ -263,7 +263,9 @@ TEST_F(SystemdTest, TheUserIsAskedOnlyWhenTheAuthorizationAllowsIt) {
     AuthorizationRef authorization = nullptr;
     ASSERT_EQ(0, AuthorizationCreate(nullptr, nullptr, flags, &authorization));
     EXPECT_TRUE(Submit(authorization));
-    EXPECT_EQ(flags == 1, bus_.calls().back().mayInteract);
+    const FakeSystemBus::Call call = bus_.calls().back();
+    EXPECT_EQ(flags == 1, call.mayInteract);
+    EXPECT_EQ(flags == 1 ? 300'000'000u : 25'000'000u, call.timeLimit);
     AuthorizationFree(authorization, 0);
   }
 }

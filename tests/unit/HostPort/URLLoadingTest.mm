@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#import "shared/platform/linux/foundation/url/TransferOptions.h"
+
 /// Notes the callbacks of a connection.
 @interface FailureReceiver : NSObject {
  @public
@@ -56,6 +58,18 @@ TEST_F(URLLoadingTest, CallsItsClientInTheDefaultModeOnly) {
   [loop runMode:NSDefaultRunLoopMode beforeDate:[NSDate dateWithTimeIntervalSinceNow:kLongest]];
   EXPECT_EQ(std::vector<NSInteger>{NSURLErrorBadURL}, receiver_->codes);
   EXPECT_EQ(std::vector<std::string>{[NSDefaultRunLoopMode UTF8String]}, receiver_->modes);
+}
+
+TEST_F(URLLoadingTest, ATimeoutIsAMinuteUnlessTheRequestSetsOne) {
+  NSMutableURLRequest* request =
+      [NSMutableURLRequest requestWithURL:[NSURL URLWithString:@"http://host/"]];
+  EXPECT_EQ(60, TimeoutOf(request));
+  for (const NSTimeInterval none : {0.0, -1.0}) {
+    [request setTimeoutInterval:none];
+    EXPECT_EQ(60, TimeoutOf(request)) << none;
+  }
+  [request setTimeoutInterval:0.5];
+  EXPECT_EQ(0.5, TimeoutOf(request));
 }
 
 TEST_F(URLLoadingTest, HasNoCookieStorage) {

@@ -8,7 +8,9 @@
 //     --cancel-in CALLBACK   cancels inside the first redirect, response or data callback
 //     --cancel-after SECONDS cancels from a timer, whatever has come
 //     --refuse-redirect      answers nil to connection:willSendRequest:redirectResponse:
+//     --release              keeps neither the connection nor its delegate
 //     --reason               also prints a failure's reason
+//     --field NAME           also prints this header field of a response
 //     --summary              prints data only in sum, and at the end how often the run loop
 //                            turned and the most memory that the process took, in kilobytes
 //
@@ -28,11 +30,13 @@ struct Options {
   BOOL refusesRedirects;
   BOOL summarizes;
   BOOL tellsReasons;
+  BOOL releases;
   NSTimeInterval timeout;
   NSTimeInterval cancelDelay;
   NSString* method;
   NSString* body;
   NSString* cancelIn;
+  NSString* field;
   NSMutableDictionary* headers;
 };
 
@@ -64,6 +68,10 @@ void PrintResponse(int number, const char* event, NSURLResponse* response) {
   printf("%d %s %d %lld %s %s\n", number, event, static_cast<int>([http statusCode]),
          static_cast<long long>([http expectedContentLength]),
          [[http MIMEType] UTF8String] ?: "(none)", [[[http URL] absoluteString] UTF8String]);
+  if (gOptions.field != nil) {
+    NSString* value = [[http allHeaderFields] objectForKey:gOptions.field];
+    printf("%d field %s\n", number, [value UTF8String] ?: "(none)");
+  }
 }
 
 void PrintFailure(int number, NSError* error) {
@@ -99,6 +107,10 @@ void PrintFailure(int number, NSError* error) {
   }
   _connection = [[NSURLConnection alloc] initWithRequest:RequestFor(text) delegate:self];
   printf("%d started\n", _number);
+  if (gOptions.releases) {
+    [_connection release];
+    _connection = nil;
+  }
   return self;
 }
 
@@ -193,7 +205,11 @@ void LoadSynchronously(const char* text, int number) {
 void LoadAll(char** urls, int count) {
   NSMutableArray* recorders = [NSMutableArray array];
   for (int i = 0; i < count; i++) {
-    [recorders addObject:[[[Recorder alloc] initWithURLText:urls[i] number:i] autorelease]];
+    Recorder* recorder = [[Recorder alloc] initWithURLText:urls[i] number:i];
+    if (!gOptions.releases) {
+      [recorders addObject:recorder];
+    }
+    [recorder release];
   }
   NSRunLoop* loop = [NSRunLoop currentRunLoop];
   unsigned turns = 0;
@@ -212,26 +228,33 @@ void LoadAll(char** urls, int count) {
   }
 }
 
+/// What an option without a value sets; nullptr when it is not one.
+BOOL* FlagOf(NSString* option) {
+  const struct {
+    NSString* name;
+    BOOL* flag;
+  } kFlags[] = {
+      {@"sync", &gOptions.isSynchronous}, {@"refuse-redirect", &gOptions.refusesRedirects},
+      {@"release", &gOptions.releases},   {@"reason", &gOptions.tellsReasons},
+      {@"summary", &gOptions.summarizes},
+  };
+  for (const auto& each : kFlags) {
+    if ([option isEqualToString:each.name]) {
+      return each.flag;
+    }
+  }
+  return nullptr;
+}
+
 /// Takes the options off the front of `arguments`. nullptr when one is wrong.
 char** ParseOptions(char** arguments) {
   gOptions.timeout = 60;
   gOptions.headers = [NSMutableDictionary dictionary];
   for (; *arguments != nullptr && strncmp(*arguments, "--", 2) == 0; arguments++) {
     NSString* option = [NSString stringWithUTF8String:*arguments + 2];
-    if ([option isEqualToString:@"sync"]) {
-      gOptions.isSynchronous = YES;
-      continue;
-    }
-    if ([option isEqualToString:@"refuse-redirect"]) {
-      gOptions.refusesRedirects = YES;
-      continue;
-    }
-    if ([option isEqualToString:@"reason"]) {
-      gOptions.tellsReasons = YES;
-      continue;
-    }
-    if ([option isEqualToString:@"summary"]) {
-      gOptions.summarizes = YES;
+    BOOL* flag = FlagOf(option);
+    if (flag != nullptr) {
+      *flag = YES;
       continue;
     }
     NSString* value = *++arguments == nullptr ? nil : [NSString stringWithUTF8String:*arguments];
@@ -244,6 +267,8 @@ char** ParseOptions(char** arguments) {
       gOptions.cancelDelay = [value doubleValue];
     } else if ([option isEqualToString:@"cancel-in"]) {
       gOptions.cancelIn = value;
+    } else if ([option isEqualToString:@"field"]) {
+      gOptions.field = value;
     } else if ([option isEqualToString:@"method"]) {
       gOptions.method = value;
     } else if ([option isEqualToString:@"body"]) {

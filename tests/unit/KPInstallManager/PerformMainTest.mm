@@ -101,6 +101,17 @@ void DisableAnalytics(NSString* installRoot) { Record("disable analytics", Text(
 
 @end
 
+@interface ExceptionWithoutReason : NSException
+@end
+
+@implementation ExceptionWithoutReason
+
+- (NSString*)reason {
+  return nil;
+}
+
+@end
+
 namespace {
 
 using testing::Contains;
@@ -288,10 +299,12 @@ TEST_F(PerformMainTest, FailedDecompressionEndsTheRun) {
 
 // ---- Stages that fail
 
-const std::map<std::string, std::function<void()>> kFailures = {
+const std::vector<std::pair<std::string, std::function<void()>>> kFailures = {
     {"it was told to", [] { [NSException raise:NSMallocException format:@"it was told to"]; }},
+    {"(null)", [] { [ExceptionWithoutReason raise:@"x" format:@"x"]; }},
     {"not enough memory", [] { throw std::bad_alloc(); }},
     {"an exception of an unknown kind", [] { throw 1; }},
+    {"an exception of an unknown kind", [] { @throw @"text"; }},
 };
 
 const std::map<std::string, std::string> kStages = {
@@ -342,6 +355,19 @@ TEST_F(PerformMainTest, StageWhoseFailureCannotBeLoggedEndsAlone) {
   s_actions["express install"] = [] { method_setImplementation(method, original); };
   EXPECT_EQ(0, Run({"/"}));
   EXPECT_EQ(kSucceeded, g_events.back());
+}
+
+TEST_F(PerformMainTest, LastLineThatCannotBeLoggedChangesNothing) {
+  static Method method;
+  static IMP original;
+  method = class_getInstanceMethod([KPIMLogger class], @selector(logTimeStampedString:
+                                                                     withLoggingLevel:));
+  s_actions["express install"] = [] {
+    original = method_setImplementation(method, (IMP)RaiseAlways);
+  };
+  EXPECT_EQ(0, Run({"/"}));
+  method_setImplementation(method, original);
+  EXPECT_EQ("express install", g_events.back());
 }
 
 TEST_F(PerformMainTest, SignalsOfFailedWritesAreSurvived) {

@@ -57,6 +57,7 @@ TEST_F(PreviousVersionTest, IsTrimmedAtBothEnds) {
   EXPECT_EQ("32.0.0.255", VersionIn("32.0.0.255\n"));
   EXPECT_EQ("32.0.0.255", VersionIn("32.0.0.255\r\n"));
   EXPECT_EQ("32.0 \n 0.255", VersionIn("\n\t 32.0 \n 0.255 \n\n"));
+  EXPECT_EQ("32.0", VersionIn(u8"\u00A0\u202832.0\u0085\u3000"));
 }
 
 TEST_F(PreviousVersionTest, WithoutTextIsEmptyNotAbsent) {

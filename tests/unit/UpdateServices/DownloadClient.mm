@@ -58,6 +58,10 @@ Options ParseArguments(int argc, char** argv) {
   return options;
 }
 
+/// How long the program waits for messages of a cancelled download, which must not come, in
+/// seconds.
+constexpr NSTimeInterval kLinger = 0.2;
+
 ScopedMethodReplacement* s_requestMethod;
 double s_timeOut;
 
@@ -131,6 +135,9 @@ int main(int argc, char** argv) {
   while (options.async && !receiver->hasEnded &&
          [[NSRunLoop currentRunLoop] runMode:NSDefaultRunLoopMode
                                   beforeDate:[NSDate distantFuture]]) {
+  }
+  if (options.cancelAt != 0) {
+    [[NSRunLoop currentRunLoop] runUntilDate:[NSDate dateWithTimeIntervalSinceNow:kLinger]];
   }
 
   NSData* body = [download downloadedData];

@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 
 #include <cmath>
+#include <fstream>
 #include <limits>
 #include <vector>
 
@@ -152,6 +153,13 @@ using testing::IsEmpty;
 
 constexpr char kTooEarly[] =
     "[E] ERROR: attempt to access downloaded data before download was completed.";
+const std::string kMissingDirectory =
+    "[E] ERROR: The file path passed into the downloader does not exist: ";
+const std::string kNotPlainName =
+    "[E] ERROR: The file name passed into the downloader is not a plain name: ";
+constexpr char kKeepingInMemory[] = "[E] Keeping data in memory instead.";
+const std::string kFileNotCreated = "[E] ERROR: Could not create file at path: ";
+const std::string kFileNotWritten = "[E] ERROR: Could not write file at path: ";
 constexpr char kStartedTwice[] =
     "[E] ERROR: Attempted to start a new download on the same KPIMDownload instance.";
 constexpr char kNotStarted[] =
@@ -342,10 +350,32 @@ TEST_F(KPIMDownloadTest, NameThatNamesNoItemOfTheDirectoryGivesNoFile) {
     EXPECT_EQ("precious", ReadWholeFile(File())) << name;
     EXPECT_EQ("precious", ReadWholeFile(Directory() + "/sub/body")) << name;
     EXPECT_EQ("precious", ReadWholeFile(folder_ / "above")) << name;
+    EXPECT_THAT(Log(), ElementsAre(kNotPlainName + name, kKeepingInMemory));
     [download_ release];
     download_ = nil;
   }
+}
+
+TEST_F(KPIMDownloadTest, MissingDirectoryIsLoggedBeforeTheName) {
+  Make(true, String(folder_ / "missing"), @"..");
+  EXPECT_THAT(Log(), ElementsAre(kMissingDirectory + (folder_ / "missing"), kKeepingInMemory));
+}
+
+TEST_F(KPIMDownloadTest, MissingDirectoryIsLoggedWithoutAName) {
+  Make(true, String(folder_ / "missing"), nil);
+  EXPECT_THAT(Log(), ElementsAre(kMissingDirectory + (folder_ / "missing"), kKeepingInMemory));
+}
+
+TEST_F(KPIMDownloadTest, DirectoryMayBeAnyItemThatExists) {
+  WriteWholeFile(folder_ / "item", "precious");
+  Make(true, String(folder_ / "item"), @"body");
+  EXPECT_EQ((folder_ / "item") + "/body", Text([download_ getDownloadPath]));
   EXPECT_THAT(Log(), IsEmpty());
+  EXPECT_TRUE([download_ startDownload]);
+  Respond(4);
+  Receive("body");
+  EXPECT_THAT(Log(), ElementsAre(kFileNotCreated + (folder_ / "item") + "/body"));
+  EXPECT_EQ("precious", ReadWholeFile(folder_ / "item"));
 }
 
 TEST_F(KPIMDownloadTest, OddNameOfAnItemIsAName) {
@@ -381,10 +411,7 @@ TEST_F(KPIMDownloadTest, PathOutlivesTheDownload) {
 TEST_F(KPIMDownloadTest, AMissingDirectoryIsLoggedAndMemoryUsedInstead) {
   Make(true, String(folder_ / "missing"), @"body");
   EXPECT_EQ(nil, [download_ getDownloadPath]);
-  EXPECT_THAT(Log(), ElementsAre("[E] ERROR: The file path passed into the downloader does not "
-                                 "exist: " +
-                                     (folder_ / "missing"),
-                                 "[E] Keeping data in memory instead."));
+  EXPECT_THAT(Log(), ElementsAre(kMissingDirectory + (folder_ / "missing"), kKeepingInMemory));
   EXPECT_TRUE([download_ startDownload]);
   Respond(4);
   Receive("body");
@@ -661,6 +688,17 @@ TEST_F(KPIMDownloadTest, SecondStartIsRefusedFromTheResponseOn) {
   EXPECT_EQ(1, network_.requests());
 }
 
+TEST_F(KPIMDownloadTest, RefusedStartKeepsTheFile) {
+  StartWithFile();
+  Respond(4);
+  Receive("body");
+  EXPECT_FALSE([download_ startDownload]);
+  EXPECT_EQ("body", ReadWholeFile(File()));
+  Finish();
+  EXPECT_FALSE([download_ startDownload]);
+  EXPECT_EQ("body", ReadWholeFile(File()));
+}
+
 TEST_F(KPIMDownloadTest, CancelledDownloadDoesNotStartAgain) {
   Make(true);
   [download_ startDownload];
@@ -838,6 +876,34 @@ TEST_F(KPIMDownloadTest, ChunkBeforeTheResponseIsLoggedAndKept) {
   EXPECT_EQ("early", ReadWholeFile(File()));
 }
 
+TEST_F(KPIMDownloadTest, ChunkBeforeTheResponseWhoseFileCannotBeCreatedCancelsNothing) {
+  StartWithFile();
+  fs::remove(Directory());
+  Receive("early");
+  EXPECT_THAT(Log(), ElementsAre(kNotStarted, kFileNotCreated + File()));
+  EXPECT_THAT(receiver_->events, ElementsAre("fail", "progress"));
+  EXPECT_EQ(0, network_.cancelled());
+  Respond(4);
+  fs::create_directory(Directory());
+  Receive("body");
+  Finish();
+  EXPECT_EQ("body", ReadWholeFile(File()));
+  EXPECT_EQ("body", Bytes([download_ downloadedData]));
+  EXPECT_THAT(receiver_->events, ElementsAre("fail", "progress", "progress", "complete"));
+}
+
+TEST_F(KPIMDownloadTest, ChunkIsAppendedToWhatAnotherHasWrittenMeanwhile) {
+  StartWithFile();
+  Respond(6);
+  Receive("abc");
+  {
+    std::ofstream file(File(), std::ios::app);
+    file << "another's";
+  }
+  Receive("def");
+  EXPECT_EQ("abcanother'sdef", ReadWholeFile(File()));
+}
+
 TEST_F(KPIMDownloadTest, FileThatReappearsGetsNothingWritten) {
   StartWithFile();
   WriteWholeFile(File(), "another's");
@@ -866,7 +932,7 @@ TEST_F(KPIMDownloadTest, FileThatCannotBeCreatedFailsAndStillCountsTheChunk) {
   Respond(8);
   fs::remove(Directory());
   Receive("body");
-  EXPECT_THAT(Log(), ElementsAre("[E] ERROR: Could not create file at path: " + File()));
+  EXPECT_THAT(Log(), ElementsAre(kFileNotCreated + File()));
   EXPECT_THAT(receiver_->events, ElementsAre("fail", "progress"));
   EXPECT_THAT(receiver_->fractions, ElementsAre(0.5F));
   EXPECT_EQ(1, network_.cancelled());
@@ -891,23 +957,42 @@ class ScopedFileSizeLimit {
   void (*before_)(int);
 };
 
-TEST_F(KPIMDownloadTest, FullDiskLeavesTheBodyInMemory) {
+/// More than the log has, which must not be cut short.
+constexpr size_t kRoom = 1 << 16;
+
+TEST_F(KPIMDownloadTest, FullDiskIsLoggedOnceAndLeavesTheBodyInMemory) {
+  const std::string body = std::string(kRoom - 2, '.') + "abcdefghi";
   StartWithFile();
-  Respond(12);
-  Receive("abc");
+  Respond(static_cast<long long>(body.size()));
+  Receive(body.substr(0, kRoom - 2));
   {
-    ScopedFileSizeLimit limit(4);
-    Receive("defghi");
+    ScopedFileSizeLimit limit(kRoom);
+    Receive("abcd");
+    Receive("efg");
   }
-  Receive("jkl");
+  Receive("hi");
   Finish();
-  EXPECT_EQ("abcdefghijkl", Bytes([download_ downloadedData]));
+  EXPECT_TRUE(body == Bytes([download_ downloadedData]));
   const std::string file = ReadWholeFile(File());
-  EXPECT_EQ("abcdefghijkl", file + std::string("abcdefghijkl").substr(file.size()))
-      << "a beginning of the body, no hole in it";
-  EXPECT_LE(file.size(), 4u);
-  EXPECT_THAT(receiver_->events, ElementsAre("progress", "progress", "progress", "complete"));
-  EXPECT_THAT(Log(), ElementsAre("[I] 12"));
+  EXPECT_TRUE(file == body.substr(0, file.size())) << "a beginning of the body, no hole in it";
+  EXPECT_LE(file.size(), kRoom);
+  EXPECT_THAT(receiver_->events,
+              ElementsAre("progress", "progress", "progress", "progress", "complete"));
+  EXPECT_THAT(Log(), ElementsAre(kFileNotWritten + File(), "[I] " + std::to_string(body.size())));
+}
+
+TEST_F(KPIMDownloadTest, FileIsNotBegunAnewAfterAFullDisk) {
+  StartWithFile();
+  Respond(-1);
+  {
+    ScopedFileSizeLimit limit(kRoom);
+    Receive(std::string(kRoom + 1, '.'));
+    EXPECT_THAT(Log(), ElementsAre(kFileNotWritten + File()));
+  }
+  fs::remove(File());
+  Receive("more");
+  EXPECT_FALSE(fs::exists(File()));
+  EXPECT_THAT(Log(), IsEmpty());
 }
 
 // ---- With the platform's own connection

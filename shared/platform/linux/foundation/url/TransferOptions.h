@@ -9,7 +9,7 @@
 /// or a body of its own. Returns 0, or a code of NSURLErrorDomain with its reason in `*reason`.
 NSInteger CheckRequest(NSURLRequest* request, const char** reason);
 
-/// The time-out of `request`, in seconds; 60 when it does not set one, as on macOS.
+/// The time-out of `request`, in seconds; 60 when that is not positive.
 NSTimeInterval TimeoutOf(NSURLRequest* request);
 
 /// Prepares `transfer` for `request`, which has passed CheckRequest(). libcurl copies the values.

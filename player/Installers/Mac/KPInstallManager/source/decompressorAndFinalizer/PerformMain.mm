@@ -74,6 +74,6 @@ int PerformMain(int argc, char** argv) {
   }
 
   RunLaterStages(installRoot, disableAnalytics);
-  LogInformation(@"[finalizer succeeded]");
+  RunStage(@"Last log line", [] { LogInformation(@"[finalizer succeeded]"); });
   return 0;
 }

@@ -66,13 +66,15 @@ extern NSString* const kKPIMAuthoritiesProperty;
   NSString* m_authoritiesFile;
   int m_statusCode;
   NSString* m_failure;
+  bool m_fileIsCutShort;
 }
 
 /// Makes a download of `url`, which does not start yet. The body is also written to the file
-/// `filename` in `directory`, unless one of the two is nil, the directory does not exist, which is
-/// logged, or the name is empty, ".", ".." or contains a slash or a NUL. After a failed write the
-/// file is closed as it is, the rest of the body is kept in memory only, and nothing is logged.
-/// Retains `logger` and `delegate`, either of which may be nil.
+/// `filename` in `directory`, unless one of the two is nil. No file is written either, and errors
+/// are logged, if nothing exists at `directory`, or the name is empty, ".", ".." or contains a
+/// slash or a NUL. After a failed write an error is logged, the file is closed as it is, and the
+/// rest of the body is kept in memory only. Retains `logger` and `delegate`, either of which may be
+/// nil.
 - (id)initWithURL:(NSURL*)url
      downloadPath:(NSString*)directory
          filename:(NSString*)filename

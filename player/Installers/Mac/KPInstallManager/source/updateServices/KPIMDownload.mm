@@ -10,12 +10,15 @@ constexpr NSTimeInterval kTimeOut = 60;
 
 NSString* const kMissingDirectory =
     @"ERROR: The file path passed into the downloader does not exist: %@";
+NSString* const kNotPlainName =
+    @"ERROR: The file name passed into the downloader is not a plain name: %@";
 NSString* const kKeepingInMemory = @"Keeping data in memory instead.";
 NSString* const kStartedTwice =
     @"ERROR: Attempted to start a new download on the same KPIMDownload instance.";
 NSString* const kReadTooEarly =
     @"ERROR: attempt to access downloaded data before download was completed.";
 NSString* const kFileNotCreated = @"ERROR: Could not create file at path: %@";
+NSString* const kFileNotWritten = @"ERROR: Could not write file at path: %@";
 NSString* const kDownloadFailed = @"ERROR: URL download failed: %@";
 NSString* const kTooLarge = @"The reply is longer than %llu bytes.";
 
@@ -56,6 +59,7 @@ bool IsPlainName(NSString* name) {
 @interface KPIMDownload (Internal)
 
 - (void)_logError:(NSString*)message;
+- (void)_keepInMemoryBecause:(NSString*)reason;
 - (void)_failWithReason:(NSString*)reason;
 - (void)_dropConnection;
 - (NSURLRequest*)_request;
@@ -89,15 +93,13 @@ bool IsPlainName(NSString* name) {
   if (directory == nil) {
     return self;
   }
-  if ([[NSFileManager defaultManager] fileExistsAtPath:directory]) {
-    if (IsPlainName(filename)) {
-      m_downloadPath = [[directory stringByAppendingPathComponent:filename] retain];
-    }
-    return self;
+  if (![[NSFileManager defaultManager] fileExistsAtPath:directory]) {
+    [self _keepInMemoryBecause:[NSString stringWithFormat:kMissingDirectory, directory]];
+  } else if (IsPlainName(filename)) {
+    m_downloadPath = [[directory stringByAppendingPathComponent:filename] retain];
+  } else if (filename != nil) {
+    [self _keepInMemoryBecause:[NSString stringWithFormat:kNotPlainName, filename]];
   }
-  m_keepDownloadedDataInMemory = true;
-  [self _logError:[NSString stringWithFormat:kMissingDirectory, directory]];
-  [self _logError:kKeepingInMemory];
   return self;
 }
 
@@ -257,6 +259,12 @@ bool IsPlainName(NSString* name) {
   [m_logger logTimeStampedString:message withLoggingLevel:kLogLevelError];
 }
 
+- (void)_keepInMemoryBecause:(NSString*)reason {
+  m_keepDownloadedDataInMemory = true;
+  [self _logError:reason];
+  [self _logError:kKeepingInMemory];
+}
+
 - (void)_failWithReason:(NSString*)reason {
   Assign(m_failure, reason);
   [self _logError:[NSString stringWithFormat:kDownloadFailed, reason]];
@@ -299,8 +307,11 @@ bool IsPlainName(NSString* name) {
 }
 
 // Appends `chunk` to the file, which the first chunk creates. Writes nothing to a file that another
-// process has created there since the start.
+// process has created there since the start, nor to any file after a failed write.
 - (void)_writeChunk:(NSData*)chunk {
+  if (m_fileIsCutShort) {
+    return;
+  }
   if (![[NSFileManager defaultManager] fileExistsAtPath:m_downloadPath]) {
     [self _createFile];
   }
@@ -310,6 +321,8 @@ bool IsPlainName(NSString* name) {
   } @catch (NSException*) {
     // A handle raises an exception when the disk is full. The rest of the body is kept in memory
     // only: a file with a hole in it would be worse than a short one.
+    m_fileIsCutShort = true;
+    [self _logError:[NSString stringWithFormat:kFileNotWritten, m_downloadPath]];
     [self _closeFile];
   }
 }
