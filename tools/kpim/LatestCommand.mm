@@ -78,6 +78,7 @@ bool WaitForAnswer(KPIMVersionManager* manager, int timeLimit) {
 // Returns the address of the request, or the name of the command when there is none.
 std::string RequestAddress(KPIMVersionManager* manager) {
   NSString* address = [[manager address] absoluteString];
+  // Untested: the options are checked, so that they always make an address.
   return address != nil ? UTF8(address) : kCommand;
 }
 
@@ -100,6 +101,7 @@ bool ReportFailure(KPIMVersionManager* manager) {
   const std::string answer = "HTTP status " + std::to_string(status);
   if ([manager downloadState] != kDownloadStateCompleted) {
     NSString* failure = [manager failure];
+    // Untested: a request that fails without a reason.
     ReportError(asked, (status != 0 ? answer + ", then: " : "") +
                            (failure != nil ? UTF8(failure) : "no answer"));
     return true;

@@ -20,6 +20,7 @@ bool HasName(const fileChunk* node) { return node->name && node->name[0] != '\0'
 
 // Returns whether the entry is a file with the name of a directory.
 bool IsMisnamed(const fileChunk& node) {
+  // Untested: no name. A decoded entry has one, which may be empty.
   const char* const name = node.name ? node.name : "";
   const size_t length = strlen(name);
   return !node.isDirectory && (length == 0 || name[length - 1] == '/');
@@ -154,6 +155,7 @@ void SortByName(fileChunk*& list) {
 }
 
 std::string PathOf(const fileChunk& node, const std::string& parent) {
+  // Untested: no name.
   const std::string leaf = node.name ? WithoutTrailingSlashes(node.name) : "";
   return leaf.empty() || leaf == "/" ? parent : JoinPath(parent, leaf);
 }

@@ -46,6 +46,7 @@ std::string Describe(const Difference& difference) {
   switch (difference.kind) {
     case DifferenceKind::kMissing:
       return "could not be written";
+    // Untested: it takes a disk that fails after the write.
     case DifferenceKind::kUnreadable:
       return strerror(difference.error);
     default:

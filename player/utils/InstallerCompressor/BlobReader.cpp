@@ -86,7 +86,7 @@ class DecodedContent {
  private:
   static unsigned long BytesToStep(const unsigned char* bytes) {
     const unsigned long beyondStep = reinterpret_cast<std::uintptr_t>(bytes) % kDiscardStep;
-    return beyondStep == 0 ? 0 : kDiscardStep - beyondStep;
+    return (kDiscardStep - beyondStep) % kDiscardStep;
   }
 
   unsigned char* bytes_;

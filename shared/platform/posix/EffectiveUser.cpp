@@ -30,6 +30,7 @@ int SetGroups(int (*function)(Count, const gid_t*), int count, const gid_t* grou
 EffectiveUser::EffectiveUser(const char* name, uid_t user, gid_t group)
     : savedUser_(geteuid()), savedGroup_(getegid()) {
   if (!SaveGroups()) {
+    // Untested: it takes a failed allocation of some bytes.
     return;
   }
   isActive_ = Become(name, user, group == kUnknownGroup ? kUnprivilegedGroup : group);
@@ -50,10 +51,12 @@ EffectiveUser::~EffectiveUser() {
 bool EffectiveUser::SaveGroups() {
   const int count = getgroups(0, nullptr);
   if (count < 0) {
+    // Untested: a process can always read its groups.
     return false;
   }
   savedGroups_ = new (std::nothrow) gid_t[static_cast<size_t>(count) + 1];
   if (savedGroups_ == nullptr) {
+    // Untested: it takes a failed allocation of some bytes.
     return false;
   }
   savedGroupCount_ = getgroups(count, savedGroups_);

@@ -26,6 +26,7 @@ int Prepare(int descriptor, int flags, FileNames names, struct stat& status) {
   (void)fcntl(descriptor, F_SETFD, FD_CLOEXEC);
   const bool isToBeEmptied = (flags & O_TRUNC) != 0 && status.st_size != 0;
   if (isToBeEmptied && Uninterrupted([&] { return ftruncate(descriptor, 0); }) != 0) {
+    // Untested: it takes a file that can be opened for writing and not be emptied.
     return errno;
   }
   return 0;

@@ -53,6 +53,7 @@ int FolderNames::Read() {
   errno = 0;
   while (const dirent* const entry = readdir(folder)) {
     if (!IsDots(entry->d_name) && !Append(entry->d_name)) {
+      // Untested: it takes a failed allocation.
       error = ENOMEM;
       break;
     }
@@ -71,6 +72,7 @@ bool FolderNames::Append(const char* name) {
     const size_t capacity = (length_ + size) * 2;
     auto* const names = static_cast<char*>(realloc(names_, capacity));
     if (names == nullptr) {
+      // Untested: it takes a failed allocation.
       return false;
     }
     names_ = names;

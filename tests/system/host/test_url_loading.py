@@ -409,6 +409,10 @@ def test_timeout_is_of_idle_time(sandbox):
         assert "it_value={tv_sec=77," in calls
 
 
+def test_timeout_is_not_of_the_whole(sandbox):
+    assert sandbox.load("--timeout", "5", f"{PLAIN}/drip")[-1] == "0 finish 8"
+
+
 def test_timeout_of_the_tls_handshake_is_of_the_whole(sandbox):
     lines = sandbox.load("--timeout", "1", f"https://good.test:{SLOW_TLS_PORT}/", limit=SOON)
     assert lines[-1] == failure(TIMED_OUT)

@@ -610,6 +610,13 @@ def test_pack_under_nohup_goes_on(run, tmp_path, noise):
     assert names(tmp_path) == ["Noise.plugin", "Noise.plugin.lzma"]
 
 
+def test_pack_to_a_closed_standard_output(run, tmp_path):
+    make_bundle(tmp_path / "B", {"Contents/Info.plist": b""})
+    result = run("pack", "B", "-o", "-", wrapper=["sh", "-c", '"$0" "$@" >&-'])
+    assert result.returncode == FAILED
+    assert result.stderr == error("standard output", "Bad file descriptor")
+
+
 def on_a_terminal(run, *arguments):
     """Runs kpim with a terminal as standard error; returns its standard output and the text on the
     terminal."""

@@ -39,6 +39,12 @@ def test_file_from_its_current_position(run, tmp_path, data, reader):
         assert run(*arguments_for(reader, "-"), stdin=file).returncode == OK
 
 
+def test_closed(run):
+    result = run(*arguments_for(["verify"], "-"), wrapper=["sh", "-c", '"$0" "$@" <&-'])
+    assert (result.returncode, result.stdout) == (FAILED, "")
+    assert result.stderr == error(NAME, "Bad file descriptor")
+
+
 def test_more_than_the_first_step(run, tmp_path):
     content = os.urandom(5 << 20)
     data = blob.solid_root([blob.stored_file("a", content)], compress=False)

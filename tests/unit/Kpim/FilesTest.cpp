@@ -8,6 +8,7 @@
 
 #include "tests/unit/InstallerCompressor/BlobTestSupport.h"
 #include "tests/unit/support/Files.h"
+#include "tools/kpim/Disk.h"
 #include "tools/kpim/InputFile.h"
 #include "tools/kpim/OutputFile.h"
 
@@ -73,6 +74,13 @@ class FilesTest : public testing::Test {
   const TemporaryFolder folder_;
   unsigned char bytes_[8] = {'n', 'o', 't', 'h', 'i', 'n', 'g', '.'};
 };
+
+TEST(NormalizedPath, BeginsWithoutDotsAndSlashes) {
+  EXPECT_EQ("a", kpim::NormalizedPath("././/a"));
+  EXPECT_EQ(".a", kpim::NormalizedPath("./.a"));
+  EXPECT_EQ(".", kpim::NormalizedPath("./"));
+  EXPECT_EQ(".", kpim::NormalizedPath(".//"));
+}
 
 TEST_F(FilesTest, NoWriteAsksForMoreThanTheSystemsTake) {
   kpim::OutputFile file;

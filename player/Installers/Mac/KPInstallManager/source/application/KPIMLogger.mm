@@ -75,6 +75,7 @@ NSString* SessionStamp(NSString* format) {
   }
   mLogFH = [[NSFileHandle alloc] initWithFileDescriptor:file closeOnDealloc:YES];
   if (mLogFH == nil) {
+    // Untested: it takes a failed allocation.
     close(file);
     [self autorelease];
     return nil;

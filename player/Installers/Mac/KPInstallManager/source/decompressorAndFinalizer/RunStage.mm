@@ -32,7 +32,7 @@ NSString* ReasonOfFailure(void (*function)(void*), void* context) {
     case CxxException::kOther:
       return @"an exception of an unknown kind";
   }
-  return nil;
+  return nil;  // Untested: the cases are complete.
 }
 
 struct Failure {
