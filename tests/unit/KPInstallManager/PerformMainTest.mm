@@ -2,13 +2,13 @@
 
 #import <SystemConfiguration/SystemConfiguration.h>
 #include <gmock/gmock.h>
-#include <objc/runtime.h>
 
 #include <csignal>
 #include <deque>
 #include <functional>
 #include <map>
 #include <new>
+#include <optional>
 
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/CompleteExpressInstall.h"
 #import "player/Installers/Mac/KPInstallManager/source/decompressorAndFinalizer/DecompressLZMA.h"
@@ -19,6 +19,7 @@
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMCommonUtil.h"
 #import "player/Installers/Mac/KPInstallManager/source/utility/KPIMPingback.h"
 #include "tests/unit/KPInstallManager/RecordingLogger.h"
+#include "tests/unit/support/ScopedMethodReplacement.h"
 #include "tests/unit/support/Text.h"
 
 // ---- Replacements of the stages, which record their calls
@@ -342,31 +343,28 @@ void RaiseAlways(id /*self*/, SEL /*selector*/, NSString* /*message*/, unsigned 
   [NSException raise:NSMallocException format:@"no memory for a line"];
 }
 
+/// While it is set, there is no memory for a line of the log.
+std::optional<ScopedMethodReplacement> s_noLines;
+
+void LogNoLines() {
+  s_noLines.emplace([KPIMLogger class], @selector(logTimeStampedString:withLoggingLevel:),
+                    (IMP)RaiseAlways);
+}
+
 TEST_F(PerformMainTest, StageWhoseFailureCannotBeLoggedEndsAlone) {
-  // From the stage on there is no memory for a line either.
-  static Method method;
-  static IMP original;
-  method = class_getInstanceMethod([KPIMLogger class], @selector(logTimeStampedString:
-                                                                     withLoggingLevel:));
   s_actions["pingback"] = [] {
-    original = method_setImplementation(method, (IMP)RaiseAlways);
+    LogNoLines();
     throw std::bad_alloc();
   };
-  s_actions["express install"] = [] { method_setImplementation(method, original); };
+  s_actions["express install"] = [] { s_noLines.reset(); };
   EXPECT_EQ(0, Run({"/"}));
   EXPECT_EQ(kSucceeded, g_events.back());
 }
 
 TEST_F(PerformMainTest, LastLineThatCannotBeLoggedChangesNothing) {
-  static Method method;
-  static IMP original;
-  method = class_getInstanceMethod([KPIMLogger class], @selector(logTimeStampedString:
-                                                                     withLoggingLevel:));
-  s_actions["express install"] = [] {
-    original = method_setImplementation(method, (IMP)RaiseAlways);
-  };
+  s_actions["express install"] = LogNoLines;
   EXPECT_EQ(0, Run({"/"}));
-  method_setImplementation(method, original);
+  s_noLines.reset();
   EXPECT_EQ("express install", g_events.back());
 }
 
