@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "KPVendorConfig.h"
 #include "tools/kpim/Commands.h"
 #include "tools/kpim/Report.h"
+#include "tools/kpim/Version.h"
 
 namespace kpim {
 
@@ -25,9 +25,6 @@ constexpr char kEndOfOptions[] = "--";
 constexpr char kNoSuchCommand[] = "no such command or option";
 constexpr char kEmptyValue[] = "the value is empty";
 constexpr char kOptionOfCommand[] = "an option of a command: put it after the command";
-constexpr char kVersion[] =
-    "kpim " KP_VERSION_TEXT "\ndownload server: " KP_DOWNLOAD_HOST "\nweb site: " KP_VENDOR_WEB_HOST
-    "\nuninstaller: " KP_UNINSTALLER_URL "\n";
 
 constexpr char kPackFooter[] =
     "Links are followed; .DS_Store files are left out. The format keeps names and\n"
@@ -341,7 +338,8 @@ int Run(int argc, char** argv) {
   int status = kExitFailed;
   CLI::App app(kDescription, kProgram);
   app.footer(kFooter);
-  app.set_version_flag("--version", kVersion, "Print the version and the vendor's hosts and exit");
+  app.set_version_flag("--version", kVersionText,
+                       "Print the version and the vendor's hosts and exit");
   app.require_subcommand(1);
   AddPackCommand(app, status);
   AddListCommand(app, status);
@@ -364,7 +362,7 @@ int Run(int argc, char** argv) {
     Print(app.help());
     return kExitOK;
   } catch (const CLI::CallForVersion&) {
-    Print(kVersion);
+    Print(kVersionText);
     return kExitOK;
   } catch (const CLI::ParseError& error) {
     ReportUsageError(app, error, argc > 1 ? argv[1] : nullptr);

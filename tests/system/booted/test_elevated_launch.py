@@ -24,6 +24,9 @@ AWKWARD = ["a b", " ", "", '"', "'", "%", "%%n", "%n %i", "$", "$$", "${HOME}", 
 numbers = itertools.count(1)
 
 
+LOOKS_IN_VAIN = pytest.mark.release_only("a launch looks for three seconds without a pause, as in another test")
+
+
 class Tool:
     """A copy of the probe tool of its own, with a label of its own."""
 
@@ -157,6 +160,7 @@ def test_refused_direct_execution_runs_nothing(tool):
     assert tool.launch(JOBS, "print", "x", user="carol") == (True, b"x")
 
 
+@LOOKS_IN_VAIN
 @pytest.mark.parametrize("user", ALLOWED)
 def test_job_that_is_quicker_than_the_look(tool, user):
     returned, output = tool.launch(JOBS, "print", "quick", "0", user=user)
@@ -169,6 +173,7 @@ def test_job_that_is_quicker_than_the_look(tool, user):
     assert not tool.is_registered()
 
 
+@LOOKS_IN_VAIN
 @pytest.mark.parametrize("user", ALLOWED)
 def test_script_is_not_found_as_a_job_though_it_runs(tool, user):
     script = tool.path + "-script"
