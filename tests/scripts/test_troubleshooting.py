@@ -24,12 +24,12 @@ OTHER_FUNCTIONS = {"Print", "printf", "Add", "AddString", "AddNumber", "AddBool"
 OTHER_CONSTANTS = {
     # The help of kpim.
     "kDescription", "kFooter", "kPackFooter", "kListFooter", "kVerifyFooter", "kDiffFooter", "kUnpackFooter",
-    "kCheckFooter", "kLatestFooter", "kBlobHelp", "kJSONHelp", "kVersion",
+    "kCheckFooter", "kLatestFooter", "kBlobHelp", "kJSONHelp",
     # Formats, names of files, and the markers of a version description.
     "kTimeStampPattern", "kObsoleteNamesInHome", "kObsoleteSystemName", "kVersionStart",
     "kAutoUpdateModeStart", "kSizeStart", "kMessageStart"}
-# Files with the texts of kpim's progress and of its results.
-OTHER_FILES = {"StageLine.cpp", "Text.cpp"}
+# Files with the texts of kpim's progress, results and version.
+OTHER_FILES = {"StageLine.cpp", "Text.cpp", "Version.cpp"}
 OTHER_TEXTS = {"fetching the version description", "reading ", "compressing ", "%.1f s", " packed into ",
                ", not compressed", ": well formed, ", ", the same as ", ": the same as ", " in %.1f s"}
 

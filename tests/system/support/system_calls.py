@@ -65,11 +65,24 @@ def read_trace(output: pathlib.Path):
 
 def has_failed(output, call):
     """Whether `call`, and no other call, has failed in a command that began with call.failing()."""
-    lines = [line for line in output.read_text(errors="replace").splitlines()
+    lines = [line for line in _whole(output.read_text(errors="replace").splitlines())
              if "(INJECTED)" in line]
     # With several processes, each line begins with the process id.
     found = {(match["name"], _path(match)) for match in map(_LINE.search, lines) if match}
     return found == {(call.name, call.given)}
+
+
+def _whole(lines):
+    """The lines, each with its rest, which strace prints later if it has meanwhile seen another process."""
+    begun = {}
+    for line in lines:
+        process = line.split(" ", 1)[0]
+        if line.endswith(" <unfinished ...>"):
+            begun[process] = line.removesuffix(" <unfinished ...>")
+        elif " resumed>" in line and process in begun:
+            yield begun.pop(process) + line.split(" resumed>", 1)[1]
+        else:
+            yield line
 
 
 def _own(lines):

@@ -1,10 +1,11 @@
-"""InstallRoot does what its documentation says."""
+"""The tests' own tools do what their documentation says."""
 
 import subprocess
 
 import pytest
 
 import blob
+import system_calls
 
 
 def test_network_is_loopback_only(install_root):
@@ -57,3 +58,16 @@ def test_packed_bundle_is_read_back(bundle, compress):
     expected = {str(path.relative_to(bundle)): path.read_bytes() if path.is_file() else None
                 for path in bundle.rglob("*")}
     assert blob.files_of([root]) == expected
+
+
+@pytest.mark.parametrize("lines, failed", [
+    (["5     fcntl(6</>, F_SETFD, FD_CLOEXEC) = -1 EINTR (Interrupted system call) (INJECTED)"], True),
+    (["5     fcntl(6</>, F_SETFD, FD_CLOEXEC <unfinished ...>", "7     fcntl(0</dev/null>, F_GETFL) = 0",
+      "5     <... fcntl resumed>)                = -1 EINTR (Interrupted system call) (INJECTED)"], True),
+    (["5     fcntl(6</>, F_SETFD, FD_CLOEXEC) = 0"], False),
+    (["5     fcntl(6</tmp>, F_SETFD, FD_CLOEXEC) = -1 EINTR (Interrupted system call) (INJECTED)"], False),
+])
+def test_failed_call_is_found(tmp_path, lines, failed):
+    (tmp_path / "trace").write_text("\n".join(lines) + "\n")
+    call = system_calls.Call("fcntl", "", 29, is_followed=True)
+    assert system_calls.has_failed(tmp_path / "trace", call) == failed
