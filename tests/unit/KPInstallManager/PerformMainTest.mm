@@ -343,7 +343,7 @@ void RaiseAlways(id /*self*/, SEL /*selector*/, NSString* /*message*/, unsigned 
   [NSException raise:NSMallocException format:@"no memory for a line"];
 }
 
-/// While it is set, there is no memory for a line of the log.
+/// While it is set, each line of the log fails.
 std::optional<ScopedMethodReplacement> s_noLines;
 
 void LogNoLines() {
