@@ -40,8 +40,8 @@ RULES = """polkit.addRule(function(action, subject) {
 """
 
 BOOT_SECONDS = 450
-# The errors of nspawn where it may not make namespaces, mounts or control groups, or where there
-# are no control groups, as in most containers. Errors in the root itself read differently.
+# The errors of nspawn where it may not make namespaces, mounts or control groups, or where control
+# groups are missing, as in most containers. Errors in the root itself have other words.
 FORBIDDEN = re.compile(
     r"(clone\(\) failed|Failed to mount .*|Failed to create .*subcgroup): (Operation not permitted|"
     "Permission denied|Read-only file system|Function not implemented)|"

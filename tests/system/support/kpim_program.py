@@ -36,7 +36,7 @@ class Kpim:
 
     def __init__(self, program, folder):
         self.program = program
-        self.sanitized = b"__asan_init" in pathlib.Path(program).read_bytes()
+        self.sanitized = sanitizer.is_in(pathlib.Path(program).parents[1])
         self.folder = folder
 
     def __call__(self, *arguments, wrapper=(), environment=ENVIRONMENT, **options):
