@@ -63,10 +63,11 @@ function(kp_google_test TARGET)
 endfunction()
 
 # kp_python_test(NAME [option of kp_test...] PYTEST word...): the tests that pytest, with Debian's
-# own Python, runs for these words.
+# own Python and without the plug-ins of the machine, runs for these words.
 function(kp_python_test NAME)
   cmake_parse_arguments(PYTHON "" "" "PYTEST" ${ARGN})
-  kp_test("${NAME}" ${PYTHON_UNPARSED_ARGUMENTS} ENVIRONMENT PYTHONDONTWRITEBYTECODE=1
+  kp_test("${NAME}" ${PYTHON_UNPARSED_ARGUMENTS}
+    ENVIRONMENT PYTHONDONTWRITEBYTECODE=1 PYTEST_DISABLE_PLUGIN_AUTOLOAD=1
     COMMAND /usr/bin/python3 -m pytest -q -p no:cacheprovider -o junit_family=xunit2
       "--junit-xml=${KP_TEST_RESULTS}/${KP_TEST_PREFIX}${NAME}.xml" ${PYTHON_PYTEST})
 endfunction()

@@ -39,5 +39,5 @@ endif()
 target_compile_options(lzma_sdk PRIVATE -O3 -w)
 if(KP_SANITIZE MATCHES "address")
   # Checked for memory faults too, but not for integer overflows, which the SDK uses on purpose.
-  target_compile_options(lzma_sdk PRIVATE -fsanitize=address -g)
+  target_compile_options(lzma_sdk PRIVATE -fsanitize=address -gline-tables-only)
 endif()

@@ -24,7 +24,7 @@ size_t PeakMemory() {
   return 0;
 }
 
-constexpr size_t kContent = 64 * kMegabyte;
+constexpr size_t kContent = 24 * kMegabyte;
 
 // Decodes a blob with kContent bytes in files of `size` bytes. Ends the process, with status 0 when
 // that took little more memory than the content.
