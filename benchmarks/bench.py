@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Measures packing, extraction, their growth, what a run costs at least, and settings files.
 
 Every contestant handles the same tree, in the same sandbox, in the same run, in turn; what is

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Reports which lines and branches of the product a run of the instrumented build has reached.
 
     scripts/coverage.py BUILD PROFILES [--minimum PERCENT] [--uncovered]

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """The part of scripts/demo.sh that follows the build."""
 
 import argparse

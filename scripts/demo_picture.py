@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Makes a picture of a terminal, an SVG document, of what scripts/demo.sh prints: from standard input to
 standard output. Lines appear one after another where a viewer shows animations; otherwise all are there."""
 

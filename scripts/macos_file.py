@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Checks the load commands of a linked macOS program, and prints one line for each of its slices.
 
     scripts/macos_file.py [--commands] --version VERSION --slice ARCHITECTURE:MINIMUM... FILE

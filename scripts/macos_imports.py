@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Lists what a macOS executable imports, and fails on what its oldest system does not have.
 
     scripts/macos_imports.py [--arch x86_64|arm64] [--tool] [--table] EXECUTABLE

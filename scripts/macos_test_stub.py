@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Writes a link stub with the symbols that the unit tests import from the system.
 
     scripts/macos_test_stub.py --nm NM --sdk DIR --output STUB FILE...

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Sums up a run of scripts/test.sh.
 
     scripts/summarize_tests.py RESULTS [REPORTS...]

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Prints the vendor's hosts of a build, and fails when it has reserved ones.
 
     scripts/vendor_hosts.py BUILD... [--placeholder-hosts]

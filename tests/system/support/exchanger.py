@@ -7,7 +7,7 @@ import subprocess
 import sys
 
 # How often a race is run.
-ROUNDS = 25
+ROUNDS = 15
 
 AT_FDCWD = -100
 RENAME_EXCHANGE = 2

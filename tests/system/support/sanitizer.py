@@ -2,7 +2,7 @@
 
 To look for leaks, the whole stack of each allocation is taken, since suppressions match whole stacks
 (tests/lsan.supp): that takes most of the time of a short run, and ptrace, which strace may have taken. So a
-run looks for leaks only where a test asks for it.
+run looks for leaks only where a test asks for it; other runs keep eight callers of each allocation.
 """
 
 import pathlib
@@ -23,8 +23,9 @@ def options(check_leaks=False, suppressions=SUPPRESSIONS, reports=None):
     """The variables of a run. `suppressions` is the file's path, and `reports` the folder in which reports
     are left, both as the program sees them. Without `reports` they go to standard error."""
     log = f":log_path={reports}/report" if reports else ""
+    stacks = "fast_unwind_on_malloc=0" if check_leaks else "malloc_context_size=8"
     return {
-        "ASAN_OPTIONS": f"detect_leaks={check_leaks:d}:fast_unwind_on_malloc={not check_leaks:d}{log}",
+        "ASAN_OPTIONS": f"detect_leaks={check_leaks:d}:{stacks}{log}",
         "LSAN_OPTIONS": f"suppressions={suppressions}:print_suppressions=0",
         "UBSAN_OPTIONS": f"print_stacktrace=1:halt_on_error=1{log}",
     }
