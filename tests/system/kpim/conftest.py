@@ -18,7 +18,7 @@ def noise(tmp_path):
     """A bundle that takes a few seconds to compress."""
     folder = tmp_path / "Noise.plugin"
     folder.mkdir()
-    (folder / "noise").write_bytes(os.urandom(4 << 20))
+    (folder / "noise").write_bytes(os.urandom(2 << 20))
     return folder
 
 

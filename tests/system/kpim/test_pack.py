@@ -634,12 +634,12 @@ def on_a_terminal(run, *arguments):
 def test_pack_shows_progress_on_a_terminal(run, noise):
     make_bundle(noise, {"Contents/Info.plist": b"", "words": b"some words " * 100_000})
     stdout, shown = on_a_terminal(run, "pack", "Noise.plugin", "--verify")
-    assert without_time(stdout).startswith("Noise.plugin.lzma: 4 entries, 5294304 bytes packed into ")
+    assert without_time(stdout).startswith("Noise.plugin.lzma: 4 entries, 3197152 bytes packed into ")
     reading, compressing, verifying, rest = shown.split("\r\n")
-    assert re.fullmatch(r"\rreading 5\.3 MB \.\.\.\rreading 5\.3 MB \.\.\. \d+ s", reading)
+    assert re.fullmatch(r"\rreading 3\.2 MB \.\.\.\rreading 3\.2 MB \.\.\. \d+ s", reading)
     first, *lines = compressing.split("\r")[1:]
-    assert first == "compressing 5.3 MB ..."
-    found = [re.fullmatch(r"compressing 5\.3 MB \.\.\. (\d+) %, \d+ s(, \d+ s left)? *", line)
+    assert first == "compressing 3.2 MB ..."
+    found = [re.fullmatch(r"compressing 3\.2 MB \.\.\. (\d+) %, \d+ s(, \d+ s left)? *", line)
              for line in lines]
     assert all(found), lines
     percentages = [int(match[1]) for match in found]

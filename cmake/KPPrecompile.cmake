@@ -1,0 +1,21 @@
+# Precompiles what most sources include, in the sanitizer build only: in the others a source that
+# lacks an include is an error.
+set(SOURCES)
+foreach(EXTENSION cpp mm)
+  set(SOURCE "${CMAKE_BINARY_DIR}/generated/Precompiled.${EXTENSION}")
+  file(GENERATE OUTPUT "${SOURCE}" CONTENT "")
+  list(APPEND SOURCES "${SOURCE}")
+endforeach()
+add_library(kp_precompiled STATIC ${SOURCES})
+target_link_libraries(kp_precompiled PRIVATE kp_options host_headers GNUstep::Base)
+set(CXX_HEADERS <algorithm> <functional> <memory> <string>)
+target_precompile_headers(kp_precompiled PRIVATE
+  ${CXX_HEADERS} "$<$<COMPILE_LANGUAGE:OBJCXX>:<Foundation/Foundation.h$<ANGLE-R>>")
+foreach(TARGET install_manager platform_utils settings_facade_archive update_services_objects
+    host_foundation host_functions host_url)
+  target_precompile_headers(${TARGET} REUSE_FROM kp_precompiled)
+endforeach()
+# It is compiled without optimizing.
+if(TARGET kpim)
+  target_precompile_headers(kpim PRIVATE ${CXX_HEADERS})
+endif()
