@@ -1,5 +1,5 @@
-# Precompiles what most sources include, in the sanitizer build only: in the others a source that
-# lacks an include is an error.
+# Precompiles what most sources include. scripts/lint.sh does without, so that a source that lacks an
+# include fails there.
 set(SOURCES)
 foreach(EXTENSION cpp mm)
   set(SOURCE "${CMAKE_BINARY_DIR}/generated/Precompiled.${EXTENSION}")
@@ -15,7 +15,7 @@ foreach(TARGET install_manager platform_utils settings_facade_archive update_ser
     host_foundation host_functions host_url)
   target_precompile_headers(${TARGET} REUSE_FROM kp_precompiled)
 endforeach()
-# It is compiled without optimizing.
+# Its options differ.
 if(TARGET kpim)
   target_precompile_headers(kpim PRIVATE ${CXX_HEADERS})
 endif()

@@ -76,7 +76,8 @@ def lint(clone):
     for name in names:
         write(clone / name, "")
     for build in ("release", "other"):
-        commands = [{"file": str(clone / name), "directory": str(clone), "command": build}
+        headers = " -Xclang -include-pch -Xclang /a.pch -Xclang -include -Xclang /a.hxx"
+        commands = [{"file": str(clone / name), "directory": str(clone), "command": build + headers}
                     for name in names]
         commands.append({**commands[1], "command": "of a test"})
         write(clone / "build" / build / "compile_commands.json", json.dumps(commands))
@@ -101,7 +102,7 @@ sys.exit(os.path.exists("{clone}/bin/fails"))
     return call
 
 
-def test_lint_checks_the_product_once(lint):
+def test_lint_checks_the_product_once_without_precompiled_headers(lint):
     result, calls = lint()
     assert result.returncode == 0, result.stderr
     assert calls == ["player/a.mm release", "tools/b.cpp release"]

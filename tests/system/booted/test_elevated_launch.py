@@ -137,11 +137,13 @@ class TestEitherWay:
         assert tool.launch(version, "print", "x", user=user, path=tool.path + ".link") == (
             True, b"x")
 
-    def test_tool_that_is_no_program(self, tool, version, user):
-        tool.booted.path(tool.path).chmod(0o644)
-        expected = (False, None if version == JOBS else b"")
-        assert tool.launch(version, "print", "x", user=user) == expected
-        assert tool.ran() == []
+
+@pytest.mark.parametrize("version, user", [(JOBS, "alice"), (DIRECT, None), (DIRECT, "alice")])
+def test_tool_that_is_no_program(tool, version, user):
+    tool.booted.path(tool.path).chmod(0o644)
+    expected = (False, None if version == JOBS else b"")
+    assert tool.launch(version, "print", "x", user=user) == expected
+    assert tool.ran() == []
 
 
 @pytest.mark.parametrize("version", [JOBS, DIRECT])
@@ -270,16 +272,10 @@ def test_unset_version_is_the_systems_own(tool):
 
 
 @contextlib.contextmanager
-def daemon_reload(booted):
-    """Starts systemd's generators, a dozen processes and more, again and again."""
+def other_processes(booted):
+    """systemd's generators, a dozen processes and more, again and again, and 200 processes of bob's."""
     for _ in range(5):
         booted.ask("systemctl", "daemon-reload")
-    yield
-
-
-@contextlib.contextmanager
-def sleepers_of_another_user(booted):
-    """200 processes of bob's."""
     pids = booted.ask("runuser", "-u", "bob", "--", "sh", "-c",
                       "for i in $(seq 200); do sleep 60 > /dev/null 2>&1 & echo $!; done")
     try:
@@ -290,8 +286,7 @@ def sleepers_of_another_user(booted):
 
 @pytest.mark.release_only("it waits for other processes; the other tests make the same calls")
 @pytest.mark.parametrize("meanwhile, children, user", [
-    (contextlib.nullcontext, 15, None), (daemon_reload, 0, "alice"),
-    (sleepers_of_another_user, 0, "alice")])
+    (contextlib.nullcontext, 15, None), (other_processes, 0, "alice")])
 def test_younger_processes_do_not_end_the_wait(tool, user, meanwhile, children):
     gate = tool.path + ".gate"
     with concurrent.futures.ThreadPoolExecutor() as executor:
