@@ -15,19 +15,19 @@ target_compile_options(kp_options INTERFACE
   $<$<COMPILE_LANGUAGE:OBJCXX>:-fno-objc-arc>)
 target_include_directories(kp_options INTERFACE "${CMAKE_SOURCE_DIR}")
 
-set(IS_TEST "$<BOOL:$<TARGET_PROPERTY:KP_IS_TEST>>")
+set(KP_TARGET_IS_TEST "$<BOOL:$<TARGET_PROPERTY:KP_IS_TEST>>")
 if(KP_SANITIZE)
-  # Reports show the product's lines, and of the tests functions. Undefined behaviour is looked for in
-  # the product only. Tests would take twice as long to compile with both.
+  # Unit tests would take twice as long to compile with line tables and with the checks for undefined
+  # behaviour. Reports show the functions of tests, and the lines of the product.
   target_compile_options(kp_options INTERFACE
     -fsanitize=${KP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
-    $<IF:${IS_TEST},-fno-sanitize=undefined,-gline-tables-only>)
+    $<IF:${KP_TARGET_IS_TEST},-fno-sanitize=undefined,-gline-tables-only>)
   target_link_options(kp_options INTERFACE -fsanitize=${KP_SANITIZE})
 endif()
 if(KP_BUILD_FUZZERS)
   # libFuzzer is guided by the product's branches, not by those of the tests.
-  set(NOT_FUZZED "$<OR:${IS_TEST},$<BOOL:$<TARGET_PROPERTY:KP_NOT_FUZZED>>>")
-  target_compile_options(kp_options INTERFACE $<$<NOT:${NOT_FUZZED}>:-fsanitize=fuzzer-no-link>)
+  set(KP_TARGET_IS_NOT_FUZZED "$<OR:${KP_TARGET_IS_TEST},$<BOOL:$<TARGET_PROPERTY:KP_NOT_FUZZED>>>")
+  target_compile_options(kp_options INTERFACE $<$<NOT:${KP_TARGET_IS_NOT_FUZZED}>:-fsanitize=fuzzer-no-link>)
   target_link_options(kp_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(KP_COVERAGE)

@@ -1,5 +1,5 @@
-# Precompiles what most sources include. scripts/lint.sh does without, so that a source that lacks an
-# include fails there.
+# Precompiles Foundation and some headers of the C++ library, which most sources include. scripts/lint.sh
+# compiles without them, so a source that lacks an include fails there.
 set(SOURCES)
 foreach(EXTENSION cpp mm)
   set(SOURCE "${CMAKE_BINARY_DIR}/generated/Precompiled.${EXTENSION}")
@@ -15,7 +15,7 @@ foreach(TARGET install_manager platform_utils settings_facade_archive update_ser
     host_foundation host_functions host_url)
   target_precompile_headers(${TARGET} REUSE_FROM kp_precompiled)
 endforeach()
-# Its options differ.
+# kpim is compiled with other options, so it needs headers of its own.
 if(TARGET kpim)
   target_precompile_headers(kpim PRIVATE ${CXX_HEADERS})
 endif()

@@ -41,7 +41,7 @@ function(kp_test NAME)
 endfunction()
 
 # kp_google_test(TARGET [RELEASE_ONLY pattern...]): the tests of one executable. The sanitizer build
-# leaves out those whose names match: hundreds of megabytes of a content that smaller tests have too.
+# leaves out those whose names match: many megabytes of a content that smaller tests have too.
 # Foundation writes into the home folder, so each executable has one of its own.
 function(kp_google_test TARGET)
   cmake_parse_arguments(GOOGLE "" "" "RELEASE_ONLY" ${ARGN})

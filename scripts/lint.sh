@@ -37,16 +37,18 @@ trap 'rm -rf "$work"' EXIT
 
 # Writes the names of the files that are checked, each with a NUL after it, and a compilation database
 # with one command for each: clang-tidy checks a source that tests compile too once for each command.
-# Precompiled headers are left out, which hide that an include is missing. Fails when a given file is not
+# Precompiled headers are removed, because they hide a missing include. Fails when a given file is not
 # compiled.
 select_sources() {
     /usr/bin/python3 - "$build/compile_commands.json" "$work" "${files[@]}" << 'PYTHON'
-import json, os, re, sys
+import json, os, re, shlex, sys
 database, work, *given = sys.argv[1:]
 commands = {}
 with open(database, encoding="utf-8") as file:
     for command in json.load(file):
-        command["command"] = re.sub(r" -Xclang -include(-pch)? -Xclang \S+", "", command["command"])
+        words = "\0".join(shlex.split(command["command"]))
+        words = re.sub("\0-Xclang\0-include(-pch)?\0-Xclang\0[^\0]+", "", words)
+        command["command"] = shlex.join(words.split("\0"))
         # The product's own command comes before those of its tests.
         commands.setdefault(os.path.relpath(command["file"]), command)
 wanted = [os.path.relpath(name) for name in given]

@@ -76,7 +76,7 @@ def lint(clone):
     for name in names:
         write(clone / name, "")
     for build in ("release", "other"):
-        headers = " -Xclang -include-pch -Xclang /a.pch -Xclang -include -Xclang /a.hxx"
+        headers = " -Xclang -include-pch -Xclang '/a b.pch' -Xclang -include -Xclang '/a b.hxx'"
         commands = [{"file": str(clone / name), "directory": str(clone), "command": build + headers}
                     for name in names]
         commands.append({**commands[1], "command": "of a test"})

@@ -15,7 +15,7 @@ def run(kpim, tmp_path):
 
 @pytest.fixture
 def noise(tmp_path):
-    """A bundle that takes a few seconds to compress."""
+    """A bundle that takes about a second to compress."""
     folder = tmp_path / "Noise.plugin"
     folder.mkdir()
     (folder / "noise").write_bytes(os.urandom(2 << 20))

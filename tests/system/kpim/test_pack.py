@@ -601,7 +601,7 @@ def test_interrupted_pack_leaves_nothing(run, tmp_path, noise, number):
     assert (tmp_path / "Noise.plugin.lzma").read_bytes() == b"old"
 
 
-@pytest.mark.release_only("seconds, in which a sanitizer sees no other code")
+@pytest.mark.release_only("it takes seconds, and other tests run the same code")
 def test_pack_under_nohup_goes_on(run, tmp_path, noise):
     process = run.start("pack", "Noise.plugin", stdout=subprocess.DEVNULL,
                         preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
@@ -630,7 +630,7 @@ def on_a_terminal(run, *arguments):
     return stdout.decode(), shown
 
 
-@pytest.mark.release_only("seconds, in which a sanitizer sees no other code")
+@pytest.mark.release_only("it takes seconds, and other tests run the same code")
 def test_pack_shows_progress_on_a_terminal(run, noise):
     make_bundle(noise, {"Contents/Info.plist": b"", "words": b"some words " * 100_000})
     stdout, shown = on_a_terminal(run, "pack", "Noise.plugin", "--verify")
